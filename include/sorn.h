@@ -1,0 +1,506 @@
+/*
+ * sorn.h - the public interface of libSorn.so.1 and of its base library
+ * libKu.so.2.
+ *
+ * Sorn works on caller-owned pixel arrays described by small flat records
+ * (SornArray, SornVolume) and takes its scratch memory from an execution
+ * environment (SornXE). Every operation runs on the calling thread and
+ * answers a SornStatus; nothing is kept across calls but the records the
+ * caller opens and closes explicitly.
+ *
+ * Valid C99 and C++. Names with '$' follow the library's suffix convention
+ * ($I in place, $C scalar operand, $L/$LS packed dimension counts, ...);
+ * GCC and Clang accept '$' in identifiers.
+ *
+ * C types that the interface leaves open are fixed once here:
+ *   statuses         SornStatus   (int64_t)
+ *   the flags word   SornFlags    (uint64_t)
+ *   counts, kinds, indexes, extents, coordinates: int32_t
+ *   byte sizes of memory: size_t
+ *   truth values:    int (0 or 1)
+ *   constants:       double
+ */
+#ifndef SORN_H
+#define SORN_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ======================================================================
+ * Core: element types, statuses, records
+ * ====================================================================== */
+
+typedef int64_t SornStatus;
+typedef uint64_t SornFlags;
+typedef uint32_t SornElemType;
+/* Dimension-packing word: bits 0-3 n, 4-7 off, 8-12 total = n + off. */
+typedef uint32_t SornDimPack;
+
+#define SORN_OK       ((SornStatus)0)
+#define SORN_EINVAL   ((SornStatus)-65514) /* -0x10000 - 22 */
+#define SORN_ENOMEM   ((SornStatus)-65524) /* -0x10000 - 12 */
+#define SORN_ENOSPC   ((SornStatus)-65508) /* -0x10000 - 28: empty ROI */
+#define SORN_ENOTSUP  ((SornStatus)-65441) /* -0x10000 - 95 */
+#define SORN_ENOTIMP  ((SornStatus)-65498) /* -0x10000 - 38 */
+#define SORN_EAGAIN   ((SornStatus)-65525) /* -0x10000 - 11, never leaves the library */
+
+/* Element type codes: size class in bits 0-2, bit 3 for signed and float. */
+#define SORN_U8   1u
+#define SORN_U16  2u
+#define SORN_U32  3u
+#define SORN_U64  4u
+#define SORN_S8   9u
+#define SORN_S16 10u
+#define SORN_S32 11u
+#define SORN_S64 12u
+#define SORN_F32 13u
+#define SORN_F64 14u
+/* Bit c set: code c is a known type (1-4 and 9-15). */
+#define SORN_KNOWN_TYPES 0xfe1eu
+/* Bytes per element, always from the size class (code & 7). */
+#define SORN_ELEMSIZE(code) \
+  ((((code) & 7u) == 1u) ? 1 : (((code) & 7u) == 2u) ? 2 : \
+   (((code) & 7u) == 3u || ((code) & 7u) == 5u) ? 4 : \
+   (((code) & 7u) == 4u || ((code) & 7u) == 6u) ? 8 : 0)
+/* Channel count of a channels word: 1-4, plus one more for bit 3. */
+#define SORN_CHANNELS(w) ((int32_t)(((w) & 7) + (((w) >> 3) & 1)))
+/* Four-character tags, spelled from the high byte to the low one. */
+#define SORN_FOURCC(a, b, c, d) \
+  ((uint32_t)(((uint32_t)(uint8_t)(a) << 24) | ((uint32_t)(uint8_t)(b) << 16) | \
+              ((uint32_t)(uint8_t)(c) << 8) | (uint32_t)(uint8_t)(d)))
+/* The dimension-packing word an entry point builds for an ndims record. */
+#define SORN_DIMPACK(ndims) ((SornDimPack)(((4 - (ndims)) << 4) | (ndims) | 0x400))
+
+/* Flag bits of the core frame. */
+#define SORN_F_PROBE        0x1ull
+#define SORN_F_PLAIN        0x2ull      /* SornXEuseSimd answers false */
+#define SORN_F_MODE1        0x4ull      /* set by the frame in mode 1 */
+#define SORN_F_CHFORMAT     0xf0ull     /* channel-format nibble */
+#define SORN_F_GAPTOL       0x100ull
+#define SORN_F_GAPTOL2      0x200ull
+
+/* A non-owning description of an array of up to four cells of extent:
+ * cell 0 depth (planes), 1 rows, 2 columns, 3 channels. 88 bytes. */
+typedef struct SornArray {
+  int32_t dims[4];     /* site extents, right-aligned; dims[3] the channels word */
+  int32_t bounds[4];   /* extents of the parent */
+  int32_t strides[4];  /* bytes: plane, row, pixel, element */
+  uint16_t ndims;      /* 3 or 4 */
+  uint16_t ndimsall;
+  uint32_t elemtype;   /* SornElemType */
+  uint32_t reserved;
+  uint32_t marker;     /* 0x22 from the constructors */
+  int64_t offset;      /* bytes from data to the site's first element */
+  void *data;          /* not owned */
+  uint64_t link;
+} SornArray;
+
+/* Region of interest: origin then size, four i32 cells each. */
+typedef struct SornVolume {
+  int32_t origin[4];
+  int32_t size[4];
+} SornVolume;
+
+/* ======================================================================
+ * Core: execution environment and memory stacks
+ * ====================================================================== */
+
+/* A memory stack's level: three words, from KuSMEMSTGgetstate. */
+typedef struct KuMark {
+  uint64_t w[3];
+} KuMark;
+
+typedef struct SornXE {
+  void *mmstack;          /* the memory stack, or null until first needed */
+  uint64_t state;         /* 1 initialised; 16 record lives on its own stack */
+  uint64_t openarg;       /* second argument of a lazy KuSMEMSTGopen */
+  uint64_t stackstore[6]; /* room for a stack owned by this record */
+  KuMark mark;            /* the stack's level at attachment */
+  uint64_t tail;
+} SornXE;
+
+#define SORN_XE_INITED  1u
+#define SORN_XE_ONSTACK 16u
+
+/* ======================================================================
+ * Core: the call frame
+ * ====================================================================== */
+
+/* Slice callbacks have the shape
+ *   proc(xe, flags, data, pack, dims, type0, base0, origin0, strides0, ...)
+ * with one group of four per operand; the frame calls them with the arity
+ * of the pack. SornSliceProc is the generic pointer type they are stored as. */
+typedef SornStatus (*SornSliceProc)(void);
+
+typedef struct SornPackOperand {
+  uint32_t type;
+  void *base;
+  int32_t *origin;   /* 'off' cells before the first of the n cells, or null */
+  int32_t *strides;  /* likewise */
+} SornPackOperand;
+
+typedef struct SornPack {
+  uint16_t count;       /* operands, 1 to 5 */
+  int16_t tolerance;    /* gap tolerance request */
+  uint32_t tag;         /* FourCC of the operation */
+  uint32_t types;       /* a nibble per operand; bits 24-27 the channels nibble */
+  SornSliceProc proc;
+  const char *name;     /* "unknown" */
+  struct SornXE *xe;
+  SornFlags flags;
+  void *data;           /* the operation's own arguments */
+  uint32_t total;       /* n + off */
+  int32_t keep;         /* dimensions left by reduction, 2..3 */
+  int32_t *dims;        /* 'off' cells before the first of the n cells */
+  SornPackOperand op[5];
+} SornPack;
+
+typedef struct SornSliceOperand {
+  int32_t *origin;
+  int32_t *strides;
+} SornSliceOperand;
+
+typedef struct SornSlice {
+  uint16_t total;
+  uint16_t skip;
+  uint32_t pack;        /* SornDimPack for the callback */
+  int32_t *dims;        /* first kept cell */
+  SornSliceOperand op[5];
+} SornSlice;
+
+/* Start actions registered with __ku_crtaction. */
+typedef struct KuCrtAction {
+  int32_t (*run)(void *arg);
+  void *runarg;
+  void (*end)(void *arg);
+  void *endarg;
+  int32_t priority;
+  /* links, kept by the start-up service */
+  struct KuCrtAction *left, *right, *parent; /* ordered tree */
+  int32_t height;
+  uint64_t seq;                               /* registration order */
+  struct KuCrtAction *next, *prev;            /* end ring */
+} KuCrtAction;
+
+/* ---------------- Part of the base library libKu.so.2 ---------------- */
+
+void *KuSMEMSTGopen(void *store, uint64_t arg, int32_t flags);
+void *KuSMEMSTGaalloc(void *stack, size_t size, size_t align, int32_t flags);
+void KuSMEMSTGfree(void *stack, void *block);
+KuMark *KuSMEMSTGgetstate(KuMark *mark, void *stack, uint64_t arg);
+void KuSMEMSTGsetstate(void *stack, const KuMark *mark);
+void KuSMEMSTGclear(void *stack);
+void KuMEMSTGclose(void *stack);
+void KuMEMSTGdestroy(void *stack);
+void *_KuMcalloc(size_t count, size_t size, int32_t flags);
+void *_KuMrealloc(void *block, size_t size, int32_t flags);
+void _KuMfree(void *block);
+void KuMfree(void *block);
+
+/* ---------------- Element types, vectors, volumes ---------------- */
+
+int32_t *sorn_vec__dup(int32_t n, int32_t *v, int32_t x);
+int32_t *sorn_vec__assign(int32_t n, int32_t *d, const int32_t *s);
+int sorn_vec__assign_$Z(int32_t n, int32_t *d, const int32_t *s);
+int32_t *sorn_vec_xassign(int32_t nd, int32_t *d, int32_t ns, const int32_t *s);
+int32_t *sorn_vec__neg(int32_t n, int32_t *d, const int32_t *a);
+int32_t *sorn_vec__neg_$I(int32_t n, int32_t *a);
+int32_t *sorn_vec__add(int32_t n, int32_t *d, const int32_t *a, const int32_t *b);
+int32_t *sorn_vec__add_$I(int32_t n, int32_t *a, const int32_t *b);
+int32_t *sorn_vec__add_$C(int32_t n, int32_t *d, const int32_t *a, int32_t x);
+int32_t *sorn_vec__add_$C$I(int32_t n, int32_t *a, int32_t x);
+int32_t *sorn_vec__sub(int32_t n, int32_t *d, const int32_t *a, const int32_t *b);
+int32_t *sorn_vec__sub_$I(int32_t n, int32_t *a, const int32_t *b);
+int32_t *sorn_vec__sub_$C(int32_t n, int32_t *d, const int32_t *a, int32_t x);
+int32_t *sorn_vec__sub_$C$I(int32_t n, int32_t *a, int32_t x);
+int32_t *sorn_vec__rsb(int32_t n, int32_t *d, const int32_t *a, const int32_t *b);
+int32_t *sorn_vec__rsb_$I(int32_t n, int32_t *a, const int32_t *b);
+int32_t *sorn_vec__rsb_$C(int32_t n, int32_t *d, const int32_t *a, int32_t x);
+int32_t *sorn_vec__rsb_$C$I(int32_t n, int32_t *a, int32_t x);
+int32_t *sorn_vec__min(int32_t n, int32_t *d, const int32_t *a, const int32_t *b);
+int32_t *sorn_vec__min_$I(int32_t n, int32_t *a, const int32_t *b);
+int32_t *sorn_vec__max(int32_t n, int32_t *d, const int32_t *a, const int32_t *b);
+int32_t *sorn_vec__max_$I(int32_t n, int32_t *a, const int32_t *b);
+int sorn_vec__equal(int32_t n, const int32_t *a, const int32_t *b);
+int sorn_vec__equal0(int32_t n, const int32_t *v);
+int32_t sorn_vec_mkloff(int32_t n, const int32_t *c, const int32_t *s);
+int32_t sorn_vec_mkloff_$L(SornDimPack pack, const int32_t *c, const int32_t *s);
+int32_t sorn_vec_mkloff_$LS(SornDimPack pack, const int32_t *c, const int32_t *s);
+int32_t *sorn_vec_fromloff(int32_t n, int32_t *out, const int32_t *s, int32_t off);
+int32_t *sorn_vec_update_$loff(int32_t n, int32_t *c, const int32_t *s, int32_t off);
+void *sorn_advance_ptr(const void *p, int32_t off);
+void *sorn_base_at_$2d(const void *p, int32_t off, int32_t y, int32_t x, const int32_t *s);
+
+int sorn_volume__empty(int32_t n, const int32_t *size);
+int64_t sorn_volume__capacity(int32_t n, const int32_t *size);
+int64_t sorn_volume__capacity_$Q(int32_t n, const int32_t *size);
+int sorn__intersecI(int32_t n, int32_t *o1, int32_t *s1, const int32_t *o2, const int32_t *s2);
+int sorn__intersec(int32_t n, int32_t *oo, int32_t *so, const int32_t *o1, const int32_t *s1,
+                   const int32_t *o2, const int32_t *s2);
+int sorn_intersecIS(int32_t n, int32_t *o1, int32_t *s1, const int32_t *o2, const int32_t *s2);
+int sorn_intersecS(int32_t n, int32_t *oo, int32_t *so, const int32_t *o1, const int32_t *s1,
+                   const int32_t *o2, const int32_t *s2);
+
+int32_t *__sorn_dims__$v(int32_t *out, int32_t n, const int32_t *v);
+int32_t *__sorn_dims__$gv(int32_t *out, int32_t n, const int32_t *v);
+int32_t *__sorn_Nvolume__$v(int32_t *out, int32_t n, const int32_t *v);
+int32_t *__sorn_Nvolume__$gv(int32_t *out, int32_t n, const int32_t *v);
+int32_t *__sorn_dims__$v$L(int32_t *out, SornDimPack pack, const int32_t *v);
+int32_t *__sorn_dims__$gv$L(int32_t *out, SornDimPack pack, const int32_t *v);
+int32_t *__sorn_Nvolume__$v$L(int32_t *out, SornDimPack pack, const int32_t *v);
+int32_t *__sorn_Nvolume__$gv$L(int32_t *out, SornDimPack pack, const int32_t *v);
+
+size_t sorn_vmemsize(int32_t n, const int32_t *dims, int32_t *strides, int32_t slack);
+size_t sorn_vmemsizeL(SornDimPack pack, const int32_t *dims, int32_t *strides, int32_t slack);
+size_t sorn__vmemsize0(int32_t d, int32_t s, int32_t slack);
+
+uint32_t sorn_xoverlappedLS(const void *p0, int32_t off0, SornDimPack pack0, const int32_t *o0,
+                            const int32_t *s0, const int32_t *st0, const void *p1, int32_t off1,
+                            SornDimPack pack1, const int32_t *o1, const int32_t *s1,
+                            const int32_t *st1);
+uint32_t sorn_overlappedLS(SornDimPack pack, const int32_t *s, const void *p0, const int32_t *o0,
+                           const int32_t *st0, const void *p1, const int32_t *o1,
+                           const int32_t *st1);
+uint32_t sorn__overlapped(int32_t n, const int32_t *s, const void *p0, const int32_t *st0,
+                          const void *p1, const int32_t *st1);
+uint32_t sorn_arr__overlapped(const SornArray *a, const SornArray *b, int32_t n, const int32_t *oa,
+                              const int32_t *sa, const int32_t *ob, const int32_t *sb);
+uint32_t sorn_arr_overlapped(const SornArray *a, const SornArray *b, const SornVolume *roiA,
+                             const SornVolume *roiB);
+
+SornArray *__sorn_array__$xtrn(SornArray *rec, SornDimPack pack, const int32_t *dims,
+                               SornElemType elemtype, void *data, const int32_t *origin,
+                               const int32_t *strides);
+SornArray *__sorn_array__$xtrn$3(SornArray *rec, int32_t rows, int32_t cols, int32_t chword,
+                                 SornElemType elemtype, void *data, int32_t oy, int32_t ox,
+                                 int32_t rowstride);
+SornArray *__sorn_array__$cp$xtrn(SornArray *dst, const SornArray *src);
+SornArray *__sorn_array__$_sar(SornArray *dst, const SornArray *src, int32_t n,
+                               const int32_t *origin, const int32_t *size);
+
+int sorn_arr__siteof(const SornArray *a, int32_t n, int32_t *o, int32_t *s);
+SornVolume *sorn_arr_siteof(const SornArray *a, SornVolume *roi);
+int sorn_arr__siteofAt(const SornArray *a, int32_t n, int32_t *o, int32_t *s, const int32_t *at);
+int sorn_arr__siteofAt_$g2(const SornArray *a, int32_t *o, int32_t *s, int32_t y, int32_t x);
+SornVolume *sorn_arr_siteofAt_$gv(const SornArray *a, SornVolume *roi, int32_t n, const int32_t *v);
+SornVolume *sorn_arr_siteofAt_$g2(const SornArray *a, SornVolume *roi, int32_t y, int32_t x);
+int sorn_arr__parsiteof(const SornArray *a, int32_t n, int32_t *o, int32_t *s);
+SornVolume *sorn_arr_parsiteof(const SornArray *a, SornVolume *roi);
+int sorn_arr__adjorgetRoi(const SornArray *a, int32_t n, int32_t *o, int32_t *s, const int32_t *ro,
+                          const int32_t *rs);
+SornVolume *sorn_arr_adjorgetRoi(const SornArray *a, SornVolume *roi, const SornVolume *in);
+int sorn_arr__adjustRoi_$I(const SornArray *a, int32_t n, int32_t *o, int32_t *s);
+SornVolume *sorn_arr_adjustRoi_$I(const SornArray *a, SornVolume *roi);
+int sorn_arr__negotiateRoi(const SornArray *a, const SornArray *b, int32_t n, int32_t m, int32_t *oa,
+                           int32_t *sa, int32_t *ob, int32_t *sb, const int32_t *ra_o,
+                           const int32_t *ra_s, const int32_t *rb_at);
+int sorn_arr_negotiateRoi(const SornArray *a, const SornArray *b, SornVolume *roiA,
+                          SornVolume *roiB, const SornVolume *inA, const SornVolume *inB,
+                          int32_t m);
+int sorn_arr__negotiateRoiEx(const SornArray *a, const SornArray *b, int32_t n, int32_t m,
+                             int32_t *oa, int32_t *sa, int32_t *ob, int32_t *sb, double *ratio,
+                             const int32_t *ra_o, const int32_t *ra_s, const int32_t *rb_o,
+                             const int32_t *rb_s);
+int sorn_arr_negotiateRoiEx(const SornArray *a, const SornArray *b, SornVolume *roiA,
+                            SornVolume *roiB, double *ratio, const SornVolume *inA,
+                            const SornVolume *inB, int32_t m);
+void *sorn_arr_topcs(const SornArray *a, int32_t n, int32_t *out, const int32_t *in);
+void *sorn_arr_pt2pcs(const SornArray *a, int32_t *out, const int32_t *in);
+
+/* Status stubs: stand in a kernel table or as a slice callback for a
+ * combination that has nothing to run. They look at no argument. */
+SornStatus sorna_proc_einval(void);
+SornStatus sorna_proc_enotsup(void);
+SornStatus sorna_proc_enotimp(void);
+
+/* ---------------- The call frame ---------------- */
+
+SornPack *sorna_genpackL(SornPack *pack, uint32_t tag, SornSliceProc proc, SornXE *xe,
+                         SornFlags flags, void *data, SornDimPack dimpack, int32_t keep,
+                         int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                         int32_t *strides0);
+SornPack *sorna_mappackL(SornPack *pack, uint32_t tag, SornSliceProc proc, SornXE *xe,
+                         SornFlags flags, void *data, SornDimPack dimpack, int32_t keep,
+                         int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                         int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                         int32_t *strides1);
+SornPack *sorna_zippackL(SornPack *pack, uint32_t tag, SornSliceProc proc, SornXE *xe,
+                         SornFlags flags, void *data, SornDimPack dimpack, int32_t keep,
+                         int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                         int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                         int32_t *strides1, uint32_t type2, void *base2, int32_t *origin2,
+                         int32_t *strides2);
+SornPack *sorna_zip3packL(SornPack *pack, uint32_t tag, SornSliceProc proc, SornXE *xe,
+                          SornFlags flags, void *data, SornDimPack dimpack, int32_t keep,
+                          int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                          int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                          int32_t *strides1, uint32_t type2, void *base2, int32_t *origin2,
+                          int32_t *strides2, uint32_t type3, void *base3, int32_t *origin3,
+                          int32_t *strides3);
+SornPack *sorna_zip4packL(SornPack *pack, uint32_t tag, SornSliceProc proc, SornXE *xe,
+                          SornFlags flags, void *data, SornDimPack dimpack, int32_t keep,
+                          int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                          int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                          int32_t *strides1, uint32_t type2, void *base2, int32_t *origin2,
+                          int32_t *strides2, uint32_t type3, void *base3, int32_t *origin3,
+                          int32_t *strides3, uint32_t type4, void *base4, int32_t *origin4,
+                          int32_t *strides4);
+SornStatus sorna_call(SornPack *pack);
+SornStatus sorna__call(SornPack *pack, int32_t mode, SornSlice *slice);
+/* Returns the new count of leading cells that are done with, or a negative
+ * status. */
+int32_t sorn_dims_xreduce(int32_t *dimsOut, int32_t **originsOut, int32_t **stridesOut,
+                          int32_t skip, int32_t total, int32_t keep, int32_t count, int32_t tol,
+                          const int32_t *dimsIn, int32_t *const *originsIn,
+                          int32_t *const *stridesIn);
+int32_t sorn_dims_xreduceI(int32_t *dims, int32_t **origins, int32_t **strides, int32_t skip,
+                           int32_t total, int32_t keep, int32_t count, int32_t tol);
+
+/* ---------------- Execution environment ---------------- */
+
+extern int32_t _G_sorn_use_simd;
+int32_t __sorn_use_simd(void);
+int32_t sorn_level1_icache_size(void);
+int32_t sorn_level1_dcache_size(void);
+int32_t sorn_level2_cache_size(void);
+
+SornXE *SornXEinit2(SornXE *xe, void *mmstack, uint64_t openarg);
+SornXE *SornXEinit(SornXE *xe, void *mmstack);
+SornXE *SornXEopen(SornXE *xe, void *mmstack, uint64_t openarg);
+SornXE *SornXEfini(SornXE *xe);
+void SornXEclose(SornXE *xe);
+SornXE *SornXEclear(SornXE *xe);
+SornXE *SornXEinitMmstack(SornXE *xe, uint64_t openarg);
+SornXE *SornXEresetMmstack(SornXE *xe, void *mmstack, uint64_t openarg);
+SornXE *SornXEdestroyMmstack(SornXE *xe);
+void *SornXEmmstack(SornXE *xe);
+KuMark *SornXEgetmmsp(SornXE *xe, KuMark *mark);
+void SornXEsetmmsp(SornXE *xe, const KuMark *mark);
+void *SornXEalloca(SornXE *xe, size_t size, size_t align);
+void SornXEfreea(SornXE *xe, void *block);
+int SornXEuseSimd(SornXE *xe, SornFlags flags);
+
+void *sorn_mmstack_open(void *store, uint64_t arg);
+void sorn_mmstack_close(void *stack);
+void sorn_mmstack_destroy(void *stack);
+void sorn_mmstack_reset(void *stack);
+KuMark *sorn_mmstack_state(void *stack, KuMark *mark, uint64_t arg);
+void sorn_mmstack_setstate(void *stack, const KuMark *mark);
+void *sorn_mmstack_alloca(void *stack, size_t size, size_t align);
+void sorn_mmstack_freea(void *stack, void *block);
+
+/* ---------------- Library start and small services ---------------- */
+
+int32_t __ku_crtaction(KuCrtAction *action);
+void _t_ShlibInit(void);
+void _t_ShlibFini(void);
+int32_t ShlibInit(void);
+int32_t ShlibFini(void);
+extern int32_t _S_ku_crtaction_processed;
+
+int sorn_sclu8rngchk(const double *cvec, int32_t chword);
+uint32_t sorn_scfochk(const double *a, const double *b, int32_t n);
+
+const char *sorn_cmpop_str(int32_t op);
+const char *sorn_thhmethod_str(int32_t method);
+const char *sorn_border_str(int32_t kind);
+const char *sorn_filter_str(int32_t kind);
+const char *sorn_morphop_str(int32_t kind);
+SornStatus sorn_defillvals(SornElemType type, double *hi, double *lo, int32_t nchan);
+
+/* ======================================================================
+ * Array arithmetic
+ * ====================================================================== */
+
+/* Kernels of the two-source families: rows of dims[n-3], cols dims[n-2]. */
+typedef SornStatus (*SornArith2Kernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                       void *dst, const int32_t *dststrides, const void *a,
+                                       const int32_t *astrides, const void *b,
+                                       const int32_t *bstrides, int32_t sf, uint32_t extra);
+
+/* Shared entry of the two-source families; tag selects the operation. */
+SornStatus _T_SornArith2(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                         const SornArray *a, const SornArray *b, const SornVolume *dstroi,
+                         const SornVolume *aroi, const SornVolume *broi, int32_t sf,
+                         uint32_t extra);
+/* Shared entry of the families with a constant vector (one f64 per channel). */
+SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                          const SornArray *a, const double *cvec, const SornVolume *dstroi,
+                          const SornVolume *aroi, int32_t sf, uint32_t extra);
+
+SornStatus SornAdd(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
+                   const SornArray *b, const SornVolume *dstroi, const SornVolume *aroi,
+                   const SornVolume *broi, int32_t sf, uint32_t extra);
+SornStatus SornAddC(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
+                    const double *cvec, const SornVolume *dstroi, const SornVolume *aroi,
+                    int32_t sf, uint32_t extra);
+
+SornStatus sorna_add(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                     uint32_t dsttype, void *dstbase, const int32_t *dstorigin,
+                     const int32_t *dststrides, uint32_t atype, const void *abase,
+                     const int32_t *aorigin, const int32_t *astrides, uint32_t btype,
+                     const void *bbase, const int32_t *borigin, const int32_t *bstrides,
+                     int32_t sf, uint32_t extra);
+SornStatus sorna__add(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                      uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
+                      const void *aptr, const int32_t *astrides, uint32_t btype,
+                      const void *bptr, const int32_t *bstrides, int32_t sf, uint32_t extra);
+SornArith2Kernel sorna__aaddfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                    SornStatus *status);
+
+/* The type table of the add kernels: destination, first source, second
+ * source. It is the one list from which the kernels, their lookup, the tests
+ * and the benchmarks are all expanded. */
+#define SORN_ADD_TRIPLES(X)                                                                   \
+  X(u8, u8, u8) X(u8, s16, u8) X(u8, s16, s16)                                              \
+  X(s16, u8, u8) X(s16, s16, u8) X(s16, s16, s16)                                           \
+  X(s32, u8, u8) X(s32, s16, u8) X(s32, s16, s16) X(s32, s32, u8) X(s32, s32, s16)          \
+  X(s32, s32, s32) X(s32, f32, u8) X(s32, f32, s16) X(s32, f32, s32) X(s32, f32, f32)       \
+  X(f32, u8, u8) X(f32, s16, u8) X(f32, s16, s16) X(f32, s32, u8) X(f32, s32, s16)          \
+  X(f32, s32, s32) X(f32, f32, u8) X(f32, f32, s16) X(f32, f32, s32) X(f32, f32, f32)
+
+/* The add kernels, sorna__add_c1_<dst><a><b>. */
+#define SORN_ADD_KERNEL_DECL(d, a, b)                                                        \
+  SornStatus sorna__add_c1_##d##a##b(SornXE *xe, SornFlags flags, int32_t n,               \
+                                     const int32_t *dims, void *dst,                       \
+                                     const int32_t *dststrides, const void *pa,            \
+                                     const int32_t *astrides, const void *pb,              \
+                                     const int32_t *bstrides, int32_t sf, uint32_t extra);
+SORN_ADD_TRIPLES(SORN_ADD_KERNEL_DECL)
+#undef SORN_ADD_KERNEL_DECL
+
+/* ---- arith: later families (add, subtract, multiply, ...) go here ---- */
+
+/* ======================================================================
+ * Comparison, conversion and data movement
+ * ====================================================================== */
+
+/* ---- data: fill, primitives, copy ... go here ---- */
+
+/* ======================================================================
+ * Statistics
+ * ====================================================================== */
+
+/* ---- stats: histogram, sum, mean ... go here ---- */
+
+/* ======================================================================
+ * Matrix products
+ * ====================================================================== */
+
+/* ---- matrix go here ---- */
+
+/* ======================================================================
+ * Region analysis
+ * ====================================================================== */
+
+/* ---- region go here ---- */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* SORN_H */
