@@ -133,8 +133,9 @@ typedef struct SornXE {
 /* Slice callbacks have the shape
  *   proc(xe, flags, data, pack, dims, type0, base0, origin0, strides0, ...)
  * with one group of four per operand; the frame calls them with the arity
- * of the pack. SornSliceProc is the generic pointer type they are stored as. */
-typedef SornStatus (*SornSliceProc)(void);
+ * of the pack. SornSliceProc is the generic pointer type they are stored as
+ * (cast a callback to it, as to any generic function pointer). */
+typedef void (*SornSliceProc)(void);
 
 typedef struct SornPackOperand {
   uint32_t type;
