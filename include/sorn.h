@@ -197,6 +197,8 @@ void KuSMEMSTGsetstate(void *stack, const KuMark *mark);
 void KuSMEMSTGclear(void *stack);
 void KuMEMSTGclose(void *stack);
 void KuMEMSTGdestroy(void *stack);
+/* The word a stack was opened with (its parent stack, when it has one). */
+uint64_t KuSMEMSTGparent(void *stack);
 void *_KuMcalloc(size_t count, size_t size, int32_t flags);
 void *_KuMrealloc(void *block, size_t size, int32_t flags);
 void _KuMfree(void *block);

@@ -1,0 +1,314 @@
+// Memory stacks: scratch memory handed out by bumping a pointer and given
+// back in the reverse order of taking.
+//
+// A stack is a chain of chunks from the heap. The chunk being filled is the
+// top of the chain; when a request does not fit in what is left of it, a new
+// chunk is chained on top, each one twice the size of the one below until the
+// growth limit, and always big enough for the request that needed it. The
+// room left over in a chunk that was abandoned this way is simply not used
+// until the stack goes back below it.
+//
+// Giving a block back sets the level to that block: it and everything taken
+// after it are released, including whole chunks above it. Such chunks go back
+// to the heap, except that one of moderate size is kept as a spare, so that a
+// caller taking and releasing a tile around a chunk boundary on every call
+// does not go to the heap each time. Clearing, destroying or closing a stack
+// gives every chunk back, the spare included.
+//
+// The stack object is six words, so that it fits the room an environment
+// record keeps for it; it comes from the heap only when the opener gives no
+// room (and then closing the stack frees it).
+//
+// Alignment: any power of two, and in fact any non-zero multiple; 0 means 16,
+// the alignment of the heap's blocks, so that a block of the stack can hold
+// whatever a heap block could.
+//
+// A level (KuMark) is three words: the chunk being filled, the bump pointer,
+// and the chunk's depth in the chain (1 for the bottom chunk, 0 for a stack
+// that holds no chunk). A level is only ever moved down: a mark whose chunk
+// is no longer in the chain, or that lies above the present level, is a
+// level that was already released and changes nothing.
+//
+// The opener's word ('arg'): a stack opened on behalf of another stack's
+// user (a tree builder opens its own stack under the environment's) passes
+// the parent stack's handle there. The stack keeps that word as its parent
+// and nothing more: its chunks still come from the heap, so that the parent
+// may move its level up and down while the child lives, and the child may
+// be cleared or destroyed without disturbing a single block of the parent.
+// The parent only bounds the child's lifetime, which is the opener's
+// business. KuSMEMSTGparent() gives the word back.
+//
+// Every entry accepts a null stack and then does nothing (or answers null).
+// Nothing here ever aborts: a request that cannot be met answers null.
+#include <sorn.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+struct Chunk {
+  Chunk *prev;     // the chunk below, or null for the bottom one
+  char *end;       // first byte after the usable area
+  size_t size;     // usable bytes
+  uint64_t depth;  // 1 for the bottom chunk
+  // The usable area follows; the header keeps it at the heap's alignment.
+  char *data() { return reinterpret_cast<char *>(this + 1); }
+};
+static_assert(sizeof(Chunk) % 16 == 0, "chunk data must keep the heap's alignment");
+
+struct Stack {
+  char *top;        // next free byte of 'cur', null while there is no chunk
+  char *end;        // end of the usable area of 'cur'
+  Chunk *cur;       // the chunk being filled, null when the stack is empty
+  Chunk *spare;     // one released chunk kept for the next growth, or null
+  uint64_t parent;  // the opener's word
+  uint64_t flags;   // kMagic, and kHeapObject when the object is from the heap
+};
+static_assert(sizeof(Stack) == sizeof(SornXE::stackstore),
+              "a stack must fit the room an environment record keeps for it");
+static_assert(sizeof(Stack) == 48, "a stack object is six words");
+static_assert(alignof(Stack) <= alignof(uint64_t), "the room is only word aligned");
+
+constexpr uint64_t kMagic = 0x4b554d5354470000ull;  // "KUMSTG"
+constexpr uint64_t kHeapObject = 1;
+
+constexpr size_t kDefaultAlign = 16;
+constexpr size_t kFirstChunk = size_t{64} << 10;
+// Growth doubles up to this size; larger chunks only come from larger
+// requests, and the stack does not keep them as a spare.
+constexpr size_t kGrowthLimit = size_t{8} << 20;
+
+inline Stack *as_stack(void *s) { return static_cast<Stack *>(s); }
+
+inline bool is_pow2(size_t a) { return (a & (a - 1)) == 0; }
+
+// 'p' raised to a multiple of 'align'; false when that wraps around.
+inline bool align_up(uintptr_t p, size_t align, uintptr_t *out) {
+  uintptr_t r;
+  if (is_pow2(align)) {
+    r = (p + (align - 1)) & ~static_cast<uintptr_t>(align - 1);
+  } else {
+    uintptr_t rem = p % align;
+    r = rem ? p + (align - rem) : p;
+  }
+  if (r < p) return false;
+  *out = r;
+  return true;
+}
+
+// Gives a chunk that has left the chain either to the spare slot or back to
+// the heap. The larger of two candidates stays spare, within the limit.
+void retire(Stack *st, Chunk *c) {
+  if (c->size <= kGrowthLimit && (st->spare == nullptr || c->size > st->spare->size)) {
+    std::free(st->spare);
+    st->spare = c;
+  } else {
+    std::free(c);
+  }
+}
+
+// Releases the chunks above 'keep' (null: all of them) into retire().
+void drop_above(Stack *st, Chunk *keep) {
+  Chunk *c = st->cur;
+  while (c != keep) {
+    Chunk *below = c->prev;
+    retire(st, c);
+    c = below;
+  }
+}
+
+// Makes 'c' (in the chain, or null) the chunk being filled, with 'top' as
+// its level.
+void set_level(Stack *st, Chunk *c, char *top) {
+  drop_above(st, c);
+  st->cur = c;
+  st->top = c ? top : nullptr;
+  st->end = c ? c->end : nullptr;
+}
+
+// Every chunk back to the heap; the object stays an open, empty stack.
+void release_all(Stack *st) {
+  Chunk *c = st->cur;
+  while (c) {
+    Chunk *below = c->prev;
+    std::free(c);
+    c = below;
+  }
+  std::free(st->spare);
+  st->cur = st->spare = nullptr;
+  st->top = st->end = nullptr;
+}
+
+// The slow path of an allocation: chain a new chunk that surely holds 'size'
+// bytes at 'align', and take the block from it.
+void *grow(Stack *st, size_t size, size_t align) {
+  // Room for the worst padding after the chunk's own 16-byte alignment.
+  size_t pad = align > kDefaultAlign ? align - 1 : 0;
+  if (size > SIZE_MAX - pad) return nullptr;
+  size_t need = size + pad;
+  size_t want = kFirstChunk;
+  if (st->cur) {
+    want = st->cur->size < kGrowthLimit / 2 ? st->cur->size * 2 : kGrowthLimit;
+    if (want < kFirstChunk) want = kFirstChunk;
+  }
+  if (want < need) want = need;
+  // Round the usable area to the heap's alignment, so that 'end' of every
+  // chunk is aligned too.
+  if (want > SIZE_MAX - 15) return nullptr;
+  want = (want + 15) & ~size_t{15};
+
+  Chunk *c = nullptr;
+  if (st->spare && st->spare->size >= need) {
+    c = st->spare;
+    st->spare = nullptr;
+  } else {
+    if (want > SIZE_MAX - sizeof(Chunk)) return nullptr;
+    c = static_cast<Chunk *>(std::malloc(sizeof(Chunk) + want));
+    if (c == nullptr) {
+      // The doubled size may be what fails; the request alone may still fit.
+      size_t least = (need + 15) & ~size_t{15};
+      if (least < want && least >= need) {
+        c = static_cast<Chunk *>(std::malloc(sizeof(Chunk) + least));
+        want = least;
+      }
+      if (c == nullptr) return nullptr;
+    }
+    c->size = want;
+    c->end = c->data() + want;
+  }
+  c->prev = st->cur;
+  c->depth = st->cur ? st->cur->depth + 1 : 1;
+  st->cur = c;
+
+  uintptr_t a = 0;
+  align_up(reinterpret_cast<uintptr_t>(c->data()), align, &a);
+  char *block = reinterpret_cast<char *>(a);
+  st->top = block + size;
+  st->end = c->end;
+  return block;
+}
+
+}  // namespace
+
+extern "C" {
+
+void *KuSMEMSTGopen(void *store, uint64_t arg, int32_t flags) {
+  uint64_t own = 0;
+  if (store == nullptr) {
+    store = std::malloc(sizeof(Stack));
+    if (store == nullptr) return nullptr;
+    own = kHeapObject;
+  }
+  Stack *st = as_stack(store);
+  st->top = st->end = nullptr;
+  st->cur = st->spare = nullptr;
+  st->parent = arg;
+  st->flags = kMagic | own;
+  return st;
+}
+
+void *KuSMEMSTGaalloc(void *stack, size_t size, size_t align, int32_t flags) {
+  Stack *st = as_stack(stack);
+  if (st == nullptr) return nullptr;
+  if (align == 0) align = kDefaultAlign;
+  // Every block takes at least a byte, so that even an empty block is a
+  // distinct level that can be given back.
+  if (size == 0) size = 1;
+  uintptr_t t = reinterpret_cast<uintptr_t>(st->top);
+  uintptr_t e = reinterpret_cast<uintptr_t>(st->end);
+  uintptr_t a;
+  if (align_up(t, align, &a) && a <= e && size <= e - a) {
+    st->top = reinterpret_cast<char *>(a + size);
+    return reinterpret_cast<void *>(a);
+  }
+  return grow(st, size, align);
+}
+
+void KuSMEMSTGfree(void *stack, void *block) {
+  Stack *st = as_stack(stack);
+  if (st == nullptr || block == nullptr) return;
+  char *b = static_cast<char *>(block);
+  // A block at or above the level is not live: nothing to give back.
+  if (st->cur && b >= st->cur->data() && b < st->end) {
+    if (b < st->top) st->top = b;
+    return;
+  }
+  for (Chunk *c = st->cur ? st->cur->prev : nullptr; c; c = c->prev) {
+    if (b >= c->data() && b < c->end) {
+      set_level(st, c, b);
+      return;
+    }
+  }
+}
+
+KuMark *KuSMEMSTGgetstate(KuMark *mark, void *stack, uint64_t arg) {
+  if (mark == nullptr) return nullptr;
+  Stack *st = as_stack(stack);
+  if (st == nullptr || st->cur == nullptr) {
+    mark->w[0] = mark->w[1] = mark->w[2] = 0;
+    return mark;
+  }
+  mark->w[0] = reinterpret_cast<uintptr_t>(st->cur);
+  mark->w[1] = reinterpret_cast<uintptr_t>(st->top);
+  mark->w[2] = st->cur->depth;
+  return mark;
+}
+
+void KuSMEMSTGsetstate(void *stack, const KuMark *mark) {
+  Stack *st = as_stack(stack);
+  if (st == nullptr || mark == nullptr) return;
+  Chunk *target = reinterpret_cast<Chunk *>(static_cast<uintptr_t>(mark->w[0]));
+  char *top = reinterpret_cast<char *>(static_cast<uintptr_t>(mark->w[1]));
+  if (target == nullptr) {
+    // The level of an empty stack.
+    set_level(st, nullptr, nullptr);
+    return;
+  }
+  for (Chunk *c = st->cur; c; c = c->prev) {
+    if (c != target) continue;
+    if (c->depth != mark->w[2] || top < c->data() || top > c->end) return;
+    if (c == st->cur && top > st->top) return;
+    set_level(st, c, top);
+    return;
+  }
+}
+
+void KuSMEMSTGclear(void *stack) {
+  Stack *st = as_stack(stack);
+  if (st == nullptr) return;
+  release_all(st);
+}
+
+void KuMEMSTGdestroy(void *stack) {
+  Stack *st = as_stack(stack);
+  if (st == nullptr) return;
+  uint64_t heap = st->flags & kHeapObject;
+  release_all(st);
+  // The storage is the caller's and stays; what remains is an empty stack
+  // that a later allocation may use again.
+  st->parent = 0;
+  st->flags = kMagic | heap;
+}
+
+void KuMEMSTGclose(void *stack) {
+  Stack *st = as_stack(stack);
+  if (st == nullptr) return;
+  release_all(st);
+  if (st->flags & kHeapObject) {
+    std::free(st);
+  } else {
+    // Room of the caller: closing it is destroying it.
+    st->parent = 0;
+    st->flags = kMagic;
+  }
+}
+
+uint64_t KuSMEMSTGparent(void *stack) {
+  Stack *st = as_stack(stack);
+  return st ? st->parent : 0;
+}
+
+}  // extern "C"
