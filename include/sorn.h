@@ -482,17 +482,440 @@ SORN_ADD_TRIPLES(SORN_ADD_KERNEL_DECL)
  * Comparison, conversion and data movement
  * ====================================================================== */
 
+/* ---------------- Bulk primitives ----------------
+ * Plain runs and blocks without records or statuses. Strides are in bytes
+ * and may be 0 or negative; a count of 0 (or below) does nothing. */
+
+void C_sorn_bcopy2d(void *dst, const void *src, int32_t dstStride, int32_t srcStride,
+                    int32_t rows, size_t bytes);
+/* Writes bytes of the fill vector's pattern: its 16 bytes repeat, or its
+ * first 12 for nchan 3, from dst on. */
+void C_sorn_bfill(void *dst, size_t bytes, int32_t nchan, const void *vector);
+void C_sorn_bfill2d(void *dst, int32_t stride, int32_t rows, size_t bytes, int32_t nchan,
+                    const void *vector);
+
+/* Small histogram arithmetic, wrapping; a null src1 or acc means dst. */
+void C_sorn_addLE256_16(uint16_t *dst, const uint16_t *src1, const uint16_t *src2, int32_t n);
+void C_sorn_addLE256_8(uint8_t *dst, const uint8_t *src1, const uint8_t *src2, int32_t n);
+void C_sorn_subaLE256_16(uint16_t *dst, const uint16_t *acc, const uint16_t *a, const uint16_t *b,
+                         int32_t n);
+void C_sorn_subaLE256_8(uint8_t *dst, const uint8_t *acc, const uint8_t *a, const uint8_t *b,
+                        int32_t n);
+
+/* Float runs with a constant; a null src means dst. */
+void C_sorn_addvcf(float *dst, const float *src, int32_t n, float c);
+void C_sorn_subvcf(float *dst, const float *src, int32_t n, float c);
+void C_sorn_rsubvcf(float *dst, const float *src, int32_t n, float c);
+void C_sorn_mulvcf(float *dst, const float *src, int32_t n, float c);
+/* Multiplies by the reciprocal 1.0f / c, which it returns. */
+float C_sorn_divvcf(float *dst, const float *src, int32_t n, float c);
+void C_sorn_rdivvcf(float *dst, const float *src, int32_t n, float c);
+
+/* Reductions of a run. Empty runs give 0. */
+uint8_t C_sorn_maxu8_n(const uint8_t *a, int32_t n);
+uint8_t C_sorn_minu8_n(const uint8_t *a, int32_t n);
+float C_sorn_maxf_n(const float *a, int32_t n);
+float C_sorn_minf_n(const float *a, int32_t n);
+uint64_t C_sorn_sumu8_n(const uint8_t *a, int32_t n);
+/* Only the low 16 bits are meant: histogram counts up to 65535. */
+uint32_t C_sorn_sumi16_n(const uint16_t *a, int32_t n);
+float C_sorn_sumf_n(const float *a, int32_t n);
+
+/* Index row * cols + col of the first element equal (memelem) or not equal
+ * (memcelem) to value, or -1. The S forms answer -2 for a null base. */
+int32_t sorn_memelem2d(SornElemType type, const void *base, int32_t rowStride, int32_t rows,
+                       int32_t cols, double value);
+int32_t sorn_memcelem2d(SornElemType type, const void *base, int32_t rowStride, int32_t rows,
+                        int32_t cols, double value);
+int32_t sorn_memelem2dS(SornElemType type, const void *base, int32_t rowStride, int32_t rows,
+                        int32_t cols, double value);
+int32_t sorn_memcelem2dS(SornElemType type, const void *base, int32_t rowStride, int32_t rows,
+                         int32_t cols, double value);
+
+/* Byte hashes: 32 bits, bytes taken as signed chars. */
+uint32_t sorn_bcshash(const char *s);
+uint32_t sorn_bcsnhash(const char *s, size_t n);
+uint32_t sorn_bhash(const void *p, size_t n);
+
 /* ---- data: fill, primitives, copy ... go here ---- */
 
 /* ======================================================================
  * Statistics
  * ====================================================================== */
 
+/* Pixel masks (the `_xm` kernels and the `Ex` entries): one u8 per pixel; a
+ * pixel takes part when its byte differs from the skip value, 0, or 255 under
+ * SORN_F_STATS_INVMASK. */
+#define SORN_F_STATS_INVMASK  0x20000ull
+/* Either bit forces the narrow-accumulator sums. */
+#define SORN_F_SUM_FAST       0x200000ull
+#define SORN_F_SUM_FAST2      0x400000ull
+/* Masked sums also count the selected pixels and answer that count. */
+#define SORN_F_SUM_COUNT      0x10000000ull
+
+#define SORN_TAG_HIST SORN_FOURCC('h', 'i', 's', 't')
+#define SORN_TAG_HSTX SORN_FOURCC('h', 's', 't', 'x')
+#define SORN_TAG_SUM  SORN_FOURCC('s', 'u', 'm', ' ')
+#define SORN_TAG_SUMX SORN_FOURCC('s', 'u', 'm', 'x')
+#define SORN_TAG_MEAN SORN_FOURCC('m', 'e', 'a', 'n')
+#define SORN_TAG_MEAX SORN_FOURCC('m', 'e', 'a', 'x')
+
+/* The histogram of one channel. 56 bytes. */
+typedef struct SornHist {
+  uint32_t isum;     /* integer weighted sum, wraps at 32 bits */
+  int32_t ilow;      /* low rounded to nearest */
+  int32_t ihigh;     /* high rounded to nearest */
+  int32_t irange;    /* ihigh - ilow + 1 */
+  int32_t iwidth;    /* integer bin width */
+  float fsum;        /* float weighted sum */
+  float low;
+  float high;
+  float span;        /* high - low */
+  float width;       /* span / (bins - 1), 0 for one bin */
+  uint32_t total;    /* pixels of the frame, rows * cols */
+  uint32_t bins;
+  uint32_t *counts;  /* bins + 1 counters */
+} SornHist;
+
+/* What a histogram is set up from. */
+typedef struct SornHistInit {
+  uint32_t elemtype; /* SornElemType */
+  int32_t bins;
+  double low;
+  double high;
+  int32_t planes;    /* always 1 */
+  int32_t rows;
+  int32_t cols;
+} SornHistInit;
+
+/* Record life cycle. Multi-channel forms take a channels word: its count of
+ * records, and in bits 4-7 a mask of the selected ones (0: all). */
+uint32_t sorn_hist_inithdr(SornHist *hist, const SornHistInit *init);
+int32_t sorn_hist_inithdr_$n(uint32_t w, SornHist *hists, const SornHistInit *inits);
+SornStatus __sorn_histogram__$ia(SornHist *hist, const SornHistInit *init);
+SornStatus __sorn_histogram__$n$ia(uint32_t w, SornHist *hists, const SornHistInit *inits);
+SornStatus __sorn_histogram__$xe(SornHist *hist, const SornHistInit *init, SornXE *xe);
+SornStatus __sorn_histogram__$n$xe(uint32_t w, SornHist *hists, const SornHistInit *inits,
+                                   SornXE *xe);
+SornHist *sorn_hist_reset(SornHist *hist);
+SornHist *sorn_hist_reset_$n(uint32_t w, SornHist *hists);
+SornHist *sorn_hist_fini(SornHist *hist);
+SornHist *sorn_hist_fini_$n(uint32_t w, SornHist *hists);
+SornHist *sorn_hist_fini_$xe(SornHist *hist, SornXE *xe);
+SornHist *sorn_hist_fini_$n$xe(uint32_t w, SornHist *hists, SornXE *xe);
+SornStatus sorn_hist__init(int32_t mode, SornHist *hist, const SornHistInit *init);
+SornStatus sorn_hist__init_n(int32_t mode, uint32_t w, SornHist *hists,
+                             const SornHistInit *inits);
+SornStatus sorn_hist__init_xe(int32_t mode, SornHist *hist, const SornHistInit *init,
+                              SornXE *xe);
+SornStatus sorn_hist__init_n_xe(int32_t mode, uint32_t w, SornHist *hists,
+                                const SornHistInit *inits, SornXE *xe);
+
+/* Counting: hists holds one record per channel, set up in advance; the
+ * operations add to it. mode 0 is the only one implemented. */
+SornStatus SornHistogram(SornXE *xe, SornFlags flags, const SornArray *src,
+                         const SornVolume *roi, int32_t mode, SornHist *hists);
+SornStatus SornHistogramEx(SornXE *xe, SornFlags flags, const SornArray *src,
+                           const SornArray *mask, const SornVolume *roi,
+                           const SornVolume *maskSite, int32_t mode, SornHist *hists);
+SornStatus SornTGAhistogram(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                            int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                            int32_t *strides0);
+SornStatus SornTGAhistogramEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                              int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                              int32_t *strides0, uint32_t type1, void *base1,
+                              int32_t *origin1, int32_t *strides1);
+SornStatus sorna_histogram(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                           uint32_t type, const void *base, const int32_t *origin,
+                           const int32_t *strides, SornHist *hists);
+SornStatus sorna_histogram_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
+                              const int32_t *dims, uint32_t type, const void *base,
+                              const int32_t *origin, const int32_t *strides, uint32_t mtype,
+                              const void *mbase, const int32_t *morigin,
+                              const int32_t *mstrides, SornHist *hists);
+SornStatus sorna__histogram(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                            uint32_t type, const void *src, const int32_t *strides,
+                            SornHist *hists);
+SornStatus sorna__histogram_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
+                               const int32_t *dims, uint32_t type, const void *src,
+                               const int32_t *strides, const void *mask,
+                               const int32_t *mstrides, SornHist *hists);
+
+/* Counting kernels: n plain dimensions, rows dims[n-3], columns dims[n-2]. */
+typedef SornStatus (*SornHistKernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                     const void *src, const int32_t *strides, SornHist *hists);
+typedef SornStatus (*SornHistXmKernel)(SornXE *xe, SornFlags flags, int32_t n,
+                                       const int32_t *dims, const void *src,
+                                       const int32_t *strides, const uint8_t *mask,
+                                       const int32_t *mstrides, SornHist *hists);
+SornHistKernel sorna__histofun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornHistXmKernel sorna__histofunxm_imp(uint32_t chword, SornElemType type, SornStatus *status);
+
+/* The kernel tables of the statistics: element types, and channel forms. */
+#define SORN_HIST_TYPES(X) X(u8) X(s8) X(s16) X(s32) X(f32)
+#define SORN_HIST_XM_TYPES(X) X(u8) X(s16) X(s32) X(f32)
+#define SORN_SUM_TYPES(X) X(u8) X(s16) X(s32) X(f32)
+#define SORN_STATS_CHANNELS(X, t) X(1, t) X(3, t) X(4, t)
+
+#define SORN_HIST_KERNEL_DECL1(c, t)                                                         \
+  SornStatus sorna__histogram_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,           \
+                                         const int32_t *dims, const void *src,             \
+                                         const int32_t *strides, SornHist *hists);
+#define SORN_HIST_KERNEL_DECL(t) SORN_STATS_CHANNELS(SORN_HIST_KERNEL_DECL1, t)
+SORN_HIST_TYPES(SORN_HIST_KERNEL_DECL)
+#undef SORN_HIST_KERNEL_DECL
+#undef SORN_HIST_KERNEL_DECL1
+#define SORN_HIST_XM_KERNEL_DECL1(c, t)                                                      \
+  SornStatus sorna__histogram_xm_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,        \
+                                            const int32_t *dims, const void *src,          \
+                                            const int32_t *strides, const uint8_t *mask,   \
+                                            const int32_t *mstrides, SornHist *hists);
+#define SORN_HIST_XM_KERNEL_DECL(t) SORN_STATS_CHANNELS(SORN_HIST_XM_KERNEL_DECL1, t)
+SORN_HIST_XM_TYPES(SORN_HIST_XM_KERNEL_DECL)
+#undef SORN_HIST_XM_KERNEL_DECL
+#undef SORN_HIST_XM_KERNEL_DECL1
+
+/* Sums and means: one double per channel, overwritten. The masked forms
+ * answer a positive count of the selected pixels under SORN_F_SUM_COUNT, and
+ * SornMeanEx always does: only negative answers are errors. */
+SornStatus SornSum(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
+                   double *sums);
+SornStatus SornSumEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
+                     const SornVolume *roi, const SornVolume *maskSite, double *sums);
+SornStatus SornMean(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
+                    double *means);
+SornStatus SornMeanEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
+                      const SornVolume *roi, const SornVolume *maskSite, double *means);
+SornStatus SornTGAsum(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                      uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0);
+SornStatus SornTGAsumEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                        int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                        int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                        int32_t *strides1);
+SornStatus SornTGAmean(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                       uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0);
+SornStatus SornTGAmeanEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                         int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                         int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                         int32_t *strides1);
+SornStatus sorna_sum(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                     uint32_t type, const void *base, const int32_t *origin,
+                     const int32_t *strides, double *sums);
+SornStatus sorna_sum_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, const void *base, const int32_t *origin,
+                        const int32_t *strides, uint32_t mtype, const void *mbase,
+                        const int32_t *morigin, const int32_t *mstrides, double *sums);
+SornStatus sorna_mean(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                      uint32_t type, const void *base, const int32_t *origin,
+                      const int32_t *strides, double *means);
+SornStatus sorna_mean_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, const void *base, const int32_t *origin,
+                         const int32_t *strides, uint32_t mtype, const void *mbase,
+                         const int32_t *morigin, const int32_t *mstrides, double *means);
+SornStatus sorna__sum(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                      uint32_t type, const void *src, const int32_t *strides, double *sums);
+SornStatus sorna__sum_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, const void *src, const int32_t *strides,
+                         const void *mask, const int32_t *mstrides, double *sums);
+SornStatus sorna__mean(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                       uint32_t type, const void *src, const int32_t *strides, double *means);
+SornStatus sorna__mean_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                          uint32_t type, const void *src, const int32_t *strides,
+                          const void *mask, const int32_t *mstrides, double *means);
+
+typedef SornStatus (*SornSumKernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                    const void *src, const int32_t *strides, double *sums);
+typedef SornStatus (*SornSumXmKernel)(SornXE *xe, SornFlags flags, int32_t n,
+                                      const int32_t *dims, const void *src,
+                                      const int32_t *strides, const uint8_t *mask,
+                                      const int32_t *mstrides, double *sums);
+SornSumKernel sorna__sumfun_imp(SornFlags flags, uint32_t chword, SornElemType type,
+                                SornStatus *status);
+SornSumXmKernel sorna__sumfunxm_imp(SornFlags flags, uint32_t chword, SornElemType type,
+                                    SornStatus *status);
+
+#define SORN_SUM_KERNEL_DECL1(c, t)                                                          \
+  SornStatus sorna__sum_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,                 \
+                                   const int32_t *dims, const void *src,                   \
+                                   const int32_t *strides, double *sums);                  \
+  SornStatus sorna__fastsum_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,             \
+                                       const int32_t *dims, const void *src,               \
+                                       const int32_t *strides, double *sums);              \
+  SornStatus sorna__sum_xm_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,              \
+                                      const int32_t *dims, const void *src,                \
+                                      const int32_t *strides, const uint8_t *mask,         \
+                                      const int32_t *mstrides, double *sums);              \
+  SornStatus sorna__fastsum_xm_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,          \
+                                          const int32_t *dims, const void *src,            \
+                                          const int32_t *strides, const uint8_t *mask,     \
+                                          const int32_t *mstrides, double *sums);
+#define SORN_SUM_KERNEL_DECL(t) SORN_STATS_CHANNELS(SORN_SUM_KERNEL_DECL1, t)
+SORN_SUM_TYPES(SORN_SUM_KERNEL_DECL)
+#undef SORN_SUM_KERNEL_DECL
+#undef SORN_SUM_KERNEL_DECL1
+
 /* ---- stats: histogram, sum, mean ... go here ---- */
 
 /* ======================================================================
  * Matrix products
  * ====================================================================== */
+
+/* Flags of the matrix family. */
+#define SORN_F_MUL_TRANSPOSED 0x20000000ull /* second source of SornMulMM is N by K */
+#define SORN_F_MUL_VECREADY   0x40000000ull /* vector list is the callee's to change */
+
+/* The type table of the products: result, then the type of both sources.
+ * Kernels, lookups, tests and benchmarks are all expanded from it. */
+#define SORN_MULMM_PAIRS(X) X(f32, f32) X(s32, s32) X(u8, u8) X(s16, u8) X(s32, u8)
+/* The integer pairs, which carry a power-of-two scale. */
+#define SORN_MULMM_INT_PAIRS(X) X(s32, s32) X(u8, u8) X(s16, u8) X(s32, u8)
+
+/* A vector list is an array of count pointers to rows of K elements. With a
+ * count of 3 or more and a null third pointer it is strided: the first
+ * pointer is the start, the second the byte distance between vectors. */
+typedef SornStatus (*SornMulMMKernel)(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                      const int32_t *dims1, const int32_t *dims2, void *dst,
+                                      const int32_t *dstStrides, const void *src1,
+                                      const int32_t *strides1, const void *src2,
+                                      const int32_t *strides2, int32_t shift, uint32_t reserved);
+typedef SornStatus (*SornMulMVnKernel)(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                       const int32_t *dims1, const int32_t *dims2, void *dst,
+                                       const int32_t *dstStrides, const void *src1,
+                                       const int32_t *strides1, const void *const *vectors,
+                                       const int32_t *strides2, int32_t count, int32_t shift,
+                                       uint32_t reserved);
+
+SornStatus SornMulMM(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
+                     const SornArray *src2, const SornVolume *roiDst, const SornVolume *roi1,
+                     const SornVolume *roi2, int32_t shift, uint32_t reserved);
+SornStatus SornMulMV(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
+                     const SornArray *src2, const SornVolume *roiDst, const SornVolume *roi1,
+                     const SornVolume *roi2, int32_t shift, uint32_t reserved);
+SornStatus SornMulMV_n(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
+                       const SornArray *const *vectors, const SornVolume *roiDst,
+                       const SornVolume *roi1, const SornVolume *roiVec, int32_t count,
+                       int32_t shift, uint32_t reserved);
+
+SornStatus sorna_mulmm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
+                       const int32_t *dims2, uint32_t dstType, void *dst,
+                       const int32_t *dstOrigin, const int32_t *dstStrides, uint32_t type1,
+                       const void *src1, const int32_t *origin1, const int32_t *strides1,
+                       uint32_t type2, const void *src2, const int32_t *origin2,
+                       const int32_t *strides2, int32_t shift, uint32_t reserved);
+SornStatus sorna_mulmv(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
+                       const int32_t *dims2, uint32_t dstType, void *dst,
+                       const int32_t *dstOrigin, const int32_t *dstStrides, uint32_t type1,
+                       const void *src1, const int32_t *origin1, const int32_t *strides1,
+                       uint32_t type2, const void *src2, const int32_t *origin2,
+                       const int32_t *strides2, int32_t shift, uint32_t reserved);
+SornStatus sorna_mulmvn(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
+                        const int32_t *dims2, uint32_t dstType, void *dst,
+                        const int32_t *dstOrigin, const int32_t *dstStrides, uint32_t type1,
+                        const void *src1, const int32_t *origin1, const int32_t *strides1,
+                        uint32_t type2, void **vectors, const int32_t *origin2,
+                        const int32_t *strides2, int32_t count, int32_t shift,
+                        uint32_t reserved);
+
+SornStatus sorna__mulmm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
+                        const int32_t *dims2, uint32_t dstType, void *dst,
+                        const int32_t *dstStrides, uint32_t type1, const void *src1,
+                        const int32_t *strides1, uint32_t type2, const void *src2,
+                        const int32_t *strides2, int32_t shift, uint32_t reserved);
+SornStatus sorna__mulmmt(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
+                         const int32_t *dims2, uint32_t dstType, void *dst,
+                         const int32_t *dstStrides, uint32_t type1, const void *src1,
+                         const int32_t *strides1, uint32_t type2, const void *src2,
+                         const int32_t *strides2, int32_t shift, uint32_t reserved);
+SornStatus sorna__mulmv(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
+                        const int32_t *dims2, uint32_t dstType, void *dst,
+                        const int32_t *dstStrides, uint32_t type1, const void *src1,
+                        const int32_t *strides1, uint32_t type2, const void *src2,
+                        const int32_t *strides2, int32_t shift, uint32_t reserved);
+SornStatus sorna__mulmvn(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
+                         const int32_t *dims2, uint32_t dstType, void *dst,
+                         const int32_t *dstStrides, uint32_t type1, const void *src1,
+                         const int32_t *strides1, uint32_t type2, const void *const *vectors,
+                         const int32_t *strides2, int32_t count, int32_t shift,
+                         uint32_t reserved);
+
+SornMulMMKernel sorna__amulmmfun_imp(uint32_t dstType, uint32_t src1Type, uint32_t src2Type,
+                                     SornStatus *status);
+SornMulMVnKernel sorna__amulmvnfun_imp(uint32_t dstType, uint32_t src1Type, uint32_t src2Type,
+                                       SornStatus *status);
+
+#define SORN_MULMM_KERNEL_DECL(d, s)                                                         \
+  SornStatus sorna__mulmm_##d##s(SornXE *xe, SornFlags flags, SornDimPack pack,             \
+                                 const int32_t *dims1, const int32_t *dims2, void *dst,     \
+                                 const int32_t *dstStrides, const void *src1,               \
+                                 const int32_t *strides1, const void *src2,                 \
+                                 const int32_t *strides2, int32_t shift, uint32_t reserved); \
+  SornStatus sorna__mulmvn_##d##s(SornXE *xe, SornFlags flags, SornDimPack pack,            \
+                                  const int32_t *dims1, const int32_t *dims2, void *dst,    \
+                                  const int32_t *dstStrides, const void *src1,              \
+                                  const int32_t *strides1, const void *const *vectors,      \
+                                  const int32_t *strides2, int32_t count, int32_t shift,    \
+                                  uint32_t reserved);
+SORN_MULMM_PAIRS(SORN_MULMM_KERNEL_DECL)
+#undef SORN_MULMM_KERNEL_DECL
+
+/* Shape helpers. A product helper computes dst (m by n) from a (m by k) and
+ * b (k by n); a list helper computes dst (m by count) from a and the rows of
+ * a vector list. Row strides in bytes; elements adjacent within a row. */
+typedef void (*SornMulShapeProc)(int32_t m, int32_t k, int32_t n, void *dst, int32_t dstStride,
+                                 const void *a, int32_t aStride, const void *b, int32_t bStride,
+                                 int32_t shift);
+typedef void (*SornMulListProc)(int32_t m, int32_t k, int32_t count, void *dst,
+                                int32_t dstStride, const void *a, int32_t aStride,
+                                const void *const *vectors, int32_t shift);
+#define SORN_MUL_SHAPE_DECL(name)                                                           \
+  void name(int32_t m, int32_t k, int32_t n, void *dst, int32_t dstStride, const void *a,   \
+            int32_t aStride, const void *b, int32_t bStride, int32_t shift);
+#define SORN_MUL_LIST_DECL(name)                                                            \
+  void name(int32_t m, int32_t k, int32_t count, void *dst, int32_t dstStride,              \
+            const void *a, int32_t aStride, const void *const *vectors, int32_t shift);
+SORN_MUL_SHAPE_DECL(__sorna__mulmm_f32f32_w11)
+SORN_MUL_SHAPE_DECL(__sorna__mulmm_f32f32_w12)
+SORN_MUL_SHAPE_DECL(__sorna__mulmm_f32f32_w13)
+SORN_MUL_SHAPE_DECL(__sorna__mulmm_f32f32_w14)
+SORN_MUL_SHAPE_DECL(__sorna__mulmm_f32f32_w15_h1)
+SORN_MUL_SHAPE_DECL(__sorna__mulmm_f32f32_w22)
+SORN_MUL_SHAPE_DECL(__sorna__mulmm_f32f32_w23)
+SORN_MUL_SHAPE_DECL(__sorna__mulmm_f32f32_w24)
+SORN_MUL_SHAPE_DECL(__sorna__mulmm_f32f32_w12_w22)
+SORN_MUL_SHAPE_DECL(__sorna__mulmm_f32f32_w13_w23)
+SORN_MUL_LIST_DECL(__sorna__mulmvn_f32f32_n1)
+SORN_MUL_LIST_DECL(__sorna__mulmvn_f32f32_n2)
+SORN_MUL_LIST_DECL(__sorna__mulmvn_f32f32_n3)
+SORN_MUL_LIST_DECL(__sorna__mulmvn_f32f32_n4)
+SORN_MUL_LIST_DECL(__sorna__mulmvn_f32f32_w1)
+SORN_MUL_LIST_DECL(__sorna__mulmvn_f32f32_w2)
+SORN_MUL_LIST_DECL(__sorna__mulmvn_f32f32_w3)
+SORN_MUL_LIST_DECL(__sorna__mulmvn_f32f32_w4)
+#define SORN_MUL_INT_HELPER_DECL(d, s)                                                      \
+  SORN_MUL_SHAPE_DECL(_T_sorna__mulmm_##d##s##_w11)                                         \
+  SORN_MUL_SHAPE_DECL(_T_sorna__mulmm_##d##s##_w12)                                         \
+  SORN_MUL_SHAPE_DECL(_T_sorna__mulmm_##d##s##_w13)                                         \
+  SORN_MUL_LIST_DECL(_T_sorna__mulmvn_##d##s##_w1)                                          \
+  SORN_MUL_LIST_DECL(_T_sorna__mulmvn_##d##s##_w2)
+SORN_MULMM_INT_PAIRS(SORN_MUL_INT_HELPER_DECL)
+#undef SORN_MUL_INT_HELPER_DECL
+#undef SORN_MUL_SHAPE_DECL
+#undef SORN_MUL_LIST_DECL
+/* Gathers two adjacent f32 columns of k rows into two rows, the second
+ * rowBytes behind the first. */
+void __sorna__mulmm_transpose_f32_w2(void *out, const void *src, int32_t rowBytes,
+                                     int32_t srcStride, int32_t k);
+
+/* Packing rules and cost formulas. */
+int __sorn_mulmm_should_copy_src2(int64_t m, int64_t kBytes, int64_t rowBytes, int64_t gap);
+int __sorn_mulmvn_should_copy_src2(int64_t m, int64_t rowBytes, int64_t count, int64_t gap);
+int __sorn_mulmm_impalg_sel(int32_t a, int32_t b, int32_t c, int32_t flag);
+int __sorn_mulmvn_impalg_sel(int32_t a, int32_t b, int32_t c, int32_t flag);
+typedef struct SornBlockSizes {
+  int32_t first;
+  int32_t second;
+} SornBlockSizes;
+SornBlockSizes *__sorn_mulmm_blocksizes(SornBlockSizes *out, int32_t b1, int32_t b2, int32_t b3);
 
 /* ---- matrix go here ---- */
 
