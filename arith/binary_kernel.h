@@ -1,0 +1,224 @@
+// The pattern behind every two-source element-wise kernel of the arithmetic
+// families: walk rows, convert each pair of elements by a per-element rule
+// that depends on the destination and source types, on the scale factor and
+// on an operation policy (add, and later subtract, ...).
+//
+// Private to arith/: the exported kernels are thin wrappers over
+// binary_kernel<> instantiated from the type tables in sorn.h.
+#pragma once
+
+#include <sorn.h>
+
+#include <cfloat>
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+// The rounding helpers below rely on each float operation being rounded to
+// its own type, as on every 64-bit target with SSE or NEON.
+static_assert(FLT_EVAL_METHOD == 0, "float arithmetic must be evaluated in its own type");
+
+namespace sorn_arith {
+
+// Kernel names spell element types the way the type tables do.
+namespace tok {
+using u8 = uint8_t;
+using s8 = int8_t;
+using s16 = int16_t;
+using s32 = int32_t;
+using f32 = float;
+}  // namespace tok
+
+template <class T> struct type_code;
+template <> struct type_code<uint8_t> { static constexpr uint32_t value = SORN_U8; };
+template <> struct type_code<int8_t> { static constexpr uint32_t value = SORN_S8; };
+template <> struct type_code<int16_t> { static constexpr uint32_t value = SORN_S16; };
+template <> struct type_code<int32_t> { static constexpr uint32_t value = SORN_S32; };
+template <> struct type_code<float> { static constexpr uint32_t value = SORN_F32; };
+
+constexpr uint32_t triple_key(uint32_t d, uint32_t a, uint32_t b) { return d << 8 | a << 4 | b; }
+
+constexpr bool known_type(uint32_t code) { return code < 16 && ((SORN_KNOWN_TYPES >> code) & 1u); }
+
+// Float to s32 the way the processor converts in its current rounding mode
+// (nearest-even by default): anything outside 32 bits, NaN included, becomes
+// 0x80000000. Adding and removing 2^23 (2^52 for doubles) with the sign of the
+// value rounds it to an integer in the current mode; larger magnitudes are
+// integers already. Written with selects only and no library call, so that
+// rows vectorise; the conversion itself only ever sees values that fit.
+inline int32_t cvt_s32(float x) {
+  const float c = x < 0.0f ? -8388608.0f : 8388608.0f;
+  const float near = (x + c) - c;
+  const float r = ((x > -8388608.0f) & (x < 8388608.0f)) ? near : x;
+  const bool fits = (x >= -2147483648.0f) & (x < 2147483648.0f);  // false for NaN
+  const int32_t v = (int32_t)(fits ? r : 0.0f);
+  return fits ? v : INT32_MIN;
+}
+
+inline int32_t cvt_s32(double x) {
+  const double c = x < 0.0 ? -4503599627370496.0 : 4503599627370496.0;
+  const double near = (x + c) - c;
+  const double r = ((x > -4503599627370496.0) & (x < 4503599627370496.0)) ? near : x;
+  const bool fits = (x >= -2147483648.0) & (x < 2147483648.0);
+  const int32_t v = (int32_t)(fits ? r : 0.0);
+  return fits ? v : INT32_MIN;
+}
+
+template <class D> struct int_range;
+template <> struct int_range<uint8_t> { static constexpr int64_t lo = 0, hi = 255; };
+template <> struct int_range<int8_t> { static constexpr int64_t lo = -128, hi = 127; };
+template <> struct int_range<int16_t> { static constexpr int64_t lo = -32768, hi = 32767; };
+template <> struct int_range<int32_t> {
+  static constexpr int64_t lo = INT32_MIN, hi = INT32_MAX;
+};
+
+template <class D> inline D clamp_to(int64_t v) {
+  return (D)(v < int_range<D>::lo ? int_range<D>::lo : v > int_range<D>::hi ? int_range<D>::hi : v);
+}
+
+// The same for a value that is known to be 32 bits wide, compared in 32 bits.
+template <class D> inline D clamp32(int32_t v) {
+  constexpr int32_t lo = (int32_t)int_range<D>::lo, hi = (int32_t)int_range<D>::hi;
+  return (D)(v < lo ? lo : v > hi ? hi : v);
+}
+
+// The integer cases of the scale factor, chosen once per call. A positive
+// scale shifts the sum as a 64-bit value: up to 31 places that never wraps,
+// so the clamp is decided on the sum itself against precomputed limits and
+// everything stays in 32 bits. Larger shifts can wrap the 64-bit value and
+// take that literal route.
+enum class Scale { Wrap, Shift, WideShift, Mul };
+
+struct ScaleArgs {
+  uint32_t shift;   // sf & 63
+  int32_t sum_hi;   // Shift: sums above this saturate high ...
+  int32_t sum_lo;   // ... and sums below this low
+  float factor;     // Mul
+};
+
+inline Scale scale_kind(int32_t sf) {
+  if (sf == 0) return Scale::Wrap;
+  if (sf < 0) return Scale::Mul;
+  return ((uint32_t)sf & 63u) < 32u ? Scale::Shift : Scale::WideShift;
+}
+
+template <class D> inline ScaleArgs scale_args(int32_t sf) {
+  ScaleArgs k{};
+  k.shift = (uint32_t)sf & 63u;
+  if constexpr (std::is_integral_v<D>) {
+    if (k.shift < 32u) {
+      // floor(hi / 2^shift) and ceil(lo / 2^shift), lo being 0 or below.
+      k.sum_hi = (int32_t)(int_range<D>::hi >> k.shift);
+      k.sum_lo = (int32_t)-((-int_range<D>::lo) >> k.shift);
+    }
+  }
+  // The power of two is formed in a signed 32-bit word: an sf of -31 makes
+  // it INT32_MIN and thus the factor negative, -32 wraps to a factor of 1.
+  // Both are what the operation has always done and stay.
+  const uint32_t e = (0u - (uint32_t)sf) & 31u;
+  k.factor = 1.0f / (float)(int32_t)(1u << e);
+  return k;
+}
+
+// Operation policies: the operator on each arithmetic width in use.
+struct AddOp {
+  static int32_t i32(int32_t a, int32_t b) { return (int32_t)((uint32_t)a + (uint32_t)b); }
+  static float f32(float a, float b) { return a + b; }
+  static double f64(double a, double b) { return a + b; }
+};
+
+// One element. Integer sources combine in 32 bits (wrapping); the scale rule
+// then brings the result into an integer destination. A float source or a
+// float destination takes the float rules, which ignore the scale.
+template <class Op, Scale S, class D, class A, class B>
+inline D binary_elem(A a, B b, const ScaleArgs &k) {
+  constexpr bool fa = std::is_floating_point_v<A>, fb = std::is_floating_point_v<B>;
+  constexpr bool fd = std::is_floating_point_v<D>;
+  if constexpr (fa) {
+    // A float source is always the first: the dispatcher orders the sources.
+    if constexpr (std::is_same_v<B, int32_t>) {
+      // An s32 does not fit a float's mantissa: the combination runs in f64.
+      const double r = Op::f64((double)a, (double)b);
+      if constexpr (fd) return (float)r;
+      else return cvt_s32(r);
+    } else {
+      const float r = Op::f32(a, (float)b);
+      if constexpr (fd) return r;
+      else return cvt_s32(r);
+    }
+  } else {
+    static_assert(!fb, "a float second source comes with a float first source");
+    const int32_t s = Op::i32((int32_t)a, (int32_t)b);
+    if constexpr (fd) {
+      return (float)s;
+    } else if constexpr (S == Scale::Wrap) {
+      return (D)(uint32_t)s;
+    } else if constexpr (S == Scale::Shift) {
+      // Within the limits the shifted sum fits the destination, so 32 bits
+      // hold it; beyond them it saturates.
+      const int32_t v = (int32_t)((uint32_t)s << k.shift);
+      constexpr int32_t lo = (int32_t)int_range<D>::lo, hi = (int32_t)int_range<D>::hi;
+      return (D)(s > k.sum_hi ? hi : s < k.sum_lo ? lo : v);
+    } else if constexpr (S == Scale::WideShift) {
+      const int64_t v = (int64_t)((uint64_t)(int64_t)s << k.shift);
+      return clamp_to<D>(v);
+    } else {
+      const int32_t v = cvt_s32((float)s * k.factor);
+      if constexpr (std::is_same_v<D, int32_t>) return v;
+      else return clamp32<D>(v);
+    }
+  }
+}
+
+template <class Op, Scale S, class D, class A, class B>
+inline void binary_rows(int32_t rows, int32_t cols, char *d, ptrdiff_t ds, const char *a,
+                        ptrdiff_t as, const char *b, ptrdiff_t bs, const ScaleArgs &k) {
+  // No __restrict: the destination may be the very same rows as a source,
+  // which is safe since every element is read before it is written.
+  for (int32_t y = 0; y < rows; ++y) {
+    D *dr = reinterpret_cast<D *>(d);
+    const A *ar = reinterpret_cast<const A *>(a);
+    const B *br = reinterpret_cast<const B *>(b);
+    for (int32_t x = 0; x < cols; ++x) dr[x] = binary_elem<Op, S, D, A, B>(ar[x], br[x], k);
+    d += ds;
+    a += as;
+    b += bs;
+  }
+}
+
+// The kernel: rows are dims[n-3] (one row with no step when n is 2), the row
+// length dims[n-2]; elements along a row are adjacent whatever the strides say.
+template <class Op, class D, class A, class B>
+SornStatus binary_kernel(int32_t n, const int32_t *dims, void *dst, const int32_t *dststrides,
+                         const void *pa, const int32_t *astrides, const void *pb,
+                         const int32_t *bstrides, int32_t sf) {
+  if (n < 2) return SORN_OK;
+  int32_t rows = 1;
+  ptrdiff_t ds = 0, as = 0, bs = 0;
+  if (n >= 3) {
+    rows = dims[n - 3];
+    ds = dststrides[n - 3];
+    as = astrides[n - 3];
+    bs = bstrides[n - 3];
+  }
+  const int32_t cols = dims[n - 2];
+  if (rows < 1 || cols < 1) return SORN_OK;
+  char *d = static_cast<char *>(dst);
+  const char *a = static_cast<const char *>(pa);
+  const char *b = static_cast<const char *>(pb);
+  const ScaleArgs k = scale_args<D>(sf);
+  constexpr bool by_scale = !std::is_floating_point_v<D> && !std::is_floating_point_v<A>;
+  if constexpr (by_scale) {
+    switch (scale_kind(sf)) {
+      case Scale::Wrap: binary_rows<Op, Scale::Wrap, D, A, B>(rows, cols, d, ds, a, as, b, bs, k); break;
+      case Scale::Shift: binary_rows<Op, Scale::Shift, D, A, B>(rows, cols, d, ds, a, as, b, bs, k); break;
+      case Scale::WideShift: binary_rows<Op, Scale::WideShift, D, A, B>(rows, cols, d, ds, a, as, b, bs, k); break;
+      case Scale::Mul: binary_rows<Op, Scale::Mul, D, A, B>(rows, cols, d, ds, a, as, b, bs, k); break;
+    }
+  } else {
+    binary_rows<Op, Scale::Wrap, D, A, B>(rows, cols, d, ds, a, as, b, bs, k);
+  }
+  return SORN_OK;
+}
+
+}  // namespace sorn_arith
