@@ -923,6 +923,428 @@ SornBlockSizes *__sorn_mulmm_blocksizes(SornBlockSizes *out, int32_t b1, int32_t
  * Region analysis
  * ====================================================================== */
 
+/* ---------------- Trees: nodes, tree records, tree builders ---------------- */
+
+/* One node of a first-child, next-sibling tree. */
+typedef struct SornAGTnode {
+  struct SornAGTnode *next;   /* next sibling, null at the end of the list */
+  struct SornAGTnode *child;  /* first child, null for a leaf */
+  struct SornAGTnode *parent; /* null at the root */
+  void *data;                 /* the payload; its first word points back here */
+} SornAGTnode;
+
+/* Walk callbacks get (node, arg, index); the result steers the walk. */
+typedef int32_t (*SornAGTwalkFn)(SornAGTnode *node, void *arg, int32_t index);
+
+#define SORN_WALK_PREORDER  1
+#define SORN_WALK_INORDER   2
+#define SORN_WALK_POSTORDER 3
+
+struct SornSTB;
+
+typedef struct SornSTree {
+  SornAGTnode *root;                                          /* null for an empty tree */
+  void (*onattach)(struct SornSTree *tree, struct SornSTB *builder); /* or null */
+  void (*onclear)(struct SornSTree *tree, struct SornSTB *builder);  /* before root is reset */
+  void (*deleter)(void *tree);       /* frees the record itself; free() for SornSTopen's own */
+  struct SornSTB *builder;           /* the builder attached, or null */
+} SornSTree;
+
+/* Header of one block of an operation chain. The chain is a run of blocks
+ * laid out back to back; a tag of 0 ends it. A SornSTBops pointer points at
+ * the first block. */
+typedef struct SornSTBops {
+  uint32_t tag;    /* four characters, high byte first */
+  uint32_t length; /* bytes of the block, header included */
+} SornSTBops;
+
+#define SORN_STB_TAG_STBL SORN_FOURCC('s', 't', 'b', 'l')
+#define SORN_STB_TAG_WTSL SORN_FOURCC('w', 't', 's', 'l')
+
+typedef void (*SornSTBnodeDtor)(SornAGTnode *node, struct SornSTB *builder);
+
+/* The block every builder's chain holds: how its nodes die, and the news of
+ * trees coming and going. Each slot may be null. */
+typedef struct SornSTBstbl {
+  SornSTBops hdr; /* 'stbl', 32 */
+  SornSTBnodeDtor (*getddtor)(struct SornSTB *builder, int32_t keep, uint32_t tag);
+  void (*attached)(struct SornSTB *builder, SornSTree *tree, uint32_t tag);
+  void (*become_detached)(struct SornSTB *builder);
+} SornSTBstbl;
+
+/* SornSTB flags. */
+#define SORN_STB_INITED   1u
+#define SORN_STB_ONSTACK  16u /* the record lies on a memory stack */
+#define SORN_STB_OWNSTACK 32u /* that stack was opened for the record and dies with it */
+
+/* A tree builder. Behind the record lie extsize bytes of extension area for
+ * the concrete builder (SORN_STB_EXT gives their address). */
+typedef struct SornSTB {
+  const SornSTBops *ops; /* the operation chain */
+  void *userdata;        /* the concrete builder's */
+  SornSTree *tree;       /* the attached tree or null */
+  uint16_t flags;
+  uint16_t extsize;
+  uint32_t reserved;
+  void *mmstack;         /* where nodes live; null until first needed */
+  void *mmparent;        /* parent handed to KuSMEMSTGopen */
+  uint64_t mmown[6];     /* room for a stack that the builder opens itself */
+  KuMark mmbase;         /* the stack's level when the builder took it */
+  SornSTree owntree;     /* the tree used when nobody attached one */
+} SornSTB;
+
+#define SORN_STB_EXT(b) ((void *)((char *)(b) + sizeof(SornSTB)))
+
+SornAGTnode *SornAGTaddchild(SornAGTnode *parent, SornAGTnode *child);
+SornAGTnode *SornDGTnodeData(SornAGTnode *node, void *slot);
+int32_t SornAGTcountChildren(const SornAGTnode *node, int recursive);
+int32_t SornAGTwalkFromNode(SornAGTnode *node, int32_t order, SornAGTwalkFn fn, void *arg);
+int32_t SornAGTwalk(SornSTree *tree, int32_t order, SornAGTwalkFn fn, void *arg);
+int32_t _T_agt_walk_preorder(SornAGTnode *node, SornAGTwalkFn fn, void *arg);
+int32_t _T_agt_walk_inorder(SornAGTnode *node, SornAGTwalkFn fn, void *arg);
+int32_t _T_agt_walk_postorder(SornAGTnode *node, SornAGTwalkFn fn, void *arg);
+
+/* The block with that tag in a chain, or null. */
+void *_T_stb__findblock(const SornSTBops *ops, uint32_t tag);
+
+SornSTB *SornSTBopen(SornSTB *builder, const SornSTBops *ops, size_t extsize, SornSTree *tree,
+                     void *mmstack, void *mmparent);
+SornSTB *SornSTBinit(SornSTB *builder, const SornSTBops *ops, size_t extsize, SornSTree *tree,
+                     void *mmstack, void *mmparent);
+SornSTB *SornSTBfini(SornSTB *builder, int keep);
+void SornSTBclose(SornSTB *builder, int keep);
+SornSTB *SornSTBclear(SornSTB *builder, int keep);
+SornSTB *SornSTBxtrntree(SornSTB *builder, SornSTree *tree);
+SornAGTnode *SornSTBnewnode(SornSTB *builder);
+SornSTree *__SornSTBtree(SornSTB *builder);
+SornSTree *__SornSTBrootnode(SornSTB *builder, SornAGTnode *node);
+SornSTB *__SornSTBattach(SornSTB *builder, SornSTree *tree);
+SornSTB *__SornSTBdetach(SornSTB *builder);
+void *__SornSTBmmstack(SornSTB *builder);
+SornSTB *__SornSTBinitMmstack(SornSTB *builder, void *mmparent);
+SornSTB *__SornSTBresetMmstack(SornSTB *builder, void *mmstack, void *mmparent);
+SornSTB *__SornSTBdestroyMmstack(SornSTB *builder);
+KuMark *__SornSTBgetmmsp(SornSTB *builder, KuMark *state);
+void __SornSTBsetmmsp(SornSTB *builder, const KuMark *state);
+void __SornSTBfreea(SornSTB *builder, void *block);
+SornSTB *_T_STBdestroyTree(SornSTB *builder, int keep);
+/* Post-order callback of the tree destruction; arg is the internal frame. */
+int32_t _T_stb__call_data_dtor(SornAGTnode *node, void *frame, int32_t index);
+
+SornSTree *SornSTopen(SornSTree *tree, SornSTB *builder);
+SornSTree *SornSTinit(SornSTree *tree, SornSTB *builder);
+SornSTree *SornSTfini(SornSTree *tree, int keep);
+void SornSTclose(SornSTree *tree, int keep);
+SornSTree *SornSTclear(SornSTree *tree, int keep);
+SornSTree *SornSTsetbuilder(SornSTree *tree, SornSTB *builder);
+SornSTree *__SornST_setbuilder(SornSTree *tree, SornSTB *builder);
+
+/* ---------------- Watershed tree builder, regions, features ---------------- */
+
+/* Head of a region; the feature values follow at their descriptors' offsets. */
+typedef struct SornWTSRegion {
+  SornAGTnode *node;
+  uint32_t pivot;    /* linear index where the region began; -1 in the bottom region */
+  uint32_t pivotval; /* grey level in the run's polarity; 0x7FFFFFFF in the bottom region */
+  uint32_t size;     /* pixels, with all that merged in from below */
+  uint32_t mserflag; /* set by stable region selection */
+} SornWTSRegion;
+
+#define SORN_WTS_REGION_HEAD 24u
+
+/* Descriptor of one feature: its value record and what can be done with it. */
+typedef struct SornWTSFeatureDs {
+  uint32_t magic;
+  uint32_t size;   /* bytes of the value record */
+  uint32_t offset; /* place of the value in a region, from SornWTSLSCfixup */
+  uint32_t reserved;
+  void *arg;       /* handed to init */
+  void (*init)(void *value, void *arg);
+  void (*destroy)(void *value);
+  void (*copy)(void *target, const void *source, int32_t flags);
+  void (*update)(void *value, const uint32_t *points, int32_t n);  /* 8 u32 a point: _, row, col */
+  void (*update2D)(void *value, const int32_t *points, int32_t n); /* (row, col) pairs */
+  void (*merge)(void *value, const void *other);
+  void (*lazymerge)(void *value, const void *other);
+  int (*isgathered)(const void *value);
+  void (*ongather)(void *value, SornWTSRegion *region);
+} SornWTSFeatureDs;
+
+#define SORN_WTS_MAGIC_MOMENTS SORN_FOURCC('m', 'n', 't', 'f')
+#define SORN_WTS_MAGIC_PIXELS  SORN_FOURCC('p', 'x', 'l', 'f')
+
+/* Region layout context: what a region holds and on what image a run works. */
+typedef struct SornWTSLSC {
+  SornWTSFeatureDs *features;
+  int32_t nfeatures;
+  uint32_t regionsize; /* head and features; recomputed while 24 or less */
+  uint32_t dims[4];    /* 1, rows, columns, 1 */
+  uint32_t strides[4]; /* rows * rowstride, rowstride, 1, 1 */
+} SornWTSLSC;
+
+/* The second block of a watershed builder's chain, the one a flooding runs
+ * through. options points at the polarity word of the run, restore after it. */
+typedef struct SornWTSTBwtsl {
+  SornSTBops hdr; /* 'wtsl', 88 */
+  void *(*alloca)(SornSTB *builder, size_t size, size_t align);
+  void (*start)(SornSTB *builder, SornWTSLSC *lsc, SornFlags flags, const uint16_t *options);
+  void (*finish)(SornSTB *builder, SornWTSLSC *lsc, const uint16_t *options);
+  SornWTSRegion *(*newregion)(SornWTSRegion *region, SornSTB *builder, SornWTSLSC *lsc);
+  void (*destroyrgn)(SornWTSRegion *region, void *unused, SornWTSLSC *lsc);
+  void (*disposergn)(SornWTSRegion *region, void *unused, SornWTSLSC *lsc);
+  void (*accumulate)(SornSTB *builder, SornWTSLSC *lsc, SornWTSRegion *region,
+                     const uint32_t *points, int32_t n);
+  void (*accumulate2D)(SornSTB *builder, SornWTSLSC *lsc, SornWTSRegion *region,
+                       const int32_t *points, int32_t n);
+  SornSTree *(*merge)(SornSTB *builder, SornWTSLSC *lsc, SornWTSRegion *survivor,
+                      SornWTSRegion *absorbed);
+  void *(*gatherfeat)(SornSTB *builder, SornWTSLSC *lsc, void *target, void *source,
+                      int32_t index, uint32_t magic);
+} SornWTSTBwtsl;
+
+/* A whole operation table of the watershed builder: 16 words. */
+typedef struct SornWTSTBopv {
+  SornSTBstbl stbl;
+  SornWTSTBwtsl wtsl;
+  uint64_t end; /* 0 */
+} SornWTSTBopv;
+
+#define SORN_WTSTB_EXTSIZE 48u
+
+extern const SornWTSTBopv _S_wtstb_lazy_opv; /* features left alone by merges (default) */
+extern const SornWTSTBopv _S_wtstb_opv;      /* features combined at every merge */
+extern const SornWTSTBopv _S_wtstb_mf_opv;   /* one moment feature, lazy */
+extern const SornWTSTBopv _S_wtstb_pf_opv;   /* one pixel feature, sizes only */
+
+SornSTB *SornWTSTBopen(SornSTB *builder, SornSTree *tree, void *mmstack, void *mmparent);
+SornSTB *SornWTSTBinit(SornSTB *builder, SornSTree *tree, void *mmstack, void *mmparent);
+const SornSTBops *SornWTSTBxinterface(void);
+SornSTB *__SornWTSTBinit__(SornSTB *builder);
+
+SornWTSLSC *SornWTSLSCinit2D(SornWTSLSC *lsc, SornWTSFeatureDs *features, int32_t nfeatures,
+                             int32_t rows, int32_t columns, int32_t rowstride);
+SornWTSLSC *SornWTSLSCinit(SornWTSLSC *lsc, SornWTSFeatureDs *features, int32_t nfeatures,
+                           SornDimPack code, const int32_t *dims, const int32_t *strides);
+SornWTSLSC *SornWTSLSCsetimvol2D(SornWTSLSC *lsc, int32_t rows, int32_t columns,
+                                 int32_t rowstride);
+SornWTSLSC *SornWTSLSCsetimvol(SornWTSLSC *lsc, SornDimPack code, const int32_t *dims,
+                               const int32_t *strides);
+SornWTSLSC *SornWTSLSCfixup(SornWTSLSC *lsc);
+
+SornWTSRegion *__SornWTSTBnewregion(SornWTSRegion *region, SornSTB *builder, SornWTSLSC *lsc);
+SornWTSRegion *__SornWTSTBnewregionNode(SornWTSRegion *region, SornSTB *builder,
+                                        SornWTSLSC *lsc);
+SornAGTnode *__SornWTSTBnewnodeWithRegion(SornSTB *builder, SornWTSRegion *region);
+void __SornWTSTBdestroyrgn(SornWTSRegion *region, void *unused, SornWTSLSC *lsc);
+void __SornWTSTBdisposergn(SornWTSRegion *region, void *unused, SornWTSLSC *lsc);
+
+/* The functions of the operation tables. */
+SornSTBnodeDtor _T_wtstb__getddtor__(SornSTB *builder, int32_t keep, uint32_t tag);
+void _T_wtstb__attached__(SornSTB *builder, SornSTree *tree, uint32_t tag);
+void _T_wtstb__become_detached__(SornSTB *builder);
+void *_T_wtstb__alloca__(SornSTB *builder, size_t size, size_t align);
+void _T_wtstb__start__(SornSTB *builder, SornWTSLSC *lsc, SornFlags flags,
+                       const uint16_t *options);
+void _T_wtstb__finish__(SornSTB *builder, SornWTSLSC *lsc, const uint16_t *options);
+SornWTSRegion *_T_wtstb__newregion_v2__(SornWTSRegion *region, SornSTB *builder,
+                                        SornWTSLSC *lsc);
+void _T_wtstb__destroyrgn__(SornWTSRegion *region, void *unused, SornWTSLSC *lsc);
+void _T_wtstb__disposergn__(SornWTSRegion *region, void *unused, SornWTSLSC *lsc);
+void _T_wtstb__accumulate__(SornSTB *builder, SornWTSLSC *lsc, SornWTSRegion *region,
+                            const uint32_t *points, int32_t n);
+void _T_wtstb__accumulate2D__(SornSTB *builder, SornWTSLSC *lsc, SornWTSRegion *region,
+                              const int32_t *points, int32_t n);
+void _T_wtstb__accumulate_mf__(SornSTB *builder, SornWTSLSC *lsc, SornWTSRegion *region,
+                               const uint32_t *points, int32_t n);
+void _T_wtstb__accumulate2D_mf__(SornSTB *builder, SornWTSLSC *lsc, SornWTSRegion *region,
+                                 const int32_t *points, int32_t n);
+void _T_wtstb__accumulate_pf__(SornSTB *builder, SornWTSLSC *lsc, SornWTSRegion *region,
+                               const uint32_t *points, int32_t n);
+void _T_wtstb__accumulate2D_pf__(SornSTB *builder, SornWTSLSC *lsc, SornWTSRegion *region,
+                                 const int32_t *points, int32_t n);
+SornSTree *_T_wtstb__merge_v2__(SornSTB *builder, SornWTSLSC *lsc, SornWTSRegion *survivor,
+                                SornWTSRegion *absorbed);
+SornSTree *_T_wtstb__lazymerge_v2__(SornSTB *builder, SornWTSLSC *lsc, SornWTSRegion *survivor,
+                                    SornWTSRegion *absorbed);
+void *_T_wtstb__gatherfeat__(SornSTB *builder, SornWTSLSC *lsc, void *target, void *source,
+                             int32_t index, uint32_t magic);
+/* Walk callbacks; frame is the gather's internal record. */
+int32_t _T_wtstb__dogatherfeat(SornAGTnode *node, void *frame, int32_t index);
+int32_t _T_wtstb__dogatherfeatI(SornAGTnode *node, void *frame, int32_t index);
+int32_t _T_wtstb__xor_region_pivot_value(SornAGTnode *node, void *arg, int32_t index);
+void _T_wtstb__destroy_node_region(SornAGTnode *node, SornSTB *builder);
+
+/* Moment value: count, then sums of r, c, r*r, r*c, c*c. A count of zero or
+ * below means not gathered (its magnitude: pixels taken directly); above
+ * zero it is the pixel count of the whole region. 48 bytes. */
+typedef struct SornWTSMF {
+  int32_t count;
+  int32_t reserved;
+  double sr, sc, srr, src, scc;
+} SornWTSMF;
+
+/* Pixel value: the top bit of capacity marks the value gathered. 24 bytes. */
+typedef struct SornWTSPF {
+  uint64_t capacity;
+  uint64_t count;
+  int32_t *points; /* (row, column) pairs, from _KuMrealloc */
+} SornWTSPF;
+
+#define SORN_WTSPF_GATHERED 0x8000000000000000ull
+
+SornWTSFeatureDs *SornWTSMFinitFeatureDs(SornWTSFeatureDs *ds, void *arg);
+SornWTSFeatureDs *SornWTSPFinitFeatureDs(SornWTSFeatureDs *ds, void *arg);
+int32_t SornWTSFindexByMagic(const SornWTSFeatureDs *features, int32_t n, uint32_t magic);
+
+SornWTSMF *SornWTSMF_update2D(SornWTSMF *value, int32_t row, int32_t column);
+SornWTSMF *SornWTSMF_update2D_n(SornWTSMF *value, const int32_t *points, int32_t n);
+SornWTSMF *SornWTSMF_update_n(SornWTSMF *value, const uint32_t *points, int32_t n);
+double *sorn_mf_M2(double *out, const SornWTSMF *value);
+double sorn_mf_theta(const SornWTSMF *value);
+void __SornWTSMF__update__(void *value, const uint32_t *points, int32_t n);
+void __SornWTSMF__update2D__(void *value, const int32_t *points, int32_t n);
+void __SornWTSMF__merge__(void *value, const void *other);
+void __SornWTSMF__lazymerge__(void *value, const void *other);
+int __SornWTSMF__isgathered__(const void *value);
+void __SornWTSMF__ongather__(void *value, SornWTSRegion *region);
+
+SornWTSPF *SornWTSPF_update2D(SornWTSPF *value, int32_t row, int32_t column);
+SornWTSPF *SornWTSPF_update2D_n(SornWTSPF *value, const int32_t *points, int32_t n);
+SornWTSPF *SornWTSPF_update_n(SornWTSPF *value, const uint32_t *points, int32_t n);
+void __SornWTSPF__init__(void *value, void *arg);
+void __SornWTSPF__destroy__(void *value);
+void __SornWTSPF__update__(void *value, const uint32_t *points, int32_t n);
+void __SornWTSPF__update2D__(void *value, const int32_t *points, int32_t n);
+void __SornWTSPF__merge__(void *value, const void *other);
+void __SornWTSPF__lazymerge__(void *value, const void *other);
+int __SornWTSPF__isgathered__(const void *value);
+void __SornWTSPF__ongather__(void *value, SornWTSRegion *region);
+
+/* ---------------- Region results of the f-form flooding ---------------- */
+
+#ifndef SORN_HAVE_2DPT
+#define SORN_HAVE_2DPT 1
+/* An integer point; in the region analysis x is the row. */
+typedef struct Sorn2dPt {
+  int32_t x, y;
+} Sorn2dPt;
+#endif
+
+/* A growing vector: capacity and count in items. */
+typedef struct SornVec {
+  uint64_t capacity;
+  uint64_t count;
+  void *items;
+} SornVec;
+
+#define SORN_FWTSR_END 0x7FFFFFFF
+
+typedef struct SornFWTSRegion {
+  int32_t head;      /* first own pixel, SORN_FWTSR_END if none */
+  int32_t tail;      /* last own pixel, the pivot at birth */
+  int32_t level;
+  uint32_t size;     /* with all regions below */
+  uint32_t mserflag;
+  uint32_t reserved;
+  struct SornFWTSRegion *next;
+  struct SornFWTSRegion *child;
+  struct SornFWTSRegion *parent;
+} SornFWTSRegion;
+
+typedef struct SornFWTSRES {
+  SornFWTSRegion *root;
+  uint32_t *links;     /* at the word of pixel 0 */
+  uint32_t *linkbase;  /* the block, front pad included */
+  void *mmstack;
+  uint64_t mmown[6];
+  KuMark mmbase;
+} SornFWTSRES;
+
+/* One fetched region: its own points first, its descendants' behind. */
+typedef struct SornFwtsrPixReg {
+  Sorn2dPt *pixels;
+  int32_t level;
+  uint32_t ownpixels;
+  uint32_t size;
+  uint32_t mserflag;
+  struct SornFwtsrPixReg *next;
+  struct SornFwtsrPixReg *child;
+  struct SornFwtsrPixReg *parent;
+} SornFwtsrPixReg;
+
+typedef int32_t (*SornFwtsrWalkFn)(SornFWTSRegion *region, void *arg, int32_t index);
+typedef int32_t (*SornFwtsrRegionFn)(SornFWTSRegion *region, void *arg, int32_t index,
+                                     int32_t phase);
+typedef void (*SornFwtsrPixelFn)(int32_t row, int32_t column, void *arg);
+
+SornFWTSRES *SornFWTSRESinit(SornFWTSRES *res, uint32_t *linkbase, void *mmstack);
+SornFWTSRES *SornFWTSRESfini(SornFWTSRES *res);
+SornFWTSRegion *SornFWTSRESnewregion(SornFWTSRES *res, int32_t tail, int32_t level);
+void *SornFWTSRESalloca(SornFWTSRES *res, size_t size, size_t align);
+void SornFWTSRES_freea(SornFWTSRES *res, void *block);
+
+int32_t sorn_fwtsr_countpix_$proper(const SornFWTSRegion *region);
+SornFWTSRegion *sorn_fwtsr_fixup(SornFWTSRegion *region, const uint32_t *links);
+SornFWTSRegion *sorn_fwtsr_addcld(SornFWTSRegion *parent, SornFWTSRegion *child);
+int32_t sorn_fwtsr_countcld(const SornFWTSRegion *region, int recursive);
+int32_t sorn_fwtsr_countcld_$R(const SornFWTSRegion *region);
+int32_t sorn_fwtsr_countcld_$mser(const SornFWTSRegion *region, int recursive);
+int32_t sorn_fwtsr_countcld_$mser$R(const SornFWTSRegion *region);
+int32_t sorn_fwtsr_walk(SornFWTSRegion *region, int32_t order, SornFwtsrWalkFn fn, void *arg);
+int32_t sorn_fwtsr_walk_$preorder(SornFWTSRegion *region, SornFwtsrWalkFn fn, void *arg);
+int32_t sorn_fwtsr_walk_$inorder(SornFWTSRegion *region, SornFwtsrWalkFn fn, void *arg);
+int32_t sorn_fwtsr_walk_$postorder(SornFWTSRegion *region, SornFwtsrWalkFn fn, void *arg);
+int32_t sorn_fwtsr_pixenum_$2d(SornFWTSRegion *region, const uint32_t *links, int32_t rows,
+                               int32_t columns, SornFwtsrRegionFn regionfn,
+                               SornFwtsrPixelFn pixelfn, void *arg);
+int32_t _T_fwtsr__pixenum(SornFWTSRegion *region, const uint32_t *links, int32_t columns,
+                          SornFwtsrRegionFn regionfn, SornFwtsrPixelFn pixelfn, void *arg,
+                          int32_t *nregions);
+
+/* Fetching; points is a SornVec of Sorn2dPt, a vector of records one of
+ * SornFwtsrPixReg. */
+SornVec *sorn_fwtsr_fetchpix_$2d(SornVec *points, const SornFWTSRegion *region,
+                                 const uint32_t *links, int proper, int32_t rows,
+                                 int32_t columns);
+SornVec *sorn_fwtsr_fetchpix(SornVec *points, const SornFWTSRegion *region,
+                             const uint32_t *links, int proper, SornDimPack code,
+                             const int32_t *dims);
+int32_t sorn_fwtsr_fetchpixregs_$2d(SornFwtsrPixReg *regs, int32_t capacity, SornVec *points,
+                                    const SornFWTSRegion *region, const uint32_t *links,
+                                    int32_t rows, int32_t columns);
+int32_t sorn_fwtsr__fetchpixregs_$2d(SornFwtsrPixReg *regs, SornVec *points,
+                                     const SornFWTSRegion *region, const uint32_t *links,
+                                     int32_t rows, int32_t columns);
+int32_t sorn_fwtsr_efetchpixregs_$2d(SornVec *regs, SornVec *points,
+                                     const SornFWTSRegion *region, const uint32_t *links,
+                                     int32_t rows, int32_t columns);
+int32_t sorn_fwtsr__efetchpixregs_$2d(SornVec *regs, SornVec *points,
+                                      const SornFWTSRegion *region, int32_t ndesc,
+                                      const uint32_t *links, int32_t rows, int32_t columns);
+int32_t sorn_fwtsr_fetchpixregs_$mser$2d(SornFwtsrPixReg *regs, int32_t capacity,
+                                         SornVec *points, const SornFWTSRegion *region,
+                                         const uint32_t *links, int32_t rows, int32_t columns);
+int32_t sorn_fwtsr__fetchpixregs_$mser$2d(SornFwtsrPixReg *regs, SornVec *points,
+                                          const SornFWTSRegion *region, int32_t ndesc,
+                                          const uint32_t *links, int32_t rows, int32_t columns);
+int32_t sorn_fwtsr_efetchpixregs_$mser$2d(SornVec *regs, SornVec *points,
+                                          const SornFWTSRegion *region, const uint32_t *links,
+                                          int32_t rows, int32_t columns);
+int32_t sorn_fwtsr__efetchpixregs_$mser$2d(SornVec *regs, SornVec *points,
+                                           const SornFWTSRegion *region, int32_t ndesc,
+                                           const uint32_t *links, int32_t rows,
+                                           int32_t columns);
+/* Inner forms: they return the next free record. */
+SornFwtsrPixReg *_T_fwtsr__fetchpixregs2D(SornFwtsrPixReg *rec, SornVec *points,
+                                          const SornFWTSRegion *region, const uint32_t *links,
+                                          int32_t columns);
+SornFwtsrPixReg *_T_fwtsr__fetchmserpixregs2D(SornFwtsrPixReg *parent, SornFwtsrPixReg *cursor,
+                                              SornVec *points, const SornFWTSRegion *region,
+                                              const uint32_t *links, int32_t columns);
+/* Stores the topmost marked regions below region, reached through unmarked
+ * ones, from out on; returns how many. */
+int32_t _T_fwtsr__findrootmsers(const SornFWTSRegion **out, const SornFWTSRegion *region);
+
 /* ---- region go here ---- */
 
 #ifdef __cplusplus
