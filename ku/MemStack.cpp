@@ -8,12 +8,16 @@
 // room left over in a chunk that was abandoned this way is simply not used
 // until the stack goes back below it.
 //
-// Giving a block back sets the level to that block: it and everything taken
-// after it are released, including whole chunks above it. Such chunks go back
-// to the heap, except that one of moderate size is kept as a spare, so that a
-// caller taking and releasing a tile around a chunk boundary on every call
-// does not go to the heap each time. Clearing, destroying or closing a stack
-// gives every chunk back, the spare included.
+// Every block is preceded by one word holding the level (bump pointer) from
+// before it was taken. Giving a block back therefore returns the stack to
+// exactly the level it had before the block, as if neither the block nor
+// anything after it had been taken: a caller that takes and gives back its
+// scratch finds the stack at the very level it marked before, even when the
+// block was padded for its alignment or opened a new chunk. Chunks above the
+// new level go back to the heap, except that one of moderate size is kept as
+// a spare, so that a caller taking and releasing a tile around a chunk
+// boundary on every call does not go to the heap each time. Clearing,
+// destroying or closing a stack gives every chunk back, the spare included.
 //
 // The stack object is six words, so that it fits the room an environment
 // record keeps for it; it comes from the heap only when the opener gives no
@@ -51,17 +55,18 @@ namespace {
 
 struct Chunk {
   Chunk *prev;     // the chunk below, or null for the bottom one
-  char *end;       // first byte after the usable area
+  uintptr_t end;   // first byte after the usable area
   size_t size;     // usable bytes
   uint64_t depth;  // 1 for the bottom chunk
   // The usable area follows; the header keeps it at the heap's alignment.
-  char *data() { return reinterpret_cast<char *>(this + 1); }
+  uintptr_t data() const { return reinterpret_cast<uintptr_t>(this + 1); }
+  bool holds(uintptr_t p) const { return p >= data() && p <= end; }
 };
 static_assert(sizeof(Chunk) % 16 == 0, "chunk data must keep the heap's alignment");
 
 struct Stack {
-  char *top;        // next free byte of 'cur', null while there is no chunk
-  char *end;        // end of the usable area of 'cur'
+  uintptr_t top;    // next free byte of 'cur', 0 while there is no chunk
+  uintptr_t end;    // end of the usable area of 'cur'
   Chunk *cur;       // the chunk being filled, null when the stack is empty
   Chunk *spare;     // one released chunk kept for the next growth, or null
   uint64_t parent;  // the opener's word
@@ -75,6 +80,8 @@ static_assert(alignof(Stack) <= alignof(uint64_t), "the room is only word aligne
 constexpr uint64_t kMagic = 0x4b554d5354470000ull;  // "KUMSTG"
 constexpr uint64_t kHeapObject = 1;
 
+// The word before each block: the level before the block was taken.
+constexpr size_t kLink = sizeof(uintptr_t);
 constexpr size_t kDefaultAlign = 16;
 constexpr size_t kFirstChunk = size_t{64} << 10;
 // Growth doubles up to this size; larger chunks only come from larger
@@ -99,6 +106,16 @@ inline bool align_up(uintptr_t p, size_t align, uintptr_t *out) {
   return true;
 }
 
+inline void put_link(uintptr_t block, uintptr_t level) {
+  std::memcpy(reinterpret_cast<void *>(block - kLink), &level, kLink);
+}
+
+inline uintptr_t get_link(uintptr_t block) {
+  uintptr_t level;
+  std::memcpy(&level, reinterpret_cast<const void *>(block - kLink), kLink);
+  return level;
+}
+
 // Gives a chunk that has left the chain either to the spare slot or back to
 // the heap. The larger of two candidates stays spare, within the limit.
 void retire(Stack *st, Chunk *c) {
@@ -110,23 +127,18 @@ void retire(Stack *st, Chunk *c) {
   }
 }
 
-// Releases the chunks above 'keep' (null: all of them) into retire().
-void drop_above(Stack *st, Chunk *keep) {
-  Chunk *c = st->cur;
-  while (c != keep) {
-    Chunk *below = c->prev;
-    retire(st, c);
-    c = below;
-  }
-}
-
 // Makes 'c' (in the chain, or null) the chunk being filled, with 'top' as
-// its level.
-void set_level(Stack *st, Chunk *c, char *top) {
-  drop_above(st, c);
+// its level; the chunks above it leave the chain.
+void set_level(Stack *st, Chunk *c, uintptr_t top) {
+  Chunk *x = st->cur;
+  while (x != c) {
+    Chunk *below = x->prev;
+    retire(st, x);
+    x = below;
+  }
   st->cur = c;
-  st->top = c ? top : nullptr;
-  st->end = c ? c->end : nullptr;
+  st->top = c ? top : 0;
+  st->end = c ? c->end : 0;
 }
 
 // Every chunk back to the heap; the object stays an open, empty stack.
@@ -139,25 +151,24 @@ void release_all(Stack *st) {
   }
   std::free(st->spare);
   st->cur = st->spare = nullptr;
-  st->top = st->end = nullptr;
+  st->top = st->end = 0;
 }
 
-// The slow path of an allocation: chain a new chunk that surely holds 'size'
-// bytes at 'align', and take the block from it.
+// The slow path of an allocation: chain a new chunk that surely holds the
+// link and 'size' bytes at 'align', and take the block from it.
 void *grow(Stack *st, size_t size, size_t align) {
-  // Room for the worst padding after the chunk's own 16-byte alignment.
-  size_t pad = align > kDefaultAlign ? align - 1 : 0;
-  if (size > SIZE_MAX - pad) return nullptr;
-  size_t need = size + pad;
+  // Room for the link and the worst padding after the chunk's start.
+  size_t over = kLink + (align - 1);
+  if (align > SIZE_MAX - kLink || size > SIZE_MAX - over) return nullptr;
+  size_t need = size + over;
   size_t want = kFirstChunk;
   if (st->cur) {
     want = st->cur->size < kGrowthLimit / 2 ? st->cur->size * 2 : kGrowthLimit;
     if (want < kFirstChunk) want = kFirstChunk;
   }
   if (want < need) want = need;
-  // Round the usable area to the heap's alignment, so that 'end' of every
-  // chunk is aligned too.
-  if (want > SIZE_MAX - 15) return nullptr;
+  // Usable areas are multiples of the heap's alignment.
+  if (want > SIZE_MAX - sizeof(Chunk) - 15) return nullptr;
   want = (want + 15) & ~size_t{15};
 
   Chunk *c = nullptr;
@@ -165,30 +176,33 @@ void *grow(Stack *st, size_t size, size_t align) {
     c = st->spare;
     st->spare = nullptr;
   } else {
-    if (want > SIZE_MAX - sizeof(Chunk)) return nullptr;
     c = static_cast<Chunk *>(std::malloc(sizeof(Chunk) + want));
     if (c == nullptr) {
       // The doubled size may be what fails; the request alone may still fit.
       size_t least = (need + 15) & ~size_t{15};
-      if (least < want && least >= need) {
+      if (least < want) {
         c = static_cast<Chunk *>(std::malloc(sizeof(Chunk) + least));
         want = least;
       }
       if (c == nullptr) return nullptr;
     }
+    // A spare too small for this request is of no further use.
+    std::free(st->spare);
+    st->spare = nullptr;
     c->size = want;
     c->end = c->data() + want;
   }
+  uintptr_t level = st->top;
   c->prev = st->cur;
   c->depth = st->cur ? st->cur->depth + 1 : 1;
   st->cur = c;
 
   uintptr_t a = 0;
-  align_up(reinterpret_cast<uintptr_t>(c->data()), align, &a);
-  char *block = reinterpret_cast<char *>(a);
-  st->top = block + size;
+  align_up(c->data() + kLink, align, &a);
+  put_link(a, level);
+  st->top = a + size;
   st->end = c->end;
-  return block;
+  return reinterpret_cast<void *>(a);
 }
 
 }  // namespace
@@ -203,7 +217,7 @@ void *KuSMEMSTGopen(void *store, uint64_t arg, int32_t flags) {
     own = kHeapObject;
   }
   Stack *st = as_stack(store);
-  st->top = st->end = nullptr;
+  st->top = st->end = 0;
   st->cur = st->spare = nullptr;
   st->parent = arg;
   st->flags = kMagic | own;
@@ -214,14 +228,11 @@ void *KuSMEMSTGaalloc(void *stack, size_t size, size_t align, int32_t flags) {
   Stack *st = as_stack(stack);
   if (st == nullptr) return nullptr;
   if (align == 0) align = kDefaultAlign;
-  // Every block takes at least a byte, so that even an empty block is a
-  // distinct level that can be given back.
-  if (size == 0) size = 1;
-  uintptr_t t = reinterpret_cast<uintptr_t>(st->top);
-  uintptr_t e = reinterpret_cast<uintptr_t>(st->end);
+  // With no chunk, top and end are 0 and nothing fits.
   uintptr_t a;
-  if (align_up(t, align, &a) && a <= e && size <= e - a) {
-    st->top = reinterpret_cast<char *>(a + size);
+  if (align_up(st->top + kLink, align, &a) && a <= st->end && size <= st->end - a) {
+    put_link(a, st->top);
+    st->top = a + size;
     return reinterpret_cast<void *>(a);
   }
   return grow(st, size, align);
@@ -229,18 +240,22 @@ void *KuSMEMSTGaalloc(void *stack, size_t size, size_t align, int32_t flags) {
 
 void KuSMEMSTGfree(void *stack, void *block) {
   Stack *st = as_stack(stack);
-  if (st == nullptr || block == nullptr) return;
-  char *b = static_cast<char *>(block);
-  // A block at or above the level is not live: nothing to give back.
-  if (st->cur && b >= st->cur->data() && b < st->end) {
-    if (b < st->top) st->top = b;
-    return;
-  }
-  for (Chunk *c = st->cur ? st->cur->prev : nullptr; c; c = c->prev) {
-    if (b >= c->data() && b < c->end) {
-      set_level(st, c, b);
-      return;
+  uintptr_t b = reinterpret_cast<uintptr_t>(block);
+  if (st == nullptr || b < kLink) return;
+  uintptr_t link = b - kLink;
+  for (Chunk *c = st->cur; c; c = c->prev) {
+    // Only a live block counts: its link lies below the present level.
+    uintptr_t limit = c == st->cur ? st->top : c->end;
+    if (link < c->data() || link >= limit) continue;
+    uintptr_t level = get_link(b);
+    if (level >= c->data() && level <= link) {
+      set_level(st, c, level);
+    } else if (c->prev ? c->prev->holds(level) : level == 0) {
+      // The block opened this chunk: back to the level of the one below.
+      set_level(st, c->prev, level);
     }
+    // Anything else is no block of this stack.
+    return;
   }
 }
 
@@ -252,7 +267,7 @@ KuMark *KuSMEMSTGgetstate(KuMark *mark, void *stack, uint64_t arg) {
     return mark;
   }
   mark->w[0] = reinterpret_cast<uintptr_t>(st->cur);
-  mark->w[1] = reinterpret_cast<uintptr_t>(st->top);
+  mark->w[1] = st->top;
   mark->w[2] = st->cur->depth;
   return mark;
 }
@@ -261,15 +276,15 @@ void KuSMEMSTGsetstate(void *stack, const KuMark *mark) {
   Stack *st = as_stack(stack);
   if (st == nullptr || mark == nullptr) return;
   Chunk *target = reinterpret_cast<Chunk *>(static_cast<uintptr_t>(mark->w[0]));
-  char *top = reinterpret_cast<char *>(static_cast<uintptr_t>(mark->w[1]));
+  uintptr_t top = static_cast<uintptr_t>(mark->w[1]);
   if (target == nullptr) {
     // The level of an empty stack.
-    set_level(st, nullptr, nullptr);
+    set_level(st, nullptr, 0);
     return;
   }
   for (Chunk *c = st->cur; c; c = c->prev) {
     if (c != target) continue;
-    if (c->depth != mark->w[2] || top < c->data() || top > c->end) return;
+    if (c->depth != mark->w[2] || !c->holds(top)) return;
     if (c == st->cur && top > st->top) return;
     set_level(st, c, top);
     return;
