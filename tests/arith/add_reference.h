@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,9 @@ struct Triple {
 
 constexpr uint32_t code_u8 = SORN_U8, code_s16 = SORN_S16, code_s32 = SORN_S32,
                    code_f32 = SORN_F32;
+
+// Test names and failure messages show a triple by its name.
+inline void PrintTo(const Triple &t, std::ostream *os) { *os << t.name; }
 
 inline std::vector<Triple> add_triples() {
   std::vector<Triple> v;
