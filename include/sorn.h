@@ -190,7 +190,9 @@ typedef struct KuCrtAction {
 /* ---------------- Part of the base library libKu.so.2 ---------------- */
 
 void *KuSMEMSTGopen(void *store, uint64_t arg, int32_t flags);
+/* align: any power of two (0 means 16). Null when memory runs out. */
 void *KuSMEMSTGaalloc(void *stack, size_t size, size_t align, int32_t flags);
+/* Returns the stack to its level from before 'block' was taken. */
 void KuSMEMSTGfree(void *stack, void *block);
 KuMark *KuSMEMSTGgetstate(KuMark *mark, void *stack, uint64_t arg);
 void KuSMEMSTGsetstate(void *stack, const KuMark *mark);

@@ -300,25 +300,17 @@ void KuSMEMSTGclear(void *stack) {
 void KuMEMSTGdestroy(void *stack) {
   Stack *st = as_stack(stack);
   if (st == nullptr) return;
-  uint64_t heap = st->flags & kHeapObject;
-  release_all(st);
   // The storage is the caller's and stays; what remains is an empty stack
-  // that a later allocation may use again.
-  st->parent = 0;
-  st->flags = kMagic | heap;
+  // with the same parent, which a later allocation may use again.
+  release_all(st);
 }
 
 void KuMEMSTGclose(void *stack) {
   Stack *st = as_stack(stack);
   if (st == nullptr) return;
   release_all(st);
-  if (st->flags & kHeapObject) {
-    std::free(st);
-  } else {
-    // Room of the caller: closing it is destroying it.
-    st->parent = 0;
-    st->flags = kMagic;
-  }
+  // In a caller's room, closing is destroying: the room is not ours.
+  if (st->flags & kHeapObject) std::free(st);
 }
 
 uint64_t KuSMEMSTGparent(void *stack) {
