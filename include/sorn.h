@@ -1085,7 +1085,9 @@ typedef struct SornWTSLSC {
 } SornWTSLSC;
 
 /* The second block of a watershed builder's chain, the one a flooding runs
- * through. options points at the polarity word of the run, restore after it. */
+ * through. options points at the polarity word of the run, restore after it.
+ * The C library may define alloca as a macro: call the slot as
+ * (w->alloca)(builder, size, align). */
 typedef struct SornWTSTBwtsl {
   SornSTBops hdr; /* 'wtsl', 88 */
   void *(*alloca)(SornSTB *builder, size_t size, size_t align);
