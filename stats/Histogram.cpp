@@ -1,0 +1,322 @@
+// Histograms: the record with its life cycle, the counting entries, the
+// type-generic layer and the dispatcher. The kernels are in histo_kernels.cpp.
+#include "stats_common.h"
+
+using namespace sorn_stats;
+
+namespace {
+
+template <class F>
+void for_selected(uint32_t w, F f) {
+  uint32_t mask = channel_mask(w);
+  int32_t count = channels_of(w);
+  for (int32_t c = 0; c < count; ++c)
+    if (selected(mask, c)) f(c);
+}
+
+size_t counts_bytes(const SornHist *h) { return ((size_t)h->bins + 1) * sizeof(uint32_t); }
+
+// The float results of the counts and the integer ones are kept in step: a
+// float histogram rounds its sum into isum, an integer one widens isum.
+void settle_sums(SornFlags flags, uint32_t w, uint32_t type, SornHist *hists) {
+  uint32_t mask = channel_mask((w & ~0xf0u) | (uint32_t)(flags & 0xf0u));
+  int32_t count = channels_of(w);
+  for (int32_t c = 0; c < count; ++c) {
+    if (!selected(mask, c)) continue;
+    SornHist *h = &hists[c];
+    if (type == SORN_F32)
+      h->isum = (uint32_t)round_i32((double)h->fsum);
+    else
+      h->fsum = (float)(int32_t)h->isum;
+  }
+}
+
+}  // namespace
+
+/* ---------------- the record ---------------- */
+
+uint32_t sorn_hist_inithdr(SornHist *hist, const SornHistInit *init) {
+  int32_t bins = init->bins;
+  hist->isum = 0;
+  hist->fsum = 0.0f;
+  hist->low = (float)init->low;
+  hist->high = (float)init->high;
+  hist->span = hist->high - hist->low;
+  hist->width = bins == 1 ? 0.0f : hist->span / (float)(bins - 1);
+  hist->ilow = round_i32(init->low);
+  hist->ihigh = round_i32(init->high);
+  int32_t r = (int32_t)((uint32_t)hist->ihigh - (uint32_t)hist->ilow);
+  hist->irange = (int32_t)((uint32_t)r + 1u);
+  int32_t d = (bins - 1 < hist->irange) ? bins - 1 : r;
+  hist->iwidth = d ? r / d : 0;
+  hist->total = (uint32_t)init->rows * (uint32_t)init->cols;
+  hist->bins = (uint32_t)bins;
+  hist->counts = nullptr;
+  return (uint32_t)bins;
+}
+
+int32_t sorn_hist_inithdr_$n(uint32_t w, SornHist *hists, const SornHistInit *inits) {
+  uint32_t mask = channel_mask(w);
+  int32_t count = channels_of(w), done = 0;
+  for (int32_t c = 0; c < count; ++c) {
+    if (selected(mask, c)) {
+      sorn_hist_inithdr(&hists[c], &inits[c]);
+      ++done;
+    } else {
+      hists[c].total = 0;
+      hists[c].bins = 0;
+      hists[c].counts = nullptr;
+      // The sums cleared for a channel left out are those of the first
+      // record, not the channel's own; kept as it has always been.
+      hists[0].isum = 0;
+      hists[0].fsum = 0.0f;
+    }
+  }
+  return done;
+}
+
+SornStatus __sorn_histogram__$ia(SornHist *hist, const SornHistInit *init) {
+  sorn_hist_inithdr(hist, init);
+  hist->counts = (uint32_t *)_KuMcalloc(counts_bytes(hist), 1, 0);
+  return hist->counts ? SORN_OK : SORN_ENOMEM;
+}
+
+SornStatus __sorn_histogram__$n$ia(uint32_t w, SornHist *hists, const SornHistInit *inits) {
+  uint32_t mask = channel_mask(w);
+  int32_t count = channels_of(w);
+  for (int32_t c = 0; c < count; ++c) {
+    if (!selected(mask, c)) continue;
+    if (__sorn_histogram__$ia(&hists[c], &inits[c]) != SORN_OK) {
+      for (int32_t k = c; k >= 0; --k)
+        if (selected(mask, k)) sorn_hist_fini(&hists[k]);
+      return SORN_ENOMEM;
+    }
+  }
+  return SORN_OK;
+}
+
+SornStatus __sorn_histogram__$xe(SornHist *hist, const SornHistInit *init, SornXE *xe) {
+  sorn_hist_inithdr(hist, init);
+  size_t bytes = counts_bytes(hist);
+  hist->counts = (uint32_t *)SornXEalloca(xe, bytes, 0);
+  if (!hist->counts) return SORN_ENOMEM;
+  memset(hist->counts, 0, bytes);
+  return SORN_OK;
+}
+
+SornStatus __sorn_histogram__$n$xe(uint32_t w, SornHist *hists, const SornHistInit *inits,
+                                   SornXE *xe) {
+  uint32_t mask = channel_mask(w);
+  int32_t count = channels_of(w);
+  for (int32_t c = 0; c < count; ++c) {
+    if (!selected(mask, c)) continue;
+    if (__sorn_histogram__$xe(&hists[c], &inits[c], xe) != SORN_OK) {
+      // Downward, so that the scratch goes back in reverse order.
+      for (int32_t k = c; k >= 0; --k)
+        if (selected(mask, k)) sorn_hist_fini_$xe(&hists[k], xe);
+      return SORN_ENOMEM;
+    }
+  }
+  return SORN_OK;
+}
+
+SornHist *sorn_hist_reset(SornHist *hist) {
+  hist->isum = 0;
+  hist->fsum = 0.0f;
+  if (hist->counts) memset(hist->counts, 0, counts_bytes(hist));
+  return hist;
+}
+
+SornHist *sorn_hist_reset_$n(uint32_t w, SornHist *hists) {
+  for_selected(w, [&](int32_t c) { sorn_hist_reset(&hists[c]); });
+  return hists;
+}
+
+SornHist *sorn_hist_fini(SornHist *hist) {
+  hist->isum = 0;
+  hist->fsum = 0.0f;
+  hist->total = 0;
+  hist->bins = 0;
+  KuMfree(hist->counts);
+  hist->counts = nullptr;
+  return hist;
+}
+
+SornHist *sorn_hist_fini_$n(uint32_t w, SornHist *hists) {
+  int32_t count = channels_of(w);
+  for (int32_t c = 0; c < count; ++c) sorn_hist_fini(&hists[c]);
+  return hists;
+}
+
+SornHist *sorn_hist_fini_$xe(SornHist *hist, SornXE *xe) {
+  hist->isum = 0;
+  hist->fsum = 0.0f;
+  hist->total = 0;
+  hist->bins = 0;
+  if (hist->counts) SornXEfreea(xe, hist->counts);
+  hist->counts = nullptr;
+  return hist;
+}
+
+SornHist *sorn_hist_fini_$n$xe(uint32_t w, SornHist *hists, SornXE *xe) {
+  // Upward: freeing the first block gives back the later ones with it, and a
+  // block that is no longer live is passed over by the stack.
+  int32_t count = channels_of(w);
+  for (int32_t c = 0; c < count; ++c) sorn_hist_fini_$xe(&hists[c], xe);
+  return hists;
+}
+
+SornStatus sorn_hist__init(int32_t mode, SornHist *hist, const SornHistInit *init) {
+  switch (mode) {
+    case 0: sorn_hist_inithdr(hist, init); return SORN_OK;
+    case 1: return __sorn_histogram__$ia(hist, init);
+    case 2: sorn_hist_reset(hist); return SORN_OK;
+    default: return SORN_EINVAL;
+  }
+}
+
+SornStatus sorn_hist__init_n(int32_t mode, uint32_t w, SornHist *hists,
+                             const SornHistInit *inits) {
+  switch (mode) {
+    case 0: sorn_hist_inithdr_$n(w, hists, inits); return SORN_OK;
+    case 1: return __sorn_histogram__$n$ia(w, hists, inits);
+    case 2: sorn_hist_reset_$n(w, hists); return SORN_OK;
+    default: return SORN_EINVAL;
+  }
+}
+
+SornStatus sorn_hist__init_xe(int32_t mode, SornHist *hist, const SornHistInit *init,
+                              SornXE *xe) {
+  switch (mode) {
+    case 0: sorn_hist_inithdr(hist, init); return SORN_OK;
+    case 1: return __sorn_histogram__$xe(hist, init, xe);
+    case 2: sorn_hist_reset(hist); return SORN_OK;
+    default: return SORN_EINVAL;
+  }
+}
+
+SornStatus sorn_hist__init_n_xe(int32_t mode, uint32_t w, SornHist *hists,
+                                const SornHistInit *inits, SornXE *xe) {
+  switch (mode) {
+    case 0: sorn_hist_inithdr_$n(w, hists, inits); return SORN_OK;
+    case 1: return __sorn_histogram__$n$xe(w, hists, inits, xe);
+    case 2: sorn_hist_reset_$n(w, hists); return SORN_OK;
+    default: return SORN_EINVAL;
+  }
+}
+
+/* ---------------- dispatch ---------------- */
+
+SornStatus sorna__histogram(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                            uint32_t type, const void *src, const int32_t *strides,
+                            SornHist *hists) {
+  Shape s = inner3(pack, dims, strides);
+  uint32_t w = (uint32_t)s.dims[s.n - 1];
+  flags = fill_format(flags, w);
+  SornHistKernel k = sorna__histofun_imp(w & 15u, type, nullptr);
+  SornStatus st = k(xe, flags, s.n, s.dims, src, s.strides, hists);
+  if (st == SORN_OK) settle_sums(flags, w, type, hists);
+  return st;
+}
+
+SornStatus sorna__histogram_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
+                               const int32_t *dims, uint32_t type, const void *src,
+                               const int32_t *strides, const void *mask,
+                               const int32_t *mstrides, SornHist *hists) {
+  if (mask == nullptr) return sorna__histogram(xe, flags, pack, dims, type, src, strides, hists);
+  Shape s = inner3(pack, dims, strides);
+  Shape m = inner3(pack, dims, mstrides);
+  uint32_t w = (uint32_t)s.dims[s.n - 1];
+  flags = fill_format(flags, w);
+  SornHistXmKernel k = sorna__histofunxm_imp(w & 15u, type, nullptr);
+  SornStatus st =
+      k(xe, flags, s.n, s.dims, src, s.strides, (const uint8_t *)mask, m.strides, hists);
+  if (st == SORN_OK) settle_sums(flags, w, type, hists);
+  return st;
+}
+
+/* ---------------- type-generic layer ---------------- */
+
+SornStatus sorna_histogram(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                           uint32_t type, const void *base, const int32_t *origin,
+                           const int32_t *strides, SornHist *hists) {
+  const void *src = sorn_advance_ptr(base, sorn_vec_mkloff_$LS(pack, origin, strides));
+  return sorna__histogram(xe, flags, pack, dims, type, src, strides, hists);
+}
+
+SornStatus sorna_histogram_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
+                              const int32_t *dims, uint32_t type, const void *base,
+                              const int32_t *origin, const int32_t *strides, uint32_t mtype,
+                              const void *mbase, const int32_t *morigin,
+                              const int32_t *mstrides, SornHist *hists) {
+  if (mbase == nullptr)
+    return sorna_histogram(xe, flags, pack, dims, type, base, origin, strides, hists);
+  const void *mask = sorn_advance_ptr(mbase, sorn_vec_mkloff_$LS(pack, morigin, mstrides));
+  const void *src = sorn_advance_ptr(base, sorn_vec_mkloff_$LS(pack, origin, strides));
+  return sorna__histogram_xm(xe, flags, pack, dims, type, src, strides, mask, mstrides, hists);
+}
+
+SornStatus SornTGAhistogram(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                            int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                            int32_t *strides0) {
+  return sorna_histogram(xe, flags, pack, dims, type0, base0, origin0, strides0,
+                         (SornHist *)data);
+}
+
+SornStatus SornTGAhistogramEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                              int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                              int32_t *strides0, uint32_t type1, void *base1,
+                              int32_t *origin1, int32_t *strides1) {
+  return sorna_histogram_xm(xe, flags, pack, dims, type0, base0, origin0, strides0, type1, base1,
+                            origin1, strides1, (SornHist *)data);
+}
+
+/* ---------------- entries ---------------- */
+
+namespace {
+
+SornStatus mode_rule(int32_t mode) {
+  if (mode == 0) return SORN_OK;
+  if (mode < 0 || mode > 3) return SORN_EINVAL;
+  return SORN_ENOTIMP;
+}
+
+SornStatus layer2_plain(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, const void *base, const int32_t *origin,
+                        const int32_t *strides, void *out) {
+  return sorna_histogram(xe, flags, pack, dims, type, base, origin, strides, (SornHist *)out);
+}
+
+SornStatus layer2_masked(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, const void *base, const int32_t *origin,
+                         const int32_t *strides, uint32_t mtype, const void *mbase,
+                         const int32_t *morigin, const int32_t *mstrides, void *out) {
+  return sorna_histogram_xm(xe, flags, pack, dims, type, base, origin, strides, mtype, mbase,
+                            morigin, mstrides, (SornHist *)out);
+}
+
+}  // namespace
+
+SornStatus SornHistogram(SornXE *xe, SornFlags flags, const SornArray *src,
+                         const SornVolume *roi, int32_t mode, SornHist *hists) {
+  if (hists == nullptr) return SORN_EINVAL;
+  Operand op;
+  SornStatus st = prepare_image(src, roi, &op);
+  if (st != SORN_OK) return st;
+  if ((st = mode_rule(mode)) != SORN_OK) return st;
+  return run_image(xe, flags, src->ndims, &op, SORN_TAG_HIST, (SornSliceProc)(void (*)(void))SornTGAhistogram,
+                   layer2_plain, hists);
+}
+
+SornStatus SornHistogramEx(SornXE *xe, SornFlags flags, const SornArray *src,
+                           const SornArray *mask, const SornVolume *roi,
+                           const SornVolume *maskSite, int32_t mode, SornHist *hists) {
+  if (mask == nullptr) return SornHistogram(xe, flags, src, roi, mode, hists);
+  if (hists == nullptr) return SORN_EINVAL;
+  Operand op, mop;
+  SornStatus st = prepare_masked(src, mask, roi, maskSite, &op, &mop);
+  if (st != SORN_OK) return st;
+  if ((st = mode_rule(mode)) != SORN_OK) return st;
+  return run_masked(xe, flags, src->ndims, &op, &mop, SORN_TAG_HSTX,
+                    (SornSliceProc)(void (*)(void))SornTGAhistogramEx, layer2_masked, hists);
+}

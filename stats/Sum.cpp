@@ -1,0 +1,100 @@
+// Sums of all elements of a region, one double per channel: the entries,
+// the type-generic layer and the dispatcher. Kernels in sum_kernels.cpp.
+#include "stats_common.h"
+
+using namespace sorn_stats;
+
+SornStatus sorna__sum(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                      uint32_t type, const void *src, const int32_t *strides, double *sums) {
+  Shape s = inner3(pack, dims, strides);
+  uint32_t w = (uint32_t)s.dims[s.n - 1];
+  flags = fill_format(flags, w);
+  SornSumKernel k = sorna__sumfun_imp(flags, w & 15u, type, nullptr);
+  return k(xe, flags, s.n, s.dims, src, s.strides, sums);
+}
+
+SornStatus sorna__sum_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, const void *src, const int32_t *strides,
+                         const void *mask, const int32_t *mstrides, double *sums) {
+  Shape s = inner3(pack, dims, strides);
+  if (mask == nullptr) {
+    // No mask selects every pixel; a counting caller gets them all.
+    SornStatus st = sorna__sum(xe, flags, pack, dims, type, src, strides, sums);
+    if (st < 0 || !(flags & SORN_F_SUM_COUNT)) return st;
+    return (SornStatus)sorn_volume__capacity(s.n - 1, s.dims);
+  }
+  Shape m = inner3(pack, dims, mstrides);
+  uint32_t w = (uint32_t)s.dims[s.n - 1];
+  flags = fill_format(flags, w);
+  SornSumXmKernel k = sorna__sumfunxm_imp(flags, w & 15u, type, nullptr);
+  return k(xe, flags, s.n, s.dims, src, s.strides, (const uint8_t *)mask, m.strides, sums);
+}
+
+SornStatus sorna_sum(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                     uint32_t type, const void *base, const int32_t *origin,
+                     const int32_t *strides, double *sums) {
+  const void *src = sorn_advance_ptr(base, sorn_vec_mkloff_$LS(pack, origin, strides));
+  return sorna__sum(xe, flags, pack, dims, type, src, strides, sums);
+}
+
+SornStatus sorna_sum_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, const void *base, const int32_t *origin,
+                        const int32_t *strides, uint32_t mtype, const void *mbase,
+                        const int32_t *morigin, const int32_t *mstrides, double *sums) {
+  const void *mask =
+      mbase ? sorn_advance_ptr(mbase, sorn_vec_mkloff_$LS(pack, morigin, mstrides)) : nullptr;
+  const void *src = sorn_advance_ptr(base, sorn_vec_mkloff_$LS(pack, origin, strides));
+  return sorna__sum_xm(xe, flags, pack, dims, type, src, strides, mask, mstrides, sums);
+}
+
+SornStatus SornTGAsum(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                      uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0) {
+  return sorna_sum(xe, flags, pack, dims, type0, base0, origin0, strides0, (double *)data);
+}
+
+SornStatus SornTGAsumEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                        int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                        int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                        int32_t *strides1) {
+  return sorna_sum_xm(xe, flags, pack, dims, type0, base0, origin0, strides0, type1, base1,
+                      origin1, strides1, (double *)data);
+}
+
+namespace {
+
+SornStatus layer2_plain(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, const void *base, const int32_t *origin,
+                        const int32_t *strides, void *out) {
+  return sorna_sum(xe, flags, pack, dims, type, base, origin, strides, (double *)out);
+}
+
+SornStatus layer2_masked(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, const void *base, const int32_t *origin,
+                         const int32_t *strides, uint32_t mtype, const void *mbase,
+                         const int32_t *morigin, const int32_t *mstrides, void *out) {
+  return sorna_sum_xm(xe, flags, pack, dims, type, base, origin, strides, mtype, mbase, morigin,
+                      mstrides, (double *)out);
+}
+
+}  // namespace
+
+SornStatus SornSum(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
+                   double *sums) {
+  if (sums == nullptr) return SORN_EINVAL;
+  Operand op;
+  SornStatus st = prepare_image(src, roi, &op);
+  if (st != SORN_OK) return st;
+  return run_image(xe, flags, src->ndims, &op, SORN_TAG_SUM, (SornSliceProc)(void (*)(void))SornTGAsum,
+                   layer2_plain, sums);
+}
+
+SornStatus SornSumEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
+                     const SornVolume *roi, const SornVolume *maskSite, double *sums) {
+  if (mask == nullptr) return SornSum(xe, flags, src, roi, sums);
+  if (sums == nullptr) return SORN_EINVAL;
+  Operand op, mop;
+  SornStatus st = prepare_masked(src, mask, roi, maskSite, &op, &mop);
+  if (st != SORN_OK) return st;
+  return run_masked(xe, flags, src->ndims, &op, &mop, SORN_TAG_SUMX,
+                    (SornSliceProc)(void (*)(void))SornTGAsumEx, layer2_masked, sums);
+}

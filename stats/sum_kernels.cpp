@@ -1,0 +1,197 @@
+// Sum kernels and their lookups. One pattern for all 48: element type,
+// channel count, accumulator width (sum or fastsum) and pixel mask are its
+// parameters.
+#include "stats_common.h"
+
+#include <type_traits>
+
+using namespace sorn_stats;
+
+namespace {
+
+// Accumulators. fastsum keeps the narrowest exact-enough word, 32 bits for
+// integers and float for floats; sum widens to 64 bits and double.
+template <class T, bool Fast>
+struct Acc {
+  using type = std::conditional_t<std::is_same_v<T, float>, std::conditional_t<Fast, float, double>,
+                                  std::conditional_t<Fast, uint32_t, uint64_t>>;
+  static double result(type a) {
+    if constexpr (std::is_same_v<T, float>)
+      return (double)a;
+    else if constexpr (Fast)
+      return (double)(int32_t)a;  // so a u8 total above 2^31 comes out negative
+    else
+      return (double)(int64_t)a;
+  }
+  static type widen(T v) {
+    if constexpr (std::is_same_v<T, float>)
+      return (type)v;
+    else
+      return (type)(int64_t)v;  // sign-extend, then wrap into the accumulator
+  }
+};
+
+// Up to this many pixels the 32-bit total of a sum kernel is exact, and the
+// fastsum kernel does the work: 255 * 8421504 and 32768 * 65538 stay within
+// 2^31 plus a row.
+template <class T>
+constexpr int64_t narrow_limit() {
+  if constexpr (std::is_same_v<T, uint8_t>)
+    return 8421505;
+  else if constexpr (std::is_same_v<T, int16_t>)
+    return 65539;
+  else
+    return 0;
+}
+
+template <class T, int C, bool Fast, bool Masked>
+SornStatus sum_kernel(SornFlags flags, int32_t n, const int32_t *dims, const void *src,
+                      const int32_t *strides, const uint8_t *mask, const int32_t *mstrides,
+                      double *sums) {
+  using A = Acc<T, Fast>;
+  using acc_t = typename A::type;
+  Rows r = rows_of(n, dims, strides, Masked ? mstrides : nullptr);
+  merge_rows(r, n, strides, Masked ? mstrides : nullptr);
+  const uint8_t skip = skip_value(flags);
+  const bool counting = Masked && (flags & SORN_F_SUM_COUNT);
+  acc_t acc[C];
+  for (int c = 0; c < C; ++c) acc[c] = 0;
+  int64_t count = 0;
+  const uint8_t *row = (const uint8_t *)src;
+  const uint8_t *mrow = mask;
+  for (int32_t y = 0; y < r.rows; ++y) {
+    const T *__restrict p = (const T *)row;
+    const uint8_t *__restrict m = mrow;
+    if constexpr (C == 1 && !std::is_same_v<T, float>) {
+      // Integer order doesn't matter: a row-local total lets the loop run wide.
+      acc_t t = 0;
+      if (!Masked) {
+        for (int32_t x = 0; x < r.cols; ++x) t += A::widen(p[x]);
+      } else {
+        for (int32_t x = 0; x < r.cols; ++x) t += m[x] != skip ? A::widen(p[x]) : (acc_t)0;
+        if (counting) {
+          int32_t k = 0;
+          for (int32_t x = 0; x < r.cols; ++x) k += m[x] != skip;
+          count += k;
+        }
+      }
+      acc[0] += t;
+    } else {
+      // Floats add in address order, one accumulator per channel.
+      for (int32_t x = 0; x < r.cols; ++x) {
+        if (Masked && m[x] == skip) continue;
+        for (int c = 0; c < C; ++c) acc[c] += A::widen(p[x * C + c]);
+        if (counting) ++count;
+      }
+    }
+    row += r.step;
+    if (Masked) mrow += r.mstep;
+  }
+  for (int c = 0; c < C; ++c) sums[c] = A::result(acc[c]);
+  return counting ? (SornStatus)count : SORN_OK;
+}
+
+template <class T, int C, bool Masked>
+SornStatus wide_kernel(SornFlags flags, int32_t n, const int32_t *dims, const void *src,
+                       const int32_t *strides, const uint8_t *mask, const int32_t *mstrides,
+                       double *sums) {
+  constexpr int64_t limit = narrow_limit<T>();
+  if constexpr (limit > 0) {
+    // The region's pixel count decides, also under a mask.
+    if (n >= 2 && sorn_volume__capacity(n - 1, dims) < limit) {
+      SornStatus st =
+          sum_kernel<T, C, true, Masked>(flags, n, dims, src, strides, mask, mstrides, sums);
+      if (st >= 0) return st;
+    }
+  }
+  return sum_kernel<T, C, false, Masked>(flags, n, dims, src, strides, mask, mstrides, sums);
+}
+
+}  // namespace
+
+#define SUM_KERNELS1(c, t)                                                                    \
+  SornStatus sorna__sum_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,                  \
+                                   const int32_t *dims, const void *src,                    \
+                                   const int32_t *strides, double *sums) {                  \
+    return wide_kernel<elem_##t, c, false>(flags, n, dims, src, strides, nullptr, nullptr,    \
+                                           sums);                                             \
+  }                                                                                           \
+  SornStatus sorna__fastsum_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,              \
+                                       const int32_t *dims, const void *src,                \
+                                       const int32_t *strides, double *sums) {              \
+    return sum_kernel<elem_##t, c, true, false>(flags, n, dims, src, strides, nullptr,        \
+                                                nullptr, sums);                               \
+  }                                                                                           \
+  SornStatus sorna__sum_xm_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,               \
+                                      const int32_t *dims, const void *src,                 \
+                                      const int32_t *strides, const uint8_t *mask,          \
+                                      const int32_t *mstrides, double *sums) {              \
+    return wide_kernel<elem_##t, c, true>(flags, n, dims, src, strides, mask, mstrides,       \
+                                          sums);                                              \
+  }                                                                                           \
+  SornStatus sorna__fastsum_xm_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,           \
+                                          const int32_t *dims, const void *src,             \
+                                          const int32_t *strides, const uint8_t *mask,      \
+                                          const int32_t *mstrides, double *sums) {          \
+    return sum_kernel<elem_##t, c, true, true>(flags, n, dims, src, strides, mask, mstrides,  \
+                                               sums);                                         \
+  }
+#define SUM_KERNELS(t) SORN_STATS_CHANNELS(SUM_KERNELS1, t)
+SORN_SUM_TYPES(SUM_KERNELS)
+
+namespace {
+
+inline bool fast_flags(SornFlags flags) {
+  return (flags & (SORN_F_SUM_FAST | SORN_F_SUM_FAST2)) != 0;
+}
+
+template <class K>
+K refusal(uint32_t type, SornStatus *status) {
+  bool known = known_type(type);
+  if (status) *status = known ? SORN_ENOTSUP : SORN_EINVAL;
+  return known ? (K)(void (*)(void))sorna_proc_enotsup : (K)(void (*)(void))sorna_proc_einval;
+}
+
+}  // namespace
+
+SornSumKernel sorna__sumfun_imp(SornFlags flags, uint32_t chword, SornElemType type,
+                                SornStatus *status) {
+  int32_t c = kernel_channels(chword);
+  if (c == 0) {
+    if (status) *status = SORN_EINVAL;
+    return (SornSumKernel)(void (*)(void))sorna_proc_einval;
+  }
+  if (status) *status = SORN_OK;
+  const bool fast = fast_flags(flags);
+#define SUM_CASE1(cc, t) \
+  if (c == cc) return fast ? sorna__fastsum_c##cc##_##t : sorna__sum_c##cc##_##t;
+#define SUM_CASE(t)                   \
+  if (type == code_##t) {             \
+    SORN_STATS_CHANNELS(SUM_CASE1, t) \
+  }
+  SORN_SUM_TYPES(SUM_CASE)
+#undef SUM_CASE
+#undef SUM_CASE1
+  return refusal<SornSumKernel>(type, status);
+}
+
+SornSumXmKernel sorna__sumfunxm_imp(SornFlags flags, uint32_t chword, SornElemType type,
+                                    SornStatus *status) {
+  int32_t c = kernel_channels(chword);
+  if (c == 0) {
+    if (status) *status = SORN_EINVAL;
+    return (SornSumXmKernel)(void (*)(void))sorna_proc_einval;
+  }
+  if (status) *status = SORN_OK;
+  const bool fast = fast_flags(flags);
+#define SUM_XM_CASE1(cc, t) \
+  if (c == cc) return fast ? sorna__fastsum_xm_c##cc##_##t : sorna__sum_xm_c##cc##_##t;
+#define SUM_XM_CASE(t)                   \
+  if (type == code_##t) {                \
+    SORN_STATS_CHANNELS(SUM_XM_CASE1, t) \
+  }
+  SORN_SUM_TYPES(SUM_XM_CASE)
+#undef SUM_XM_CASE
+#undef SUM_XM_CASE1
+  return refusal<SornSumXmKernel>(type, status);
+}
