@@ -68,10 +68,12 @@ SornStatus sum_kernel(SornFlags flags, int32_t n, const int32_t *dims, const voi
       if (!Masked) {
         for (int32_t x = 0; x < r.cols; ++x) t += A::widen(p[x]);
       } else {
-        for (int32_t x = 0; x < r.cols; ++x) t += m[x] != skip ? A::widen(p[x]) : (acc_t)0;
+        // A selected element is added through an all-ones mask: no branch.
+        for (int32_t x = 0; x < r.cols; ++x)
+          t += A::widen(p[x]) & ((acc_t)0 - (acc_t)(m[x] != skip));
         if (counting) {
-          int32_t k = 0;
-          for (int32_t x = 0; x < r.cols; ++x) k += m[x] != skip;
+          uint32_t k = 0;
+          for (int32_t x = 0; x < r.cols; ++x) k += (uint32_t)(m[x] != skip);
           count += k;
         }
       }
