@@ -649,3 +649,40 @@ TEST(Histogram4D, ThreeDimensionalMaskUnderPlanesCountsTheFirstPlane) {
   EXPECT_EQ(t.store[10], (uint32_t)(R * C));
   EXPECT_EQ(t.store[20], 0u);
 }
+
+TEST(HistogramDispatch, SumsAreSettledForSelectedChannelsOnly) {
+  Env env;
+  uint8_t px[4] = {1, 2, 3, 4};
+  int32_t strides[3] = {4, 1, 1};
+  // Channel mask 1 in the channels word: channel 0 selected, fsum follows isum.
+  int32_t dims[3] = {1, 4, 0x11};
+  TestHist t(256, 0, 255);
+  ASSERT_EQ(sorna__histogram(env.xe(), 0, 0x413, dims, SORN_U8, px, strides, &t.h), SORN_OK);
+  EXPECT_EQ(t.h.isum, 10u);
+  EXPECT_EQ(t.h.fsum, 10.0f);
+  // The nibble names channel 1 only: counted, but its sums are not settled.
+  int32_t dims2[3] = {1, 4, 0x21};
+  TestHist u(256, 0, 255);
+  ASSERT_EQ(sorna__histogram(env.xe(), 0, 0x413, dims2, SORN_U8, px, strides, &u.h), SORN_OK);
+  EXPECT_EQ(u.h.isum, 10u);
+  EXPECT_EQ(u.h.fsum, 0.0f);
+  // A format nibble given in the flags wins over the word's.
+  TestHist v(256, 0, 255);
+  ASSERT_EQ(sorna__histogram(env.xe(), 0x10, 0x413, dims2, SORN_U8, px, strides, &v.h), SORN_OK);
+  EXPECT_EQ(v.h.fsum, 10.0f);
+}
+
+TEST(HistogramDispatch, FloatCountRoundsItsSumIntoIsum) {
+  Env env;
+  float px[3] = {0.0f, 1.0f, 2.0f};
+  int32_t dims[3] = {1, 3, 1}, strides[3] = {12, 4, 4};
+  TestHist t(5, 0.5, 2.5);  // scale 4 / 2 = 2
+  px[0] = 0.5f;
+  ASSERT_EQ(sorna__histogram(env.xe(), 0, 0x413, dims, SORN_F32, px, strides, &t.h), SORN_OK);
+  // bins 0, 1, 3; fsum = 0.5 + 1.5 + 3.5 = 5.5, rounded to even: 6.
+  EXPECT_EQ(t.store[0], 1u);
+  EXPECT_EQ(t.store[1], 1u);
+  EXPECT_EQ(t.store[3], 1u);
+  EXPECT_EQ(t.h.fsum, 5.5f);
+  EXPECT_EQ(t.h.isum, 6u);
+}

@@ -312,7 +312,7 @@ TEST_P(SumRandom, MatchesThePlainSumWithRoisPaddingAndMasks) {
     int64_t n = 0;
     std::vector<double> want =
         ref_sums(img, roi, masked ? &mask : nullptr, (flags & kInv) ? 255 : 0, fast, &n);
-    double out[4] = {0, 0, 0, 0};
+    double out[4] = {-0.5, -0.5, -0.5, -0.5};
     SornArray a = img.record(), m = mask.record();
     auto before = img.bytes_copy();
     SornStatus st;
@@ -335,6 +335,7 @@ TEST_P(SumRandom, MatchesThePlainSumWithRoisPaddingAndMasks) {
       if (masked && n == 0) w = 0.0;
       EXPECT_EQ(out[c], w) << "channel " << c;
     }
+    for (int c = k.channels; c < 4; ++c) EXPECT_EQ(out[c], -0.5) << "beyond the channels";
     EXPECT_EQ(img.bytes_copy(), before);
     EXPECT_TRUE(img.guards_intact());
     EXPECT_TRUE(env.at_mark());
@@ -429,4 +430,33 @@ TEST(Sum4D, RoiOnPlanesFollowsTheFramesOriginFold) {
   roi = sorn_test::make_roi(0, 0, R, C, 1, 0, 2);
   ASSERT_EQ(SornSum(env.xe(), 0, &a, &roi, &s), SORN_OK);
   EXPECT_EQ(s, (1.0 + 2.0) * R * C);
+}
+
+TEST(SumSlice, SliceFormWithFourCellsWorksTheFirstPlane) {
+  // What the frame hands over when it can't merge: n 4, off 0.
+  Env env;
+  int32_t buf[2][2][3] = {{{1, 2, 3}, {4, 5, 6}}, {{100, 100, 100}, {100, 100, 100}}};
+  int32_t dims[4] = {2, 2, 3, 1}, origin[4] = {0, 0, 0, 0}, strides[4] = {64, 12, 4, 4};
+  double s = 0;
+  EXPECT_EQ(SornTGAsum(env.xe(), 0, &s, 0x404, dims, SORN_S32, buf, origin, strides), SORN_OK);
+  EXPECT_EQ(s, 21.0);
+  EXPECT_EQ(SornTGAmean(env.xe(), 0, &s, 0x404, dims, SORN_S32, buf, origin, strides), SORN_OK);
+  EXPECT_EQ(s, 21.0 / 6);
+  // The plane coordinate still chooses the plane.
+  origin[0] = 1;
+  int32_t strides2[4] = {24, 12, 4, 4};
+  EXPECT_EQ(SornTGAsum(env.xe(), 0, &s, 0x404, dims, SORN_S32, buf, origin, strides2), SORN_OK);
+  EXPECT_EQ(s, 600.0);
+  uint8_t mask[2][3] = {{1, 0, 1}, {0, 0, 1}};
+  int32_t mdims[4] = {1, 2, 3, 1}, mo[4] = {0, 0, 0, 0}, ms[4] = {0, 3, 1, 1};
+  origin[0] = 0;
+  (void)mdims;
+  EXPECT_EQ(SornTGAmeanEx(env.xe(), 0, &s, 0x404, dims, SORN_S32, buf, origin, strides, SORN_U8,
+                          mask, mo, ms),
+            3);
+  EXPECT_EQ(s, (1.0 + 3.0 + 6.0) / 3);
+  EXPECT_EQ(SornTGAsumEx(env.xe(), 0, &s, 0x404, dims, SORN_S32, buf, origin, strides, SORN_U8,
+                         mask, mo, ms),
+            SORN_OK);
+  EXPECT_EQ(s, 10.0);
 }
