@@ -644,8 +644,8 @@ TEST(Histogram4D, ThreeDimensionalMaskUnderPlanesCountsTheFirstPlane) {
   SornArray m = sorn_test::make_record(mbuf.data(), R, C, 1, SORN_U8, C);
   TestHist t(256, 0, 255);
   ASSERT_EQ(SornHistogramEx(env.xe(), 0, &a, &m, nullptr, nullptr, 0, &t.h), SORN_OK);
-  // The mask has no plane stride: the frame can't merge, and the slice is
-  // the first plane.
+  // The mask's single plane bounds the negotiated region: one plane, the
+  // first, is counted.
   EXPECT_EQ(t.store[10], (uint32_t)(R * C));
   EXPECT_EQ(t.store[20], 0u);
 }
