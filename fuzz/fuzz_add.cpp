@@ -61,13 +61,7 @@ bool open_finding(const SornArray &dst, const SornVolume *dstroi) {
   // A destination ROI whose channel cell ends before it begins (size[3]
   // below 0 after the cut to the site) is given to the kernels as a
   // negative channel count, which they fold into a far longer row.
-  if (dstroi != nullptr) {
-    const int64_t ch = SORN_CHANNELS(dst.dims[3]);
-    const int64_t o = std::max<int64_t>(0, dstroi->origin[3]);
-    const int64_t e = std::min<int64_t>(ch, (int64_t)dstroi->origin[3] + dstroi->size[3]);
-    if (e - o < 0) return true;
-  }
-  return false;
+  return negative_channel_cell(SORN_CHANNELS(dst.dims[3]), dstroi);
 }
 
 }  // namespace
