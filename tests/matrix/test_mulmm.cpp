@@ -40,9 +40,10 @@ void check_mm(const Pair &p, const Shape &s, bool transposed, int32_t shift, std
   for (int32_t y = 0; y < d.rows(); ++y)
     for (int32_t x = 0; x < d.rowstride(); ++x) {
       const bool inside = y >= ody && y < ody + s.M && x >= odx * esd && x < (odx + s.N) * esd;
-      if (!inside)
+      if (!inside) {
         ASSERT_EQ(before[(size_t)y * d.rowstride() + x], d.base()[(size_t)y * d.rowstride() + x])
             << "written outside the ROI at row " << y << " byte " << x;
+      }
     }
   for (int32_t i = 0; i < s.M; ++i)
     for (int32_t j = 0; j < s.N; ++j) {
