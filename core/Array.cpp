@@ -245,6 +245,8 @@ SornVolume *sorn_arr_adjustRoi_$I(const SornArray *a, SornVolume *roi) {
   return roi;
 }
 
+SornVolume *sorn_arr_adjustRoi_I(const SornArray *a, SornVolume *roi) { return sorn_arr_adjustRoi_$I(a, roi); }
+
 /* ---------------- negotiation ---------------- */
 
 // The first operand decides the extent; the second offers only a start

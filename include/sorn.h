@@ -300,6 +300,8 @@ int sorn_arr__adjorgetRoi(const SornArray *a, int32_t n, int32_t *o, int32_t *s,
 SornVolume *sorn_arr_adjorgetRoi(const SornArray *a, SornVolume *roi, const SornVolume *in);
 int sorn_arr__adjustRoi_$I(const SornArray *a, int32_t n, int32_t *o, int32_t *s);
 SornVolume *sorn_arr_adjustRoi_$I(const SornArray *a, SornVolume *roi);
+/* The same under the name some callers know it by. */
+SornVolume *sorn_arr_adjustRoi_I(const SornArray *a, SornVolume *roi);
 int sorn_arr__negotiateRoi(const SornArray *a, const SornArray *b, int32_t n, int32_t m, int32_t *oa,
                            int32_t *sa, int32_t *ob, int32_t *sb, const int32_t *ra_o,
                            const int32_t *ra_s, const int32_t *rb_at);
@@ -538,6 +540,102 @@ int32_t sorn_memcelem2dS(SornElemType type, const void *base, int32_t rowStride,
 uint32_t sorn_bcshash(const char *s);
 uint32_t sorn_bcsnhash(const char *s, size_t n);
 uint32_t sorn_bhash(const void *p, size_t n);
+
+/* ---------------- Fill ----------------
+ * A fill vector is a block of 16, 32 or 64 bytes, aligned to 4, in which one
+ * pixel's bytes repeat from the first byte to the end of the block. */
+
+/* A one-channel mask is taken as an element mask. */
+#define SORN_F_ELEMMASK 0x10000ull
+/* Inverse mask: the skip value is 255, not 0. */
+#define SORN_F_INVMASK  0x20000ull
+#define SORN_TAG_FILL SORN_FOURCC('f', 'i', 'l', 'l')
+#define SORN_TAG_FILX SORN_FOURCC('f', 'i', 'l', 'x')
+
+/* Values are rounded to nearest (ties to even) in 32 bits and saturated to
+ * the type; f32 is narrowed. nchan 1 to 4; a null fvals means zeros. */
+SornStatus sorn_mkifillvalv16(SornElemType type, void *out, const double *fvals, int32_t nchan);
+SornStatus sorn_mkifillvalv32(SornElemType type, void *out, const double *fvals, int32_t nchan);
+SornStatus sorn_mkifillvalv64(SornElemType type, void *out, const double *fvals, int32_t nchan);
+/* Extend a vector of 32-bit words: word i + step takes word i, upward. */
+uint32_t *sorn_dupifillvalv3216(uint32_t *w, int32_t nchan);
+uint32_t *sorn_dupifillvalv6416(uint32_t *w, int32_t nchan);
+uint32_t *sorn_dupifillvalv6432(uint32_t *w, int32_t nchan);
+
+SornStatus SornFill(SornXE *xe, SornFlags flags, const SornArray *dst, const SornVolume *dstRoi,
+                    const double *fvals);
+SornStatus SornFillEx(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *mask,
+                      const SornVolume *dstRoi, const SornVolume *maskSite, const double *fvals);
+/* Selected pixels take fvals1, the others fvals2. */
+SornStatus SornFillEx2(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *mask,
+                       const SornVolume *dstRoi, const SornVolume *maskSite, const double *fvals1,
+                       const double *fvals2);
+SornStatus SornTGAfill(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                       uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0);
+SornStatus SornTGAfillEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                         uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
+                         uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1);
+
+SornStatus sorna_fill(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                      uint32_t type, void *base, const int32_t *origin, const int32_t *strides,
+                      const double *fvals);
+SornStatus sorna_fillxm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, void *base, const int32_t *origin, const int32_t *strides,
+                        uint32_t mtype, const void *mbase, const int32_t *morigin,
+                        const int32_t *mstrides, const double *fvals);
+SornStatus sorna_fillem(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, void *base, const int32_t *origin, const int32_t *strides,
+                        uint32_t mtype, const void *mbase, const int32_t *morigin,
+                        const int32_t *mstrides, const double *fvals);
+SornStatus sorna_fillxm2(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, void *base, const int32_t *origin, const int32_t *strides,
+                         uint32_t mtype, const void *mbase, const int32_t *morigin,
+                         const int32_t *mstrides, const double *fvals1, const double *fvals2);
+SornStatus sorna_fillem2(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, void *base, const int32_t *origin, const int32_t *strides,
+                         uint32_t mtype, const void *mbase, const int32_t *morigin,
+                         const int32_t *mstrides, const double *fvals1, const double *fvals2);
+
+/* Layer 3: dims and strides from the packed word; the last three cells are
+ * worked. The element mask reads its byte of element c of pixel x at
+ * x * mstrides[n-2] + c * mstrides[n-1]. */
+SornStatus sorna__fill(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                       uint32_t type, void *dst, const int32_t *strides, const double *fvals);
+SornStatus sorna__fillxm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, void *dst, const int32_t *strides, const void *mask,
+                         const int32_t *mstrides, const double *fvals);
+SornStatus sorna__fillem(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, void *dst, const int32_t *strides, const void *mask,
+                         const int32_t *mstrides, const double *fvals);
+SornStatus sorna__fillxm2(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                          uint32_t type, void *dst, const int32_t *strides, const void *mask,
+                          const int32_t *mstrides, const double *fvals1, const double *fvals2);
+SornStatus sorna__fillem2(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                          uint32_t type, void *dst, const int32_t *strides, const void *mask,
+                          const int32_t *mstrides, const double *fvals1, const double *fvals2);
+
+/* The loops, on a plain count n of cells: rows dims[n-3] (one when n is 2),
+ * dims[n-2] pixels of dims[n-1] channels; the element size is strides[n-1]. */
+SornStatus sorna__dofill(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,
+                         const int32_t *strides, const void *vector);
+SornStatus sorna__dofillxm(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,
+                           const int32_t *strides, const void *mask, const int32_t *mstrides,
+                           const void *vector);
+SornStatus sorna__dofillem(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,
+                           const int32_t *strides, const void *mask, const int32_t *mstrides,
+                           const void *vector);
+SornStatus sorna__dofillxm2(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                            void *dst, const int32_t *strides, const void *mask,
+                            const int32_t *mstrides, const void *vector1, const void *vector2);
+SornStatus sorna__dofillem2(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                            void *dst, const int32_t *strides, const void *mask,
+                            const int32_t *mstrides, const void *vector1, const void *vector2);
+SornStatus _T_sorna__dofillem(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                              void *dst, const int32_t *strides, const void *mask,
+                              const int32_t *mstrides, const void *vector);
+SornStatus _T_sorna__dofillemc(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                               void *dst, const int32_t *strides, const void *mask,
+                               const int32_t *mstrides, const void *vector);
 
 /* ---- data: fill, primitives, copy ... go here ---- */
 
@@ -1348,6 +1446,121 @@ SornFwtsrPixReg *_T_fwtsr__fetchmserpixregs2D(SornFwtsrPixReg *parent, SornFwtsr
 /* Stores the topmost marked regions below region, reached through unmarked
  * ones, from out on; returns how many. */
 int32_t _T_fwtsr__findrootmsers(const SornFWTSRegion **out, const SornFWTSRegion *region);
+
+/* ---------------- Watershed flooding ---------------- */
+
+#define SORN_TAG_WTSH SORN_FOURCC('w', 't', 's', 'h')
+#define SORN_TAG_WTSX SORN_FOURCC('w', 't', 's', 'x')
+/* Either bit sends a four-dimensional flooding to the f form. */
+#define SORN_F_WTS_FFORM   0x600000ull
+/* Masked floodings: the excluded mask value is 255 instead of 0. */
+#define SORN_F_WTS_INVMASK 0x20000ull
+
+/* The run record of a flooding. 40 bytes. */
+typedef struct SornWTSState {
+  void *builder;         /* plain form: the SornSTB; f form: the SornFWTSRES */
+  SornWTSLSC *lsc;       /* plain form: the region layout */
+  uint16_t polarity;     /* 1: levels are the values XOR 0xFF (bright to dark) */
+  uint16_t restore;      /* polarity 1, plain form: finish puts back true levels */
+  uint16_t connectivity; /* plain form: 0 four neighbours, else eight */
+  uint16_t shift;        /* f form: levels are values shifted right (low byte) */
+  uint32_t seed[4];      /* cell 1 the seed row, cell 2 its column */
+} SornWTSState;
+
+/* A region of the plain flooding before it reaches 16 pixels. Used through
+ * the same pointer as a SornWTSRegion: node all ones tells them apart, and
+ * pivot and pivotval lie at the same places. */
+typedef struct SornWTSSmallRegion {
+  uint64_t node;
+  uint32_t pivot;
+  uint32_t pivotval;
+  uint32_t npoints;
+  int32_t points[16][2]; /* (row, column) */
+} SornWTSSmallRegion;
+
+/* The free pool of the f form: pointers to regions over a null entry at the
+ * bottom; count includes that entry. */
+typedef struct SornFWTSRegionPool {
+  SornFWTSRegion **items;
+  int32_t count;
+  int32_t capacity;
+} SornFWTSRegionPool;
+
+SornStatus SornWatershed(SornXE *xe, SornFlags flags, const SornArray *image,
+                         const SornVolume *roi, SornWTSState *state);
+SornStatus SornWatershedEx(SornXE *xe, SornFlags flags, const SornArray *image,
+                           const SornArray *mask, const SornVolume *roi,
+                           const SornVolume *maskroi, SornWTSState *state);
+/* Slice forms: data is the SornWTSState. */
+SornStatus SornTGAwatershed(SornXE *xe, SornFlags flags, void *state, SornDimPack code,
+                            int32_t *dims, uint32_t type, void *base, int32_t *loffs,
+                            int32_t *strides);
+SornStatus SornTGAwatershedEx(SornXE *xe, SornFlags flags, void *state, SornDimPack code,
+                              int32_t *dims, uint32_t type, void *base, int32_t *loffs,
+                              int32_t *strides, uint32_t masktype, void *maskbase,
+                              int32_t *maskloffs, int32_t *maskstrides);
+SornStatus sorna_watershed(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
+                           const int32_t *dims, uint32_t type, const void *base,
+                           const int32_t *loffs, const int32_t *strides);
+SornStatus sorna_watershed_xm(SornXE *xe, SornFlags flags, SornWTSState *state,
+                              SornDimPack code, const int32_t *dims, uint32_t type,
+                              const void *base, const int32_t *loffs, const int32_t *strides,
+                              uint32_t masktype, const void *maskbase,
+                              const int32_t *maskloffs, const int32_t *maskstrides);
+SornStatus sorna_fwatershed(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
+                            const int32_t *dims, uint32_t type, const void *base,
+                            const int32_t *loffs, const int32_t *strides);
+SornStatus sorna_fwatershed_xm(SornXE *xe, SornFlags flags, SornWTSState *state,
+                               SornDimPack code, const int32_t *dims, uint32_t type,
+                               const void *base, const int32_t *loffs, const int32_t *strides,
+                               uint32_t masktype, const void *maskbase,
+                               const int32_t *maskloffs, const int32_t *maskstrides);
+/* Dispatchers: base pointers at the first pixel. */
+SornStatus sorna__watershed(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
+                            const int32_t *dims, uint32_t type, const void *src,
+                            const int32_t *strides);
+SornStatus sorna__watershed_xm(SornXE *xe, SornFlags flags, SornWTSState *state,
+                               SornDimPack code, const int32_t *dims, uint32_t type,
+                               const void *src, const int32_t *strides, const void *mask,
+                               const int32_t *maskstrides);
+SornStatus sorna__fwatershed(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
+                             const int32_t *dims, uint32_t type, const void *src,
+                             const int32_t *strides);
+SornStatus sorna__fwatershed_xm(SornXE *xe, SornFlags flags, SornWTSState *state,
+                                SornDimPack code, const int32_t *dims, uint32_t type,
+                                const void *src, const int32_t *strides, const void *mask,
+                                const int32_t *maskstrides);
+/* Setup of a run on one-channel bytes. */
+SornStatus __sorna__watershed_c1_u8(SornXE *xe, SornFlags flags, SornWTSState *state,
+                                    SornDimPack code, const int32_t *dims, const uint8_t *src,
+                                    const int32_t *strides);
+SornStatus __sorna__watershed_xm_c1_u8(SornXE *xe, SornFlags flags, SornWTSState *state,
+                                       SornDimPack code, const int32_t *dims,
+                                       const uint8_t *src, const int32_t *strides,
+                                       const uint8_t *mask, const int32_t *maskstrides);
+SornStatus __sorna__fwatershed_c1_u8(SornXE *xe, SornFlags flags, SornWTSState *state,
+                                     SornDimPack code, const int32_t *dims, const uint8_t *src,
+                                     const int32_t *strides);
+SornStatus __sorna__fwatershed_xm_c1_u8(SornXE *xe, SornFlags flags, SornWTSState *state,
+                                        SornDimPack code, const int32_t *dims,
+                                        const uint8_t *src, const int32_t *strides,
+                                        const uint8_t *mask, const int32_t *maskstrides);
+/* The plain flooding. visited is the bit mask at pixel 0 with its guards
+ * around it; hist the counts of the levels in the run's polarity. */
+SornStatus __T_sorna__watershed_c1_u8(SornXE *xe, SornFlags flags, SornWTSState *state,
+                                      int32_t rows, int32_t columns, int32_t rowstride,
+                                      int32_t pixstride, const uint8_t *src, int32_t seedrow,
+                                      int32_t seedcolumn, uint8_t *visited,
+                                      const SornHist *hist);
+/* The f floodings over the working array in the result's links; seedcolumn
+ * is taken as it stands. _00 links runs of equal level in one go. */
+SornStatus __T_sorna__fwatershed_c1_u8_01(int32_t rows, int32_t columns, int32_t seedrow,
+                                          int32_t seedcolumn, SornXE *xe, SornFlags flags,
+                                          SornWTSState *state);
+SornStatus __T_sorna__fwatershed_c1_u8_00(int32_t rows, int32_t columns, int32_t seedrow,
+                                          int32_t seedcolumn, SornXE *xe, SornFlags flags,
+                                          SornWTSState *state);
+SornFWTSRegion *_T_fwtsregion_pool_new(SornFWTSRegionPool *pool, int32_t tail, int32_t level);
 
 /* ---- region go here ---- */
 

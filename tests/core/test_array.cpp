@@ -431,6 +431,14 @@ TEST(ArrayAdjust, BlockFormSetsTheChannelCell) {
   EXPECT_EQ(v4(r.size), (V4{1, 6, 2, 3}));
 }
 
+TEST(ArrayAdjust, PlainNamedFormIsTheSame) {
+  SornArray a = sorn_test::make_record(g_buf, 10, 20, 2, SORN_U8, 64);
+  SornVolume r = vol({0, 8, 3, 0}, {1, 5, 100, 4});
+  EXPECT_EQ(sorn_arr_adjustRoi_I(&a, &r), &r);
+  EXPECT_EQ(v4(r.origin), (V4{0, 8, 3, 0}));
+  EXPECT_EQ(v4(r.size), (V4{1, 2, 17, 2}));
+}
+
 /* ---------------- from site to data coordinates ---------------- */
 
 TEST(ArrayTopcs, AddsTheDecomposedOffset) {
