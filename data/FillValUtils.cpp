@@ -1,5 +1,156 @@
-// Fill limits of the element types.
+// Fill vectors: one pixel's value, converted once from the caller's doubles,
+// repeated over a block of 16, 32 or 64 bytes, so that the loops that fill or
+// combine with a constant only ever move words. The limits of the element
+// types for two-valued fills live here as well.
 #include <sorn.h>
+
+#include <cstring>
+
+namespace {
+
+// To the nearest integer with ties to even, as the processor converts in its
+// default mode; anything outside 32 bits (NaN included) is 0x80000000.
+int32_t round_i32(double v) {
+  if (!(v > -2147483648.5 && v < 2147483647.5)) return INT32_MIN;
+  // Adding and removing 2^52 rounds a double to an integer in the current
+  // mode (to nearest, ties to even); values this small are exact afterwards.
+  const double big = 4503599627370496.0;
+  const double r = v < 0 ? (v - big) + big : (v + big) - big;
+  if (r < -2147483648.0 || r > 2147483647.0) return INT32_MIN;
+  return (int32_t)r;
+}
+
+int32_t clamp_i(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : v > hi ? hi : v; }
+
+template <class T>
+void repeat(void *out, const T *pixel, int32_t nchan, size_t bytes) {
+  const size_t n = bytes / sizeof(T);
+  T tmp[16];
+  for (size_t i = 0; i < n; ++i) tmp[i] = pixel[i % (size_t)nchan];
+  std::memcpy(out, tmp, n * sizeof(T));
+}
+
+// Words i + step take word i, upward, up to the last word: the block already
+// holds whole periods of the pattern, so copying them keeps it.
+uint32_t *dup_words(uint32_t *w, int32_t step, int32_t words) {
+  if (w == nullptr || step < 1) return w;
+  for (int32_t i = 0; i + step < words; ++i) w[i + step] = w[i];
+  return w;
+}
+
+bool is_eight_byte_class(SornElemType t) { return t < 16 && ((t & 7u) == 4u || (t & 7u) == 6u); }
+
+}  // namespace
+
+SornStatus sorn_mkifillvalv16(SornElemType type, void *out, const double *fvals, int32_t nchan) {
+  if (nchan < 1 || nchan > 4) return SORN_ENOTSUP;
+  if (type > 15) return SORN_EINVAL;
+  double v[4] = {0, 0, 0, 0};
+  if (fvals)
+    for (int32_t k = 0; k < nchan; ++k) v[k] = fvals[k];
+  switch (type) {
+    case SORN_U8: {
+      uint8_t p[4];
+      for (int32_t k = 0; k < nchan; ++k) p[k] = (uint8_t)clamp_i(round_i32(v[k]), 0, 255);
+      repeat(out, p, nchan, 16);
+      return SORN_OK;
+    }
+    case SORN_S8: {
+      int8_t p[4];
+      for (int32_t k = 0; k < nchan; ++k) p[k] = (int8_t)clamp_i(round_i32(v[k]), -128, 127);
+      repeat(out, p, nchan, 16);
+      return SORN_OK;
+    }
+    case SORN_U16: {
+      uint16_t p[4];
+      for (int32_t k = 0; k < nchan; ++k) p[k] = (uint16_t)clamp_i(round_i32(v[k]), 0, 65535);
+      repeat(out, p, nchan, 16);
+      return SORN_OK;
+    }
+    case SORN_S16: {
+      int16_t p[4];
+      for (int32_t k = 0; k < nchan; ++k) p[k] = (int16_t)clamp_i(round_i32(v[k]), -32768, 32767);
+      repeat(out, p, nchan, 16);
+      return SORN_OK;
+    }
+    case SORN_U32: {
+      // The rounded value is taken as signed: what does not fit 32 bits
+      // comes back as 0x80000000, negative, and so becomes 0.
+      uint32_t p[4];
+      for (int32_t k = 0; k < nchan; ++k) {
+        const int32_t r = round_i32(v[k]);
+        p[k] = r < 0 ? 0u : (uint32_t)r;
+      }
+      repeat(out, p, nchan, 16);
+      return SORN_OK;
+    }
+    case SORN_S32: {
+      int32_t p[4];
+      for (int32_t k = 0; k < nchan; ++k) p[k] = round_i32(v[k]);
+      repeat(out, p, nchan, 16);
+      return SORN_OK;
+    }
+    case SORN_F32: {
+      float p[4];
+      for (int32_t k = 0; k < nchan; ++k) p[k] = (float)v[k];
+      repeat(out, p, nchan, 16);
+      return SORN_OK;
+    }
+    case SORN_U64:
+    case SORN_S64:
+    case SORN_F64:
+    case 15:
+      return SORN_ENOTSUP;
+    default:
+      return SORN_EINVAL;
+  }
+}
+
+SornStatus sorn_mkifillvalv32(SornElemType type, void *out, const double *fvals, int32_t nchan) {
+  if (type == SORN_F64) {
+    if (nchan < 1 || nchan > 4) return SORN_ENOTSUP;
+    double p[4] = {0, 0, 0, 0};
+    if (fvals)
+      for (int32_t k = 0; k < nchan; ++k) p[k] = fvals[k];
+    repeat(out, p, nchan, 32);
+    return SORN_OK;
+  }
+  if (type == SORN_U64 || type == SORN_S64 || type == 15) return SORN_ENOTSUP;
+  if (is_eight_byte_class(type)) return SORN_EINVAL;
+  uint32_t w[8];
+  const SornStatus st = sorn_mkifillvalv16(type, w, fvals, nchan);
+  if (st != SORN_OK) return st;
+  sorn_dupifillvalv3216(w, nchan);
+  std::memcpy(out, w, sizeof w);
+  return SORN_OK;
+}
+
+SornStatus sorn_mkifillvalv64(SornElemType type, void *out, const double *fvals, int32_t nchan) {
+  uint32_t w[16];
+  if (is_eight_byte_class(type)) {
+    const SornStatus st = sorn_mkifillvalv32(type, w, fvals, nchan);
+    if (st != SORN_OK) return st;
+    sorn_dupifillvalv6432(w, nchan);
+  } else {
+    const SornStatus st = sorn_mkifillvalv16(type, w, fvals, nchan);
+    if (st != SORN_OK) return st;
+    sorn_dupifillvalv6416(w, nchan);
+  }
+  std::memcpy(out, w, sizeof w);
+  return SORN_OK;
+}
+
+uint32_t *sorn_dupifillvalv3216(uint32_t *w, int32_t nchan) {
+  return nchan <= 7 ? dup_words(w, nchan, 8) : w;
+}
+
+uint32_t *sorn_dupifillvalv6416(uint32_t *w, int32_t nchan) {
+  return nchan <= 15 ? dup_words(w, nchan, 16) : w;
+}
+
+uint32_t *sorn_dupifillvalv6432(uint32_t *w, int32_t nchan) {
+  return nchan <= 7 ? dup_words(w, 2 * nchan, 16) : w;
+}
 
 SornStatus sorn_defillvals(SornElemType type, double *hi, double *lo, int32_t nchan) {
   double top, bottom;
