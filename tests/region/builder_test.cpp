@@ -275,6 +275,8 @@ TEST_F(Run, AccumulateFeedsEveryFeature) {
   EXPECT_EQ(m->sc, 2.0 + 4 + 6 + 8 + 11);
   EXPECT_EQ(pf_points(pf_in(r, ds[1])),
             (std::vector<Pt>{{1, 2}, {3, 4}, {5, 6}, {7, 8}, {10, 11}}));
+  // Never merged, the region is in no tree: its features are ended by hand.
+  w()->destroyrgn(r, nullptr, &lsc);
 }
 
 TEST_F(Run, MomentTableLeavesTheCountAtZero) {
@@ -371,6 +373,7 @@ TEST_F(Run, InPlaceGatherOfALeafMarksItGathered) {
   EXPECT_EQ(w()->gatherfeat(b, &lsc, pf, nullptr, -1, SORN_WTS_MAGIC_PIXELS), pf);
   EXPECT_TRUE(ds[1].isgathered(pf));
   EXPECT_EQ(pf->count, 2u);
+  w()->destroyrgn(r, nullptr, &lsc);
 }
 
 TEST_F(Run, GatherFailures) {
