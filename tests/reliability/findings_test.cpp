@@ -1,0 +1,107 @@
+// Regression tests of what the fuzzers found, one test per finding, each
+// with the smallest call that shows it. The operands sit in canvases large
+// enough to hold what the faulty paths touch, so that an open finding makes
+// a test fail (or skip, below) and never corrupts the test program.
+//
+// A finding whose fix is not in yet is marked open here: its test skips,
+// naming it. The fix flips the mark; from then on the test must pass.
+#include <gtest/gtest.h>
+#include <sorn.h>
+
+#include <cstring>
+
+#include "canvas.h"
+#include "testkit.h"
+
+namespace sorn_reliability {
+namespace {
+
+// A negative channel cell in an entry's ROI reaches the kernels as a channel
+// count: the arithmetic folds (count & 15) channels into a far longer row and
+// writes past the destination's ROI, and the sums choose the four-channel
+// kernel for a one-channel image and write four results.
+constexpr bool kOpenNegativeChannelCell = true;
+// Volume capacities form the product of four cells in a signed 64-bit word,
+// which overflows (undefined) for large cells.
+constexpr bool kOpenCapacityOverflow = true;
+// At rank 4 the call frame merges dense dimensions and adds the outer origin
+// times the outer byte stride to the inner origin cell, which counts
+// elements: with an origin off zero the kernels read outside the operand.
+constexpr bool kOpenFrameOriginMerge = true;
+
+SornXE fresh_env() {
+  SornXE xe;
+  std::memset(&xe, 0, sizeof xe);
+  SornXEinit(&xe, nullptr);
+  return xe;
+}
+
+TEST(Findings, AddWithNegativeChannelCellInDestinationRoiWritesNothing) {
+  if (kOpenNegativeChannelCell)
+    GTEST_SKIP() << "open finding: negative channel cell of a ROI taken as a channel count";
+  // Margins wide enough for the fifteen-fold row the open finding writes.
+  Image d, a, b;
+  make_image(d, SORN_U8, 1, 4, 4, 1, 16, 0);
+  make_image(a, SORN_U8, 1, 4, 4, 1, 16, 0);
+  make_image(b, SORN_U8, 1, 4, 4, 1, 16, 0);
+  SornVolume roi = sorn_test::make_roi(0, 0, 4, 4, -1);
+  SornXE xe = fresh_env();
+  d.canvas.snapshot();
+  const SornStatus st = SornAdd(&xe, 0, &d.rec, &a.rec, &b.rec, &roi, nullptr, nullptr, 0, 0);
+  SornXEfini(&xe);
+  EXPECT_EQ(st, SORN_ENOSPC);
+  EXPECT_TRUE(d.canvas.unchanged());
+}
+
+TEST(Findings, SumWithNegativeChannelCellInRoiWritesNoMoreResultsThanChannels) {
+  if (kOpenNegativeChannelCell)
+    GTEST_SKIP() << "open finding: negative channel cell of a ROI taken as a channel count";
+  Image src;
+  make_image(src, SORN_U8, 1, 4, 4, 1, 16, 0);
+  Block out;
+  out.make(sizeof(double));  // one channel: one result
+  SornVolume roi = sorn_test::make_roi(0, 0, 4, 4, -5);  // count -5: word bits of four
+  SornXE xe = fresh_env();
+  out.canvas.snapshot();
+  const SornStatus st = SornSum(&xe, 0, &src.rec, &roi, reinterpret_cast<double *>(out.data()));
+  SornXEfini(&xe);
+  EXPECT_EQ(st, SORN_ENOSPC);
+  EXPECT_TRUE(out.canvas.unchanged());
+}
+
+TEST(Findings, VolumeCapacityOfLargeCellsIsDefined) {
+  if (kOpenCapacityOverflow)
+    GTEST_SKIP() << "open finding: volume capacity overflows a signed 64-bit product";
+  // 2^16 four times is 2^64: the product wraps to 0 like the library's other
+  // cell arithmetic, and is never undefined (the sanitizer build checks).
+  const int32_t cells[4] = {65536, 65536, 65536, 65536};
+  EXPECT_EQ(sorn_volume__capacity(4, cells), 0);
+  EXPECT_EQ(sorn_volume__capacity_$Q(4, cells), 0);
+  const int32_t neg[4] = {-65536, 65536, 65536, 32768};
+  EXPECT_EQ(sorn_volume__capacity(4, neg), INT64_MIN);
+}
+
+TEST(Findings, RankFourSumWithPlaneOriginReadsOnlyItsOperand) {
+  if (kOpenFrameOriginMerge)
+    GTEST_SKIP() << "open finding: rank-4 origin merge of the call frame reads outside the operand";
+  // Two dense planes of 3 x 4 s16 ones, behind one plane of the parent and
+  // inside a canvas whose other elements are large.
+  Image im;
+  make_image(im, SORN_S16, 2, 3, 4, 1, 0, 0, 4);
+  for (size_t i = 0; i + 1 < im.canvas.bytes.size(); i += 2) {
+    const int16_t big = 10000;
+    std::memcpy(im.canvas.data() + i, &big, 2);
+  }
+  std::mt19937_64 rng(1);
+  fill_site(im, rng, [](std::mt19937_64 &) { return 1.0; });
+  double sums[4] = {0, 0, 0, 0};
+  SornXE xe = fresh_env();
+  const SornStatus st = SornSum(&xe, 0, &im.rec, nullptr, sums);
+  SornXEfini(&xe);
+  ASSERT_EQ(st, SORN_OK);
+  // One plane or both, as the frame runs them: only ones are read.
+  EXPECT_TRUE(sums[0] == 12.0 || sums[0] == 24.0) << sums[0];
+}
+
+}  // namespace
+}  // namespace sorn_reliability
