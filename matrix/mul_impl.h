@@ -457,28 +457,40 @@ void mvn_general_run(int32_t m, int32_t kk, int32_t count, void *dst, ptrdiff_t 
   }
 }
 
-// Packs the vectors into rows of kk elements when the rule says so, and runs
-// the general list path. A failed request runs on the list as it is.
+// The vectors packed into rows of kk elements when the packing rule says so;
+// otherwise (or when the scratch request fails) the list as it is. The block
+// goes back with release().
+struct PackedList {
+  SornXE *xe;
+  void *blk = nullptr;
+  const void *own[3] = {nullptr, nullptr, nullptr};
+  const void *const *list;
+  PackedList(SornXE *x, int32_t m, int32_t kk, int32_t count, const void *const *vectors,
+             int32_t esize)
+      : xe(x), list(vectors) {
+    const VecList v(vectors, count);
+    const int64_t rowBytes = (int64_t)kk * esize;
+    const int64_t step = v.strided ? (int64_t)v.step : -1;
+    if (!__sorn_mulmvn_should_copy_src2(m, rowBytes, count, step - rowBytes)) return;
+    blk = SornXEalloca(xe, (size_t)count * (size_t)rowBytes, 16);
+    if (!blk) return;
+    for (int32_t j = 0; j < count; ++j)
+      std::memcpy(static_cast<byte *>(blk) + j * rowBytes, v.at<byte>(j), (size_t)rowBytes);
+    make_strided_list(own, blk, (ptrdiff_t)rowBytes, count);
+    list = own;
+  }
+  void release() {
+    if (blk) SornXEfreea(xe, blk);
+    blk = nullptr;
+  }
+};
+
 template <class P>
 void mvn_general(SornXE *xe, int32_t m, int32_t kk, int32_t count, void *dst, ptrdiff_t ds,
                  const void *a, ptrdiff_t as, const void *const *vectors, int32_t shift) {
-  using S = typename P::Src;
-  const VecList v(vectors, count);
-  const int64_t rowBytes = (int64_t)kk * (int64_t)sizeof(S);
-  const int64_t step = v.strided ? (int64_t)v.step : -1;
-  void *blk = nullptr;
-  if (__sorn_mulmvn_should_copy_src2(m, rowBytes, count, step - rowBytes))
-    blk = SornXEalloca(xe, (size_t)count * (size_t)rowBytes, 16);
-  if (blk) {
-    for (int32_t j = 0; j < count; ++j)
-      std::memcpy(static_cast<byte *>(blk) + j * rowBytes, v.at<S>(j), (size_t)rowBytes);
-    const void *packed[3];
-    make_strided_list(packed, blk, (ptrdiff_t)rowBytes, count);
-    mvn_general_run<P>(m, kk, count, dst, ds, a, as, VecList(packed, count), shift);
-    SornXEfreea(xe, blk);
-    return;
-  }
-  mvn_general_run<P>(m, kk, count, dst, ds, a, as, v, shift);
+  PackedList pl(xe, m, kk, count, vectors, (int32_t)sizeof(typename P::Src));
+  mvn_general_run<P>(m, kk, count, dst, ds, a, as, VecList(pl.list, count), shift);
+  pl.release();
 }
 
 // Row index and column index of the cells a pack word points at.

@@ -174,12 +174,19 @@ SornStatus sorna__mulmvn_f32f32(SornXE *xe, SornFlags flags, SornDimPack pack,
     kFixedMVN[(size_t)((M - 1) * 16 | (K - 1) * 4 | (count - 1))](dst, ds, src1, as, v, 0);
     return SORN_OK;
   }
-  switch (count) {
-    case 1: __sorna__mulmvn_f32f32_n1(M, K, count, dst, ds, src1, as, vectors, 0); return SORN_OK;
-    case 2: __sorna__mulmvn_f32f32_n2(M, K, count, dst, ds, src1, as, vectors, 0); return SORN_OK;
-    case 3: __sorna__mulmvn_f32f32_n3(M, K, count, dst, ds, src1, as, vectors, 0); return SORN_OK;
-    case 4: __sorna__mulmvn_f32f32_n4(M, K, count, dst, ds, src1, as, vectors, 0); return SORN_OK;
-    default: break;
+  if (count == 1) {
+    __sorna__mulmvn_f32f32_n1(M, K, count, dst, ds, src1, as, vectors, 0);
+    return SORN_OK;
+  }
+  if (count <= 4) {
+    // Scattered vectors read by many rows are worth packing first.
+    PackedList pl(xe, M, K, count, vectors, (int32_t)sizeof(float));
+    SornMulListProc proc = count == 2   ? &__sorna__mulmvn_f32f32_n2
+                           : count == 3 ? &__sorna__mulmvn_f32f32_n3
+                                        : &__sorna__mulmvn_f32f32_n4;
+    proc(M, K, count, dst, ds, src1, as, pl.list, 0);
+    pl.release();
+    return SORN_OK;
   }
   if (K == 1) {
     // Vectors of one element, evenly spaced, are one row of the product.
@@ -193,7 +200,9 @@ SornStatus sorna__mulmvn_f32f32(SornXE *xe, SornFlags flags, SornDimPack pack,
       __sorna__mulmm_f32f32_w11(M, 1, count, dst, ds, src1, as, row, 0, 0);
       SornXEfreea(xe, row);
     } else {
-      __sorna__mulmvn_f32f32_w1(M, K, count, dst, ds, src1, as, vectors, 0);
+      PackedList pl(xe, M, K, count, vectors, (int32_t)sizeof(float));
+      __sorna__mulmvn_f32f32_w1(M, K, count, dst, ds, src1, as, pl.list, 0);
+      pl.release();
     }
     return SORN_OK;
   }
@@ -207,16 +216,17 @@ SornStatus sorna__mulmvn_f32f32(SornXE *xe, SornFlags flags, SornDimPack pack,
       __sorna__mulmm_f32f32_w12(M, 2, count, dst, ds, src1, as, rows, rowBytes, 0);
       SornXEfreea(xe, rows);
     } else {
-      __sorna__mulmvn_f32f32_w2(M, K, count, dst, ds, src1, as, vectors, 0);
+      PackedList pl(xe, M, K, count, vectors, (int32_t)sizeof(float));
+      __sorna__mulmvn_f32f32_w2(M, K, count, dst, ds, src1, as, pl.list, 0);
+      pl.release();
     }
     return SORN_OK;
   }
-  if (K == 3) {
-    __sorna__mulmvn_f32f32_w3(M, K, count, dst, ds, src1, as, vectors, 0);
-    return SORN_OK;
-  }
-  if (K == 4) {
-    __sorna__mulmvn_f32f32_w4(M, K, count, dst, ds, src1, as, vectors, 0);
+  if (K == 3 || K == 4) {
+    PackedList pl(xe, M, K, count, vectors, (int32_t)sizeof(float));
+    (K == 3 ? &__sorna__mulmvn_f32f32_w3 : &__sorna__mulmvn_f32f32_w4)(M, K, count, dst, ds, src1,
+                                                                        as, pl.list, 0);
+    pl.release();
     return SORN_OK;
   }
   mvn_general<F32Pol>(xe, M, K, count, dst, ds, src1, as, vectors, 0);

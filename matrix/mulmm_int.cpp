@@ -38,21 +38,9 @@ void mvn_int(SornXE *xe, int32_t M, int32_t K, int32_t count, void *dst, ptrdiff
     case 1: mvn_fixed_k<P, 1>(M, count, dst, ds, a, as, v, shift); return;
     case 2: mvn_fixed_k<P, 2>(M, count, dst, ds, a, as, v, shift); return;
     case 3: {
-      const int64_t rowBytes = 3 * (int64_t)sizeof(S);
-      const int64_t step = v.strided ? (int64_t)v.step : -1;
-      void *blk = __sorn_mulmvn_should_copy_src2(M, rowBytes, count, step - rowBytes)
-                      ? SornXEalloca(xe, (size_t)(count * rowBytes), 16)
-                      : nullptr;
-      if (!blk) {
-        mvn_fixed_k<P, 3>(M, count, dst, ds, a, as, v, shift);
-        return;
-      }
-      for (int32_t j = 0; j < count; ++j)
-        std::memcpy(static_cast<byte *>(blk) + j * rowBytes, v.at<S>(j), (size_t)rowBytes);
-      const void *packed[3];
-      make_strided_list(packed, blk, (ptrdiff_t)rowBytes, count);
-      mvn_fixed_k<P, 3>(M, count, dst, ds, a, as, VecList(packed, count), shift);
-      SornXEfreea(xe, blk);
+      PackedList pl(xe, M, K, count, vectors, (int32_t)sizeof(S));
+      mvn_fixed_k<P, 3>(M, count, dst, ds, a, as, VecList(pl.list, count), shift);
+      pl.release();
       return;
     }
     default: mvn_general<P>(xe, M, K, count, dst, ds, a, as, vectors, shift); return;

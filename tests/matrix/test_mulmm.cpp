@@ -113,7 +113,8 @@ std::vector<Shape> list_shapes() {
   v.push_back({6, 4, 11});
   for (int32_t M : {5, 6, 7, 8, 9})
     for (int32_t K : {5, 8, 13}) v.push_back({M, K, 5 + (M + K) % 6});
-  v.push_back({64, 5, 64, 4000});  // vectors far apart: packed
+  v.push_back({64, 5, 64, 4000});     // vectors far apart: packed
+  v.push_back({64, 3, 64, 121000});   // short vectors very far apart: packed
   return v;
 }
 
