@@ -298,6 +298,14 @@ TEST(Vmemsize, BadLastStrideOrExtentGivesZero) {
   EXPECT_EQ(sorn_vmemsize(2, dn, st2, 0), 0u);
 }
 
+TEST(Vmemsize, NothingIsWrittenWhenTheAnswerIsZero) {
+  const int32_t dims[3] = {4, 0, 2};
+  int32_t st[3] = {-16, 0, 1};
+  EXPECT_EQ(sorn_vmemsize(3, dims, st, 2), 0u);
+  EXPECT_EQ(st[0], -16);
+  EXPECT_EQ(st[1], 0);
+}
+
 TEST(Vmemsize, PackedFormUsesTheLeadingCells) {
   const int32_t dims[4] = {2, 10, 20, 1};
   int32_t st[4] = {0, -8, 0, 4};
@@ -431,6 +439,15 @@ TEST(Overlap, Records) {
   b.offset = 15;
   EXPECT_EQ(sorn_arr__overlapped(&a, &b, 2, o, s, o, s), kYes);
   EXPECT_EQ(sorn_arr__overlapped(&a, &b, 2, nullptr, nullptr, nullptr, nullptr), kYes);
+  // Three cells are depth, rows and columns: the plane strides are compared.
+  SornArray p0 = sorn_test::make_record4(g_buf, 2, 4, 8, 1, SORN_U8, 64, 16);
+  SornArray p1 = sorn_test::make_record4(g_buf + 40, 2, 4, 8, 1, SORN_U8, 96, 16);
+  EXPECT_EQ(sorn_arr__overlapped(&p0, &p1, 3, nullptr, nullptr, nullptr, nullptr), kYes);
+  p1.strides[0] = 64;
+  // Same plane stride: the first planes (64 bytes from each start) decide.
+  EXPECT_EQ(sorn_arr__overlapped(&p0, &p1, 3, nullptr, nullptr, nullptr, nullptr), kYes);
+  p1.data = g_buf + 64;
+  EXPECT_EQ(sorn_arr__overlapped(&p0, &p1, 3, nullptr, nullptr, nullptr, nullptr), 0u);
 }
 
 // Reference for the rule: spans [start, start + sum(size * stride)); when
