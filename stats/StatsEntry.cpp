@@ -18,12 +18,25 @@ void origin_from_data(const SornArray *a, Operand *op) {
   sorn_vec_update_$loff(4, op->roi.origin, a->strides, (int32_t)a->offset);
 }
 
+// At rank 4 the origin goes into the base before the frame sees the
+// operand. Merging folds an origin cell into the next inner one weighted by
+// the outer stride, which is exact only for an inner stride of 1; with the
+// base advanced and no origin vector there is nothing to fold, and a region
+// that starts inside the array is worked where it lies.
+void *based(Operand *op) {
+  return sorn_advance_ptr(op->data, sorn_vec_mkloff(4, op->roi.origin, op->strides));
+}
+
+// A channel cell cut to nothing (or to less than nothing, when the region's
+// channels begin past the pixel's) leaves no element to work.
+bool no_channels(const Operand *op) { return op->roi.size[3] < 1; }
+
 }  // namespace
 
 SornStatus prepare_image(const SornArray *src, const SornVolume *roi, Operand *op) {
   if (bad_image(src)) return SORN_EINVAL;
   sorn_arr_adjorgetRoi(src, &op->roi, roi);
-  if (sorn_volume__empty(3, op->roi.size)) return SORN_ENOSPC;
+  if (sorn_volume__empty(3, op->roi.size) || no_channels(op)) return SORN_ENOSPC;
   take(src, op);
   origin_from_data(src, op);
   return SORN_OK;
@@ -35,6 +48,7 @@ SornStatus prepare_masked(const SornArray *src, const SornArray *mask, const Sor
   if (bad_mask(src, mask)) return SORN_EINVAL;
   if (!sorn_arr_negotiateRoi(src, mask, &op->roi, &mop->roi, roi, maskSite, 3))
     return SORN_ENOSPC;
+  if (no_channels(op)) return SORN_ENOSPC;
   take(src, op);
   take(mask, mop);
   origin_from_data(src, op);
@@ -51,7 +65,7 @@ SornStatus run_image(SornXE *xe, SornFlags flags, int32_t ndims, Operand *op, ui
                   op->roi.origin + first, op->strides + first, out);
   SornPack pack;
   return sorna_call(sorna_genpackL(&pack, tag, proc, xe, flags, out, dp, 2, op->roi.size,
-                                   op->type, op->data, op->roi.origin, op->strides));
+                                   op->type, based(op), nullptr, op->strides));
 }
 
 SornStatus run_masked(SornXE *xe, SornFlags flags, int32_t ndims, Operand *op, Operand *mop,
@@ -64,8 +78,8 @@ SornStatus run_masked(SornXE *xe, SornFlags flags, int32_t ndims, Operand *op, O
                   mop->roi.origin + first, mop->strides + first, out);
   SornPack pack;
   return sorna_call(sorna_mappackL(&pack, tag, proc, xe, flags, out, dp, 2, op->roi.size,
-                                   op->type, op->data, op->roi.origin, op->strides, mop->type,
-                                   mop->data, mop->roi.origin, mop->strides));
+                                   op->type, based(op), nullptr, op->strides, mop->type,
+                                   based(mop), nullptr, mop->strides));
 }
 
 }  // namespace sorn_stats

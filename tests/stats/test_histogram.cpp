@@ -686,3 +686,42 @@ TEST(HistogramDispatch, FloatCountRoundsItsSumIntoIsum) {
   EXPECT_EQ(t.h.fsum, 5.5f);
   EXPECT_EQ(t.h.isum, 6u);
 }
+
+TEST(HistogramEntry, ChannelCellCutToNothingIsAnEmptyRegion) {
+  Env env;
+  Image img(2, 2, 1, SORN_U8, 0, 7);
+  Image mask(2, 2, 1, SORN_U8, 0, 1);
+  SornArray a = img.record(), m = mask.record();
+  TestHist t(256, 0, 255);
+  SornVolume roi = {{0, 0, 0, 3}, {1, 2, 2, -8}};
+  EXPECT_EQ(SornHistogram(env.xe(), 0, &a, &roi, 0, &t.h), SORN_ENOSPC);
+  EXPECT_EQ(SornHistogramEx(env.xe(), 0, &a, &m, &roi, nullptr, 0, &t.h), SORN_ENOSPC);
+  EXPECT_EQ(t.store[7], 0u);
+  EXPECT_EQ(t.h.isum, 0u);
+}
+
+TEST(Histogram4D, RegionInsideDensePlanesCountsWhereItLies) {
+  Env env;
+  const int P = 3, R = 4, C = 4;
+  std::vector<uint8_t> buf(P * R * C);
+  for (int p = 0; p < P; ++p)
+    for (int y = 0; y < R; ++y)
+      for (int x = 0; x < C; ++x) buf[(p * R + y) * C + x] = (uint8_t)(p * 100 + y * 10 + x);
+  SornArray a = sorn_test::make_record4(buf.data(), P, R, C, 1, SORN_U8, R * C, C);
+  // Planes 1 and 2 whole: dense, merged into one row.
+  SornVolume roi = sorn_test::make_roi(0, 0, R, C, 1, 1, 2);
+  TestHist t(256, 0, 255);
+  ASSERT_EQ(SornHistogram(env.xe(), 0, &a, &roi, 0, &t.h), SORN_OK);
+  std::vector<uint32_t> want(257, 0);
+  for (int i = R * C; i < P * R * C; ++i) want[buf[i]]++;
+  EXPECT_EQ(t.store, want);
+  // Rows 1 and 2, columns 2 and 3 of plane 2 on: not dense, the first plane
+  // of the region alone.
+  roi = sorn_test::make_roi(1, 2, 2, 2, 1, 2, 1);
+  TestHist u(256, 0, 255);
+  ASSERT_EQ(SornHistogram(env.xe(), 0, &a, &roi, 0, &u.h), SORN_OK);
+  std::vector<uint32_t> want2(257, 0);
+  for (int y = 1; y < 3; ++y)
+    for (int x = 2; x < 4; ++x) want2[200 + y * 10 + x]++;
+  EXPECT_EQ(u.store, want2);
+}

@@ -411,25 +411,80 @@ TEST(Sum4D, DenseMaskedMeanCountsAcrossPlanes) {
   EXPECT_EQ(mean, w / (double)n);
 }
 
-TEST(Sum4D, RoiOnPlanesFollowsTheFramesOriginFold) {
-  // Merging folds the plane coordinate into the row cell and then the row
-  // cell into the column cell, each time multiplied by the outer stride: an
-  // origin of plane 1 lands at byte 1 * 4 * 2 = 8, plane 2. The frame keeps
-  // that rule, and so the sum starts there.
+TEST(Sum4D, RoiOnPlanesSelectsThePlanesOfTheRoi) {
   Env env;
   const int P = 4, R = 2, C = 2;
   std::vector<uint8_t> buf(P * R * C);
   for (int p = 0; p < P; ++p)
     for (int i = 0; i < R * C; ++i) buf[p * R * C + i] = (uint8_t)(p + 1);
   SornArray a = sorn_test::make_record4(buf.data(), P, R, C, 1, SORN_U8, R * C, C);
-  SornVolume roi = sorn_test::make_roi(0, 0, R, C, 1, 1, 2);
+  SornVolume roi = sorn_test::make_roi(0, 0, R, C, 1, 1, 2);  // planes 1 and 2
   double s = 0;
   ASSERT_EQ(SornSum(env.xe(), 0, &a, &roi, &s), SORN_OK);
-  EXPECT_EQ(s, (3.0 + 4.0) * R * C);
-  // From plane 0 the fold is exact.
-  roi = sorn_test::make_roi(0, 0, R, C, 1, 0, 2);
-  ASSERT_EQ(SornSum(env.xe(), 0, &a, &roi, &s), SORN_OK);
-  EXPECT_EQ(s, (1.0 + 2.0) * R * C);
+  EXPECT_EQ(s, (2.0 + 3.0) * R * C);
+  roi = sorn_test::make_roi(0, 0, R, C, 1, 3, 5);  // cut to the last plane
+  ASSERT_EQ(SornMean(env.xe(), 0, &a, &roi, &s), SORN_OK);
+  EXPECT_EQ(s, 4.0);
+}
+
+TEST(Sum4D, RandomRegionsOfPlanesStayInsideTheArray) {
+  // Every block is exactly the array's size, so that a read past it shows
+  // under the address sanitizer.
+  Env env;
+  auto rng = sorn_test::seeded_rng(0x4d);
+  for (int iter = 0; iter < 200; ++iter) {
+    const int P = 1 + (int)(rng() % 4), R = 1 + (int)(rng() % 5), C = 1 + (int)(rng() % 7);
+    const int ch = (rng() & 1) ? 1 : 3;
+    const int pad = (rng() % 3 == 0) ? 2 : 0;  // elements of padding per row
+    const int rowe = C * ch + pad, plane = R * rowe + ((rng() % 3 == 0) ? 5 : 0);
+    std::vector<int16_t> buf((size_t)P * plane);
+    for (auto &v : buf) v = (int16_t)(rng() % 2001) - 1000;
+    std::vector<uint8_t> mbuf((size_t)P * R * C);
+    for (auto &m : mbuf) m = (uint8_t)(rng() % 3);
+    SornArray a =
+        sorn_test::make_record4(buf.data(), P, R, C, ch, SORN_S16, plane * 2, rowe * 2);
+    SornArray m = sorn_test::make_record4(mbuf.data(), P, R, C, 1, SORN_U8, R * C, C);
+    SornVolume roi = sorn_test::make_roi((int)(rng() % R), (int)(rng() % C), R, C, ch,
+                                         (int)(rng() % P), P);
+    const bool masked = rng() & 1;
+    double out[3] = {0, 0, 0};
+    SornStatus st = masked ? SornSumEx(env.xe(), 0x10000000, &a, &m, &roi, &roi, out)
+                           : SornSum(env.xe(), 0, &a, &roi, out);
+    ASSERT_GE(st, 0) << "iteration " << iter;
+    // The region once cut to the array. Planes merge into rows where a plane
+    // follows the region's last row without a gap: all rows taken, planes
+    // not padded. Otherwise the region's first plane alone is summed.
+    const int oz = roi.origin[0], oy = roi.origin[1], ox = roi.origin[2];
+    const int nz = P - oz, ny = R - oy, nx = C - ox;
+    const int planes = (plane == R * rowe && oy == 0) ? nz : 1;
+    double want[3] = {0, 0, 0};
+    int64_t n = 0;
+    for (int z = oz; z < oz + planes; ++z)
+      for (int y = oy; y < oy + ny; ++y)
+        for (int x = ox; x < ox + nx; ++x) {
+          if (masked && mbuf[(size_t)(z * R + y) * C + x] == 0) continue;
+          ++n;
+          for (int c = 0; c < ch; ++c) want[c] += buf[(size_t)z * plane + y * rowe + x * ch + c];
+        }
+    if (masked) ASSERT_EQ(st, n) << "iteration " << iter;
+    for (int c = 0; c < ch; ++c) ASSERT_EQ(out[c], want[c]) << "iteration " << iter;
+  }
+}
+
+TEST(SumEntry, ChannelCellCutToNothingIsAnEmptyRegion) {
+  Env env;
+  Image img(2, 2, 1, SORN_U8, 0, 1);
+  Image mask(2, 2, 1, SORN_U8, 0, 1);
+  SornArray a = img.record(), m = mask.record();
+  double s[4] = {-3, -3, -3, -3};
+  // Channels from 2 on, one of them: past the pixel's only channel.
+  SornVolume roi = {{0, 0, 0, 2}, {1, 2, 2, 1}};
+  EXPECT_EQ(SornSum(env.xe(), 0, &a, &roi, s), SORN_ENOSPC);
+  EXPECT_EQ(SornMeanEx(env.xe(), 0, &a, &m, &roi, nullptr, s), SORN_ENOSPC);
+  roi.origin[3] = 0;
+  roi.size[3] = 0;
+  EXPECT_EQ(SornMean(env.xe(), 0, &a, &roi, s), SORN_ENOSPC);
+  for (double v : s) EXPECT_EQ(v, -3.0);
 }
 
 TEST(SumSlice, SliceFormWithFourCellsWorksTheFirstPlane) {
