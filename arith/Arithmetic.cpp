@@ -28,20 +28,20 @@ struct Arith2Slot {
 };
 
 constexpr Arith2Slot kArith2Slots[] = {
-    {SORN_FOURCC('a', 'a', 'd', 'd'), &sorna_add, nullptr},
-    {SORN_FOURCC('a', 'd', 'd', 'q'), nullptr, nullptr},
+    {SORN_FOURCC('a', 'a', 'd', 'd'), &sorna_add, &sorna_addC},
+    {SORN_FOURCC('a', 'd', 'd', 'q'), &sorna_addq, &sorna_addqC},
     {SORN_FOURCC('a', 'd', 'i', 'v'), nullptr, nullptr},
-    {SORN_FOURCC('a', 'd', 's', 'q'), nullptr, nullptr},
+    {SORN_FOURCC('a', 'd', 's', 'q'), &sorna_addsq, &sorna_addsqC},
     {SORN_FOURCC('a', 'm', 'u', 'l'), nullptr, nullptr},
-    {SORN_FOURCC('a', 's', 'u', 'b'), nullptr, nullptr},
+    {SORN_FOURCC('a', 's', 'u', 'b'), &sorna_sub, &sorna_subC},
     {SORN_FOURCC('d', 'i', 'v', 'r'), nullptr, nullptr},
     {SORN_FOURCC('r', 'd', 'i', 'v'), nullptr, nullptr},
     {SORN_FOURCC('r', 'd', 'v', 'r'), nullptr, nullptr},
-    {SORN_FOURCC('r', 's', 'b', 'q'), nullptr, nullptr},
-    {SORN_FOURCC('r', 's', 's', 'q'), nullptr, nullptr},
-    {SORN_FOURCC('r', 's', 'u', 'b'), nullptr, nullptr},
-    {SORN_FOURCC('s', 'b', 's', 'q'), nullptr, nullptr},
-    {SORN_FOURCC('s', 'u', 'b', 'q'), nullptr, nullptr},
+    {SORN_FOURCC('r', 's', 'b', 'q'), &sorna_rsubq, &sorna_rsubqC},
+    {SORN_FOURCC('r', 's', 's', 'q'), &sorna_rsubsq, &sorna_rsubsqC},
+    {SORN_FOURCC('r', 's', 'u', 'b'), &sorna_rsub, &sorna_rsubC},
+    {SORN_FOURCC('s', 'b', 's', 'q'), &sorna_subsq, &sorna_subsqC},
+    {SORN_FOURCC('s', 'u', 'b', 'q'), &sorna_subq, &sorna_subqC},
 };
 // The sigmoid shares the constant entry only.
 constexpr Arith2Slot kSigmoidSlot = {SORN_FOURCC('s', 'i', 'g', 'm'), nullptr, nullptr};
@@ -153,16 +153,29 @@ SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornA
                         &roiA.origin[c], &a->strides[c], cvec, sf, extra);
 }
 
-SornStatus SornAdd(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
-                   const SornArray *b, const SornVolume *dstroi, const SornVolume *aroi,
-                   const SornVolume *broi, int32_t sf, uint32_t extra) {
-  return _T_SornArith2(SORN_FOURCC('a', 'a', 'd', 'd'), xe, flags, dst, a, b, dstroi, aroi, broi,
-                       sf, extra);
-}
+// The public entries of the group: one selector each, for two arrays and
+// for an array and constants.
+#define SORN_ARITH2_ENTRIES(name, a, b, c, d)                                                  \
+  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src, \
+                        const SornArray *src2, const SornVolume *dstroi,                        \
+                        const SornVolume *aroi, const SornVolume *broi, int32_t sf,             \
+                        uint32_t extra) {                                                       \
+    return _T_SornArith2(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, src2, dstroi, aroi,      \
+                         broi, sf, extra);                                                      \
+  }                                                                                             \
+  SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                   \
+                           const SornArray *src, const double *cvec, const SornVolume *dstroi,  \
+                           const SornVolume *aroi, int32_t sf, uint32_t extra) {                \
+    return _T_SornArith2c(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, cvec, dstroi, aroi, sf, \
+                          extra);                                                               \
+  }
 
-SornStatus SornAddC(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
-                    const double *cvec, const SornVolume *dstroi, const SornVolume *aroi,
-                    int32_t sf, uint32_t extra) {
-  return _T_SornArith2c(SORN_FOURCC('a', 'a', 'd', 'd'), xe, flags, dst, a, cvec, dstroi, aroi,
-                        sf, extra);
-}
+SORN_ARITH2_ENTRIES(Add, 'a', 'a', 'd', 'd')
+SORN_ARITH2_ENTRIES(Addq, 'a', 'd', 'd', 'q')
+SORN_ARITH2_ENTRIES(Addsq, 'a', 'd', 's', 'q')
+SORN_ARITH2_ENTRIES(Sub, 'a', 's', 'u', 'b')
+SORN_ARITH2_ENTRIES(Subq, 's', 'u', 'b', 'q')
+SORN_ARITH2_ENTRIES(Subsq, 's', 'b', 's', 'q')
+SORN_ARITH2_ENTRIES(RSub, 'r', 's', 'u', 'b')
+SORN_ARITH2_ENTRIES(RSubq, 'r', 's', 'b', 'q')
+SORN_ARITH2_ENTRIES(RSubsq, 'r', 's', 's', 'q')

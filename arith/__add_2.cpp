@@ -1,10 +1,8 @@
-// Add kernels with two-byte destinations (s16).
+// Add, saturating add and add-constant kernels with two-byte destinations (s16).
 #include "add_kernels.h"
 
-#define SORN_KEEP_2(...) __VA_ARGS__
 #define SORN_KEEP_1(...)
+#define SORN_KEEP_2(...) __VA_ARGS__
 #define SORN_KEEP_4(...)
-#define SORN_ADD_UNIT(d, a, b) \
-  SORN_ARITH_CAT(SORN_KEEP_, SORN_ARITH_SIZE_##d)(SORN_ADD_KERNEL_DEF(d, a, b))
 
-SORN_ADD_TRIPLES(SORN_ADD_UNIT)
+SORN_ADD_GROUP_KERNELS()

@@ -12,6 +12,7 @@
 #include <cfloat>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <type_traits>
 
 // The rounding helpers below rely on each float operation being rounded to
@@ -27,6 +28,7 @@ using s8 = int8_t;
 using s16 = int16_t;
 using s32 = int32_t;
 using f32 = float;
+using f64 = double;
 }  // namespace tok
 
 template <class T> struct type_code;
@@ -35,6 +37,7 @@ template <> struct type_code<int8_t> { static constexpr uint32_t value = SORN_S8
 template <> struct type_code<int16_t> { static constexpr uint32_t value = SORN_S16; };
 template <> struct type_code<int32_t> { static constexpr uint32_t value = SORN_S32; };
 template <> struct type_code<float> { static constexpr uint32_t value = SORN_F32; };
+template <> struct type_code<double> { static constexpr uint32_t value = SORN_F64; };
 
 constexpr uint32_t triple_key(uint32_t d, uint32_t a, uint32_t b) { return d << 8 | a << 4 | b; }
 
@@ -120,34 +123,110 @@ template <class D> inline ScaleArgs scale_args(int32_t sf) {
   return k;
 }
 
-// Operation policies: the operator on each arithmetic width in use.
+// What a kernel does when both sources are the very same elements.
+enum class Like {
+  // Addition hands the operation to the multiply-by-constant kernel of its
+  // triple. Those kernels are not part of the library yet: the kernels with
+  // two sources of one type decline such a call, untouched.
+  Multiply,
+  // Subtraction knows the answer: zero, written by the fill.
+  Zero,
+};
+
+// Operation policies: the operator on each arithmetic width in use, whether
+// it saturates at a scale factor of 0 (the q forms), and its like sources.
+// The second operand is the second source, or the constant of the C forms.
 struct AddOp {
+  static constexpr bool saturate = false;
+  static constexpr Like like = Like::Multiply;
   static int32_t i32(int32_t a, int32_t b) { return (int32_t)((uint32_t)a + (uint32_t)b); }
+  static int64_t i64(int64_t a, int64_t b) { return a + b; }
   static float f32(float a, float b) { return a + b; }
   static double f64(double a, double b) { return a + b; }
 };
+struct SubOp {
+  static constexpr bool saturate = false;
+  static constexpr Like like = Like::Zero;
+  static int32_t i32(int32_t a, int32_t b) { return (int32_t)((uint32_t)a - (uint32_t)b); }
+  static int64_t i64(int64_t a, int64_t b) { return a - b; }
+  static float f32(float a, float b) { return a - b; }
+  static double f64(double a, double b) { return a - b; }
+};
+// The reversed difference: the second operand less the first.
+struct RSubOp {
+  static constexpr bool saturate = false;
+  static constexpr Like like = Like::Zero;
+  static int32_t i32(int32_t a, int32_t b) { return (int32_t)((uint32_t)b - (uint32_t)a); }
+  static int64_t i64(int64_t a, int64_t b) { return b - a; }
+  static float f32(float a, float b) { return b - a; }
+  static double f64(double a, double b) { return b - a; }
+};
+// The saturating form of an operation: exact sums, clamped at sf 0 too.
+template <class Op> struct Sat : Op {
+  using Plain = Op;
+  static constexpr bool saturate = true;
+};
+
+// Round a float to an integer value in the current mode, then saturate it
+// to the destination: the q rule for negative scale factors.
+template <class D> inline D sat_round(float x) {
+  const float c = x < 0.0f ? -8388608.0f : 8388608.0f;
+  const float near = (x + c) - c;
+  const float r = ((x > -8388608.0f) & (x < 8388608.0f)) ? near : x;
+  if constexpr (std::is_same_v<D, int32_t>) {
+    const bool fits = (r >= -2147483648.0f) & (r < 2147483648.0f);
+    const int32_t v = (int32_t)(fits ? r : 0.0f);
+    return r >= 2147483648.0f ? INT32_MAX : r < -2147483648.0f ? INT32_MIN : v;
+  } else {
+    constexpr float lo = (float)int_range<D>::lo, hi = (float)int_range<D>::hi;
+    const float cl = r < lo ? lo : r > hi ? hi : r;
+    return (D)(int32_t)cl;
+  }
+}
 
 // One element. Integer sources combine in 32 bits (wrapping); the scale rule
 // then brings the result into an integer destination. A float source or a
-// float destination takes the float rules, which ignore the scale.
+// float destination takes the float rules, which ignore the scale. The
+// saturating forms combine exactly (in 64 bits when an s32 is involved) and
+// clamp where the plain ones wrap.
 template <class Op, Scale S, class D, class A, class B>
 inline D binary_elem(A a, B b, const ScaleArgs &k) {
   constexpr bool fa = std::is_floating_point_v<A>, fb = std::is_floating_point_v<B>;
   constexpr bool fd = std::is_floating_point_v<D>;
-  if constexpr (fa) {
-    // A float source is always the first: the dispatcher orders the sources.
-    if constexpr (std::is_same_v<B, int32_t>) {
+  if constexpr (std::is_same_v<B, double>) {
+    // A constant of the f64 class: the operation runs in f64.
+    const double r = Op::f64((double)a, b);
+    if constexpr (fd) return (float)r;
+    else return cvt_s32(r);
+  } else if constexpr (fa || fb) {
+    if constexpr (std::is_same_v<A, int32_t> || std::is_same_v<B, int32_t>) {
       // An s32 does not fit a float's mantissa: the combination runs in f64.
       const double r = Op::f64((double)a, (double)b);
       if constexpr (fd) return (float)r;
       else return cvt_s32(r);
     } else {
-      const float r = Op::f32(a, (float)b);
+      const float r = Op::f32((float)a, (float)b);
       if constexpr (fd) return r;
       else return cvt_s32(r);
     }
+  } else if constexpr (Op::saturate) {
+    constexpr bool wide = std::is_same_v<A, int32_t> || std::is_same_v<B, int32_t>;
+    if constexpr (wide) {
+      const int64_t s = Op::i64((int64_t)a, (int64_t)b);
+      if constexpr (fd) return (float)s;
+      else if constexpr (S == Scale::Wrap) return clamp_to<D>(s);
+      else if constexpr (S == Scale::Shift || S == Scale::WideShift)
+        return clamp_to<D>((int64_t)((uint64_t)s << k.shift));
+      else return sat_round<D>((float)s * k.factor);
+    } else {
+      // Narrow sources: the exact result fits 32 bits, and the plain rules
+      // for a non-zero scale are already those of the saturating form.
+      const int32_t s = Op::i32((int32_t)a, (int32_t)b);
+      if constexpr (fd) return (float)s;
+      else if constexpr (S == Scale::Wrap) return clamp32<D>(s);
+      else return binary_elem<typename Op::Plain, S, D, A, B>(a, b, k);
+    }
   } else {
-    static_assert(!fb, "a float second source comes with a float first source");
     const int32_t s = Op::i32((int32_t)a, (int32_t)b);
     if constexpr (fd) {
       return (float)s;
@@ -186,13 +265,40 @@ inline void binary_rows(int32_t rows, int32_t cols, char *d, ptrdiff_t ds, const
   }
 }
 
+// The scale factor's case is chosen once per call; float sources or a float
+// destination have only one.
+template <class D, class A, class B, class Run>
+inline void by_scale(int32_t sf, Run run) {
+  constexpr bool scaled = !std::is_floating_point_v<D> && !std::is_floating_point_v<A> &&
+                          !std::is_floating_point_v<B>;
+  if constexpr (scaled) {
+    switch (scale_kind(sf)) {
+      case Scale::Wrap: run(std::integral_constant<Scale, Scale::Wrap>{}); break;
+      case Scale::Shift: run(std::integral_constant<Scale, Scale::Shift>{}); break;
+      case Scale::WideShift: run(std::integral_constant<Scale, Scale::WideShift>{}); break;
+      case Scale::Mul: run(std::integral_constant<Scale, Scale::Mul>{}); break;
+    }
+  } else {
+    run(std::integral_constant<Scale, Scale::Wrap>{});
+  }
+}
+
 // The kernel: rows are dims[n-3] (one row with no step when n is 2), the row
 // length dims[n-2]; elements along a row are adjacent whatever the strides say.
 template <class Op, class D, class A, class B>
-SornStatus binary_kernel(int32_t n, const int32_t *dims, void *dst, const int32_t *dststrides,
-                         const void *pa, const int32_t *astrides, const void *pb,
-                         const int32_t *bstrides, int32_t sf) {
+SornStatus binary_kernel(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,
+                         const int32_t *dststrides, const void *pa, const int32_t *astrides,
+                         const void *pb, const int32_t *bstrides, int32_t sf) {
   if (n < 2) return SORN_OK;
+  if (pa == pb && sorn_vec__equal(n, astrides, bstrides)) {
+    if constexpr (Op::like == Like::Zero) {
+      // a - a is 0 whatever the scale factor: a block of zero bytes.
+      const uint32_t zero[4] = {0, 0, 0, 0};
+      if (sorna__dofill(xe, flags, n, dims, dst, dststrides, zero) == SORN_OK) return SORN_OK;
+    } else if constexpr (std::is_same_v<A, B>) {
+      return SORN_ENOTSUP;
+    }
+  }
   int32_t rows = 1;
   ptrdiff_t ds = 0, as = 0, bs = 0;
   if (n >= 3) {
@@ -207,17 +313,64 @@ SornStatus binary_kernel(int32_t n, const int32_t *dims, void *dst, const int32_
   const char *a = static_cast<const char *>(pa);
   const char *b = static_cast<const char *>(pb);
   const ScaleArgs k = scale_args<D>(sf);
-  constexpr bool by_scale = !std::is_floating_point_v<D> && !std::is_floating_point_v<A>;
-  if constexpr (by_scale) {
-    switch (scale_kind(sf)) {
-      case Scale::Wrap: binary_rows<Op, Scale::Wrap, D, A, B>(rows, cols, d, ds, a, as, b, bs, k); break;
-      case Scale::Shift: binary_rows<Op, Scale::Shift, D, A, B>(rows, cols, d, ds, a, as, b, bs, k); break;
-      case Scale::WideShift: binary_rows<Op, Scale::WideShift, D, A, B>(rows, cols, d, ds, a, as, b, bs, k); break;
-      case Scale::Mul: binary_rows<Op, Scale::Mul, D, A, B>(rows, cols, d, ds, a, as, b, bs, k); break;
+  by_scale<D, A, B>(sf, [&](auto s) {
+    binary_rows<Op, decltype(s)::value, D, A, B>(rows, cols, d, ds, a, as, b, bs, k);
+  });
+  return SORN_OK;
+}
+
+// Rows of a C form: the constants c[0..period-1] cycle along the row.
+template <class Op, Scale S, class D, class A, class T>
+inline void const_rows(int32_t rows, int32_t len, int32_t period, char *d, ptrdiff_t ds,
+                       const char *a, ptrdiff_t as, const T *c, const ScaleArgs &k) {
+  const bool uniform = c[0] == c[1] && c[1] == c[2] && (period == 3 || c[2] == c[3]);
+  for (int32_t y = 0; y < rows; ++y) {
+    D *dr = reinterpret_cast<D *>(d);
+    const A *ar = reinterpret_cast<const A *>(a);
+    int32_t x = 0;
+    if (uniform) {
+      const T c0 = c[0];
+      for (; x < len; ++x) dr[x] = binary_elem<Op, S, D, A, T>(ar[x], c0, k);
+    } else if (period == 4) {
+      for (; x + 4 <= len; x += 4)
+        for (int32_t j = 0; j < 4; ++j) dr[x + j] = binary_elem<Op, S, D, A, T>(ar[x + j], c[j], k);
+      for (int32_t j = 0; x < len; ++x, ++j) dr[x] = binary_elem<Op, S, D, A, T>(ar[x], c[j], k);
+    } else {
+      for (; x + 3 <= len; x += 3)
+        for (int32_t j = 0; j < 3; ++j) dr[x + j] = binary_elem<Op, S, D, A, T>(ar[x + j], c[j], k);
+      for (int32_t j = 0; x < len; ++x, ++j) dr[x] = binary_elem<Op, S, D, A, T>(ar[x], c[j], k);
     }
-  } else {
-    binary_rows<Op, Scale::Wrap, D, A, B>(rows, cols, d, ds, a, as, b, bs, k);
+    d += ds;
+    a += as;
   }
+}
+
+// The kernel of a C form. The channels are not folded: the last dims cell
+// tells the cycle (three values for 3, four from the block otherwise) and
+// multiplies the row length.
+template <class Op, class D, class A, class T>
+SornStatus const_kernel(int32_t n, const int32_t *dims, void *dst, const int32_t *dststrides,
+                        const void *pa, const int32_t *astrides, const void *block, int32_t sf) {
+  if (n < 2) return SORN_OK;
+  int32_t rows = 1;
+  ptrdiff_t ds = 0, as = 0;
+  if (n >= 3) {
+    rows = dims[n - 3];
+    ds = dststrides[n - 3];
+    as = astrides[n - 3];
+  }
+  const int32_t ch = dims[n - 1] & 15;
+  const int32_t len = dims[n - 2] * ch;
+  if (rows < 1 || len < 1) return SORN_OK;
+  T c[4];
+  std::memcpy(c, block, sizeof c);
+  const int32_t period = ch == 3 ? 3 : 4;
+  const ScaleArgs k = scale_args<D>(sf);
+  char *d = static_cast<char *>(dst);
+  const char *a = static_cast<const char *>(pa);
+  by_scale<D, A, T>(sf, [&](auto s) {
+    const_rows<Op, decltype(s)::value, D, A, T>(rows, len, period, d, ds, a, as, c, k);
+  });
   return SORN_OK;
 }
 

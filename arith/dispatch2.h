@@ -10,6 +10,19 @@
 namespace sorn_arith {
 
 using Arith2Lookup = SornArith2Kernel (*)(uint32_t, uint32_t, uint32_t, SornStatus *);
+using Arith2cLookup = SornArith2cKernel (*)(uint32_t, uint32_t, uint32_t, SornStatus *);
+
+// What a lookup gives for a key it does not hold: a stub that the caller can
+// still call and that answers the status, "not supported" when all three
+// codes are known types and "invalid" otherwise.
+template <class K>
+K missing_kernel(uint32_t d, uint32_t a, uint32_t b, SornStatus *status) {
+  const bool known = known_type(d) && known_type(a) && known_type(b);
+  if (status) *status = known ? SORN_ENOTSUP : SORN_EINVAL;
+  // void (*)(void) is the generic function pointer type of the language.
+  auto stub = reinterpret_cast<void (*)(void)>(known ? &sorna_proc_enotsup : &sorna_proc_einval);
+  return reinterpret_cast<K>(stub);
+}
 
 inline int32_t elem_size(uint32_t code) { return SORN_ELEMSIZE(code); }
 

@@ -1,15 +1,65 @@
-// Layer 2 of the add family: origins become base pointers.
+// Layer 2 of the add and subtract group: origins become base pointers, and
+// the signed saturating forms take the destination's type with bit 3 set
+// (a u8 destination is written as s8) on their way to the q dispatchers.
 #include <sorn.h>
 
-SornStatus sorna_add(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                     uint32_t dsttype, void *dstbase, const int32_t *dstorigin,
-                     const int32_t *dststrides, uint32_t atype, const void *abase,
-                     const int32_t *aorigin, const int32_t *astrides, uint32_t btype,
-                     const void *bbase, const int32_t *borigin, const int32_t *bstrides,
-                     int32_t sf, uint32_t extra) {
+namespace {
+
+template <auto Dispatch, uint32_t DstBits>
+SornStatus arrays(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                  uint32_t dsttype, void *dstbase, const int32_t *dstorigin,
+                  const int32_t *dststrides, uint32_t atype, const void *abase,
+                  const int32_t *aorigin, const int32_t *astrides, uint32_t btype,
+                  const void *bbase, const int32_t *borigin, const int32_t *bstrides, int32_t sf,
+                  uint32_t extra) {
   const void *bptr = sorn_advance_ptr(bbase, sorn_vec_mkloff_$LS(pack, borigin, bstrides));
   const void *aptr = sorn_advance_ptr(abase, sorn_vec_mkloff_$LS(pack, aorigin, astrides));
   void *dstptr = sorn_advance_ptr(dstbase, sorn_vec_mkloff_$LS(pack, dstorigin, dststrides));
-  return sorna__add(xe, flags, pack, dims, dsttype, dstptr, dststrides, atype, aptr, astrides,
-                    btype, bptr, bstrides, sf, extra);
+  return Dispatch(xe, flags, pack, dims, dsttype | DstBits, dstptr, dststrides, atype, aptr,
+                  astrides, btype, bptr, bstrides, sf, extra);
 }
+
+template <auto Dispatch, uint32_t DstBits>
+SornStatus constant(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                    uint32_t dsttype, void *dstbase, const int32_t *dstorigin,
+                    const int32_t *dststrides, uint32_t atype, const void *abase,
+                    const int32_t *aorigin, const int32_t *astrides, const double *cvec,
+                    int32_t sf, uint32_t extra) {
+  const void *aptr = sorn_advance_ptr(abase, sorn_vec_mkloff_$LS(pack, aorigin, astrides));
+  void *dstptr = sorn_advance_ptr(dstbase, sorn_vec_mkloff_$LS(pack, dstorigin, dststrides));
+  return Dispatch(xe, flags, pack, dims, dsttype | DstBits, dstptr, dststrides, atype, aptr,
+                  astrides, cvec, sf, extra);
+}
+
+}  // namespace
+
+#define SORN_LAYER2(op, dispatch, bits)                                                        \
+  SornStatus sorna_##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,   \
+                        uint32_t dsttype, void *dstbase, const int32_t *dstorigin,             \
+                        const int32_t *dststrides, uint32_t atype, const void *abase,          \
+                        const int32_t *aorigin, const int32_t *astrides, uint32_t btype,       \
+                        const void *bbase, const int32_t *borigin, const int32_t *bstrides,    \
+                        int32_t sf, uint32_t extra) {                                          \
+    return arrays<&sorna__##dispatch, bits>(xe, flags, pack, dims, dsttype, dstbase, dstorigin, \
+                                           dststrides, atype, abase, aorigin, astrides, btype, \
+                                           bbase, borigin, bstrides, sf, extra);              \
+  }                                                                                            \
+  SornStatus sorna_##op##C(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
+                           uint32_t dsttype, void *dstbase, const int32_t *dstorigin,          \
+                           const int32_t *dststrides, uint32_t atype, const void *abase,       \
+                           const int32_t *aorigin, const int32_t *astrides,                    \
+                           const double *cvec, int32_t sf, uint32_t extra) {                   \
+    return constant<&sorna__##dispatch##C, bits>(xe, flags, pack, dims, dsttype, dstbase,      \
+                                                dstorigin, dststrides, atype, abase, aorigin,  \
+                                                astrides, cvec, sf, extra);                    \
+  }
+
+SORN_LAYER2(add, add, 0u)
+SORN_LAYER2(addq, addq, 0u)
+SORN_LAYER2(addsq, addq, 8u)
+SORN_LAYER2(sub, sub, 0u)
+SORN_LAYER2(subq, subq, 0u)
+SORN_LAYER2(subsq, subq, 8u)
+SORN_LAYER2(rsub, rsub, 0u)
+SORN_LAYER2(rsubq, rsubq, 0u)
+SORN_LAYER2(rsubsq, rsubq, 8u)

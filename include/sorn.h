@@ -480,6 +480,194 @@ SornArith2Kernel sorna__aaddfun_imp(uint32_t dsttype, uint32_t atype, uint32_t b
 SORN_ADD_TRIPLES(SORN_ADD_KERNEL_DECL)
 #undef SORN_ADD_KERNEL_DECL
 
+/* ---------------- Add and subtract families ----------------
+ * Subtraction in both orders, the saturating forms q, the signed saturating
+ * forms sq (the destination's type code taken with bit 3 set, so that a u8
+ * destination is written as s8), and the forms C with one f64 constant per
+ * channel. */
+
+/* Constant classification of the C forms: either bit lets an f32 constant
+ * win over big integers, which then count as s32. */
+#define SORN_F_CONST_CLASS   0x600000ull
+/* f32 constants on f32 sources widen to f64 for 4-byte destinations. */
+#define SORN_F_CONST_WIDE    0x100000ull
+
+/* Kernels of the C forms: `block` is a 64-byte fill vector of the constant
+ * type, read with a cycle of four values (three for three channels). */
+typedef SornStatus (*SornArith2cKernel)(SornXE *xe, SornFlags flags, int32_t n,
+                                        const int32_t *dims, void *dst,
+                                        const int32_t *dststrides, const void *a,
+                                        const int32_t *astrides, const void *block, int32_t sf,
+                                        uint32_t extra);
+
+#define SORN_ARITH2_ENTRY_DECL(name)                                                          \
+  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a, \
+                        const SornArray *b, const SornVolume *dstroi, const SornVolume *aroi,  \
+                        const SornVolume *broi, int32_t sf, uint32_t extra);                   \
+  SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                  \
+                           const SornArray *a, const double *cvec, const SornVolume *dstroi,   \
+                           const SornVolume *aroi, int32_t sf, uint32_t extra);
+SORN_ARITH2_ENTRY_DECL(Addq)
+SORN_ARITH2_ENTRY_DECL(Addsq)
+SORN_ARITH2_ENTRY_DECL(Sub)
+SORN_ARITH2_ENTRY_DECL(Subq)
+SORN_ARITH2_ENTRY_DECL(Subsq)
+SORN_ARITH2_ENTRY_DECL(RSub)
+SORN_ARITH2_ENTRY_DECL(RSubq)
+SORN_ARITH2_ENTRY_DECL(RSubsq)
+#undef SORN_ARITH2_ENTRY_DECL
+
+/* Layer 2 (origins to base pointers) and layer 3 (the dispatchers). */
+#define SORN_ARITH2_LAYER2_DECL(op)                                                           \
+  SornStatus sorna_##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,  \
+                        uint32_t dsttype, void *dstbase, const int32_t *dstorigin,            \
+                        const int32_t *dststrides, uint32_t atype, const void *abase,         \
+                        const int32_t *aorigin, const int32_t *astrides, uint32_t btype,      \
+                        const void *bbase, const int32_t *borigin, const int32_t *bstrides,   \
+                        int32_t sf, uint32_t extra);                                          \
+  SornStatus sorna_##op##C(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
+                           uint32_t dsttype, void *dstbase, const int32_t *dstorigin,         \
+                           const int32_t *dststrides, uint32_t atype, const void *abase,      \
+                           const int32_t *aorigin, const int32_t *astrides,                   \
+                           const double *cvec, int32_t sf, uint32_t extra);
+SORN_ARITH2_LAYER2_DECL(addq)
+SORN_ARITH2_LAYER2_DECL(addsq)
+SORN_ARITH2_LAYER2_DECL(sub)
+SORN_ARITH2_LAYER2_DECL(subq)
+SORN_ARITH2_LAYER2_DECL(subsq)
+SORN_ARITH2_LAYER2_DECL(rsub)
+SORN_ARITH2_LAYER2_DECL(rsubq)
+SORN_ARITH2_LAYER2_DECL(rsubsq)
+SornStatus sorna_addC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                      uint32_t dsttype, void *dstbase, const int32_t *dstorigin,
+                      const int32_t *dststrides, uint32_t atype, const void *abase,
+                      const int32_t *aorigin, const int32_t *astrides, const double *cvec,
+                      int32_t sf, uint32_t extra);
+#undef SORN_ARITH2_LAYER2_DECL
+
+#define SORN_ARITH2_DISPATCH_DECL(op)                                                         \
+  SornStatus sorna__##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
+                         uint32_t dsttype, void *dstptr, const int32_t *dststrides,          \
+                         uint32_t atype, const void *aptr, const int32_t *astrides,          \
+                         uint32_t btype, const void *bptr, const int32_t *bstrides,          \
+                         int32_t sf, uint32_t extra);                                        \
+  SornStatus sorna__##op##C(SornXE *xe, SornFlags flags, SornDimPack pack,                   \
+                            const int32_t *dims, uint32_t dsttype, void *dstptr,             \
+                            const int32_t *dststrides, uint32_t atype, const void *aptr,     \
+                            const int32_t *astrides, const double *cvec, int32_t sf,         \
+                            uint32_t extra);
+SORN_ARITH2_DISPATCH_DECL(addq)
+SORN_ARITH2_DISPATCH_DECL(sub)
+SORN_ARITH2_DISPATCH_DECL(subq)
+SORN_ARITH2_DISPATCH_DECL(rsub)
+SORN_ARITH2_DISPATCH_DECL(rsubq)
+SornStatus sorna__addC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                       uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
+                       const void *aptr, const int32_t *astrides, const double *cvec, int32_t sf,
+                       uint32_t extra);
+#undef SORN_ARITH2_DISPATCH_DECL
+
+/* Lookups: key dsttype << 8 | atype << 4 | btype (or the constant's type T).
+ * A missing key gives sorna_proc_enotsup for known codes, sorna_proc_einval
+ * otherwise, with the status in *status when status is not null. */
+SornArith2Kernel sorna__asubfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                    SornStatus *status);
+SornArith2Kernel sorna__arsubfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                     SornStatus *status);
+SornArith2Kernel sorna__aaddqfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                     SornStatus *status);
+SornArith2Kernel sorna__asubqfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                     SornStatus *status);
+SornArith2Kernel sorna__arsubqfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                      SornStatus *status);
+SornArith2cKernel sorna__aaddcfun_imp(uint32_t dsttype, uint32_t atype, uint32_t ctype,
+                                      SornStatus *status);
+SornArith2cKernel sorna__asubcfun_imp(uint32_t dsttype, uint32_t atype, uint32_t ctype,
+                                      SornStatus *status);
+SornArith2cKernel sorna__arsubcfun_imp(uint32_t dsttype, uint32_t atype, uint32_t ctype,
+                                       SornStatus *status);
+SornArith2cKernel sorna__aaddqcfun_imp(uint32_t dsttype, uint32_t atype, uint32_t ctype,
+                                       SornStatus *status);
+SornArith2cKernel sorna__asubqcfun_imp(uint32_t dsttype, uint32_t atype, uint32_t ctype,
+                                       SornStatus *status);
+SornArith2cKernel sorna__arsubqcfun_imp(uint32_t dsttype, uint32_t atype, uint32_t ctype,
+                                        SornStatus *status);
+
+/* The type tables of this group, written once. The plain subtraction
+ * families have the triples of SORN_ADD_TRIPLES. */
+/* Saturating kernels of their own (the other keys of the q lookups name the
+ * family's plain kernels: no overflow is possible there, or a float source
+ * is involved). */
+#define SORN_ADDQ_OWN_TRIPLES(X)                                                              \
+  X(s8, u8, u8) X(u8, u8, u8) X(u8, s16, u8) X(u8, s16, s16) X(s16, s16, u8)                \
+  X(s16, s16, s16) X(s32, s32, u8) X(s32, s32, s16) X(s32, s32, s32) X(f32, s32, u8)        \
+  X(f32, s32, s16) X(f32, s32, s32)
+#define SORN_ADDQ_PLAIN_TRIPLES(X)                                                            \
+  X(s16, u8, u8) X(s32, u8, u8) X(s32, s16, u8) X(s32, s16, s16) X(s32, f32, u8)            \
+  X(s32, f32, s16) X(s32, f32, s32) X(s32, f32, f32) X(f32, u8, u8) X(f32, s16, u8)         \
+  X(f32, s16, s16) X(f32, f32, u8) X(f32, f32, s16) X(f32, f32, s32) X(f32, f32, f32)
+/* The C forms: destination, source, constant type. */
+#define SORN_ADDC_TRIPLES(X)                                                                  \
+  X(u8, u8, u8) X(u8, u8, s32) X(u8, s16, s16) X(s16, u8, u8) X(s16, u8, s32)               \
+  X(s16, s16, s16) X(s32, u8, u8) X(s32, u8, s32) X(s32, s16, s16) X(s32, s16, s32)         \
+  X(s32, s32, s32) X(s32, f32, f32) X(s32, f32, f64) X(f32, u8, u8) X(f32, u8, s32)         \
+  X(f32, s16, s16) X(f32, s16, s32) X(f32, s32, s32) X(f32, s32, f64) X(f32, f32, f32)      \
+  X(f32, f32, f64)
+#define SORN_ADDQC_OWN_TRIPLES(X)                                                             \
+  X(s8, u8, u8) X(u8, s16, s16) X(u8, u8, s32) X(u8, u8, u8) X(s16, s16, s16)               \
+  X(s16, u8, s32) X(s32, s32, s32) X(s32, s16, s32) X(s32, u8, s32) X(f32, s32, s32)        \
+  X(f32, s16, s32) X(f32, u8, s32)
+#define SORN_ADDQC_PLAIN_TRIPLES(X)                                                           \
+  X(s16, u8, u8) X(s32, u8, u8) X(s32, s16, s16) X(s32, f32, f32) X(s32, f32, f64)          \
+  X(f32, u8, u8) X(f32, s16, s16) X(f32, s32, f64) X(f32, f32, f32) X(f32, f32, f64)
+
+/* Kernel names: sorna__<family>_c1_<dst><a><b>, sorna__<family>C_c1_<dst><a><T>. */
+#define SORN_ARITH2_KERNEL_DECL(fam, d, a, b)                                                 \
+  SornStatus sorna__##fam##_c1_##d##a##b(SornXE *xe, SornFlags flags, int32_t n,           \
+                                         const int32_t *dims, void *dst,                   \
+                                         const int32_t *dststrides, const void *pa,        \
+                                         const int32_t *astrides, const void *pb,          \
+                                         const int32_t *bstrides, int32_t sf, uint32_t extra);
+#define SORN_ARITH2C_KERNEL_DECL(fam, d, a, t)                                                \
+  SornStatus sorna__##fam##C_c1_##d##a##t(SornXE *xe, SornFlags flags, int32_t n,          \
+                                          const int32_t *dims, void *dst,                  \
+                                          const int32_t *dststrides, const void *pa,       \
+                                          const int32_t *astrides, const void *block,      \
+                                          int32_t sf, uint32_t extra);
+#define SORN_DECL_SUB(d, a, b) SORN_ARITH2_KERNEL_DECL(sub, d, a, b)
+#define SORN_DECL_RSUB(d, a, b) SORN_ARITH2_KERNEL_DECL(rsub, d, a, b)
+#define SORN_DECL_ADDQ(d, a, b) SORN_ARITH2_KERNEL_DECL(addq, d, a, b)
+#define SORN_DECL_SUBQ(d, a, b) SORN_ARITH2_KERNEL_DECL(subq, d, a, b)
+#define SORN_DECL_RSUBQ(d, a, b) SORN_ARITH2_KERNEL_DECL(rsubq, d, a, b)
+#define SORN_DECL_ADDC(d, a, t) SORN_ARITH2C_KERNEL_DECL(add, d, a, t)
+#define SORN_DECL_SUBC(d, a, t) SORN_ARITH2C_KERNEL_DECL(sub, d, a, t)
+#define SORN_DECL_RSUBC(d, a, t) SORN_ARITH2C_KERNEL_DECL(rsub, d, a, t)
+#define SORN_DECL_ADDQC(d, a, t) SORN_ARITH2C_KERNEL_DECL(addq, d, a, t)
+#define SORN_DECL_SUBQC(d, a, t) SORN_ARITH2C_KERNEL_DECL(subq, d, a, t)
+#define SORN_DECL_RSUBQC(d, a, t) SORN_ARITH2C_KERNEL_DECL(rsubq, d, a, t)
+SORN_ADD_TRIPLES(SORN_DECL_SUB)
+SORN_ADD_TRIPLES(SORN_DECL_RSUB)
+SORN_ADDQ_OWN_TRIPLES(SORN_DECL_ADDQ)
+SORN_ADDQ_OWN_TRIPLES(SORN_DECL_SUBQ)
+SORN_ADDQ_OWN_TRIPLES(SORN_DECL_RSUBQ)
+SORN_ADDC_TRIPLES(SORN_DECL_ADDC)
+SORN_ADDC_TRIPLES(SORN_DECL_SUBC)
+SORN_ADDC_TRIPLES(SORN_DECL_RSUBC)
+SORN_ADDQC_OWN_TRIPLES(SORN_DECL_ADDQC)
+SORN_ADDQC_OWN_TRIPLES(SORN_DECL_SUBQC)
+SORN_ADDQC_OWN_TRIPLES(SORN_DECL_RSUBQC)
+#undef SORN_DECL_SUB
+#undef SORN_DECL_RSUB
+#undef SORN_DECL_ADDQ
+#undef SORN_DECL_SUBQ
+#undef SORN_DECL_RSUBQ
+#undef SORN_DECL_ADDC
+#undef SORN_DECL_SUBC
+#undef SORN_DECL_RSUBC
+#undef SORN_DECL_ADDQC
+#undef SORN_DECL_SUBQC
+#undef SORN_DECL_RSUBQC
+
 /* ---- arith: later families (add, subtract, multiply, ...) go here ---- */
 
 /* ======================================================================

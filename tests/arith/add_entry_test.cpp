@@ -18,12 +18,11 @@ namespace {
 
 constexpr uint32_t kAadd = SORN_FOURCC('a', 'a', 'd', 'd');
 
+// The multiply and divide families, whose slots of the shared entries are
+// still empty.
 const uint32_t kLaterTags[] = {
-    SORN_FOURCC('a', 'd', 'd', 'q'), SORN_FOURCC('a', 'd', 'i', 'v'), SORN_FOURCC('a', 'd', 's', 'q'),
-    SORN_FOURCC('a', 'm', 'u', 'l'), SORN_FOURCC('a', 's', 'u', 'b'), SORN_FOURCC('d', 'i', 'v', 'r'),
-    SORN_FOURCC('r', 'd', 'i', 'v'), SORN_FOURCC('r', 'd', 'v', 'r'), SORN_FOURCC('r', 's', 'b', 'q'),
-    SORN_FOURCC('r', 's', 's', 'q'), SORN_FOURCC('r', 's', 'u', 'b'), SORN_FOURCC('s', 'b', 's', 'q'),
-    SORN_FOURCC('s', 'u', 'b', 'q')};
+    SORN_FOURCC('a', 'd', 'i', 'v'), SORN_FOURCC('a', 'm', 'u', 'l'), SORN_FOURCC('d', 'i', 'v', 'r'),
+    SORN_FOURCC('r', 'd', 'i', 'v'), SORN_FOURCC('r', 'd', 'v', 'r')};
 
 void fill_random(std::mt19937_64 &rng, Image &im) {
   for (int32_t y = 0; y < im.rows(); ++y)
@@ -134,8 +133,7 @@ TEST(AddFailures, UnknownTagIsInvalid) {
 }
 
 TEST(AddFailures, LaterFamiliesPassTheChecksAndAreNotSupportedYet) {
-  // pending: the other two-source families (subtract, saturating forms,
-  // multiply, divide) fill their slots of the shared entry later.
+  // pending: multiply and divide fill their slots of the shared entry later.
   Trio t;
   SornVolume far = make_roi(50, 50, 2, 2, 1);
   SornArray bad = t.rd;
@@ -269,6 +267,14 @@ TEST(AddPending, NarrowDestinationSaturatesThroughTiles) {
 }
 
 TEST(AddPending, LikeSourcesInPlaceGoThroughTheMultiplyByConstantKernel) {
+  // pending: the add kernels hand two like sources to the multiply-by-
+  // constant kernels; until those exist the call is declined untouched.
+  Image d(3, 4, 1, SORN_U8, 0, 7);
+  const std::vector<uint8_t> before = d.bytes_copy();
+  SornArray rd = d.record();
+  EXPECT_EQ(SornAdd(nullptr, 0, &rd, &rd, &rd, nullptr, nullptr, nullptr, 0, 0), SORN_ENOTSUP);
+  EXPECT_EQ(SornAdd(nullptr, 0, &rd, nullptr, &rd, nullptr, nullptr, nullptr, 0, 0), SORN_ENOTSUP);
+  EXPECT_EQ(d.bytes_copy(), before);
   GTEST_SKIP() << "pending: the like-sources handover of the add kernels to the "
                   "multiply-by-constant kernels (SornAdd(x, x, x) on u8 then writes zeros)";
 }
@@ -497,19 +503,16 @@ TEST(AddU8, EveryPairForEveryScaleFactorThroughTheEntry) {
 
 // --- the constant form ------------------------------------------------------
 
-TEST(AddC, PassesTheChecksAndIsPending) {
-  // pending: the constant dispatcher of the add family.
+TEST(AddC, LaterFamiliesPassTheChecksAndAreNotSupportedYet) {
+  // pending: the sigmoid, multiply and divide constant forms.
   Trio t;
   const double c[4] = {1, 2, 3, 4};
-  EXPECT_EQ(SornAddC(&t.xe, 0, &t.rd, &t.ra, c, nullptr, nullptr, 0, 0), SORN_ENOTSUP);
-  EXPECT_EQ(SornAddC(&t.xe, 0, &t.rd, nullptr, c, nullptr, nullptr, 0, 0), SORN_ENOTSUP);
   EXPECT_EQ(_T_SornArith2c(SORN_FOURCC('s', 'i', 'g', 'm'), &t.xe, 0, &t.rd, &t.ra, c, nullptr,
                            nullptr, 0, 0),
             SORN_ENOTSUP);
   for (uint32_t tag : kLaterTags)
     EXPECT_EQ(_T_SornArith2c(tag, &t.xe, 0, &t.rd, &t.ra, c, nullptr, nullptr, 0, 0), SORN_ENOTSUP);
   EXPECT_TRUE(t.untouched());
-  GTEST_SKIP() << "pending: constant dispatcher of the add family";
 }
 
 TEST(AddC, FailuresInTheirOrder) {

@@ -1,0 +1,8 @@
+// Subtract, reversed subtract, their saturating and constant kernels with one-byte destinations (u8, s8).
+#include "add_kernels.h"
+
+#define SORN_KEEP_1(...) __VA_ARGS__
+#define SORN_KEEP_2(...)
+#define SORN_KEEP_4(...)
+
+SORN_SUB_GROUP_KERNELS()

@@ -1,0 +1,8 @@
+// Subtract, reversed subtract, their saturating and constant kernels with two-byte destinations (s16).
+#include "add_kernels.h"
+
+#define SORN_KEEP_1(...)
+#define SORN_KEEP_2(...) __VA_ARGS__
+#define SORN_KEEP_4(...)
+
+SORN_SUB_GROUP_KERNELS()

@@ -1,0 +1,8 @@
+// Subtract, reversed subtract, their saturating and constant kernels with four-byte destinations (s32, f32).
+#include "add_kernels.h"
+
+#define SORN_KEEP_1(...)
+#define SORN_KEEP_2(...)
+#define SORN_KEEP_4(...) __VA_ARGS__
+
+SORN_SUB_GROUP_KERNELS()

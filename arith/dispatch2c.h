@@ -1,0 +1,125 @@
+// The dispatcher shared by the families with a constant operand: the
+// constants are classified into the narrowest type that holds them all,
+// fitted to the source, turned into a fill vector of that type once, and a
+// kernel of (destination, source, constant type) runs over the rows.
+#pragma once
+
+#include <sorn.h>
+
+#include <cmath>
+
+#include "dispatch2.h"
+
+namespace sorn_arith {
+
+// An integer constant too large for the 24-bit mantissa of an f32: an s32
+// with bit 4 set.
+constexpr uint32_t kBigInt = 27;
+
+// A double to a 64-bit integer by truncation, as the processor does it:
+// what does not fit (NaN included) is the most negative value.
+inline int64_t trunc_i64(double c) {
+  if (!(c > -9223372036854775808.0 && c < 9223372036854775808.0)) return INT64_MIN;
+  return (int64_t)c;
+}
+
+inline uint32_t classify_constant(double c) {
+  const int64_t i = trunc_i64(c);
+  const int32_t i32 = (int32_t)(uint32_t)(uint64_t)i;
+  // The tolerance of the library's float comparisons; NaN compares false
+  // and goes on as the integer 0.
+  if (std::fabs(c - (double)i32) > 1.1920928955078125e-7) return SORN_F32;
+  const int32_t neg = (int32_t)(0u - (uint32_t)i32);
+  if ((i32 > neg ? i32 : neg) > 0x1000000) return kBigInt;
+  if ((uint64_t)(i + 32768) > 65535u) return SORN_S32;
+  if ((uint64_t)i < 256u) return SORN_U8;
+  return SORN_S16;
+}
+
+// One type for all constants: a larger type replaces a smaller one; at equal
+// size the flags decide between f32 and f64.
+inline uint32_t constant_class(const double *cvec, int32_t nchan, SornFlags flags) {
+  uint32_t t = SORN_U8;
+  const bool relaxed = (flags & SORN_F_CONST_CLASS) != 0;
+  for (int32_t k = 0; k < nchan; ++k) {
+    const uint32_t c = classify_constant(cvec[k]);
+    const int32_t cs = elem_size(c), ts = elem_size(t);
+    if (cs > ts) {
+      t = c;
+    } else if (cs == ts && c != t) {
+      if (!relaxed) {
+        if (t == SORN_S32) t = c;
+        else if (c == kBigInt || c == SORN_F32) t = SORN_F64;
+      } else if (c == SORN_F32) {
+        t = SORN_F32;
+      }
+    }
+  }
+  if (relaxed && t == kBigInt) t = SORN_S32;
+  return t;
+}
+
+inline bool floating(uint32_t t) { return t == SORN_F32 || t == SORN_F64; }
+
+// The constant type fitted to the source and the destination.
+inline uint32_t fit_constant(uint32_t t, uint32_t atype, uint32_t dsttype, SornFlags flags) {
+  const int32_t ts = elem_size(t), as = elem_size(atype);
+  if (ts < as) t = atype;
+  else if (ts == as && t != atype) t = t == SORN_S32 ? SORN_F32 : SORN_F64;
+  if (atype != SORN_F32 && t != SORN_S32 && t != atype && !(dsttype == SORN_F32 && floating(t)))
+    t = SORN_S32;
+  if ((flags & SORN_F_CONST_WIDE) && t == SORN_F32 && atype == SORN_F32) {
+    const uint32_t cls = dsttype & 7u;
+    if (cls != 1u && cls != 2u) t = SORN_F64;
+  }
+  return t;
+}
+
+inline bool constant_direct(uint32_t t, uint32_t atype, uint32_t dsttype) {
+  const int32_t ds = elem_size(dsttype), as = elem_size(atype);
+  if (t == atype && (ds >= as || (dsttype == SORN_U8 && atype == SORN_S16))) return true;
+  if (t == SORN_S32 && atype == SORN_U8) return true;
+  if (t == SORN_S32 && ((dsttype & 7u) == 3u || (dsttype & 7u) == 5u)) return true;
+  return t == SORN_F64 && ds == as;
+}
+
+inline SornStatus dispatch2c(Arith2cLookup lookup, SornXE *xe, SornFlags flags, SornDimPack pack,
+                             const int32_t *dims, uint32_t dsttype, void *dstptr,
+                             const int32_t *dststrides, uint32_t atype, const void *aptr,
+                             const int32_t *astrides, const double *cvec, int32_t sf,
+                             uint32_t extra) {
+  const int32_t n = (int32_t)(pack & 15u);
+  if (n < 2) return SORN_EINVAL;
+  const int32_t w = dims[n - 1];
+  if ((flags & SORN_F_CHFORMAT) == 0 && (w & 0xf0) != 0) flags |= (SornFlags)(w & 0xf0);
+  const int32_t nchan = w;
+  uint32_t t = nchan >= 1 ? constant_class(cvec, nchan, flags) : SORN_U8;
+  t = fit_constant(t, atype, dsttype, flags);
+
+  alignas(8) uint8_t block[64];
+  const SornStatus st = sorn_mkifillvalv64(t, block, cvec, nchan);
+  if (st != SORN_OK) return st;
+
+  if (constant_direct(t, atype, dsttype)) {
+    SornArith2cKernel k = lookup(dsttype, atype, t, nullptr);
+    return k(xe, flags, n, dims, dstptr, dststrides, aptr, astrides, block, sf, extra);
+  }
+
+  // The tile paths: the source converted to s32 or f32 first for an f32
+  // destination, the operation formed in a wider type and saturated into
+  // the destination otherwise. Both end in the saturating conversion, which
+  // is not part of the library yet: after what they would refuse, the answer
+  // is "not supported", and nothing is written.
+  if (!known_type(dsttype)) return SORN_EINVAL;
+  SornStatus kst = SORN_OK;
+  if (dsttype == SORN_F32) {
+    (void)lookup(SORN_F32, t == SORN_F32 ? SORN_F32 : SORN_S32, t, &kst);
+  } else {
+    if (elem_size(t) <= elem_size(dsttype)) return SORN_EINVAL;
+    (void)lookup(t == SORN_F32 ? SORN_F32 : SORN_S32, atype, t, &kst);
+  }
+  if (kst != SORN_OK) return kst;
+  return SORN_ENOTSUP;
+}
+
+}  // namespace sorn_arith
