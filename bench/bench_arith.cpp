@@ -30,6 +30,28 @@ const Arith2Case kCases[] = {
     BENCH_ARITH_CASE("Add", SornAdd, u8, u8, u8, 1)
     BENCH_ARITH_CASE("Add", SornAdd, s16, s16, s16, 0)
     BENCH_ARITH_CASE("Add", SornAdd, f32, f32, f32, 0)
+    BENCH_ARITH_CASE("Subq", SornSubq, u8, u8, u8, 0)
+    BENCH_ARITH_CASE("Sub", SornSub, u8, u8, u8, 0)
+    BENCH_ARITH_CASE("Subq", SornSubq, s16, s16, s16, 0)
+};
+
+// The constant forms: one constant per channel, classified by the entry.
+using Arith2cEntry = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                    const double *, const SornVolume *, const SornVolume *, int32_t,
+                                    uint32_t);
+struct Arith2cCase {
+  const char *family;
+  Arith2cEntry entry;
+  uint32_t dst, a;
+  double c;
+  int32_t sf;
+};
+#define BENCH_ARITHC_CASE(fam, fn, d, a, c, sf) {fam, &fn, code_##d, code_##a, c, sf},
+const Arith2cCase kCasesC[] = {
+    BENCH_ARITHC_CASE("AddC", SornAddC, u8, u8, 3.0, 0)
+    BENCH_ARITHC_CASE("AddC", SornAddC, u8, u8, 300.0, 0)
+    BENCH_ARITHC_CASE("SubqC", SornSubqC, u8, u8, 3.0, 0)
+    BENCH_ARITHC_CASE("AddC", SornAddC, f32, f32, 1.5, 0)
 };
 
 constexpr int32_t kRows = 1080, kCols = 1920;
@@ -84,13 +106,40 @@ void run_arith2(benchmark::State &state, Arith2Case c) {
   SornXEfini(&xe);
 }
 
+void run_arith2c(benchmark::State &state, Arith2cCase c);
+
 const int kRegistered = [] {
   for (const Arith2Case &c : kCases) {
     const std::string name = std::string(c.family) + "/" + name_of(c.dst) + name_of(c.a) +
                              name_of(c.b) + "/sf" + std::to_string(c.sf) + "/1920x1080";
     benchmark::RegisterBenchmark(name.c_str(), run_arith2, c);
   }
+  for (const Arith2cCase &c : kCasesC) {
+    const std::string name = std::string(c.family) + "/" + name_of(c.dst) + name_of(c.a) + "/c" +
+                             std::to_string((int)c.c) + "/sf" + std::to_string(c.sf) + "/1920x1080";
+    benchmark::RegisterBenchmark(name.c_str(), run_arith2c, c);
+  }
   return 0;
 }();
+
+void run_arith2c(benchmark::State &state, Arith2cCase c) {
+  Plane d(c.dst, 1), a(c.a, 2);
+  SornXE xe;
+  std::memset(&xe, 0, sizeof xe);
+  SornXEinit(&xe, nullptr);
+  const double cvec[1] = {c.c};
+  for (auto _ : state) {
+    SornStatus st = c.entry(&xe, 0, &d.rec, &a.rec, cvec, nullptr, nullptr, c.sf, 0);
+    if (st != SORN_OK) {
+      state.SkipWithError("the operation failed");
+      break;
+    }
+    benchmark::DoNotOptimize(d.store.data());
+    benchmark::ClobberMemory();
+  }
+  const int64_t px = (int64_t)kRows * kCols;
+  state.SetBytesProcessed(state.iterations() * px * (SORN_ELEMSIZE(c.dst) + SORN_ELEMSIZE(c.a)));
+  SornXEfini(&xe);
+}
 
 }  // namespace
