@@ -1,0 +1,657 @@
+// sorn_compare: each operation of Sorn beside the routine a user would pick
+// instead, on the same pixels, in the same process, on one thread with warm
+// caches. Prints one table and writes it, with the machine, the compiler and
+// the date, to bench/RESULTS.md, and the ratios as a bar chart to
+// bench/compare/ratios.svg.
+//
+//   sorn_compare [--quick] [--samples N] [--photo FILE] [--out DIR]
+//
+// Each row times the Sorn call, the peer call and a memcpy that moves as
+// many bytes (read plus written) as the operation, in interleaved batches;
+// a batch runs long enough to be timed well, and the row reports the median
+// batch of each. The memcpy column is the single-thread bandwidth limit
+// that an element-wise operation can at best reach.
+#include <sorn.h>
+
+#include <opencv2/core.hpp>
+#include <opencv2/core/utility.hpp>
+#include <opencv2/features2d.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+extern "C" {
+#include <vl/generic.h>
+#include <vl/mser.h>
+}
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#ifndef SORN_COMPARE_HAVE_FMSER
+#define SORN_COMPARE_HAVE_FMSER 0
+#endif
+#ifndef SORN_COMPARE_BENCH_DIR
+#define SORN_COMPARE_BENCH_DIR "bench"
+#endif
+#ifndef SORN_COMPARE_COMPILER
+#define SORN_COMPARE_COMPILER "unknown"
+#endif
+#ifndef SORN_COMPARE_FLAGS
+#define SORN_COMPARE_FLAGS "unknown"
+#endif
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// ---------------------------------------------------------------- options
+
+struct Options {
+  bool quick = false;
+  int samples = 31;
+  std::string photo;
+  std::string out = SORN_COMPARE_BENCH_DIR;
+};
+
+// ---------------------------------------------------------------- timing
+
+double ms_since(Clock::time_point t0) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
+}
+
+double median(std::vector<double> v) {
+  if (v.empty()) return NAN;
+  std::sort(v.begin(), v.end());
+  const size_t n = v.size();
+  return n & 1 ? v[n / 2] : 0.5 * (v[n / 2 - 1] + v[n / 2]);
+}
+
+// Times up to three contenders in interleaved batches, so that a burst of
+// load from elsewhere on the machine falls on all of them alike. Each batch
+// repeats a call often enough to last about a millisecond; the result is the
+// median time of one call, in milliseconds.
+std::vector<double> race(const std::vector<std::function<void()>> &fns, int samples) {
+  const size_t k = fns.size();
+  std::vector<int> inner(k, 1);
+  for (size_t i = 0; i < k; ++i) {
+    for (int w = 0; w < 2; ++w) fns[i]();  // caches and lazy set-ups warm
+    const auto t0 = Clock::now();
+    fns[i]();
+    const double one = std::max(ms_since(t0), 1e-4);
+    inner[i] = (int)std::clamp(1.0 / one, 1.0, 10000.0);
+  }
+  // Slow contenders (the region detectors) get fewer samples, within a
+  // budget of about two seconds a row.
+  double per_round = 0;
+  for (size_t i = 0; i < k; ++i) {
+    const auto t0 = Clock::now();
+    for (int r = 0; r < inner[i]; ++r) fns[i]();
+    per_round += ms_since(t0);
+  }
+  const int n = std::clamp((int)(2000.0 / std::max(per_round, 1e-3)), 5, samples);
+  std::vector<std::vector<double>> t(k);
+  for (int s = 0; s < n; ++s) {
+    for (size_t j = 0; j < k; ++j) {
+      const size_t i = (j + (size_t)s) % k;  // the order turns from sample to sample
+      const auto t0 = Clock::now();
+      for (int r = 0; r < inner[i]; ++r) fns[i]();
+      t[i].push_back(ms_since(t0) / inner[i]);
+    }
+  }
+  std::vector<double> m(k);
+  for (size_t i = 0; i < k; ++i) m[i] = median(t[i]);
+  return m;
+}
+
+// ---------------------------------------------------------------- records
+
+SornArray rec_of(const cv::Mat &m) {
+  uint32_t type = 0;
+  switch (m.depth()) {
+    case CV_8U: type = SORN_U8; break;
+    case CV_8S: type = SORN_S8; break;
+    case CV_16S: type = SORN_S16; break;
+    case CV_32S: type = SORN_S32; break;
+    case CV_32F: type = SORN_F32; break;
+    default: std::fprintf(stderr, "no Sorn type for this matrix\n"); std::abort();
+  }
+  // Rows, columns, channels; strides in bytes of a row, a pixel, an element.
+  const int32_t dims[3] = {m.rows, m.cols, m.channels()};
+  const int32_t strides[3] = {(int32_t)m.step[0], (int32_t)m.elemSize(), (int32_t)m.elemSize1()};
+  SornArray r;
+  __sorn_array__$xtrn(&r, 3 | 3 << 8, dims, type, m.data, nullptr, strides);
+  return r;
+}
+
+struct Env {
+  SornXE xe;
+  Env() {
+    std::memset(&xe, 0, sizeof xe);
+    SornXEinit(&xe, nullptr);
+  }
+  ~Env() { SornXEfini(&xe); }
+  Env(const Env &) = delete;
+  Env &operator=(const Env &) = delete;
+};
+
+bool g_failed = false;
+
+void check(SornStatus s, const char *what) {
+  if (s < 0 && !g_failed) {
+    std::fprintf(stderr, "%s answered %lld\n", what, (long long)s);
+    g_failed = true;
+  }
+}
+
+// ---------------------------------------------------------------- images
+
+// A photograph from a Debian package, in grey, or an empty matrix.
+cv::Mat load_photo(const std::string &asked, std::string &source) {
+  std::vector<std::string> tries;
+  if (!asked.empty()) tries.push_back(asked);
+  for (const char *p : {"/usr/lib/python3/dist-packages/skimage/data/motorcycle_left.png",
+                        "/usr/lib/python3/dist-packages/skimage/data/astronaut.png",
+                        "/usr/lib/python3/dist-packages/skimage/data/coffee.png"})
+    tries.push_back(p);
+  for (const auto &p : tries) {
+    cv::Mat m = cv::imread(p, cv::IMREAD_GRAYSCALE);
+    if (!m.empty()) {
+      source = p;
+      return m;
+    }
+  }
+  return cv::Mat();
+}
+
+// A generated scene when there is no photograph: smooth shading at three
+// scales, a few hundred overlapping ellipses of random grey, a light blur
+// and sensor-like noise. It has the flat areas, edges and nested blobs that
+// stable regions are made of.
+cv::Mat make_scene(int rows, int cols, uint64_t seed) {
+  cv::RNG rng(seed);
+  cv::Mat acc(rows, cols, CV_32F, cv::Scalar(0));
+  const int grids[3][2] = {{6, 8}, {24, 32}, {96, 128}};
+  const float weights[3] = {90.f, 40.f, 15.f};
+  for (int g = 0; g < 3; ++g) {
+    cv::Mat small(grids[g][0], grids[g][1], CV_32F);
+    rng.fill(small, cv::RNG::UNIFORM, -1.0, 1.0);
+    cv::Mat big;
+    cv::resize(small, big, cv::Size(cols, rows), 0, 0, cv::INTER_CUBIC);
+    acc += big * weights[g];
+  }
+  acc += 128.0;
+  const int blobs = (int)(400.0 * rows * cols / 1e6) + 50;
+  for (int i = 0; i < blobs; ++i) {
+    const cv::Point c(rng.uniform(0, cols), rng.uniform(0, rows));
+    const int a = rng.uniform(3, std::max(4, cols / 12)), b = rng.uniform(3, std::max(4, rows / 12));
+    cv::ellipse(acc, c, cv::Size(a, b), rng.uniform(0.0, 180.0), 0, 360,
+                cv::Scalar(rng.uniform(0.0, 255.0)), cv::FILLED, cv::LINE_AA);
+  }
+  cv::GaussianBlur(acc, acc, cv::Size(5, 5), 1.2);
+  cv::Mat noise(rows, cols, CV_32F);
+  rng.fill(noise, cv::RNG::NORMAL, 0.0, 3.0);
+  acc += noise;
+  cv::Mat out;
+  acc.convertTo(out, CV_8U);
+  return out;
+}
+
+struct Scenes {
+  cv::Mat photo;
+  std::string source;
+  cv::Mat at(int rows, int cols, uint64_t seed) const {
+    if (photo.empty()) return make_scene(rows, cols, seed);
+    cv::Mat m;
+    cv::resize(photo, m, cv::Size(cols, rows), 0, 0,
+               (size_t)cols * rows > photo.total() ? cv::INTER_CUBIC : cv::INTER_AREA);
+    if (seed & 1) cv::flip(m, m, -1);
+    return m;
+  }
+};
+
+// ---------------------------------------------------------------- rows
+
+struct Row {
+  std::string op, size, peer;
+  double sorn_ms = NAN, peer_ms = NAN, copy_ms = NAN;
+  std::string note;
+  bool elementwise = false;  // goal: at most as slow as the peer
+  double goal = NAN;         // the ratio Sorn/peer to stay at or below, at 1920x1080
+  double ratio() const { return sorn_ms / peer_ms; }
+};
+
+std::vector<Row> g_rows;
+
+std::string size_name(int rows, int cols) {
+  return std::to_string(cols) + "x" + std::to_string(rows);
+}
+
+// memcpy that moves `traffic` bytes: half read, half written.
+struct Copier {
+  std::vector<uint8_t> from, to;
+  size_t n;
+  explicit Copier(size_t traffic) : from(traffic / 2 + 64, 1), to(traffic / 2 + 64), n(traffic / 2) {}
+  void operator()() {
+    std::memcpy(to.data(), from.data(), n);
+    asm volatile("" ::"r"(to.data()) : "memory");
+  }
+};
+
+void add_row(const std::string &op, int rows, int cols, const std::string &peer,
+             std::function<void()> sorn, std::function<void()> other, size_t traffic, double goal,
+             int samples, const std::string &note = "") {
+  Row r;
+  r.op = op;
+  r.size = size_name(rows, cols);
+  r.peer = peer;
+  r.goal = (rows == 1080 && cols == 1920) ? goal : NAN;
+  r.elementwise = traffic != 0;
+  std::vector<std::function<void()>> fns = {std::move(sorn), std::move(other)};
+  Copier copier(traffic ? traffic : 64);
+  if (traffic) fns.push_back(std::ref(copier));
+  const auto t = race(fns, samples);
+  r.sorn_ms = t[0];
+  r.peer_ms = t[1];
+  if (traffic) r.copy_ms = t[2];
+  r.note = note;
+  std::printf("%-34s %-10s %10.4f %10.4f %7.2f  %s\n", (op + " / " + peer).c_str(), r.size.c_str(),
+              r.sorn_ms, r.peer_ms, r.ratio(), note.c_str());
+  std::fflush(stdout);
+  g_rows.push_back(r);
+}
+
+void pending_row(const std::string &op, int rows, int cols, const std::string &peer,
+                 double peer_ms, const std::string &note) {
+  Row r;
+  r.op = op;
+  r.size = size_name(rows, cols);
+  r.peer = peer;
+  r.peer_ms = peer_ms;
+  r.note = note;
+  r.goal = NAN;
+  std::printf("%-34s %-10s %10s %10.4f %7s  %s\n", (op + " / " + peer).c_str(), r.size.c_str(),
+              "pending", peer_ms, "-", note.c_str());
+  g_rows.push_back(r);
+}
+
+// ---------------------------------------------------------------- element-wise
+
+void elementwise_rows(const Scenes &scenes, int rows, int cols, int samples) {
+  Env env;
+  SornXE *xe = &env.xe;
+  const cv::Mat a8 = scenes.at(rows, cols, 2), b8 = scenes.at(rows, cols, 3);
+  const size_t n = (size_t)rows * cols;
+  cv::Mat d8(rows, cols, CV_8U), c8(rows, cols, CV_8U);
+  SornArray ra8 = rec_of(a8), rb8 = rec_of(b8), rd8 = rec_of(d8);
+
+  add_row("add u8, saturating", rows, cols, "cv::add",
+          [&] { check(SornAddq(xe, 0, &rd8, &ra8, &rb8, nullptr, nullptr, nullptr, 0, 0), "SornAddq"); },
+          [&] { cv::add(a8, b8, c8); }, 3 * n, 1.0, samples);
+  add_row("sub u8, saturating", rows, cols, "cv::subtract",
+          [&] { check(SornSubq(xe, 0, &rd8, &ra8, &rb8, nullptr, nullptr, nullptr, 0, 0), "SornSubq"); },
+          [&] { cv::subtract(a8, b8, c8); }, 3 * n, 1.0, samples);
+  {
+    const double k[4] = {37, 37, 37, 37};
+    add_row("add u8 + constant, saturating", rows, cols, "cv::add(Scalar)",
+            [&] { check(SornAddqC(xe, 0, &rd8, &ra8, k, nullptr, nullptr, 0, 0), "SornAddqC"); },
+            [&] { cv::add(a8, cv::Scalar(37), c8); }, 2 * n, 1.0, samples);
+  }
+  {
+    cv::Mat d16(rows, cols, CV_16S), c16(rows, cols, CV_16S);
+    SornArray rd16 = rec_of(d16);
+    add_row("add u8 + u8 -> s16", rows, cols, "cv::add(CV_16S)",
+            [&] { check(SornAdd(xe, 0, &rd16, &ra8, &rb8, nullptr, nullptr, nullptr, 0, 0), "SornAdd"); },
+            [&] { cv::add(a8, b8, c16, cv::noArray(), CV_16S); }, 4 * n, 1.0, samples);
+    cv::Mat a16, b16;
+    a8.convertTo(a16, CV_16S, 128.0, -16384.0);
+    b8.convertTo(b16, CV_16S, 128.0, -16384.0);
+    SornArray ra16 = rec_of(a16), rb16 = rec_of(b16);
+    add_row("add s16, saturating", rows, cols, "cv::add",
+            [&] { check(SornAddq(xe, 0, &rd16, &ra16, &rb16, nullptr, nullptr, nullptr, 0, 0), "SornAddq"); },
+            [&] { cv::add(a16, b16, c16); }, 6 * n, 1.0, samples);
+  }
+  {
+    cv::Mat a32, b32;
+    a8.convertTo(a32, CV_32F, 0.37, -11.0);
+    b8.convertTo(b32, CV_32F, 1.91, 3.5);
+    cv::Mat d32(rows, cols, CV_32F), c32(rows, cols, CV_32F);
+    SornArray ra32 = rec_of(a32), rb32 = rec_of(b32), rd32 = rec_of(d32);
+    add_row("add f32", rows, cols, "cv::add",
+            [&] { check(SornAdd(xe, 0, &rd32, &ra32, &rb32, nullptr, nullptr, nullptr, 0, 0), "SornAdd"); },
+            [&] { cv::add(a32, b32, c32); }, 12 * n, 1.0, samples);
+    add_row("sub f32", rows, cols, "cv::subtract",
+            [&] { check(SornSub(xe, 0, &rd32, &ra32, &rb32, nullptr, nullptr, nullptr, 0, 0), "SornSub"); },
+            [&] { cv::subtract(a32, b32, c32); }, 12 * n, 1.0, samples);
+  }
+  {
+    const double v[4] = {91, 91, 91, 91};
+    add_row("fill u8", rows, cols, "Mat::setTo",
+            [&] { check(SornFill(xe, 0, &rd8, nullptr, v), "SornFill"); },
+            [&] { c8.setTo(cv::Scalar(91)); }, 2 * n, 1.0, samples);
+    add_row("copy u8 (C_sorn_bcopy2d)", rows, cols, "Mat::copyTo",
+            [&] { C_sorn_bcopy2d(d8.data, a8.data, (int32_t)d8.step[0], (int32_t)a8.step[0], rows, (size_t)cols); },
+            [&] { a8.copyTo(c8); }, 2 * n, 1.0, samples);
+  }
+}
+
+// ---------------------------------------------------------------- statistics
+
+void stats_rows(const Scenes &scenes, int rows, int cols, int samples) {
+  Env env;
+  SornXE *xe = &env.xe;
+  const cv::Mat a8 = scenes.at(rows, cols, 4);
+  const size_t n = (size_t)rows * cols;
+  SornArray ra8 = rec_of(a8);
+  {
+    std::vector<uint32_t> counts(257);
+    SornHist h;
+    std::memset(&h, 0, sizeof h);
+    const SornHistInit init = {SORN_U8, 256, 0.0, 255.0, 1, rows, cols};
+    sorn_hist_inithdr(&h, &init);
+    h.counts = counts.data();
+    cv::Mat hist;
+    const int channels[1] = {0}, bins[1] = {256};
+    const float range[2] = {0, 256};
+    const float *ranges[1] = {range};
+    add_row("histogram u8, 256 bins", rows, cols, "cv::calcHist",
+            [&] {
+              sorn_hist_reset(&h);
+              check(SornHistogram(xe, 0, &ra8, nullptr, 0, &h), "SornHistogram");
+            },
+            [&] { cv::calcHist(&a8, 1, channels, cv::noArray(), hist, 1, bins, ranges); }, n, 1.0,
+            samples);
+  }
+  double s[4] = {0, 0, 0, 0};
+  cv::Scalar cs;
+  add_row("sum u8", rows, cols, "cv::sum",
+          [&] { check(SornSum(xe, 0, &ra8, nullptr, s), "SornSum"); },
+          [&] { cs = cv::sum(a8); }, n, 1.0, samples);
+  cv::Mat a32;
+  a8.convertTo(a32, CV_32F, 0.37, -11.0);
+  SornArray ra32 = rec_of(a32);
+  add_row("sum f32", rows, cols, "cv::sum",
+          [&] { check(SornSum(xe, 0, &ra32, nullptr, s), "SornSum"); },
+          [&] { cs = cv::sum(a32); }, 4 * n, 1.0, samples);
+  add_row("mean u8", rows, cols, "cv::mean",
+          [&] { check(SornMean(xe, 0, &ra8, nullptr, s), "SornMean"); },
+          [&] { cs = cv::mean(a8); }, n, 1.0, samples);
+  cv::Mat mask;
+  cv::threshold(a8, mask, 110, 255, cv::THRESH_BINARY);
+  SornArray rm = rec_of(mask);
+  add_row("mean u8, masked", rows, cols, "cv::mean(mask)",
+          [&] { check(SornMeanEx(xe, 0, &ra8, &rm, nullptr, nullptr, s), "SornMeanEx"); },
+          [&] { cs = cv::mean(a8, mask); }, 2 * n, 1.0, samples);
+}
+
+// ---------------------------------------------------------------- stable regions
+
+struct MserParams {
+  int delta = 10;
+  double minarea = 0.0001, maxarea = 0.75, maxvariation = 0.33, mindiversity = 0.2;
+};
+
+// The flooding that the stable-region generation runs once for dark and
+// once for bright regions; regions counted are those of 16 pixels or more,
+// which become nodes.
+int count_nodes(const SornFWTSRegion *r) {
+  int n = 1;
+  for (const SornFWTSRegion *c = r->child; c; c = c->next) n += count_nodes(c);
+  return n;
+}
+
+int sorn_floodings(SornXE *xe, const cv::Mat &img) {
+  const int32_t dims[3] = {img.rows, img.cols, 1};
+  const int32_t strides[3] = {(int32_t)img.step[0], 1, 1};
+  const int32_t origin[3] = {0, 0, 0};
+  int nodes = 0;
+  for (uint16_t pol = 0; pol < 2; ++pol) {
+    SornFWTSRES res;
+    std::memset(&res, 0, sizeof res);
+    SornFWTSRESinit(&res, nullptr, nullptr);
+    SornWTSState st;
+    std::memset(&st, 0, sizeof st);
+    st.builder = &res;
+    st.polarity = pol;
+    check(sorna_fwatershed(xe, SORN_F_WTS_FFORM, &st, SORN_DIMPACK(3), dims, SORN_U8, img.data,
+                           origin, strides),
+          "sorna_fwatershed");
+    if (res.root) nodes += count_nodes(res.root);
+    SornFWTSRESfini(&res);
+  }
+  return nodes;
+}
+
+#if SORN_COMPARE_HAVE_FMSER
+int sorn_msers(SornXE *xe, const SornArray *img) {
+  SornFMSERFilter f;
+  __sorn_fmserfilt__$(&f);
+  check(SornGenerateFMSERs(xe, 0, img, nullptr, &f), "SornGenerateFMSERs");
+  const int n = (int)f.count1 + (int)f.count2;
+  sorn_fmserf_destroy(&f);
+  return n;
+}
+#endif
+
+void mser_rows(const Scenes &scenes, int rows, int cols, int samples) {
+  Env env;
+  SornXE *xe = &env.xe;
+  const cv::Mat img = scenes.at(rows, cols, 6);
+  cv::Mat inv;
+  const MserParams p;
+  const double px = (double)rows * cols;
+
+  auto cvm = cv::MSER::create(p.delta, std::max(1, (int)(px * p.minarea)), (int)(px * p.maxarea),
+                              p.maxvariation, p.mindiversity);
+  std::vector<std::vector<cv::Point>> cvregions;
+  std::vector<cv::Rect> boxes;
+  auto opencv = [&] { cvm->detectRegions(img, cvregions, boxes); };
+
+  const int vdims[2] = {cols, rows};  // the first dimension varies fastest
+  VlMserFilt *vf = vl_mser_new(2, vdims);
+  vl_mser_set_delta(vf, (vl_mser_pix)p.delta);
+  vl_mser_set_min_area(vf, p.minarea);
+  vl_mser_set_max_area(vf, p.maxarea);
+  vl_mser_set_max_variation(vf, p.maxvariation);
+  vl_mser_set_min_diversity(vf, p.mindiversity);
+  int vlcount = 0;
+  auto vlfeat = [&] {
+    // One pass finds dark regions; the bright ones come from the inverse.
+    vl_mser_process(vf, img.ptr<vl_mser_pix>());
+    vlcount = (int)vl_mser_get_regions_num(vf);
+    cv::bitwise_not(img, inv);
+    vl_mser_process(vf, inv.ptr<vl_mser_pix>());
+    vlcount += (int)vl_mser_get_regions_num(vf);
+  };
+  opencv();
+  vlfeat();
+  const std::string counts = "regions: OpenCV " + std::to_string(cvregions.size()) +
+                             ", VLFeat " + std::to_string(vlcount);
+
+  int nodes = 0;
+  auto flood = [&] { nodes = sorn_floodings(xe, img); };
+  flood();
+  add_row("component trees (f flooding x2)", rows, cols, "cv::MSER", flood, opencv, 0, NAN, samples,
+          "Sorn tree nodes " + std::to_string(nodes) + "; " + counts);
+
+#if SORN_COMPARE_HAVE_FMSER
+  SornArray rimg = rec_of(img);
+  int found = 0;
+  auto sorn = [&] { found = sorn_msers(xe, &rimg); };
+  sorn();
+  const std::string all = "regions: Sorn " + std::to_string(found) + ", OpenCV " +
+                          std::to_string(cvregions.size()) + ", VLFeat " + std::to_string(vlcount);
+  add_row("MSER, dark and bright", rows, cols, "cv::MSER", sorn, opencv, 0, 0.5, samples, all);
+  add_row("MSER, dark and bright", rows, cols, "vl_mser_process", sorn, vlfeat, 0, NAN, samples, all);
+#else
+  const auto t = race({opencv, vlfeat}, samples);
+  pending_row("MSER, dark and bright", rows, cols, "cv::MSER", t[0],
+              "pending: SornGenerateFMSERs not in the library yet; " + counts);
+  pending_row("MSER, dark and bright", rows, cols, "vl_mser_process", t[1],
+              "pending: SornGenerateFMSERs not in the library yet; " + counts);
+#endif
+  vl_mser_delete(vf);
+}
+
+// ---------------------------------------------------------------- report
+
+std::string read_first_line_with(const char *file, const char *key) {
+  std::ifstream in(file);
+  std::string line;
+  while (std::getline(in, line)) {
+    if (line.rfind(key, 0) == 0) {
+      const auto c = line.find(':');
+      std::string v = c == std::string::npos ? line : line.substr(c + 1);
+      v.erase(0, v.find_first_not_of(" \t"));
+      return v;
+    }
+  }
+  return "unknown";
+}
+
+std::string now_utc() {
+  const std::time_t t = std::time(nullptr);
+  char buf[64];
+  std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M UTC", std::gmtime(&t));
+  return buf;
+}
+
+std::string fmt(double v, int prec) {
+  if (std::isnan(v)) return "pending";
+  char buf[64];
+  std::snprintf(buf, sizeof buf, "%.*f", prec, v);
+  return buf;
+}
+
+std::string verdict(const Row &r) {
+  if (std::isnan(r.goal)) return "";
+  if (std::isnan(r.sorn_ms)) return "pending";
+  return r.ratio() <= r.goal ? "met" : "missed by " + fmt((r.ratio() / r.goal - 1) * 100, 0) + " %";
+}
+
+void write_svg(const std::string &path) {
+  std::vector<const Row *> rows;
+  for (const auto &r : g_rows)
+    if (!std::isnan(r.sorn_ms) && !std::isnan(r.peer_ms)) rows.push_back(&r);
+  const int bar = 18, gap = 6, left = 430, width = 420, top = 40;
+  const int height = top + (int)rows.size() * (bar + gap) + 40;
+  double maxr = 2.0;
+  for (const Row *r : rows) maxr = std::max(maxr, std::min(r->ratio(), 8.0));
+  maxr = std::ceil(maxr);
+  std::ofstream o(path);
+  o << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << left + width + 80 << "\" height=\""
+    << height << "\" font-family=\"sans-serif\" font-size=\"12\">\n";
+  o << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
+  o << "<text x=\"10\" y=\"20\" font-size=\"14\" font-weight=\"bold\">Sorn time / peer time "
+       "(below 1: Sorn is faster), one thread</text>\n";
+  auto xof = [&](double r) { return left + (int)(width * std::min(r, maxr) / maxr); };
+  for (int t = 0; t <= (int)maxr; ++t) {
+    const int x = xof(t);
+    o << "<line x1=\"" << x << "\" y1=\"" << top - 5 << "\" x2=\"" << x << "\" y2=\"" << height - 30
+      << "\" stroke=\"" << (t == 1 ? "black" : "#ccc") << "\"/>\n";
+    o << "<text x=\"" << x - 3 << "\" y=\"" << height - 15 << "\">" << t << "</text>\n";
+  }
+  int y = top;
+  for (const Row *r : rows) {
+    const double q = r->ratio();
+    const double goal = std::isnan(r->goal) ? 1.0 : r->goal;
+    const char *colour = q <= goal ? "#3a8f3a" : "#c0392b";
+    std::string label = r->op + " " + r->size + " vs " + r->peer;
+    for (auto &ch : label)
+      if (ch == '<' || ch == '>' || ch == '&') ch = ' ';
+    o << "<text x=\"" << left - 6 << "\" y=\"" << y + bar - 5 << "\" text-anchor=\"end\">" << label
+      << "</text>\n";
+    o << "<rect x=\"" << left << "\" y=\"" << y << "\" width=\"" << std::max(1, xof(q) - left)
+      << "\" height=\"" << bar << "\" fill=\"" << colour << "\"/>\n";
+    o << "<text x=\"" << xof(q) + 4 << "\" y=\"" << y + bar - 5 << "\">" << fmt(q, 2)
+      << (q > maxr ? " (cut)" : "") << "</text>\n";
+    y += bar + gap;
+  }
+  o << "</svg>\n";
+}
+
+void write_markdown(const std::string &path, const Options &opt, const Scenes &scenes) {
+  std::ofstream o(path);
+  o << "# Sorn beside OpenCV and VLFeat\n\n";
+  o << "Written by `sorn_compare` (bench/compare); run it again to refresh this file and "
+       "[the chart](compare/ratios.svg).\n\n";
+  o << "- Date: " << now_utc() << "\n";
+  o << "- CPU: " << read_first_line_with("/proc/cpuinfo", "model name") << ", "
+    << "load average at the end of the run: " << read_first_line_with("/proc/loadavg", "") << "\n";
+  o << "- Sorn built with: " << SORN_COMPARE_COMPILER << ", `" << SORN_COMPARE_FLAGS << "`\n";
+  o << "- OpenCV " << CV_VERSION << " (Debian's build), " << cv::getNumThreads()
+    << " thread; CPU features it dispatches to: `" << cv::getCPUFeaturesLine() << "`\n";
+  o << "- VLFeat " << vl_get_version_string() << " (Debian's build)\n";
+  o << "- Region images: "
+    << (scenes.photo.empty() ? std::string("generated scenes (no photograph found)")
+                             : "the photograph `" + scenes.source + "` (" +
+                                   std::to_string(scenes.photo.cols) + "x" +
+                                   std::to_string(scenes.photo.rows) + ", grey) scaled")
+    << "; element-wise and statistics inputs are the same picture at their size\n";
+  o << "- Method: same data, same process, one thread, caches warm; Sorn, peer and memcpy "
+       "batches interleaved, each batch about 1 ms; median of up to "
+    << opt.samples << " batches. Times are of one call, in ms.\n\n";
+  o << "Ratio is Sorn time over peer time: below 1.00 Sorn is faster. *memcpy* moves as many "
+       "bytes (read plus written) as the operation does: the single-thread memory bandwidth "
+       "limit; *Sorn/memcpy* near 1.00 means the operation runs at that limit.\n\n";
+  o << "| Operation | Size | Sorn ms | Peer | Peer ms | Ratio | memcpy ms | Sorn/memcpy | Goal "
+       "at 1920x1080 | Notes |\n";
+  o << "|---|---|--:|---|--:|--:|--:|--:|---|---|\n";
+  for (const auto &r : g_rows) {
+    o << "| " << r.op << " | " << r.size << " | " << fmt(r.sorn_ms, 3) << " | " << r.peer << " | "
+      << fmt(r.peer_ms, 3) << " | "
+      << (std::isnan(r.sorn_ms) ? "pending" : fmt(r.ratio(), 2)) << " | "
+      << (std::isnan(r.copy_ms) ? "" : fmt(r.copy_ms, 3)) << " | "
+      << (std::isnan(r.copy_ms) ? "" : fmt(r.sorn_ms / r.copy_ms, 2)) << " | "
+      << (std::isnan(r.goal) ? "" : "<= " + fmt(r.goal, 2) + ": " + verdict(r)) << " | " << r.note
+      << " |\n";
+  }
+  o << "\n![Ratios](compare/ratios.svg)\n";
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  Options opt;
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a == "--quick") {
+      opt.quick = true;
+      opt.samples = 7;
+    } else if (a == "--samples" && i + 1 < argc) {
+      opt.samples = std::max(3, std::atoi(argv[++i]));
+    } else if (a == "--photo" && i + 1 < argc) {
+      opt.photo = argv[++i];
+    } else if (a == "--out" && i + 1 < argc) {
+      opt.out = argv[++i];
+    } else {
+      std::fprintf(stderr, "usage: %s [--quick] [--samples N] [--photo FILE] [--out DIR]\n", argv[0]);
+      return 2;
+    }
+  }
+  cv::setNumThreads(1);
+  Scenes scenes;
+  scenes.photo = load_photo(opt.photo, scenes.source);
+
+  std::printf("%-34s %-10s %10s %10s %7s\n", "operation / peer", "size", "Sorn ms", "peer ms", "ratio");
+  const int sizes[2][2] = {{480, 640}, {1080, 1920}};
+  for (const auto &s : sizes) elementwise_rows(scenes, s[0], s[1], opt.samples);
+  for (const auto &s : sizes) stats_rows(scenes, s[0], s[1], opt.samples);
+  // About 1 and 4 megapixels, in the photograph's proportions.
+  const int msizes[2][2] = {{816, 1224}, {1632, 2448}};
+  for (const auto &s : msizes) mser_rows(scenes, s[0], s[1], opt.quick ? 5 : opt.samples);
+
+  write_svg(opt.out + "/compare/ratios.svg");
+  write_markdown(opt.out + "/RESULTS.md", opt, scenes);
+  std::printf("wrote %s/RESULTS.md and %s/compare/ratios.svg\n", opt.out.c_str(), opt.out.c_str());
+  return g_failed ? 1 : 0;
+}

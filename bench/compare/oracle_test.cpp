@@ -1,0 +1,488 @@
+// Sorn against OpenCV where both define a result the same way: saturating
+// arithmetic on 8- and 16-bit elements, float addition, histogram counts,
+// sums, means with and without a mask, fill. On random images of random
+// shapes (odd widths, 1 to 4 channels, padded rows) the outputs must agree
+// element for element. Where the two differ by design, the test says why
+// and checks only what they share.
+#include <gtest/gtest.h>
+#include <sorn.h>
+
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
+namespace {
+
+constexpr uint64_t kSeed = 0x0c0ffee5;
+
+std::mt19937_64 rng_for(const char *what) {
+  uint64_t h = kSeed;
+  for (const char *p = what; *p; ++p) h = h * 1099511628211ull ^ (uint8_t)*p;
+  std::printf("seed of %s: 0x%llx\n", what, (unsigned long long)h);
+  return std::mt19937_64(h);
+}
+
+uint32_t sorn_type(int depth) {
+  switch (depth) {
+    case CV_8U: return SORN_U8;
+    case CV_16S: return SORN_S16;
+    case CV_32S: return SORN_S32;
+    case CV_32F: return SORN_F32;
+  }
+  ADD_FAILURE() << "no Sorn type for depth " << depth;
+  return 0;
+}
+
+// A matrix whose rows are padded: a view into a wider one, so that a row
+// stride differs from the row's length, as in a real region of interest.
+cv::Mat padded(int rows, int cols, int type, std::mt19937_64 &rng) {
+  const int pad = (int)(rng() % 5);
+  cv::Mat big(rows + 1, cols + pad, type, cv::Scalar::all(0));
+  return big(cv::Rect(pad > 0 ? 1 : 0, 1, cols, rows));
+}
+
+SornArray rec_of(const cv::Mat &m) {
+  // Rows, columns, channels; strides in bytes of a row, a pixel, an element.
+  const uint32_t type = sorn_type(m.depth());
+  const int32_t dims[3] = {m.rows, m.cols, m.channels()};
+  const int32_t strides[3] = {(int32_t)m.step[0], (int32_t)m.elemSize(), (int32_t)m.elemSize1()};
+  SornArray r;
+  __sorn_array__$xtrn(&r, 3 | 3 << 8, dims, type, m.data, nullptr, strides);
+  return r;
+}
+
+void fill_random(cv::Mat &m, std::mt19937_64 &rng, double lo, double hi) {
+  cv::RNG cvrng(rng());
+  cvrng.fill(m, cv::RNG::UNIFORM, cv::Scalar::all(lo), cv::Scalar::all(hi));
+}
+
+struct Env {
+  SornXE xe;
+  Env() {
+    std::memset(&xe, 0, sizeof xe);
+    SornXEinit(&xe, nullptr);
+  }
+  ~Env() { SornXEfini(&xe); }
+};
+
+// Element-for-element equality with the first difference shown.
+void expect_same(const cv::Mat &sorn, const cv::Mat &peer, const char *what) {
+  ASSERT_EQ(sorn.size(), peer.size());
+  ASSERT_EQ(sorn.type(), peer.type());
+  cv::Mat diff;
+  cv::compare(sorn.reshape(1), peer.reshape(1), diff, cv::CMP_NE);
+  if (sorn.depth() == CV_32F) {
+    // Equal bits: compare the words, so that NaN and -0 would not pass.
+    cv::Mat si(sorn.rows, sorn.cols * sorn.channels(), CV_32S, sorn.data, sorn.step[0]);
+    cv::Mat pi(peer.rows, peer.cols * peer.channels(), CV_32S, peer.data, peer.step[0]);
+    cv::compare(si, pi, diff, cv::CMP_NE);
+  }
+  const int bad = cv::countNonZero(diff);
+  if (bad) {
+    std::vector<cv::Point> where;
+    cv::findNonZero(diff, where);
+    ADD_FAILURE() << what << ": " << bad << " elements differ, the first at row " << where[0].y
+                  << ", element " << where[0].x;
+  }
+}
+
+struct Shape {
+  int rows, cols, channels;
+};
+
+Shape random_shape(std::mt19937_64 &rng) {
+  return {1 + (int)(rng() % 70), 1 + (int)(rng() % 131), 1 + (int)(rng() % 4)};
+}
+
+// Sums and means have kernels for 1, 3 and 4 channels; two channels are
+// refused as a bad channel word.
+Shape random_stats_shape(std::mt19937_64 &rng) {
+  static const int kChannels[3] = {1, 3, 4};
+  Shape s = random_shape(rng);
+  s.channels = kChannels[rng() % 3];
+  return s;
+}
+
+// ---------------------------------------------------------------- arithmetic
+
+// Saturating addition and subtraction: both libraries compute the exact
+// result and clamp it to the destination's range.
+template <class SornFn, class CvFn>
+void saturating_case(int depth, double lo, double hi, SornFn sorn_fn, CvFn cv_fn, const char *what) {
+  auto rng = rng_for(what);
+  Env env;
+  for (int i = 0; i < 60; ++i) {
+    const Shape s = random_shape(rng);
+    const int type = CV_MAKETYPE(depth, s.channels);
+    cv::Mat a = padded(s.rows, s.cols, type, rng), b = padded(s.rows, s.cols, type, rng);
+    fill_random(a, rng, lo, hi);
+    fill_random(b, rng, lo, hi);
+    cv::Mat d = padded(s.rows, s.cols, type, rng), c;
+    const SornArray ra = rec_of(a), rb = rec_of(b), rd = rec_of(d);
+    ASSERT_EQ(sorn_fn(&env.xe, &rd, &ra, &rb), SORN_OK) << what;
+    cv_fn(a, b, c);
+    expect_same(d, c, what);
+  }
+}
+
+TEST(OracleAdd, SaturatingU8MatchesCvAdd) {
+  saturating_case(
+      CV_8U, 0, 256,
+      [](SornXE *xe, const SornArray *d, const SornArray *a, const SornArray *b) {
+        return SornAddq(xe, 0, d, a, b, nullptr, nullptr, nullptr, 0, 0);
+      },
+      [](const cv::Mat &a, const cv::Mat &b, cv::Mat &c) { cv::add(a, b, c); }, "addq u8");
+}
+
+TEST(OracleAdd, ScaleFactorOfSixtyFourSaturatesLikeCvAdd) {
+  // A positive scale factor shifts by sf & 63 and saturates: 64 is a
+  // saturating add without a shift, through the plain SornAdd.
+  saturating_case(
+      CV_8U, 0, 256,
+      [](SornXE *xe, const SornArray *d, const SornArray *a, const SornArray *b) {
+        return SornAdd(xe, 0, d, a, b, nullptr, nullptr, nullptr, 64, 0);
+      },
+      [](const cv::Mat &a, const cv::Mat &b, cv::Mat &c) { cv::add(a, b, c); }, "add u8 sf 64");
+}
+
+TEST(OracleAdd, SaturatingS16MatchesCvAdd) {
+  saturating_case(
+      CV_16S, -32768, 32768,
+      [](SornXE *xe, const SornArray *d, const SornArray *a, const SornArray *b) {
+        return SornAddq(xe, 0, d, a, b, nullptr, nullptr, nullptr, 0, 0);
+      },
+      [](const cv::Mat &a, const cv::Mat &b, cv::Mat &c) { cv::add(a, b, c); }, "addq s16");
+}
+
+TEST(OracleAdd, F32MatchesCvAddBitForBit) {
+  // One rounded float addition per element in both.
+  saturating_case(
+      CV_32F, -1e6, 1e6,
+      [](SornXE *xe, const SornArray *d, const SornArray *a, const SornArray *b) {
+        return SornAdd(xe, 0, d, a, b, nullptr, nullptr, nullptr, 0, 0);
+      },
+      [](const cv::Mat &a, const cv::Mat &b, cv::Mat &c) { cv::add(a, b, c); }, "add f32");
+}
+
+TEST(OracleSub, SaturatingU8MatchesCvSubtract) {
+  saturating_case(
+      CV_8U, 0, 256,
+      [](SornXE *xe, const SornArray *d, const SornArray *a, const SornArray *b) {
+        return SornSubq(xe, 0, d, a, b, nullptr, nullptr, nullptr, 0, 0);
+      },
+      [](const cv::Mat &a, const cv::Mat &b, cv::Mat &c) { cv::subtract(a, b, c); }, "subq u8");
+}
+
+TEST(OracleSub, SaturatingS16MatchesCvSubtract) {
+  saturating_case(
+      CV_16S, -32768, 32768,
+      [](SornXE *xe, const SornArray *d, const SornArray *a, const SornArray *b) {
+        return SornSubq(xe, 0, d, a, b, nullptr, nullptr, nullptr, 0, 0);
+      },
+      [](const cv::Mat &a, const cv::Mat &b, cv::Mat &c) { cv::subtract(a, b, c); }, "subq s16");
+}
+
+TEST(OracleSub, F32MatchesCvSubtractBitForBit) {
+  saturating_case(
+      CV_32F, -1e6, 1e6,
+      [](SornXE *xe, const SornArray *d, const SornArray *a, const SornArray *b) {
+        return SornSub(xe, 0, d, a, b, nullptr, nullptr, nullptr, 0, 0);
+      },
+      [](const cv::Mat &a, const cv::Mat &b, cv::Mat &c) { cv::subtract(a, b, c); }, "sub f32");
+}
+
+TEST(OracleAdd, WideningU8ToS16MatchesCvAddWithDepth) {
+  // Two bytes never leave the range of s16: plain sums in both.
+  auto rng = rng_for("add s16u8u8");
+  Env env;
+  for (int i = 0; i < 60; ++i) {
+    const Shape s = random_shape(rng);
+    cv::Mat a = padded(s.rows, s.cols, CV_8UC(s.channels), rng);
+    cv::Mat b = padded(s.rows, s.cols, CV_8UC(s.channels), rng);
+    fill_random(a, rng, 0, 256);
+    fill_random(b, rng, 0, 256);
+    cv::Mat d = padded(s.rows, s.cols, CV_16SC(s.channels), rng), c;
+    const SornArray ra = rec_of(a), rb = rec_of(b), rd = rec_of(d);
+    ASSERT_EQ(SornAdd(&env.xe, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, 0, 0), SORN_OK);
+    cv::add(a, b, c, cv::noArray(), CV_16S);
+    expect_same(d, c, "add s16u8u8");
+  }
+}
+
+TEST(OracleAdd, WrappingU8DiffersFromCvAddByDesign) {
+  // With a scale factor of 0 Sorn keeps the low eight bits of the sum, while
+  // OpenCV always saturates: they agree exactly where the sum fits a byte,
+  // and elsewhere Sorn's result is the saturated one minus 256.
+  auto rng = rng_for("add u8 sf 0");
+  Env env;
+  cv::Mat a(37, 53, CV_8UC3), b(37, 53, CV_8UC3), d(37, 53, CV_8UC3), c;
+  fill_random(a, rng, 0, 256);
+  fill_random(b, rng, 0, 256);
+  const SornArray ra = rec_of(a), rb = rec_of(b), rd = rec_of(d);
+  ASSERT_EQ(SornAdd(&env.xe, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, 0, 0), SORN_OK);
+  cv::add(a, b, c);
+  for (int y = 0; y < a.rows; ++y)
+    for (int x = 0; x < a.cols * 3; ++x) {
+      const int sum = a.ptr<uint8_t>(y)[x] + b.ptr<uint8_t>(y)[x];
+      if (sum <= 255) ASSERT_EQ(d.ptr<uint8_t>(y)[x], c.ptr<uint8_t>(y)[x]);
+      else ASSERT_EQ(d.ptr<uint8_t>(y)[x], (uint8_t)sum);
+    }
+}
+
+TEST(OracleAdd, ConstantU8MatchesCvAddOfScalar) {
+  // Both round the constant to the element type once and add with
+  // saturation; integral constants keep the rounding out of the question.
+  auto rng = rng_for("addqC u8");
+  Env env;
+  for (int i = 0; i < 60; ++i) {
+    const Shape s = random_shape(rng);
+    cv::Mat a = padded(s.rows, s.cols, CV_8UC(s.channels), rng);
+    fill_random(a, rng, 0, 256);
+    double k[4];
+    for (double &v : k) v = (double)(rng() % 300) - 20;
+    cv::Mat d = padded(s.rows, s.cols, CV_8UC(s.channels), rng), c;
+    const SornArray ra = rec_of(a), rd = rec_of(d);
+    ASSERT_EQ(SornAddqC(&env.xe, 0, &rd, &ra, k, nullptr, nullptr, 0, 0), SORN_OK);
+    cv::add(a, cv::Scalar(k[0], k[1], k[2], k[3]), c);
+    expect_same(d, c, "addqC u8");
+  }
+}
+
+// ---------------------------------------------------------------- fill
+
+TEST(OracleFill, MatchesSetTo) {
+  auto rng = rng_for("fill");
+  Env env;
+  for (int i = 0; i < 40; ++i) {
+    const Shape s = random_shape(rng);
+    for (int depth : {CV_8U, CV_16S, CV_32S, CV_32F}) {
+      const int type = CV_MAKETYPE(depth, s.channels);
+      cv::Mat d = padded(s.rows, s.cols, type, rng), c = padded(s.rows, s.cols, type, rng);
+      double v[4];
+      for (double &x : v) x = (double)(rng() % 200);
+      const SornArray rd = rec_of(d);
+      ASSERT_EQ(SornFill(&env.xe, 0, &rd, nullptr, v), SORN_OK);
+      c.setTo(cv::Scalar(v[0], v[1], v[2], v[3]));
+      expect_same(d, c, "fill");
+    }
+  }
+}
+
+// ---------------------------------------------------------------- histogram
+
+std::vector<uint32_t> sorn_histogram(const cv::Mat &img, int bins, double low, double high,
+                                     uint32_t type) {
+  Env env;
+  std::vector<uint32_t> counts((size_t)bins + 1);
+  SornHist h;
+  std::memset(&h, 0, sizeof h);
+  const SornHistInit init = {type, bins, low, high, 1, img.rows, img.cols};
+  sorn_hist_inithdr(&h, &init);
+  h.counts = counts.data();
+  const SornArray r = rec_of(img);
+  EXPECT_EQ(SornHistogram(&env.xe, 0, &r, nullptr, 0, &h), SORN_OK);
+  counts.pop_back();  // the spare counter no kernel writes
+  return counts;
+}
+
+std::vector<uint32_t> cv_histogram(const cv::Mat &img, int bins, float low, float high,
+                                   const cv::Mat &mask = cv::Mat()) {
+  cv::Mat hist;
+  const int channels[1] = {0}, sizes[1] = {bins};
+  const float range[2] = {low, high};
+  const float *ranges[1] = {range};
+  cv::calcHist(&img, 1, channels, mask, hist, 1, sizes, ranges);
+  std::vector<uint32_t> out(bins);
+  for (int i = 0; i < bins; ++i) out[i] = (uint32_t)hist.at<float>(i);
+  return out;
+}
+
+TEST(OracleHistogram, U8CountsMatchCalcHist) {
+  // Sorn's range names the lowest and highest value, both inside; OpenCV's
+  // upper bound is outside. For 0..255 that is [0, 256) in OpenCV, and then
+  // both put value x in bin x * bins / 256, truncated, for every bin count.
+  auto rng = rng_for("histogram u8");
+  for (int i = 0; i < 40; ++i) {
+    const int rows = 1 + (int)(rng() % 90), cols = 1 + (int)(rng() % 200);
+    cv::Mat img = padded(rows, cols, CV_8U, rng);
+    if (i % 3 == 0) {
+      // Flat stretches, as in real images, for the counting banks.
+      fill_random(img, rng, 0, 4);
+      img *= 60;
+    } else {
+      fill_random(img, rng, 0, 256);
+    }
+    for (int bins : {256, 128, 100, 64, 17, 1}) {
+      SCOPED_TRACE(testing::Message() << rows << "x" << cols << ", " << bins << " bins");
+      EXPECT_EQ(sorn_histogram(img, bins, 0, 255, SORN_U8), cv_histogram(img, bins, 0, 256));
+    }
+  }
+}
+
+TEST(OracleHistogram, MaskedU8CountsMatchCalcHistWithMask) {
+  auto rng = rng_for("histogram u8 masked");
+  Env env;
+  for (int i = 0; i < 30; ++i) {
+    const int rows = 1 + (int)(rng() % 90), cols = 1 + (int)(rng() % 200);
+    cv::Mat img = padded(rows, cols, CV_8U, rng), mask = padded(rows, cols, CV_8U, rng);
+    fill_random(img, rng, 0, 256);
+    fill_random(mask, rng, 0, 3);  // 0 skips, 1 and 2 count, in both
+    std::vector<uint32_t> counts(257);
+    SornHist h;
+    std::memset(&h, 0, sizeof h);
+    const SornHistInit init = {SORN_U8, 256, 0.0, 255.0, 1, rows, cols};
+    sorn_hist_inithdr(&h, &init);
+    h.counts = counts.data();
+    const SornArray r = rec_of(img), m = rec_of(mask);
+    ASSERT_EQ(SornHistogramEx(&env.xe, 0, &r, &m, nullptr, nullptr, 0, &h), SORN_OK);
+    counts.pop_back();
+    EXPECT_EQ(counts, cv_histogram(img, 256, 0, 256, mask));
+  }
+}
+
+TEST(OracleHistogram, S16UnitBinsMatchCalcHist) {
+  // With one value per bin both count value x in bin x - low. calcHist
+  // takes no 16-bit signed images: it counts the same values as floats.
+  auto rng = rng_for("histogram s16");
+  for (int i = 0; i < 20; ++i) {
+    const int rows = 1 + (int)(rng() % 60), cols = 1 + (int)(rng() % 100);
+    cv::Mat img = padded(rows, cols, CV_16S, rng);
+    fill_random(img, rng, -300, 300);
+    cv::Mat asfloat;
+    img.convertTo(asfloat, CV_32F);
+    EXPECT_EQ(sorn_histogram(img, 600, -300, 299, SORN_S16),
+              cv_histogram(asfloat, 600, -300, 300));
+  }
+}
+
+TEST(OracleHistogram, F32ShareTheUnitStepBins) {
+  // The float bins differ by design: Sorn spreads bins - 1 steps over
+  // low..high, so that high itself lands in the last bin, while OpenCV
+  // spreads bins steps over [low, high). With Sorn's high set to bins - 1
+  // and OpenCV's to bins, both steps are 1 and every value from 0 up to
+  // (not including) bins falls in bin floor(x) in both; that is checked.
+  auto rng = rng_for("histogram f32");
+  for (int i = 0; i < 20; ++i) {
+    const int rows = 1 + (int)(rng() % 60), cols = 1 + (int)(rng() % 100);
+    const int bins = 1 + (int)(rng() % 64);
+    cv::Mat img = padded(rows, cols, CV_32F, rng);
+    fill_random(img, rng, 0, bins);
+    EXPECT_EQ(sorn_histogram(img, bins, 0, bins - 1, SORN_F32),
+              cv_histogram(img, bins, 0, (float)bins));
+  }
+}
+
+// ---------------------------------------------------------------- sums and means
+
+TEST(OracleSum, IntegerSumsMatchCvSumExactly) {
+  // Integer totals are exact in both, with one difference by design: OpenCV
+  // adds s32 elements in 32-bit vector lanes before it widens the partial
+  // sums, so its total of large s32 values wraps, while Sorn's accumulator
+  // has 64 bits. The s32 images keep to values whose partial sums fit.
+  auto rng = rng_for("sum int");
+  Env env;
+  for (int i = 0; i < 60; ++i) {
+    const Shape s = random_stats_shape(rng);
+    static const int kDepths[3] = {CV_8U, CV_16S, CV_32S};
+    const int depth = kDepths[i % 3];
+    cv::Mat img = padded(s.rows, s.cols, CV_MAKETYPE(depth, s.channels), rng);
+    if (depth == CV_8U) fill_random(img, rng, 0, 256);
+    else if (depth == CV_16S) fill_random(img, rng, -32768, 32768);
+    else fill_random(img, rng, -100000, 100000);
+    double sums[4] = {-1, -1, -1, -1};
+    const SornArray r = rec_of(img);
+    ASSERT_EQ(SornSum(&env.xe, 0, &r, nullptr, sums), SORN_OK);
+    const cv::Scalar c = cv::sum(img);
+    for (int ch = 0; ch < s.channels; ++ch) EXPECT_EQ(sums[ch], c[ch]) << "channel " << ch;
+  }
+}
+
+TEST(OracleSum, F32SumsOfExactValuesMatch) {
+  // Both add floats into doubles, but in different orders (Sorn row by row
+  // in address order, OpenCV in vector lanes and blocks), so a general
+  // float image may differ in the last bits. On values that every order
+  // adds exactly -- multiples of 1/4 well inside the double's mantissa --
+  // the totals must be equal; on general values they are close.
+  auto rng = rng_for("sum f32");
+  Env env;
+  for (int i = 0; i < 40; ++i) {
+    const Shape s = random_stats_shape(rng);
+    cv::Mat img = padded(s.rows, s.cols, CV_32FC(s.channels), rng);
+    fill_random(img, rng, -4000, 4000);
+    cv::Mat quarters;
+    img.convertTo(quarters, CV_32S, 4.0);
+    quarters.convertTo(img, CV_32F, 0.25);
+    double sums[4];
+    const SornArray r = rec_of(img);
+    ASSERT_EQ(SornSum(&env.xe, 0, &r, nullptr, sums), SORN_OK);
+    cv::Scalar c = cv::sum(img);
+    for (int ch = 0; ch < s.channels; ++ch) EXPECT_EQ(sums[ch], c[ch]) << "channel " << ch;
+
+    fill_random(img, rng, -1e3, 1e3);
+    ASSERT_EQ(SornSum(&env.xe, 0, &r, nullptr, sums), SORN_OK);
+    c = cv::sum(img);
+    for (int ch = 0; ch < s.channels; ++ch)
+      EXPECT_NEAR(sums[ch], c[ch], 1e-9 * (double)img.total() * 1e3) << "channel " << ch;
+  }
+}
+
+TEST(OracleMean, U8MeansAgreeToTheLastBit) {
+  // The sums are the same integers; Sorn divides by the pixel count, OpenCV
+  // multiplies by its reciprocal, which can round differently in the last
+  // bit. Checked: Sorn's mean is the exact quotient, and OpenCV's is within
+  // one unit in the last place of it.
+  auto rng = rng_for("mean u8");
+  Env env;
+  for (int i = 0; i < 60; ++i) {
+    const Shape s = random_stats_shape(rng);
+    cv::Mat img = padded(s.rows, s.cols, CV_8UC(s.channels), rng);
+    fill_random(img, rng, 0, 256);
+    double means[4];
+    const SornArray r = rec_of(img);
+    ASSERT_EQ(SornMean(&env.xe, 0, &r, nullptr, means), SORN_OK);
+    const cv::Scalar sum = cv::sum(img), mean = cv::mean(img);
+    for (int ch = 0; ch < s.channels; ++ch) {
+      EXPECT_EQ(means[ch], sum[ch] / (double)img.total()) << "channel " << ch;
+      EXPECT_LE(std::fabs(means[ch] - mean[ch]), std::nextafter(means[ch], INFINITY) - means[ch])
+          << "channel " << ch;
+    }
+  }
+}
+
+TEST(OracleMean, MaskedU8MeansAndCountsAgree) {
+  // SornMeanEx answers the number of selected pixels, which is what
+  // countNonZero says of the mask; the means compare as above.
+  auto rng = rng_for("mean u8 masked");
+  Env env;
+  for (int i = 0; i < 60; ++i) {
+    const Shape s = random_stats_shape(rng);
+    cv::Mat img = padded(s.rows, s.cols, CV_8UC(s.channels), rng);
+    cv::Mat mask = padded(s.rows, s.cols, CV_8U, rng);
+    fill_random(img, rng, 0, 256);
+    fill_random(mask, rng, 0, 2);
+    double means[4] = {0, 0, 0, 0};
+    const SornArray r = rec_of(img), m = rec_of(mask);
+    const SornStatus n = SornMeanEx(&env.xe, 0, &r, &m, nullptr, nullptr, means);
+    ASSERT_GE(n, 0);
+    EXPECT_EQ(n, cv::countNonZero(mask));
+    const cv::Scalar mean = cv::mean(img, mask);
+    for (int ch = 0; ch < s.channels; ++ch) {
+      if (n == 0) {
+        // Nothing selected: both give zeros.
+        EXPECT_EQ(means[ch], 0.0);
+        EXPECT_EQ(mean[ch], 0.0);
+      } else {
+        EXPECT_LE(std::fabs(means[ch] - mean[ch]),
+                  std::nextafter(means[ch], INFINITY) - means[ch])
+            << "channel " << ch;
+      }
+    }
+  }
+}
+
+}  // namespace
