@@ -58,10 +58,10 @@ bool has_kernel(uint32_t d, uint32_t a, uint32_t b) {
 // for new ones; each is pinned down by a regression test in
 // tests/reliability/, and its line here goes when it is fixed.
 bool open_finding(const SornArray &dst, const SornVolume *dstroi) {
-  // A destination ROI whose channel cell ends before it begins (size[3]
-  // below 0 after the cut to the site) is given to the kernels as a
-  // negative channel count, which they fold into a far longer row.
-  return negative_channel_cell(SORN_CHANNELS(dst.dims[3]), dstroi);
+  // A destination ROI whose channel cell is empty after the cut to the
+  // site: a negative count folds into a far longer row, and an origin at
+  // the channel count starts the walk past the pixel.
+  return empty_channel_cell(SORN_CHANNELS(dst.dims[3]), dstroi);
 }
 
 }  // namespace

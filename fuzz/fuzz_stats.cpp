@@ -115,7 +115,7 @@ uint64_t sum_counts(const SornHist &h, uint32_t bins) {
 // tests/reliability/, and its line here goes when it is fixed.
 bool open_finding(const Operand &src, const SornVolume *roi, const SornArray *mask,
                   const Operand &m, const SornVolume *site) {
-  if (negative_channel_cell(src.channels, roi)) return true;
+  if (empty_channel_cell(src.channels, roi)) return true;
   // At rank 4 the call frame merges dense dimensions and adds the outer
   // origin times the outer byte stride to the inner origin cell, which
   // then counts elements: with any origin off zero the kernels run past

@@ -16,11 +16,13 @@
 namespace sorn_reliability {
 namespace {
 
-// A negative channel cell in an entry's ROI reaches the kernels as a channel
-// count: the arithmetic folds (count & 15) channels into a far longer row and
-// writes past the destination's ROI, and the sums choose the four-channel
-// kernel for a one-channel image and write four results.
-constexpr bool kOpenNegativeChannelCell = true;
+// An empty channel cell in an entry's ROI reaches the kernels as a channel
+// count and an element offset: the arithmetic folds (count & 15) channels
+// of a negative count into a far longer row and writes past the
+// destination's ROI, or with the cell's origin at the channel count starts
+// each row past its first pixel; the sums choose the four-channel kernel
+// for a one-channel image and write four results.
+constexpr bool kOpenEmptyChannelCell = true;
 // Volume capacities form the product of four cells in a signed 64-bit word,
 // which overflows (undefined) for large cells.
 constexpr bool kOpenCapacityOverflow = true;
@@ -37,8 +39,8 @@ SornXE fresh_env() {
 }
 
 TEST(Findings, AddWithNegativeChannelCellInDestinationRoiWritesNothing) {
-  if (kOpenNegativeChannelCell)
-    GTEST_SKIP() << "open finding: negative channel cell of a ROI taken as a channel count";
+  if (kOpenEmptyChannelCell)
+    GTEST_SKIP() << "open finding: empty channel cell of a ROI taken as a channel count";
   // Margins wide enough for the fifteen-fold row the open finding writes.
   Image d, a, b;
   make_image(d, SORN_U8, 1, 4, 4, 1, 16, 0);
@@ -53,9 +55,28 @@ TEST(Findings, AddWithNegativeChannelCellInDestinationRoiWritesNothing) {
   EXPECT_TRUE(d.canvas.unchanged());
 }
 
+TEST(Findings, AddWithChannelOriginAtTheCountInDestinationRoiWritesNothing) {
+  if (kOpenEmptyChannelCell)
+    GTEST_SKIP() << "open finding: empty channel cell of a ROI taken as a channel count";
+  // Two channels, the ROI's channel cell from 2 on: no channel is left, but
+  // each row would start one pixel further on.
+  Image d, a, b;
+  make_image(d, SORN_S16, 1, 4, 3, 2, 2, 0);
+  make_image(a, SORN_S16, 1, 4, 3, 2, 2, 0);
+  make_image(b, SORN_S16, 1, 4, 3, 2, 2, 0);
+  SornVolume roi = sorn_test::make_roi(0, 0, 4, 3, 2);
+  roi.origin[3] = 2;
+  SornXE xe = fresh_env();
+  d.canvas.snapshot();
+  const SornStatus st = SornAdd(&xe, 0, &d.rec, &a.rec, &b.rec, &roi, nullptr, nullptr, 0, 0);
+  SornXEfini(&xe);
+  EXPECT_EQ(st, SORN_ENOSPC);
+  EXPECT_TRUE(d.canvas.unchanged());
+}
+
 TEST(Findings, SumWithNegativeChannelCellInRoiWritesNoMoreResultsThanChannels) {
-  if (kOpenNegativeChannelCell)
-    GTEST_SKIP() << "open finding: negative channel cell of a ROI taken as a channel count";
+  if (kOpenEmptyChannelCell)
+    GTEST_SKIP() << "open finding: empty channel cell of a ROI taken as a channel count";
   Image src;
   make_image(src, SORN_U8, 1, 4, 4, 1, 16, 0);
   Block out;
