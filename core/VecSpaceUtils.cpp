@@ -163,19 +163,21 @@ int sorn_volume__empty(int32_t n, const int32_t *size) {
   return 0;
 }
 
+// Products wrap at 64 bits like the cell arithmetic wraps at 32: four large
+// cells give a defined (if useless) value instead of an overflow.
 int64_t sorn_volume__capacity(int32_t n, const int32_t *size) {
-  int64_t c = size[0];
-  for (int32_t i = 1; i < n; ++i) c *= size[i];
-  return c;
+  uint64_t c = (uint64_t)(int64_t)size[0];
+  for (int32_t i = 1; i < n; ++i) c *= (uint64_t)(int64_t)size[i];
+  return (int64_t)c;
 }
 
 int64_t sorn_volume__capacity_$Q(int32_t n, const int32_t *size) {
-  int64_t c = 1;
+  uint64_t c = 1;
   for (int32_t i = 0; i < n; ++i) {
     if (size[i] < 0) return 0;
-    c *= size[i];
+    c *= (uint64_t)size[i];
   }
-  return c;
+  return (int64_t)c;
 }
 
 // Every cell is computed, also after one has come out empty, so that callers

@@ -46,6 +46,16 @@ TEST(VolumeCapacity, ProductOfCells) {
   EXPECT_EQ(sorn_volume__capacity(2, neg), -6);
 }
 
+TEST(VolumeCapacity, LargeCellsWrapAtSixtyFourBits) {
+  const int32_t big[4] = {65536, 65536, 65536, 65536};  // 2^64
+  EXPECT_EQ(sorn_volume__capacity(4, big), 0);
+  EXPECT_EQ(sorn_volume__capacity_$Q(4, big), 0);
+  const int32_t neg[4] = {-65536, 65536, 65536, 32768};  // -2^63
+  EXPECT_EQ(sorn_volume__capacity(4, neg), INT64_MIN);
+  const int32_t max[3] = {INT32_MAX, INT32_MAX, 2};
+  EXPECT_EQ(sorn_volume__capacity(3, max), (int64_t)INT32_MAX * INT32_MAX * 2);
+}
+
 TEST(VolumeCapacityQ, GuardsCountAndSigns) {
   const int32_t s[4] = {2, 3, 4, 5};
   EXPECT_EQ(sorn_volume__capacity_$Q(4, s), 120);
