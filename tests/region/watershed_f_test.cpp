@@ -203,10 +203,12 @@ void run_random(std::mt19937_64 &rng, bool with_mask, int how) {
     s = SornWatershedEx(&run.xe, flags, &a, with_mask ? &m : nullptr, &roi, &roi, &run.st);
     EXPECT_TRUE(im.guards_intact());
   } else {
-    // The layers below, on a dense image of rank 3.
-    const int32_t dims[3] = {fc.rows, fc.cols, 1};
-    const int32_t strides[3] = {fc.cols, 1, 1};
-    const int32_t origin[3] = {0, 0, 0};
+    // The layers below, on a dense image of rank 3: the vectors hold all
+    // four cells and are given at the first of the three.
+    const int32_t dims4[4] = {1, fc.rows, fc.cols, 1};
+    const int32_t strides4[4] = {0, fc.cols, 1, 1};
+    const int32_t origin4[4] = {0, 0, 0, 0};
+    const int32_t *dims = dims4 + 1, *strides = strides4 + 1, *origin = origin4 + 1;
     if (with_mask)
       s = sorna_fwatershed_xm(&run.xe, flags, &run.st, SORN_DIMPACK(3), dims, SORN_U8,
                               fc.img.data(), origin, strides, SORN_U8, fc.mask.data(), origin,
@@ -490,11 +492,11 @@ TEST(WatershedFFailures, NoMemoryForTheLinkArray) {
 TEST(WatershedFFailures, TooManyPixels) {
   uint8_t byte = 0;
   FRun run;
-  const int32_t dims[3] = {0x4000, 0x2001, 1};
-  const int32_t strides[3] = {0x2001, 1, 1};
-  const int32_t origin[3] = {0, 0, 0};
-  EXPECT_EQ(sorna_fwatershed(&run.xe, kF, &run.st, SORN_DIMPACK(3), dims, SORN_U8, &byte, origin,
-                             strides),
+  const int32_t dims[4] = {1, 0x4000, 0x2001, 1};
+  const int32_t strides[4] = {0, 0x2001, 1, 1};
+  const int32_t origin[4] = {0, 0, 0, 0};
+  EXPECT_EQ(sorna_fwatershed(&run.xe, kF, &run.st, SORN_DIMPACK(3), dims + 1, SORN_U8, &byte,
+                             origin + 1, strides + 1),
             SORN_EINVAL);
   EXPECT_EQ(run.res.linkbase, nullptr);
 }
