@@ -83,21 +83,23 @@ double median(std::vector<double> v) {
 std::vector<double> race(const std::vector<std::function<void()>> &fns, int samples) {
   const size_t k = fns.size();
   std::vector<int> inner(k, 1);
+  double per_round = 0;
   for (size_t i = 0; i < k; ++i) {
-    for (int w = 0; w < 2; ++w) fns[i]();  // caches and lazy set-ups warm
-    const auto t0 = Clock::now();
+    fns[i]();  // caches and lazy set-ups warm
+    auto t0 = Clock::now();
     fns[i]();
-    const double one = std::max(ms_since(t0), 1e-4);
+    double one = std::max(ms_since(t0), 1e-4);
+    if (one < 50) {
+      // Fast calls: once more, now that the first timed call warmed up too.
+      t0 = Clock::now();
+      fns[i]();
+      one = std::max(ms_since(t0), 1e-4);
+    }
     inner[i] = (int)std::clamp(1.0 / one, 1.0, 10000.0);
+    per_round += one * inner[i];
   }
   // Slow contenders (the region detectors) get fewer samples, within a
   // budget of about two seconds a row.
-  double per_round = 0;
-  for (size_t i = 0; i < k; ++i) {
-    const auto t0 = Clock::now();
-    for (int r = 0; r < inner[i]; ++r) fns[i]();
-    per_round += ms_since(t0);
-  }
   const int n = std::clamp((int)(2000.0 / std::max(per_round, 1e-3)), 5, samples);
   std::vector<std::vector<double>> t(k);
   for (int s = 0; s < n; ++s) {
