@@ -155,7 +155,7 @@ TEST(GroupEntries, EveryFamilyAndTripleWithRoisPaddingAndChannels) {
         const int32_t ch = pick(1, 4);
         Image d(pick(1, 6), pick(1, 13), ch, t.d, 4 * pick(0, 1), 0xc3);
         Image a(pick(1, 6), pick(1, 13), ch, t.a, 4 * pick(0, 1));
-        Image b(pick(1, 6), pick(1, 13), ch, t.b, 2 * pick(0, 1));
+        Image b(pick(1, 6), pick(1, 13), ch, t.b, 4 * pick(0, 1));
         fill_random(rng, a);
         fill_random(rng, b);
         const Image before = d;
