@@ -19,9 +19,34 @@ using sorn_test::make_roi;
 
 namespace {
 
-// A builder with one pixel feature, so that every region shows its points.
+// Points of every region, kept by the test: a region's value is its
+// number here. A run that never merges leaves its regions outside any tree,
+// where no destructor finds them, so they hold nothing of their own.
+struct PointBook {
+  std::vector<std::vector<std::pair<int32_t, int32_t>>> regions;
+};
+struct PointValue {
+  PointBook *book;
+  int64_t id;
+};
+void book_init(void *value, void *arg) {
+  PointValue *v = static_cast<PointValue *>(value);
+  v->book = static_cast<PointBook *>(arg);
+  v->id = (int64_t)v->book->regions.size();
+  v->book->regions.emplace_back();
+}
+void book_update2D(void *value, const int32_t *points, int32_t n) {
+  PointValue *v = static_cast<PointValue *>(value);
+  for (int32_t i = 0; i < n; ++i)
+    v->book->regions[(size_t)v->id].push_back({points[2 * i], points[2 * i + 1]});
+}
+void book_update(void *, const uint32_t *, int32_t) {}
+void book_merge(void *, const void *) {}
+
+// A builder with one feature that records the points each region takes.
 struct PlainRun {
   SornSTB *b;
+  PointBook book;
   SornWTSFeatureDs ds{};
   SornWTSLSC lsc{};
   SornXE xe{};
@@ -29,7 +54,13 @@ struct PlainRun {
 
   PlainRun() {
     b = SornWTSTBopen(nullptr, nullptr, nullptr, nullptr);
-    SornWTSPFinitFeatureDs(&ds, nullptr);
+    ds.magic = SORN_FOURCC('t', 'p', 't', 's');
+    ds.size = sizeof(PointValue);
+    ds.arg = &book;
+    ds.init = book_init;
+    ds.update = book_update;
+    ds.update2D = book_update2D;
+    ds.merge = book_merge;
     SornWTSLSCinit2D(&lsc, &ds, 1, 0, 0, 0);
     SornXEinit(&xe, nullptr);
     st.builder = b;
@@ -48,11 +79,9 @@ struct PlainRun {
 
   static SornWTSRegion *region(SornAGTnode *n) { return static_cast<SornWTSRegion *>(n->data); }
   std::vector<std::pair<int32_t, int32_t>> own(SornAGTnode *n) const {
-    const SornWTSPF *v =
-        reinterpret_cast<const SornWTSPF *>(reinterpret_cast<char *>(region(n)) + ds.offset);
-    std::vector<std::pair<int32_t, int32_t>> out;
-    for (uint64_t i = 0; i < v->count; ++i) out.push_back({v->points[2 * i], v->points[2 * i + 1]});
-    return out;
+    const PointValue *v =
+        reinterpret_cast<const PointValue *>(reinterpret_cast<char *>(region(n)) + ds.offset);
+    return book.regions[(size_t)v->id];
   }
 
   // The tree as sets of pixel ids, row times columns plus column.
