@@ -73,10 +73,28 @@ Texture make_texture(int32_t rows, int32_t cols, uint32_t seed) {
   return t;
 }
 
-const Texture &texture(int32_t rows, int32_t cols) {
-  static std::map<std::pair<int32_t, int32_t>, std::unique_ptr<Texture>> cache;
-  auto &slot = cache[{rows, cols}];
-  if (!slot) slot = std::make_unique<Texture>(make_texture(rows, cols, (uint32_t)(rows * 31 + cols)));
+// A gentle diagonal ramp with grain: the flooding walks it in image order,
+// so that it shows the cost of the algorithm with the caches on its side.
+Texture make_ramp(int32_t rows, int32_t cols, uint32_t seed) {
+  Texture t{rows, cols, std::vector<uint8_t>((size_t)rows * cols)};
+  uint32_t x = seed * 2654435761u + 3;
+  const int32_t span = rows + cols;
+  for (int32_t r = 0; r < rows; ++r)
+    for (int32_t c = 0; c < cols; ++c)
+      t.px[(size_t)r * cols + c] =
+          (uint8_t)(((int64_t)(r + c) * 240 / span) + (int32_t)(next(x) % 4));
+  return t;
+}
+
+// Kind 0 the texture, 1 the ramp.
+const Texture &texture(int32_t rows, int32_t cols, int kind = 0) {
+  static std::map<std::pair<std::pair<int32_t, int32_t>, int>, std::unique_ptr<Texture>> cache;
+  auto &slot = cache[{{rows, cols}, kind}];
+  if (!slot) {
+    const uint32_t seed = (uint32_t)(rows * 31 + cols);
+    slot = std::make_unique<Texture>(kind ? make_ramp(rows, cols, seed)
+                                          : make_texture(rows, cols, seed));
+  }
   return *slot;
 }
 
@@ -106,7 +124,7 @@ void report(benchmark::State &state, const Texture &t) {
 // The plain form with a builder of no features: the flooding, the level
 // stacks and the tree calls, nothing else.
 void BM_WatershedPlain(benchmark::State &state) {
-  const Texture &t = texture((int32_t)state.range(0), (int32_t)state.range(1));
+  const Texture &t = texture((int32_t)state.range(0), (int32_t)state.range(1), (int)state.range(2));
   SornArray a = record(t, 3);
   SornSTB *b = SornWTSTBopen(nullptr, nullptr, nullptr, nullptr);
   SornWTSLSC lsc;
@@ -129,7 +147,7 @@ void BM_WatershedPlain(benchmark::State &state) {
 // The f form through a four-dimensional entry; the result lives on a stack
 // that is rewound before every run.
 void BM_WatershedF(benchmark::State &state) {
-  const Texture &t = texture((int32_t)state.range(0), (int32_t)state.range(1));
+  const Texture &t = texture((int32_t)state.range(0), (int32_t)state.range(1), (int)state.range(2));
   SornArray a = record(t, 4);
   void *stack = KuSMEMSTGopen(nullptr, 0, 0);
   SornFWTSRES res{};
@@ -149,9 +167,14 @@ void BM_WatershedF(benchmark::State &state) {
 }
 
 // Full HD, then 0.25, 1, 4 and 16 megapixels.
+// Full HD, then 0.25, 1, 4 and 16 megapixels; the textured image first,
+// then the ramp.
 void Sizes(benchmark::internal::Benchmark *b) {
-  b->Args({1080, 1920});
-  for (int32_t side : {512, 1024, 2048, 4096}) b->Args({side, side});
+  b->ArgNames({"rows", "cols", "ramp"});
+  for (int kind : {0, 1}) {
+    b->Args({1080, 1920, kind});
+    for (int32_t side : {512, 1024, 2048, 4096}) b->Args({side, side, kind});
+  }
   b->Unit(benchmark::kMillisecond);
 }
 
