@@ -108,6 +108,9 @@ SornStatus _T_SornArith2(uint32_t tag, SornXE *xe, SornFlags flags, const SornAr
   if (roiA.size[0] < 1 || roiA.size[1] < 1 || roiA.size[2] < 1) return SORN_ENOSPC;
   roiD.size[1] = roiB.size[1] = roiA.size[1];
   roiD.size[2] = roiB.size[2] = roiA.size[2];
+  // The channel cell is the count of elements per pixel that the layers
+  // below fold into the row; a ROI that cuts it to nothing leaves no work.
+  if (roiD.size[3] < 1) return SORN_ENOSPC;
 
   to_data_coordinates(&roiD, dst);
   to_data_coordinates(&roiA, a);
@@ -140,6 +143,8 @@ SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornA
 
   SornVolume roiD, roiA;
   if (!sorn_arr_negotiateRoi(dst, a, &roiD, &roiA, dstroi, aroi, 3)) return SORN_ENOSPC;
+  // A channel cell cut to nothing leaves no element to work on.
+  if (roiD.size[3] < 1) return SORN_ENOSPC;
   to_data_coordinates(&roiD, dst);
   to_data_coordinates(&roiA, a);
 
