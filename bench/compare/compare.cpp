@@ -583,9 +583,9 @@ void write_svg(const std::string &path) {
     const double q = r->ratio();
     const double goal = std::isnan(r->goal) ? 1.0 : r->goal;
     const char *colour = q <= goal ? "#3a8f3a" : "#c0392b";
-    std::string label = r->op + " " + r->size + " vs " + r->peer;
-    for (auto &ch : label)
-      if (ch == '<' || ch == '>' || ch == '&') ch = ' ';
+    std::string label;
+    for (char ch : r->op + " " + r->size + " vs " + r->peer)
+      label += ch == '<' ? "&lt;" : ch == '>' ? "&gt;" : ch == '&' ? "&amp;" : std::string(1, ch);
     o << "<text x=\"" << left - 6 << "\" y=\"" << y + bar - 5 << "\" text-anchor=\"end\">" << label
       << "</text>\n";
     o << "<rect x=\"" << left << "\" y=\"" << y << "\" width=\"" << std::max(1, xof(q) - left)
