@@ -1750,6 +1750,176 @@ SornStatus __T_sorna__fwatershed_c1_u8_00(int32_t rows, int32_t columns, int32_t
                                           SornWTSState *state);
 SornFWTSRegion *_T_fwtsregion_pool_new(SornFWTSRegionPool *pool, int32_t tail, int32_t level);
 
+/* ---------------- Maximally stable extremal regions ---------------- */
+
+#define SORN_TAG_MSER SORN_FOURCC('m', 's', 'e', 'r')
+#define SORN_TAG_MSRX SORN_FOURCC('m', 's', 'r', 'x')
+
+/* Which floodings a filter runs: the dark pass, the bright pass, or both
+ * (any other value). */
+#define SORN_MSER_DARK   0
+#define SORN_MSER_BRIGHT 1
+#define SORN_MSER_BOTH   2
+
+/* Both filter records start with the same parameters. mode to seed have the
+ * layout of polarity to seed of a SornWTSState, so that a pass copies them
+ * as one block; the pass then sets polarity. */
+typedef struct SornMSERFilter {
+  uint32_t delta;        /* grey level step of the stability measure (10) */
+  float minarea;         /* smallest region, fraction of the image's pixels (0.0001) */
+  float maxarea;         /* largest region, likewise (0.75) */
+  float maxvariation;    /* largest relative growth over delta levels (0.33) */
+  float mindiversity;    /* nested regions closer than this in size: the inner goes (0.2) */
+  int32_t minpixels;     /* floor in pixels where minarea gives 0; below 1 means 9 */
+  uint32_t gathernow;    /* gather features at once (with flag bit 21 or 22) */
+  uint16_t mode;         /* 0 dark pass only, 1 bright pass only, else both */
+  uint16_t restore;      /* copied into the run; the bright pass clears it */
+  uint16_t connectivity; /* 0 four neighbours, else eight */
+  uint16_t shift;        /* f form only */
+  uint32_t seed[4];      /* cell 1 the seed row, cell 2 its column */
+  SornWTSLSC lsc;        /* the layout of the regions */
+  SornVec regions;       /* SornWTSRegion pointers picked, dark ones first */
+  uint32_t count1;       /* of the dark pass */
+  uint32_t count2;       /* of the bright pass */
+  SornWTSRegion **list1; /* where each pass's regions begin in regions.items */
+  SornWTSRegion **list2;
+  SornSTB *builder1;     /* builders of the passes, null for a pass not made */
+  SornSTB *builder2;
+  SornWTSFeatureDs mfds; /* one descriptor for the forms that make a moment feature */
+} SornMSERFilter;
+
+typedef struct SornFMSERFilter {
+  uint32_t delta;
+  float minarea;
+  float maxarea;
+  float maxvariation;
+  float mindiversity;
+  int32_t minpixels;
+  uint32_t gathernow;
+  uint16_t mode;
+  uint16_t restore;
+  uint16_t connectivity;
+  uint16_t shift;        /* levels are the values shifted right by this */
+  uint32_t seed[4];
+  SornVec regions;        /* SornFWTSRegion pointers picked, dark ones first */
+  uint32_t count1;
+  uint32_t count2;
+  SornFWTSRegion **list1;
+  SornFWTSRegion **list2;
+  uint32_t imdims[4];     /* 1, rows, columns, 1 */
+  uint32_t imstrides[4];  /* rows * rowstride, rowstride, 1, 1 */
+  SornFWTSRES *res1;      /* results of the passes; null: the embedded ones */
+  SornFWTSRES *res2;
+  SornFWTSRES res1own;
+  SornFWTSRES res2own;
+} SornFMSERFilter;
+
+/* What the selection is given. */
+typedef struct SornMSERParams {
+  int32_t delta;
+  int32_t minpixels;
+  int32_t maxpixels;
+  float maxvariation;
+  float mindiversity;
+} SornMSERParams;
+
+SornMSERFilter *__sorn_mserfilt__$ex(SornMSERFilter *filter, SornWTSFeatureDs *features,
+                                     int32_t nfeatures, int32_t delta, int32_t mode,
+                                     int32_t restore, int32_t connectivity, int32_t shift,
+                                     const uint32_t *seed, double minarea, double maxarea,
+                                     double maxvariation, double mindiversity);
+SornMSERFilter *__sorn_mserfilt__$mf(SornMSERFilter *filter, int32_t delta, int32_t mode,
+                                     int32_t restore, int32_t connectivity, int32_t shift,
+                                     const uint32_t *seed, double minarea, double maxarea,
+                                     double maxvariation, double mindiversity);
+SornMSERFilter *__sorn_mserfilt__$feats(SornMSERFilter *filter, SornWTSFeatureDs *features,
+                                        int32_t nfeatures);
+SornMSERFilter *__sorn_mserfilt__$(SornMSERFilter *filter);
+SornMSERFilter *sorn_mserf_destroy(SornMSERFilter *filter);
+
+SornFMSERFilter *__sorn_fmserfilt__$ex(SornFMSERFilter *filter, SornFWTSRES *res1,
+                                       SornFWTSRES *res2, int32_t delta, int32_t mode,
+                                       int32_t restore, int32_t connectivity, int32_t shift,
+                                       const uint32_t *seed, double minarea, double maxarea,
+                                       double maxvariation, double mindiversity);
+SornFMSERFilter *__sorn_fmserfilt__$fwtsres(SornFMSERFilter *filter, SornFWTSRES *res1,
+                                            SornFWTSRES *res2);
+SornFMSERFilter *__sorn_fmserfilt__$(SornFMSERFilter *filter);
+SornFMSERFilter *sorn_fmserf_destroy(SornFMSERFilter *filter);
+SornFMSERFilter *sorn_fmserf_setimvol_$2d(SornFMSERFilter *filter, int32_t rows,
+                                          int32_t columns, int32_t rowstride);
+SornFMSERFilter *sorn_fmserf_setimvol(SornFMSERFilter *filter, SornDimPack code,
+                                      const int32_t *dims, const int32_t *strides);
+
+SornStatus SornGenerateMSERs(SornXE *xe, SornFlags flags, const SornArray *image,
+                             const SornVolume *roi, SornMSERFilter *filter);
+SornStatus SornGenerateMSERsEx(SornXE *xe, SornFlags flags, const SornArray *image,
+                               const SornArray *mask, const SornVolume *roi,
+                               const SornVolume *maskroi, SornMSERFilter *filter);
+SornStatus SornGenerateFMSERs(SornXE *xe, SornFlags flags, const SornArray *image,
+                              const SornVolume *roi, SornFMSERFilter *filter);
+SornStatus SornGenerateFMSERsEx(SornXE *xe, SornFlags flags, const SornArray *image,
+                                const SornArray *mask, const SornVolume *roi,
+                                const SornVolume *maskroi, SornFMSERFilter *filter);
+/* Slice forms: data is the filter. */
+SornStatus SornTGAgenerateMSERs(SornXE *xe, SornFlags flags, void *filter, SornDimPack code,
+                                int32_t *dims, uint32_t type, void *base, int32_t *loffs,
+                                int32_t *strides);
+SornStatus SornTGAgenerateMSERsEx(SornXE *xe, SornFlags flags, void *filter, SornDimPack code,
+                                  int32_t *dims, uint32_t type, void *base, int32_t *loffs,
+                                  int32_t *strides, uint32_t masktype, void *maskbase,
+                                  int32_t *maskloffs, int32_t *maskstrides);
+SornStatus SornTGAgenerateFMSERs(SornXE *xe, SornFlags flags, void *filter, SornDimPack code,
+                                 int32_t *dims, uint32_t type, void *base, int32_t *loffs,
+                                 int32_t *strides);
+SornStatus SornTGAgenerateFMSERsEx(SornXE *xe, SornFlags flags, void *filter,
+                                   SornDimPack code, int32_t *dims, uint32_t type, void *base,
+                                   int32_t *loffs, int32_t *strides, uint32_t masktype,
+                                   void *maskbase, int32_t *maskloffs, int32_t *maskstrides);
+SornStatus sorna_mser(SornXE *xe, SornFlags flags, SornDimPack code, const int32_t *dims,
+                      uint32_t type, const void *base, const int32_t *loffs,
+                      const int32_t *strides, SornMSERFilter *filter);
+SornStatus sorna_mser_xm(SornXE *xe, SornFlags flags, SornDimPack code, const int32_t *dims,
+                         uint32_t type, const void *base, const int32_t *loffs,
+                         const int32_t *strides, const void *maskbase,
+                         const int32_t *maskloffs, const int32_t *maskstrides,
+                         SornMSERFilter *filter);
+SornStatus sorna_fmser(SornXE *xe, SornFlags flags, SornDimPack code, const int32_t *dims,
+                       uint32_t type, const void *base, const int32_t *loffs,
+                       const int32_t *strides, SornFMSERFilter *filter);
+SornStatus sorna_fmser_xm(SornXE *xe, SornFlags flags, SornDimPack code, const int32_t *dims,
+                          uint32_t type, const void *base, const int32_t *loffs,
+                          const int32_t *strides, const void *maskbase,
+                          const int32_t *maskloffs, const int32_t *maskstrides,
+                          SornFMSERFilter *filter);
+
+/* Selection: append the picked regions to vector (a SornVec of region
+ * pointers) and give vector. */
+SornVec *SornDetectMSERs(SornVec *vector, const SornSTree *tree, const SornMSERParams *params);
+SornVec *SornDetectFMSERs(SornVec *vector, SornFWTSRegion *rootregion,
+                          const SornMSERParams *params);
+/* The recursions: 1 if the region was picked. */
+int32_t _T_DetectMSERs(SornVec *vector, SornAGTnode *node, const SornMSERParams *params);
+int32_t _T_DetectFMSERs(SornVec *vector, SornFWTSRegion *region, const SornMSERParams *params);
+/* Unpick the picked regions below region, starting at list, that are closer
+ * to it in size than threshold; plain form on nodes, f form on regions. */
+void _T_RemoveMSERDuplicates(SornAGTnode *node, SornAGTnode *list, float threshold);
+void _T_RemoveDuplicates(SornFWTSRegion *region, SornFWTSRegion *list, float threshold);
+
+/* Gathering the features of picked regions of the plain form. which: above
+ * 0 the dark pass, below 0 the bright pass, 0 look the region up. */
+SornStatus SornMSERgatherFeatures(SornMSERFilter *filter);
+SornStatus SornMSERgatherFeaturesOfRegion(SornMSERFilter *filter, SornWTSRegion *region,
+                                          int32_t which);
+SornStatus SornMSERgatherFeatureOfRegion(SornMSERFilter *filter, SornWTSRegion *region,
+                                         int32_t which, int32_t index, uint32_t magic);
+SornWTSRegion **SornGatherMSERsFeatures(SornWTSRegion **list, int32_t n, SornSTB *builder,
+                                        SornWTSLSC *lsc);
+SornWTSRegion *SornGatherMSERFeatures(SornWTSRegion *region, SornSTB *builder,
+                                      SornWTSLSC *lsc);
+SornWTSRegion *SornGatherMSERFeature(SornWTSRegion *region, SornSTB *builder, SornWTSLSC *lsc,
+                                     int32_t index, uint32_t magic);
+
 /* ---- region go here ---- */
 
 #ifdef __cplusplus
