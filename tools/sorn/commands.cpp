@@ -1,0 +1,22 @@
+// The table of subcommands. A new subcommand is one entry here, its run_*
+// function and its help text (declared in cli.h).
+#include "cli.h"
+
+namespace sorn_tool {
+
+const std::vector<Command> &commands() {
+  static const std::vector<Command> table = {
+      {"mser", "maximally stable extremal regions, drawn over the picture", kMserHelp, run_mser},
+      {"hist", "256-bin histogram per channel, as a table and a bar plot", kHistHelp, run_hist},
+      {"stats", "sum and mean per channel, optionally under a mask", kStatsHelp, run_stats},
+      {"add", "element-wise sum of two images", kAddHelp, run_add},
+  };
+  return table;
+}
+
+int print_help(const char *text) {
+  std::fputs(text, stdout);
+  return kOk;
+}
+
+}  // namespace sorn_tool
