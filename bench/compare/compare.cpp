@@ -241,6 +241,8 @@ struct Row {
 };
 
 std::vector<Row> g_rows;
+// Single-thread memcpy bandwidth, by bytes copied: (bytes, GB/s).
+std::vector<std::pair<size_t, double>> g_bandwidth;
 
 std::string size_name(int rows, int cols) {
   return std::to_string(cols) + "x" + std::to_string(rows);
@@ -256,6 +258,14 @@ struct Copier {
     asm volatile("" ::"r"(to.data()) : "memory");
   }
 };
+
+void measure_bandwidth(size_t bytes, int samples) {
+  Copier c(2 * bytes);
+  const double ms = race({std::ref(c)}, samples)[0];
+  g_bandwidth.push_back({bytes, (double)bytes / (ms * 1e6)});
+  std::printf("memcpy of %zu bytes: %.4f ms, %.1f GB/s read and as much written\n", bytes, ms,
+              g_bandwidth.back().second);
+}
 
 void add_row(const std::string &op, int rows, int cols, const std::string &peer,
              std::function<void()> sorn, std::function<void()> other, size_t traffic, double goal,
@@ -641,6 +651,11 @@ void write_markdown(const std::string &path, const Options &opt, const Scenes &s
                                    std::to_string(scenes.photo.cols) + "x" +
                                    std::to_string(scenes.photo.rows) + ", grey) scaled")
     << "; element-wise and statistics inputs are the same picture at their size\n";
+  o << "- Single-thread memcpy, caches warm:";
+  for (size_t i = 0; i < g_bandwidth.size(); ++i)
+    o << (i ? "," : "") << " " << fmt(g_bandwidth[i].first / 1048576.0, 1) << " MiB at "
+      << fmt(g_bandwidth[i].second, 1) << " GB/s";
+  o << " (bytes copied per second; as many are read as written)\n";
   o << "- Method: same data, same process, one thread, caches warm; Sorn, peer and memcpy "
        "batches interleaved, each batch about 1 ms; median of up to "
     << opt.samples << " batches. Times are of one call, in ms.\n\n";
@@ -698,8 +713,12 @@ int main(int argc, char **argv) {
   Scenes scenes;
   scenes.photo = load_photo(opt.photo, scenes.source);
 
-  std::printf("%-34s %-10s %10s %10s %7s\n", "operation / peer", "size", "Sorn ms", "peer ms", "ratio");
   const int sizes[2][2] = {{480, 640}, {1080, 1920}};
+  // The bandwidth ceiling at the sizes the rows move: a u8 frame of each
+  // size, and an f32 full-HD frame.
+  for (size_t b : {(size_t)640 * 480, (size_t)1920 * 1080, (size_t)1920 * 1080 * 4})
+    measure_bandwidth(b, opt.samples);
+  std::printf("%-34s %-10s %10s %10s %7s\n", "operation / peer", "size", "Sorn ms", "peer ms", "ratio");
   for (const auto &s : sizes) elementwise_rows(scenes, s[0], s[1], opt.samples);
   for (const auto &s : sizes) stats_rows(scenes, s[0], s[1], opt.samples);
   // About 1 and 4 megapixels, in the photograph's proportions.
