@@ -103,6 +103,11 @@ TEST(ToolUsage, BadOptionsNameTheOption) {
                  "sorn hist: plot.gif: unknown image format '.gif' (use a name ending in .png, .pgm or .ppm) (try 'sorn hist --help')");
 }
 
+TEST(ToolOutput, LostStandardOutputIsAFailure) {
+  ToolRun r = run_tool({"stats"}, "/dev/full");
+  expect_failure(r, 1, "sorn stats: cannot write to standard output: No space left on device");
+}
+
 // ------------------------------------------------------------------ inputs
 
 TEST(ToolInputs, MissingFile) {

@@ -35,7 +35,7 @@ TEST(ImageFiles, PngRoundTripsEveryChannelLayout) {
   Scratch dir;
   for (int32_t c = 1; c <= 4; ++c) {
     Image im = pattern(13, 7, c);
-    std::string path = dir.path("p" + std::to_string(c) + ".png");
+    std::string path = dir.path(std::to_string(c) + "channels.png");
     sorn_tool::write_image(path, im);
     EXPECT_TRUE(same(sorn_tool::read_image(path), im)) << c << " channels";
   }

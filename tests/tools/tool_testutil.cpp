@@ -51,9 +51,10 @@ void write_file(const std::string &path, const std::string &bytes) {
   out << bytes;
 }
 
-ToolRun run_tool(const std::vector<std::string> &args) {
+ToolRun run_tool(const std::vector<std::string> &args, const std::string &stdout_path) {
   Scratch io;
-  std::string outpath = io.path("stdout"), errpath = io.path("stderr");
+  std::string outpath = stdout_path.empty() ? io.path("stdout") : stdout_path;
+  std::string errpath = io.path("stderr");
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 1, outpath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
@@ -75,7 +76,7 @@ ToolRun run_tool(const std::vector<std::string> &args) {
   int status = 0;
   waitpid(pid, &status, 0);
   run.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  run.out = read_file(outpath);
+  if (stdout_path.empty()) run.out = read_file(outpath);
   run.err = read_file(errpath);
   return run;
 }

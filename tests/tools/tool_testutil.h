@@ -36,7 +36,9 @@ struct ToolRun {
 };
 
 // Runs the sorn program with these arguments (no shell word splitting).
-ToolRun run_tool(const std::vector<std::string> &args);
+// Standard output goes to stdout_path when one is given, and out stays
+// empty.
+ToolRun run_tool(const std::vector<std::string> &args, const std::string &stdout_path = "");
 
 std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &bytes);

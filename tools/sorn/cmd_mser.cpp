@@ -84,11 +84,13 @@ void write_json(const std::string &path, const std::string &name, const Image &g
   errno = 0;
   std::FILE *out = std::fopen(path.c_str(), "w");
   if (!out) input_error(path + ": cannot create: " + std::strerror(errno));
+  // The filter keeps its ratios in single precision: seven digits give
+  // them back as they were typed.
   std::fprintf(out, "{\n  \"image\": %s,\n  \"width\": %d,\n  \"height\": %d,\n",
                json_string(name).c_str(), grey.width, grey.height);
   std::fprintf(out,
-               "  \"parameters\": {\"delta\": %u, \"min_area\": %.9g, \"max_area\": %.9g, "
-               "\"max_variation\": %.9g, \"min_diversity\": %.9g, \"mode\": \"%s\"},\n",
+               "  \"parameters\": {\"delta\": %u, \"min_area\": %.7g, \"max_area\": %.7g, "
+               "\"max_variation\": %.7g, \"min_diversity\": %.7g, \"mode\": \"%s\"},\n",
                f.delta, double(f.minarea), double(f.maxarea), double(f.maxvariation),
                double(f.mindiversity), mode);
   std::fprintf(out, "  \"counts\": {\"dark\": %u, \"bright\": %u},\n  \"regions\": [", dark, bright);

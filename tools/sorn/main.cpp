@@ -2,6 +2,7 @@
 //
 // A subcommand is one entry in the table below and one run_* function; the
 // rest (help, errors, exit codes) is handled here for all of them.
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -80,7 +81,12 @@ int main_with(int argc, char **argv) {
   std::vector<std::string> rest(argv + 2, argv + argc);
   std::string prefix = std::string("sorn ") + command->name;
   try {
-    return command->run(rest);
+    int code = command->run(rest);
+    // Output that never arrived (a full disk, a closed pipe) is a failure.
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+      input_error(std::string("cannot write to standard output: ") + std::strerror(errno));
+    }
+    return code;
   } catch (const Failure &f) {
     return report(prefix, f, command->name);
   } catch (const std::bad_alloc &) {
