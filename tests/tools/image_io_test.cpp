@@ -1,4 +1,7 @@
 // The tool's image files and small services, called directly.
+
+// Built only with the tool, which tells where its program is.
+#ifdef SORN_TOOL_EXE
 #include <gtest/gtest.h>
 
 #include "tool_testutil.h"
@@ -249,3 +252,4 @@ TEST(LibraryStatus, AnEmptyRegionFromTheLibraryIsShownWithItsSymbol) {
   SornStatus st = SornAdd(env.get(), 0, &ra, &ra, &ra, &roi, nullptr, nullptr, 0, 0);
   EXPECT_EQ(sorn_tool::status_name(st), "SORN_ENOSPC");
 }
+#endif

@@ -1,3 +1,5 @@
+// Built only with the tool, which tells where its program is.
+#ifdef SORN_TOOL_EXE
 #include "tool_testutil.h"
 
 #include <fcntl.h>
@@ -251,3 +253,4 @@ Json parse_json(const std::string &text) {
 }
 
 }  // namespace tool_test
+#endif
