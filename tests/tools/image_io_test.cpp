@@ -101,6 +101,13 @@ TEST(ImageFiles, PalettesAndTransparencyAreExpanded) {
   EXPECT_EQ(rgba.at(0, 0, 3), 255);
 }
 
+TEST(ImageFiles, InterlacedPngIsReadWhole) {
+  Scratch dir;
+  Image im = pattern(19, 13, 3);
+  tool_test::write_interlaced_png(dir.path("i.png"), im);
+  EXPECT_TRUE(same(sorn_tool::read_image(dir.path("i.png")), im));
+}
+
 TEST(ImageFiles, MissingFileNamesFileAndReason) {
   Failure f = failure_of([] { sorn_tool::read_image("/nonexistent/x.png"); });
   EXPECT_EQ(f.code, 1);

@@ -86,18 +86,22 @@ ToolRun run_tool(const std::vector<std::string> &args, const std::string &stdout
 namespace {
 void write_png_rows(const std::string &path, int32_t w, int32_t h, int depth, int type,
                     const std::vector<uint8_t> &bytes, size_t rowbytes,
-                    const std::vector<png_color> &palette, const std::vector<png_byte> &trns) {
+                    const std::vector<png_color> &palette, const std::vector<png_byte> &trns,
+                    bool interlaced = false) {
   std::FILE *f = std::fopen(path.c_str(), "wb");
   if (!f) throw std::runtime_error("cannot create " + path);
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
   png_infop info = png_create_info_struct(png);
   png_init_io(png, f);
-  png_set_IHDR(png, info, uint32_t(w), uint32_t(h), depth, type, PNG_INTERLACE_NONE,
-               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  png_set_IHDR(png, info, uint32_t(w), uint32_t(h), depth, type,
+               interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+               PNG_FILTER_TYPE_DEFAULT);
   if (!palette.empty()) png_set_PLTE(png, info, palette.data(), int(palette.size()));
   if (!trns.empty()) png_set_tRNS(png, info, trns.data(), int(trns.size()), nullptr);
   png_write_info(png, info);
-  for (int32_t y = 0; y < h; ++y) png_write_row(png, bytes.data() + size_t(y) * rowbytes);
+  std::vector<png_bytep> rows;
+  for (int32_t y = 0; y < h; ++y) rows.push_back(const_cast<png_bytep>(bytes.data() + size_t(y) * rowbytes));
+  png_write_image(png, rows.data());
   png_write_end(png, nullptr);
   png_destroy_write_struct(&png, &info);
   std::fclose(f);
@@ -107,6 +111,13 @@ void write_png_rows(const std::string &path, int32_t w, int32_t h, int depth, in
 void write_png16(const std::string &path, int32_t w, int32_t h) {
   std::vector<uint8_t> bytes(size_t(w) * h * 2, 0x40);
   write_png_rows(path, w, h, 16, PNG_COLOR_TYPE_GRAY, bytes, size_t(w) * 2, {}, {});
+}
+
+void write_interlaced_png(const std::string &path, const sorn_tool::Image &image) {
+  static const int types[5] = {0, PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB,
+                               PNG_COLOR_TYPE_RGB_ALPHA};
+  write_png_rows(path, image.width, image.height, 8, types[image.channels], image.pixels,
+                 image.rowstride(), {}, {}, true);
 }
 
 void write_palette_png(const std::string &path, int32_t w, int32_t h, bool with_trns) {

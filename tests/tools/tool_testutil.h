@@ -55,6 +55,8 @@ sorn_tool::Image make_image(int32_t w, int32_t h, int32_t c, F f) {
 
 // A PNG of bit depth 16 (grey), written with libpng directly.
 void write_png16(const std::string &path, int32_t w, int32_t h);
+// An interlaced PNG of an 8-bit image.
+void write_interlaced_png(const std::string &path, const sorn_tool::Image &image);
 // A palette PNG of 4 colours, index (x + y) % 4, the last colour half
 // transparent when with_trns.
 void write_palette_png(const std::string &path, int32_t w, int32_t h, bool with_trns);
