@@ -18,4 +18,8 @@ quiet cmake --build "$work/build"
 readelf -d "$libdir/libSorn.so.1" | grep -q 'RUNPATH.*\$ORIGIN' || { echo "no \$ORIGIN RUNPATH"; exit 1; }
 env -u LD_LIBRARY_PATH "$work/build/consumer_cmake"
 env -u LD_LIBRARY_PATH "$work/build/consumer_pkgconfig"
+# The installed command-line tool runs from its own RUNPATH as well.
+if [ -x "$work/prefix/bin/sorn" ]; then
+  env -u LD_LIBRARY_PATH "$work/prefix/bin/sorn" stats >/dev/null
+fi
 echo "install test passed"
