@@ -114,7 +114,11 @@ uint64_t sum_counts(const SornHist &h, uint32_t bins) {
 // for new ones; each is pinned down by a regression test in
 // tests/reliability/, and its line here goes when it is fixed.
 bool open_finding(const Operand &src, const SornVolume *roi, const SornArray *mask,
-                  const Operand &m, const SornVolume *site) {
+                  const Operand &m, const SornVolume *site, bool hist, const Range &range) {
+  // The weighted sum of an s32 histogram forms ilow + i in a signed word,
+  // which overflows when the range ends within bins - 1 of the top.
+  if (hist && src.shape.type == SORN_S32 && range.low + range.bins - 1 > (double)INT32_MAX)
+    return true;
   if (empty_channel_cell(src.channels, roi)) return true;
   // At rank 4 the call frame merges dense dimensions and adds the outer
   // origin times the outer byte stride to the inner origin cell, which
@@ -201,7 +205,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     describe("maskSite", psite);
   }
 
-  if (open_finding(src, proi, pmask, mask, psite)) {
+  if (open_finding(src, proi, pmask, mask, psite, hist, range)) {
     for (int32_t c = 0; c < nrec; ++c) sorn_hist_fini(&hists[c]);
     return 0;
   }

@@ -31,6 +31,10 @@ constexpr bool kOpenCapacityOverflow = true;
 // elements: with an origin off zero the kernels read outside the operand.
 constexpr bool kOpenFrameOriginMerge = true;
 
+// The weighted sum of a histogram forms ilow + i in a signed 32-bit word,
+// which overflows (undefined) for a range near the top of s32.
+constexpr bool kOpenHistogramSumOverflow = true;
+
 SornXE fresh_env() {
   SornXE xe;
   std::memset(&xe, 0, sizeof xe);
@@ -100,6 +104,36 @@ TEST(Findings, VolumeCapacityOfLargeCellsIsDefined) {
   EXPECT_EQ(sorn_volume__capacity_$Q(4, cells), 0);
   const int32_t neg[4] = {-65536, 65536, 65536, 32768};
   EXPECT_EQ(sorn_volume__capacity(4, neg), INT64_MIN);
+}
+
+TEST(Findings, HistogramSumNearTheTopOfS32Wraps) {
+  if (kOpenHistogramSumOverflow)
+    GTEST_SKIP() << "open finding: histogram weighted sum overflows a signed 32-bit word";
+  // Ten values of 2^31 - 1 in a range of one value and 19 bins: the sum runs
+  // over every counter with the value ilow + i, wrapping, and is never
+  // undefined (the sanitizer build checks).
+  Image src;
+  make_image(src, SORN_S32, 1, 1, 10, 1, 1, 0);
+  std::mt19937_64 rng(1);
+  fill_site(src, rng, [](std::mt19937_64 &) { return 2147483647.0; });
+  SornHistInit init;
+  std::memset(&init, 0, sizeof init);
+  init.elemtype = SORN_S32;
+  init.bins = 19;
+  init.low = 2147483647.0;
+  init.high = 2147483647.0;
+  init.planes = 1;
+  init.rows = 1;
+  init.cols = 10;
+  SornHist h;
+  ASSERT_EQ(__sorn_histogram__$ia(&h, &init), SORN_OK);
+  SornXE xe = fresh_env();
+  const SornStatus st = SornHistogram(&xe, 0, &src.rec, nullptr, 0, &h);
+  SornXEfini(&xe);
+  EXPECT_EQ(st, SORN_OK);
+  EXPECT_EQ(h.counts[0], 10u);
+  EXPECT_EQ(h.isum, (uint32_t)(10u * 2147483647u));
+  sorn_hist_fini(&h);
 }
 
 TEST(Findings, RankFourSumWithPlaneOriginReadsOnlyItsOperand) {
