@@ -143,6 +143,18 @@ struct AddOp {
   static int64_t i64(int64_t a, int64_t b) { return a + b; }
   static float f32(float a, float b) { return a + b; }
   static double f64(double a, double b) { return a + b; }
+  // Saturating forms at sf 0 in the sources' own width, so that a row runs
+  // in lanes of that width. A u8 sum wraps below its first operand exactly
+  // when it carries; an s16 sum overflows when its sign differs from both
+  // operands', towards the operands' sign.
+  static uint8_t sat_u8(uint8_t a, uint8_t b) {
+    const uint8_t s = (uint8_t)(a + b);
+    return s < a ? (uint8_t)255 : s;
+  }
+  static int16_t sat_s16(int16_t a, int16_t b) {
+    const int16_t s = (int16_t)(uint16_t)((uint16_t)a + (uint16_t)b);
+    return ((a ^ s) & (b ^ s)) < 0 ? (int16_t)((a >> 15) ^ 0x7fff) : s;
+  }
 };
 struct SubOp {
   static constexpr bool saturate = false;
@@ -151,6 +163,13 @@ struct SubOp {
   static int64_t i64(int64_t a, int64_t b) { return a - b; }
   static float f32(float a, float b) { return a - b; }
   static double f64(double a, double b) { return a - b; }
+  // a - b overflows only when the operands' signs differ and the result's
+  // sign is not a's; it saturates towards a's sign.
+  static uint8_t sat_u8(uint8_t a, uint8_t b) { return a > b ? (uint8_t)(a - b) : (uint8_t)0; }
+  static int16_t sat_s16(int16_t a, int16_t b) {
+    const int16_t s = (int16_t)(uint16_t)((uint16_t)a - (uint16_t)b);
+    return ((a ^ b) & (a ^ s)) < 0 ? (int16_t)((a >> 15) ^ 0x7fff) : s;
+  }
 };
 // The reversed difference: the second operand less the first.
 struct RSubOp {
@@ -160,6 +179,8 @@ struct RSubOp {
   static int64_t i64(int64_t a, int64_t b) { return b - a; }
   static float f32(float a, float b) { return b - a; }
   static double f64(double a, double b) { return b - a; }
+  static uint8_t sat_u8(uint8_t a, uint8_t b) { return SubOp::sat_u8(b, a); }
+  static int16_t sat_s16(int16_t a, int16_t b) { return SubOp::sat_s16(b, a); }
 };
 // The saturating form of an operation: exact sums, clamped at sf 0 too.
 template <class Op> struct Sat : Op {
@@ -218,6 +239,14 @@ inline D binary_elem(A a, B b, const ScaleArgs &k) {
       else if constexpr (S == Scale::Shift || S == Scale::WideShift)
         return clamp_to<D>((int64_t)((uint64_t)s << k.shift));
       else return sat_round<D>((float)s * k.factor);
+    } else if constexpr (S == Scale::Wrap && std::is_same_v<D, uint8_t> &&
+                         std::is_same_v<A, uint8_t> && std::is_same_v<B, uint8_t>) {
+      // The clamp of the exact 32-bit result, found in 8 bits.
+      return Op::sat_u8(a, b);
+    } else if constexpr (S == Scale::Wrap && std::is_same_v<D, int16_t> &&
+                         std::is_same_v<A, int16_t> && std::is_same_v<B, int16_t>) {
+      // The same in 16 bits.
+      return Op::sat_s16(a, b);
     } else {
       // Narrow sources: the exact result fits 32 bits, and the plain rules
       // for a non-zero scale are already those of the saturating form.
