@@ -44,6 +44,23 @@ constexpr int64_t narrow_limit() {
     return 0;
 }
 
+// The total of one u8 row into an accumulator of either width. Partial
+// totals of 256 bytes fit 16 bits (256 * 255 < 65536), so the inner loop runs
+// in 16-bit lanes; integer addition is exact in any order, and a block total
+// wraps into the accumulator exactly as its bytes one by one would.
+template <class acc_t>
+inline acc_t u8_row_total(const uint8_t *__restrict p, int32_t cols) {
+  acc_t t = 0;
+  int32_t x = 0;
+  for (; x + 256 <= cols; x += 256) {
+    uint16_t s = 0;
+    for (int32_t j = 0; j < 256; ++j) s = (uint16_t)(s + p[x + j]);
+    t += s;
+  }
+  for (; x < cols; ++x) t += p[x];
+  return t;
+}
+
 template <class T, int C, bool Fast, bool Masked>
 SornStatus sum_kernel(SornFlags flags, int32_t n, const int32_t *dims, const void *src,
                       const int32_t *strides, const uint8_t *mask, const int32_t *mstrides,
@@ -66,7 +83,10 @@ SornStatus sum_kernel(SornFlags flags, int32_t n, const int32_t *dims, const voi
       // Integer order doesn't matter: a row-local total lets the loop run wide.
       acc_t t = 0;
       if (!Masked) {
-        for (int32_t x = 0; x < r.cols; ++x) t += A::widen(p[x]);
+        if constexpr (std::is_same_v<T, uint8_t>)
+          t = u8_row_total<acc_t>(p, r.cols);
+        else
+          for (int32_t x = 0; x < r.cols; ++x) t += A::widen(p[x]);
       } else {
         // A selected element is added through an all-ones mask: no branch.
         for (int32_t x = 0; x < r.cols; ++x)
