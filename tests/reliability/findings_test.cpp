@@ -35,6 +35,11 @@ constexpr bool kOpenFrameOriginMerge = true;
 // which overflows (undefined) for a range near the top of s32.
 constexpr bool kOpenHistogramSumOverflow = true;
 
+// A sum formed in f64 that rounds up to 2^31 (2147483647.5 and above) is
+// converted to s32 as it stands, which is undefined, instead of giving
+// 0x80000000 like every other value outside 32 bits.
+constexpr bool kOpenRoundingUpTo2Pow31 = true;
+
 SornXE fresh_env() {
   SornXE xe;
   std::memset(&xe, 0, sizeof xe);
@@ -134,6 +139,26 @@ TEST(Findings, HistogramSumNearTheTopOfS32Wraps) {
   EXPECT_EQ(h.counts[0], 10u);
   EXPECT_EQ(h.isum, (uint32_t)(10u * 2147483647u));
   sorn_hist_fini(&h);
+}
+
+TEST(Findings, AddOfDoubleSumRoundingUpTo2Pow31GivesTheOutOfRangeValue) {
+  if (kOpenRoundingUpTo2Pow31)
+    GTEST_SKIP() << "open finding: f64 sum rounding up to 2^31 converted to s32 undefined";
+  Image d, a, b;
+  make_image(d, SORN_S32, 1, 1, 2, 1, 1, 0);
+  make_image(a, SORN_F32, 1, 1, 2, 1, 1, 0);
+  make_image(b, SORN_S32, 1, 1, 2, 1, 1, 0);
+  std::mt19937_64 rng(1);
+  fill_site(a, rng, [](std::mt19937_64 &) { return 0.5; });
+  fill_site(b, rng, [](std::mt19937_64 &) { return 2147483647.0; });
+  SornXE xe = fresh_env();
+  const SornStatus st = SornAdd(&xe, 0, &d.rec, &a.rec, &b.rec, nullptr, nullptr, nullptr, 0, 0);
+  SornXEfini(&xe);
+  ASSERT_EQ(st, SORN_OK);
+  // 2147483647.5 rounds to the even 2^31, outside 32 bits.
+  int32_t v;
+  std::memcpy(&v, d.canvas.data() + d.at(0, 0, 0), 4);
+  EXPECT_EQ(v, INT32_MIN);
 }
 
 TEST(Findings, RankFourSumWithPlaneOriginReadsOnlyItsOperand) {
