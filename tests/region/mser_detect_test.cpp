@@ -14,7 +14,7 @@
 
 namespace {
 
-struct Spec {
+struct Shape {
   int parent;  // -1 for the root; parents come first
   int64_t level;
   uint32_t size;
@@ -28,13 +28,13 @@ SornMSERParams params(int32_t delta = 10, int32_t minpix = 1, int32_t maxpix = 1
 // The same tree as f-form regions.
 struct FTree {
   std::vector<SornFWTSRegion> r;
-  explicit FTree(const std::vector<Spec> &spec) : r(spec.size()) {
-    for (size_t i = 0; i < spec.size(); ++i) {
+  explicit FTree(const std::vector<Shape> &shape) : r(shape.size()) {
+    for (size_t i = 0; i < shape.size(); ++i) {
       r[i] = SornFWTSRegion{};
-      r[i].level = (int32_t)spec[i].level;
-      r[i].size = spec[i].size;
-      if (spec[i].parent >= 0) {
-        SornFWTSRegion &p = r[spec[i].parent];
+      r[i].level = (int32_t)shape[i].level;
+      r[i].size = shape[i].size;
+      if (shape[i].parent >= 0) {
+        SornFWTSRegion &p = r[shape[i].parent];
         r[i].parent = &p;
         r[i].next = p.child;
         p.child = &r[i];
@@ -53,16 +53,16 @@ struct NodeTree {
   std::vector<SornAGTnode> n;
   std::vector<SornWTSRegion> r;
   SornSTree tree{};
-  explicit NodeTree(const std::vector<Spec> &spec) : n(spec.size()), r(spec.size()) {
-    for (size_t i = 0; i < spec.size(); ++i) {
+  explicit NodeTree(const std::vector<Shape> &shape) : n(shape.size()), r(shape.size()) {
+    for (size_t i = 0; i < shape.size(); ++i) {
       n[i] = SornAGTnode{};
       r[i] = SornWTSRegion{};
       n[i].data = &r[i];
       r[i].node = &n[i];
-      r[i].pivotval = (uint32_t)spec[i].level;
-      r[i].size = spec[i].size;
-      if (spec[i].parent >= 0) {
-        SornAGTnode &p = n[spec[i].parent];
+      r[i].pivotval = (uint32_t)shape[i].level;
+      r[i].size = shape[i].size;
+      if (shape[i].parent >= 0) {
+        SornAGTnode &p = n[shape[i].parent];
         n[i].parent = &p;
         n[i].next = p.child;
         p.child = &n[i];
@@ -94,7 +94,7 @@ std::vector<int> run(T &t, const SornMSERParams &p) {
 
 // root 100/1000 <- A 50/500 <- B 40/480 <- C 30/470: each within delta of
 // the next, each stable, each close in size to the one around it.
-const std::vector<Spec> kChain = {{-1, 100, 1000}, {0, 50, 500}, {1, 40, 480}, {2, 30, 470}};
+const std::vector<Shape> kChain = {{-1, 100, 1000}, {0, 50, 500}, {1, 40, 480}, {2, 30, 470}};
 
 TYPED_TEST(MserDetect, OfANestedChainTheOutermostStays) {
   TypeParam t(kChain);
@@ -112,7 +112,7 @@ TYPED_TEST(MserDetect, ZeroDiversityRemovesNothingAndKeepsBottomUpOrder) {
 TYPED_TEST(MserDetect, DuplicateSearchGoesBelowUnpickedRegions) {
   // X is close in size to A but unstable (its delta ancestor P is three
   // times larger); Y below it is close to A as well and goes.
-  std::vector<Spec> s = {{-1, 100, 5000}, {0, 65, 3000}, {1, 60, 1000}, {2, 55, 960},
+  std::vector<Shape> s = {{-1, 100, 5000}, {0, 65, 3000}, {1, 60, 1000}, {2, 55, 960},
                          {3, 40, 900}};
   TypeParam t(s);
   EXPECT_EQ(run(t, params()), (std::vector<int>{2, 1}));
@@ -123,7 +123,7 @@ TYPED_TEST(MserDetect, DuplicateSearchGoesBelowUnpickedRegions) {
 }
 
 TYPED_TEST(MserDetect, AStableRegionTooLargeToKeepStillClearsItsDuplicates) {
-  std::vector<Spec> s = {{-1, 100, 5000}, {0, 50, 1000}, {1, 40, 950}};
+  std::vector<Shape> s = {{-1, 100, 5000}, {0, 50, 1000}, {1, 40, 950}};
   TypeParam t(s);
   EXPECT_EQ(run(t, params(10, 1, 980)), (std::vector<int>{}));
   EXPECT_EQ(t.flag(2), 0u);
@@ -133,22 +133,22 @@ TYPED_TEST(MserDetect, AStableRegionTooLargeToKeepStillClearsItsDuplicates) {
 }
 
 TYPED_TEST(MserDetect, TheRootIsNeverPicked) {
-  TypeParam t(std::vector<Spec>{{-1, 100, 1000}});
+  TypeParam t(std::vector<Shape>{{-1, 100, 1000}});
   EXPECT_EQ(run(t, params()), (std::vector<int>{}));
 }
 
 TYPED_TEST(MserDetect, ARegionWhoseAncestorsAreAllWithinDeltaHasNoMeasure) {
-  TypeParam t(std::vector<Spec>{{-1, 25, 1000}, {0, 20, 990}, {1, 16, 500}});
+  TypeParam t(std::vector<Shape>{{-1, 25, 1000}, {0, 20, 990}, {1, 16, 500}});
   EXPECT_EQ(run(t, params()), (std::vector<int>{}));
 }
 
 TYPED_TEST(MserDetect, AParentMoreThanDeltaAboveGivesVariationZero) {
-  TypeParam t(std::vector<Spec>{{-1, 50, 100000}, {0, 30, 100}});
+  TypeParam t(std::vector<Shape>{{-1, 50, 100000}, {0, 30, 100}});
   EXPECT_EQ(run(t, params(10, 1, 1000000, 0.0f)), (std::vector<int>{1}));
 }
 
 TYPED_TEST(MserDetect, AtExactlyDeltaTheVariationIsAtOrBelowTheLimit) {
-  const std::vector<Spec> s = {{-1, 60, 1000}, {0, 50, 500}};  // variation 0.5
+  const std::vector<Shape> s = {{-1, 60, 1000}, {0, 50, 500}};  // variation 0.5
   TypeParam a(s), b(s), c(s);
   EXPECT_EQ(run(a, params(10, 1, 100000, 0.33f)), (std::vector<int>{}));
   EXPECT_EQ(run(b, params(10, 1, 100000, 0.5f)), (std::vector<int>{1}));
@@ -157,7 +157,7 @@ TYPED_TEST(MserDetect, AtExactlyDeltaTheVariationIsAtOrBelowTheLimit) {
 
 TYPED_TEST(MserDetect, VariationComesFromASignedDifference) {
   // An ancestor smaller than the region: |(400 - 500) / 400| = 0.25.
-  TypeParam t(std::vector<Spec>{{-1, 60, 400}, {0, 50, 500}});
+  TypeParam t(std::vector<Shape>{{-1, 60, 400}, {0, 50, 500}});
   EXPECT_EQ(run(t, params(10, 1, 100000, 0.3f)), (std::vector<int>{1}));
 }
 
@@ -168,7 +168,7 @@ TYPED_TEST(MserDetect, AVariationLimitThatIsNotANumberRejectsAll) {
 }
 
 TYPED_TEST(MserDetect, SizesOutsideTheLimitsAreLeftOut) {
-  const std::vector<Spec> s = {{-1, 100, 5000}, {0, 50, 500}, {0, 40, 200}};
+  const std::vector<Shape> s = {{-1, 100, 5000}, {0, 50, 500}, {0, 40, 200}};
   TypeParam a(s), b(s), c(s);
   EXPECT_EQ(run(a, params(10, 200, 500)), (std::vector<int>{2, 1}));  // limits inclusive
   EXPECT_EQ(run(b, params(10, 201, 500)), (std::vector<int>{1}));
@@ -176,7 +176,7 @@ TYPED_TEST(MserDetect, SizesOutsideTheLimitsAreLeftOut) {
 }
 
 TYPED_TEST(MserDetect, BelowDeltaTheTreeIsNotVisited) {
-  TypeParam t(std::vector<Spec>{{-1, 100, 1000}, {0, 5, 500}, {1, 2, 100}});
+  TypeParam t(std::vector<Shape>{{-1, 100, 1000}, {0, 5, 500}, {1, 2, 100}});
   t.flag(2) = 7;
   t.flag(1) = 7;
   EXPECT_EQ(run(t, params()), (std::vector<int>{1}));
@@ -200,7 +200,7 @@ TYPED_TEST(MserDetect, EntriesFromBeforeStayAndTheVectorDoubles) {
 }
 
 TYPED_TEST(MserDetect, FirstGrowthIsToTwo) {
-  TypeParam t(std::vector<Spec>{{-1, 100, 5000}, {0, 50, 500}});
+  TypeParam t(std::vector<Shape>{{-1, 100, 5000}, {0, 50, 500}});
   SornVec v{0, 0, nullptr};
   const SornMSERParams p = params();
   ASSERT_EQ(t.detect(&v, p), &v);
@@ -239,12 +239,12 @@ TEST(MserDetectEdges, RemoveDuplicatesUnpicksCloseRegionsOnly) {
 /* ---------------- random trees against a reference ---------------- */
 
 struct RefTree {
-  std::vector<Spec> s;
+  std::vector<Shape> s;
   std::vector<std::vector<int>> kids;  // in list order: newest first
   std::vector<uint32_t> flag;
   std::vector<int> order;
 
-  explicit RefTree(const std::vector<Spec> &spec) : s(spec), kids(spec.size()), flag(spec.size()) {
+  explicit RefTree(const std::vector<Shape> &shape) : s(shape), kids(shape.size()), flag(shape.size()) {
     for (size_t i = 1; i < s.size(); ++i) kids[s[i].parent].insert(kids[s[i].parent].begin(), (int)i);
   }
 
@@ -288,8 +288,8 @@ struct RefTree {
 };
 
 // Levels fall and sizes shrink from parent to child, as in a component tree.
-std::vector<Spec> random_tree(std::mt19937_64 &rng, int n) {
-  std::vector<Spec> s;
+std::vector<Shape> random_tree(std::mt19937_64 &rng, int n) {
+  std::vector<Shape> s;
   s.push_back({-1, 200 + (int64_t)(rng() % 56), 20000 + (uint32_t)(rng() % 20000)});
   std::vector<uint32_t> room{s[0].size};
   for (int i = 1; i < n; ++i) {
@@ -308,7 +308,7 @@ TEST(MserDetectRandom, BothFormsAgreeWithTheReference) {
   auto rng = sorn_test::seeded_rng(86001);
   size_t total = 0;
   for (int round = 0; round < 300; ++round) {
-    const std::vector<Spec> s = random_tree(rng, 2 + (int)(rng() % 60));
+    const std::vector<Shape> s = random_tree(rng, 2 + (int)(rng() % 60));
     SornMSERParams p = params(1 + (int32_t)(rng() % 12), (int32_t)(rng() % 400),
                               2000 + (int32_t)(rng() % 30000), (float)(rng() % 100) / 100.0f,
                               (float)(rng() % 50) / 100.0f);
