@@ -62,7 +62,8 @@ inline int32_t cvt_s32(double x) {
   const double c = x < 0.0 ? -4503599627370496.0 : 4503599627370496.0;
   const double near = (x + c) - c;
   const double r = ((x > -4503599627370496.0) & (x < 4503599627370496.0)) ? near : x;
-  const bool fits = (x >= -2147483648.0) & (x < 2147483648.0);
+  // Judged on the rounded value: a double just below 2^31 rounds up to it.
+  const bool fits = (r >= -2147483648.0) & (r < 2147483648.0);
   const int32_t v = (int32_t)(fits ? r : 0.0);
   return fits ? v : INT32_MIN;
 }
