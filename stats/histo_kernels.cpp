@@ -38,7 +38,7 @@ inline void prefetch(const void *p) { __builtin_prefetch(p, 0, 3); }
 void sum_all_counts(SornHist *h, int32_t lo) {
   uint32_t s = h->isum;
   const uint32_t *c = h->counts;
-  for (uint32_t i = 0; i < h->bins; ++i) s += c[i] * (uint32_t)(lo + (int32_t)i);
+  for (uint32_t i = 0; i < h->bins; ++i) s += c[i] * ((uint32_t)lo + i);  // wraps, as the sum does
   h->isum = s;
 }
 
@@ -56,7 +56,7 @@ void fold_table(SornHist *h, int32_t lo, const uint32_t *const *banks, int32_t n
       h->counts[i] += t;
     else
       h->counts[scaled_bin(i, bins, irange)] += t;
-    s += t * (uint32_t)(lo + i);
+    s += t * ((uint32_t)lo + (uint32_t)i);
   }
   h->isum = s;
 }

@@ -22,23 +22,23 @@ namespace {
 // destination's ROI, or with the cell's origin at the channel count starts
 // each row past its first pixel; the sums choose the four-channel kernel
 // for a one-channel image and write four results.
-constexpr bool kOpenEmptyChannelCell = true;
+constexpr bool kOpenEmptyChannelCell = false;
 // Volume capacities form the product of four cells in a signed 64-bit word,
 // which overflows (undefined) for large cells.
-constexpr bool kOpenCapacityOverflow = true;
+constexpr bool kOpenCapacityOverflow = false;
 // At rank 4 the call frame merges dense dimensions and adds the outer origin
 // times the outer byte stride to the inner origin cell, which counts
 // elements: with an origin off zero the kernels read outside the operand.
-constexpr bool kOpenFrameOriginMerge = true;
+constexpr bool kOpenFrameOriginMerge = false;
 
 // The weighted sum of a histogram forms ilow + i in a signed 32-bit word,
 // which overflows (undefined) for a range near the top of s32.
-constexpr bool kOpenHistogramSumOverflow = true;
+constexpr bool kOpenHistogramSumOverflow = false;
 
 // A sum formed in f64 that rounds up to 2^31 (2147483647.5 and above) is
 // converted to s32 as it stands, which is undefined, instead of giving
 // 0x80000000 like every other value outside 32 bits.
-constexpr bool kOpenRoundingUpTo2Pow31 = true;
+constexpr bool kOpenRoundingUpTo2Pow31 = false;
 
 SornXE fresh_env() {
   SornXE xe;
