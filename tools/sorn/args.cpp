@@ -9,8 +9,8 @@
 namespace sorn_tool {
 
 namespace {
-const OptionSpec *find_spec(const std::vector<OptionSpec> &specs, const std::string &word) {
-  for (const OptionSpec &s : specs) {
+const OptionSpec *find_spec(const std::vector<OptionSpec> &options, const std::string &word) {
+  for (const OptionSpec &s : options) {
     if (word == s.name || (s.alias && word == s.alias)) return &s;
   }
   return nullptr;
@@ -18,7 +18,7 @@ const OptionSpec *find_spec(const std::vector<OptionSpec> &specs, const std::str
 }  // namespace
 
 Args::Args(const std::string &command, const std::vector<std::string> &argv,
-           const std::vector<OptionSpec> &specs, size_t max_positionals)
+           const std::vector<OptionSpec> &options, size_t max_positionals)
     : command_(command) {
   for (const std::string &a : argv) {
     if (a == "--") break;
@@ -49,10 +49,10 @@ Args::Args(const std::string &command, const std::vector<std::string> &argv,
       inline_value = a.substr(eq + 1);
       has_inline = true;
     }
-    const OptionSpec *spec = find_spec(specs, word);
-    if (!spec) usage_error("unknown option '" + word + "'");
+    const OptionSpec *option = find_spec(options, word);
+    if (!option) usage_error("unknown option '" + word + "'");
     std::string value;
-    if (spec->takes_value) {
+    if (option->takes_value) {
       if (has_inline) {
         value = inline_value;
       } else {
@@ -63,9 +63,9 @@ Args::Args(const std::string &command, const std::vector<std::string> &argv,
       usage_error("option '" + word + "' takes no value");
     }
     for (auto &v : values_) {
-      if (v.first == spec->name) usage_error("option '" + word + "' given twice");
+      if (v.first == option->name) usage_error("option '" + word + "' given twice");
     }
-    values_.emplace_back(spec->name, value);
+    values_.emplace_back(option->name, value);
   }
 }
 

@@ -123,7 +123,7 @@ class Args {
  public:
   // Parses argv; usage errors fail with exit 2 and name the option.
   Args(const std::string &command, const std::vector<std::string> &argv,
-       const std::vector<OptionSpec> &specs, size_t max_positionals);
+       const std::vector<OptionSpec> &options, size_t max_positionals);
 
   bool help() const { return help_; }
   bool has(const char *name) const;
