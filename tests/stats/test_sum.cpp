@@ -466,7 +466,9 @@ TEST(Sum4D, RandomRegionsOfPlanesStayInsideTheArray) {
           ++n;
           for (int c = 0; c < ch; ++c) want[c] += buf[(size_t)z * plane + y * rowe + x * ch + c];
         }
-    if (masked) ASSERT_EQ(st, n) << "iteration " << iter;
+    if (masked) {
+      ASSERT_EQ(st, n) << "iteration " << iter;
+    }
     for (int c = 0; c < ch; ++c) ASSERT_EQ(out[c], want[c]) << "iteration " << iter;
   }
 }
