@@ -12,9 +12,12 @@ namespace sorn_arith {
 using Arith2Lookup = SornArith2Kernel (*)(uint32_t, uint32_t, uint32_t, SornStatus *);
 using Arith2cLookup = SornArith2cKernel (*)(uint32_t, uint32_t, uint32_t, SornStatus *);
 
-// What a lookup gives for a key it does not hold: a stub that the caller can
-// still call and that answers the status, "not supported" when all three
-// codes are known types and "invalid" otherwise.
+// What a lookup gives for a key it does not hold: a stub that answers the
+// status, "not supported" when all three codes are known types and
+// "invalid" otherwise. The stub takes no arguments, so calling it through
+// the kernel's type is undefined: the dispatchers here ask for the status
+// and return it instead of calling what they got. The stub stays the
+// lookups' answer for callers that only look at the pointer.
 template <class K>
 K missing_kernel(uint32_t d, uint32_t a, uint32_t b, SornStatus *status) {
   const bool known = known_type(d) && known_type(a) && known_type(b);
@@ -65,7 +68,9 @@ inline SornStatus dispatch2(Arith2Lookup lookup, SornXE *xe, SornFlags flags, So
 
   const int32_t dsize = elem_size(dsttype), asize = elem_size(atype);
   if (dsize >= asize || (dsttype == SORN_U8 && atype == SORN_S16)) {
-    SornArith2Kernel k = lookup(dsttype, atype, btype, nullptr);
+    SornStatus st = SORN_OK;
+    SornArith2Kernel k = lookup(dsttype, atype, btype, &st);
+    if (st != SORN_OK) return st;
     return k(xe, flags, n, ldims, dstptr, lds, aptr, las, bptr, lbs, sf, extra);
   }
 

@@ -101,7 +101,9 @@ inline SornStatus dispatch2c(Arith2cLookup lookup, SornXE *xe, SornFlags flags, 
   if (st != SORN_OK) return st;
 
   if (constant_direct(t, atype, dsttype)) {
-    SornArith2cKernel k = lookup(dsttype, atype, t, nullptr);
+    SornStatus kst = SORN_OK;
+    SornArith2cKernel k = lookup(dsttype, atype, t, &kst);
+    if (kst != SORN_OK) return kst;
     return k(xe, flags, n, dims, dstptr, dststrides, aptr, astrides, block, sf, extra);
   }
 

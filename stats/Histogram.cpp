@@ -213,8 +213,12 @@ SornStatus sorna__histogram(SornXE *xe, SornFlags flags, SornDimPack pack, const
   Shape s = inner3(pack, dims, strides);
   uint32_t w = (uint32_t)s.dims[s.n - 1];
   flags = fill_format(flags, w);
-  SornHistKernel k = sorna__histofun_imp(w & 15u, type, nullptr);
-  SornStatus st = k(xe, flags, s.n, s.dims, src, s.strides, hists);
+  // A refused key is answered with its status: the stub the lookup gives
+  // for it takes no arguments and is never called through the kernel type.
+  SornStatus st = SORN_OK;
+  SornHistKernel k = sorna__histofun_imp(w & 15u, type, &st);
+  if (st != SORN_OK) return st;
+  st = k(xe, flags, s.n, s.dims, src, s.strides, hists);
   if (st == SORN_OK) settle_sums(flags, w, type, hists);
   return st;
 }
@@ -228,9 +232,10 @@ SornStatus sorna__histogram_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
   Shape m = inner3(pack, dims, mstrides);
   uint32_t w = (uint32_t)s.dims[s.n - 1];
   flags = fill_format(flags, w);
-  SornHistXmKernel k = sorna__histofunxm_imp(w & 15u, type, nullptr);
-  SornStatus st =
-      k(xe, flags, s.n, s.dims, src, s.strides, (const uint8_t *)mask, m.strides, hists);
+  SornStatus st = SORN_OK;
+  SornHistXmKernel k = sorna__histofunxm_imp(w & 15u, type, &st);
+  if (st != SORN_OK) return st;
+  st = k(xe, flags, s.n, s.dims, src, s.strides, (const uint8_t *)mask, m.strides, hists);
   if (st == SORN_OK) settle_sums(flags, w, type, hists);
   return st;
 }

@@ -9,7 +9,11 @@ SornStatus sorna__sum(SornXE *xe, SornFlags flags, SornDimPack pack, const int32
   Shape s = inner3(pack, dims, strides);
   uint32_t w = (uint32_t)s.dims[s.n - 1];
   flags = fill_format(flags, w);
-  SornSumKernel k = sorna__sumfun_imp(flags, w & 15u, type, nullptr);
+  // A refused key is answered with its status: the stub the lookup gives
+  // for it takes no arguments and is never called through the kernel type.
+  SornStatus st = SORN_OK;
+  SornSumKernel k = sorna__sumfun_imp(flags, w & 15u, type, &st);
+  if (st != SORN_OK) return st;
   return k(xe, flags, s.n, s.dims, src, s.strides, sums);
 }
 
@@ -26,7 +30,9 @@ SornStatus sorna__sum_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const in
   Shape m = inner3(pack, dims, mstrides);
   uint32_t w = (uint32_t)s.dims[s.n - 1];
   flags = fill_format(flags, w);
-  SornSumXmKernel k = sorna__sumfunxm_imp(flags, w & 15u, type, nullptr);
+  SornStatus st = SORN_OK;
+  SornSumXmKernel k = sorna__sumfunxm_imp(flags, w & 15u, type, &st);
+  if (st != SORN_OK) return st;
   return k(xe, flags, s.n, s.dims, src, s.strides, (const uint8_t *)mask, m.strides, sums);
 }
 
