@@ -260,21 +260,6 @@ inline SornVolume decode_roi(Input &in, int32_t channels) {
   return v;
 }
 
-// True when the channel cell of 'roi', cut to a site of 'channels'
-// channels, is empty: an open finding. The entries give the kernels that
-// cell as a channel count and its origin as an element offset into the
-// pixel; a negative count selects kernels for more channels than the
-// operand has, and an origin at or past the channel count points the walk
-// past the pixel. The targets leave such calls out until it is fixed;
-// tests/reliability/ pins it down.
-inline bool empty_channel_cell(int32_t channels, const SornVolume *roi) {
-  if (roi == nullptr) return false;
-  const int64_t o = roi->origin[3] > 0 ? roi->origin[3] : 0;
-  const int64_t end = (int64_t)roi->origin[3] + roi->size[3];
-  const int64_t e = end < channels ? end : channels;
-  return e - o < 1;
-}
-
 // An environment with a stack of its own; the level of its stack is the
 // same after every call as before it.
 struct Env {
