@@ -12,6 +12,7 @@ namespace {
 struct Plan {
   bool armed = false;
   bool every_later = false;
+  unsigned kinds = 0;
   int64_t fail_at = 0;
   int64_t seen = 0;
   bool fired = false;
@@ -19,8 +20,8 @@ struct Plan {
 Plan plan;
 
 // Counts one request and says whether it is to fail.
-bool take_request() {
-  if (!plan.armed) return false;
+bool take_request(unsigned kind) {
+  if (!plan.armed || !(plan.kinds & kind)) return false;
   int64_t n = plan.seen++;
   bool fail = n == plan.fail_at || (plan.every_later && n > plan.fail_at);
   if (fail) plan.fired = true;
@@ -44,25 +45,25 @@ extern "C" {
 void *KuSMEMSTGopen(void *store, uint64_t arg, int32_t flags) {
   static auto real = next_definition<void *(*)(void *, uint64_t, int32_t)>("KuSMEMSTGopen");
   // A stack opened in a caller's store takes nothing from the heap.
-  if (store == nullptr && take_request()) return nullptr;
+  if (store == nullptr && take_request(sorn_test::kStackOpen)) return nullptr;
   return real(store, arg, flags);
 }
 
 void *KuSMEMSTGaalloc(void *stack, size_t size, size_t align, int32_t flags) {
   static auto real = next_definition<void *(*)(void *, size_t, size_t, int32_t)>("KuSMEMSTGaalloc");
-  if (take_request()) return nullptr;
+  if (take_request(sorn_test::kStackBlock)) return nullptr;
   return real(stack, size, align, flags);
 }
 
 void *_KuMcalloc(size_t count, size_t size, int32_t flags) {
   static auto real = next_definition<void *(*)(size_t, size_t, int32_t)>("_KuMcalloc");
-  if (take_request()) return nullptr;
+  if (take_request(sorn_test::kHeapCalloc)) return nullptr;
   return real(count, size, flags);
 }
 
 void *_KuMrealloc(void *block, size_t size, int32_t flags) {
   static auto real = next_definition<void *(*)(void *, size_t, int32_t)>("_KuMrealloc");
-  if (take_request()) return nullptr;
+  if (take_request(sorn_test::kHeapRealloc)) return nullptr;
   return real(block, size, flags);
 }
 
@@ -70,9 +71,10 @@ void *_KuMrealloc(void *block, size_t size, int32_t flags) {
 
 namespace sorn_test {
 
-AllocFailure::AllocFailure(int64_t fail_at, bool every_later) {
+AllocFailure::AllocFailure(int64_t fail_at, bool every_later, unsigned kinds) {
   plan = Plan{};
   plan.armed = true;
+  plan.kinds = kinds;
   plan.every_later = every_later;
   plan.fail_at = fail_at;
 }

@@ -14,12 +14,22 @@
 
 namespace sorn_test {
 
+// The allocators a failure may pick, as a mask.
+enum AllocKind : unsigned {
+  kStackOpen = 1,     // KuSMEMSTGopen of a stack on the heap
+  kStackBlock = 2,    // KuSMEMSTGaalloc, scratch and builder memory
+  kHeapCalloc = 4,    // _KuMcalloc
+  kHeapRealloc = 8,   // _KuMrealloc, every growing block
+  kAnyAlloc = 15,
+};
+
 // While it lives, request number `fail_at` (0 is the first request made
 // after construction) answers null; with `every_later` true, so does every
-// request after it. Requests are counted across all four allocators.
+// request after it. Only requests of the kinds in `kinds` are counted and
+// failed; the others pass.
 class AllocFailure {
  public:
-  explicit AllocFailure(int64_t fail_at, bool every_later = false);
+  explicit AllocFailure(int64_t fail_at, bool every_later = false, unsigned kinds = kAnyAlloc);
   ~AllocFailure();
   AllocFailure(const AllocFailure &) = delete;
   AllocFailure &operator=(const AllocFailure &) = delete;

@@ -150,4 +150,68 @@ inline LevelSize ls(std::initializer_list<std::pair<int64_t, uint32_t>> v) {
   return out;
 }
 
+// The two forms behind one face, so that a test can run on both: a filter
+// with its defaults, its runs, its picked regions read back as pixels.
+struct FForm {
+  static constexpr bool kF = true;
+  SornFMSERFilter f;
+  FForm() { __sorn_fmserfilt__$(&f); }
+  ~FForm() { sorn_fmserf_destroy(&f); }
+  SornStatus run(SornXE *xe, SornFlags flags, const SornArray *img, const SornVolume *roi = nullptr) {
+    return SornGenerateFMSERs(xe, flags, img, roi, &f);
+  }
+  SornStatus run_ex(SornXE *xe, SornFlags flags, const SornArray *img, const SornArray *mask,
+                    const SornVolume *roi = nullptr, const SornVolume *mroi = nullptr) {
+    return SornGenerateFMSERsEx(xe, flags, img, mask, roi, mroi, &f);
+  }
+  SornStatus tga_ex(SornXE *xe, SornDimPack dp, int32_t *dims, void *base, int32_t *strides,
+                    uint32_t masktype, void *mbase) {
+    return SornTGAgenerateFMSERsEx(xe, 0, &f, dp, dims, SORN_U8, base, nullptr, strides,
+                                   masktype, mbase, nullptr, strides);
+  }
+  PtSet pixels(int pass, uint32_t i) {
+    const SornFWTSRES *res = pass == 1 ? f.res1 : f.res2;
+    return f_pixels((pass == 1 ? f.list1 : f.list2)[i], res, (int32_t)f.imdims[1],
+                    (int32_t)f.imdims[2]);
+  }
+  bool holds_nothing() const {
+    return f.regions.items == nullptr && f.regions.count == 0 && f.count1 == 0 &&
+           f.count2 == 0 && f.list1 == nullptr && f.list2 == nullptr && f.res1 == nullptr &&
+           f.res2 == nullptr;
+  }
+};
+
+struct PForm {
+  static constexpr bool kF = false;
+  SornMSERFilter f;
+  SornWTSFeatureDs pf;
+  PForm() {
+    SornWTSPFinitFeatureDs(&pf, nullptr);
+    __sorn_mserfilt__$feats(&f, &pf, 1);
+  }
+  ~PForm() { sorn_mserf_destroy(&f); }
+  SornStatus run(SornXE *xe, SornFlags flags, const SornArray *img, const SornVolume *roi = nullptr) {
+    return SornGenerateMSERs(xe, flags, img, roi, &f);
+  }
+  SornStatus run_ex(SornXE *xe, SornFlags flags, const SornArray *img, const SornArray *mask,
+                    const SornVolume *roi = nullptr, const SornVolume *mroi = nullptr) {
+    return SornGenerateMSERsEx(xe, flags, img, mask, roi, mroi, &f);
+  }
+  SornStatus tga_ex(SornXE *xe, SornDimPack dp, int32_t *dims, void *base, int32_t *strides,
+                    uint32_t masktype, void *mbase) {
+    return SornTGAgenerateMSERsEx(xe, 0, &f, dp, dims, SORN_U8, base, nullptr, strides, masktype,
+                                  mbase, nullptr, strides);
+  }
+  PtSet pixels(int pass, uint32_t i) {
+    SornWTSRegion *r = (pass == 1 ? f.list1 : f.list2)[i];
+    EXPECT_EQ(SornMSERgatherFeaturesOfRegion(&f, r, pass == 1 ? 1 : -1), SORN_OK);
+    return pf_pixels(r, pf);
+  }
+  bool holds_nothing() const {
+    return f.regions.items == nullptr && f.regions.count == 0 && f.count1 == 0 &&
+           f.count2 == 0 && f.list1 == nullptr && f.list2 == nullptr &&
+           f.builder1 == nullptr && f.builder2 == nullptr;
+  }
+};
+
 }  // namespace mser_test

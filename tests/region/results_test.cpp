@@ -602,7 +602,9 @@ TEST(FwtsFetchMser, RandomMarksGiveTheTreeOfMarkedRegions) {
       std::function<void(const SornFWTSRegion *)> tops = [&](const SornFWTSRegion *r) {
         for (const SornFWTSRegion *c = r->child; c; c = c->next) {
           if (c->mserflag) {
-            if (prev) EXPECT_EQ(prev->next, &regs[at]);
+            if (prev) {
+              EXPECT_EQ(prev->next, &regs[at]);
+            }
             prev = &regs[at];
             int k = 1 + sorn_fwtsr_countcld_$mser(c, 1);
             check_mser_records(h, &regs[at], k, c);
@@ -614,7 +616,9 @@ TEST(FwtsFetchMser, RandomMarksGiveTheTreeOfMarkedRegions) {
       };
       tops(root);
       EXPECT_EQ(at, need);
-      if (prev) EXPECT_EQ(prev->next, nullptr);
+      if (prev) {
+        EXPECT_EQ(prev->next, nullptr);
+      }
     }
     free_vec(points);
 
