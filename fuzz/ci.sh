@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# CI: every fuzz target for a minute. Installs clang and libFuzzer with
-# apt-get when they are missing.
+# CI: every fuzz target (fuzz/fuzz_*.cpp) for a minute. Installs clang and
+# libFuzzer with apt-get when they are missing.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 missing=()
