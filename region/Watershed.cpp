@@ -44,6 +44,15 @@ void take(const SornArray *a, Operand *op) {
   sorn_vec_update_$loff(4, op->roi.origin, a->strides, (int32_t)a->offset);
 }
 
+// At rank 4 the origin goes into the base before the frame sees the
+// operand: merging folds an origin cell into the next inner one weighted by
+// the outer stride, which reads outside the operand for a region that does
+// not start at the first plane. With no origin vector there is nothing to
+// fold.
+void *based(const Operand &op) {
+  return sorn_advance_ptr(op.data, sorn_vec_mkloff(4, op.roi.origin, op.strides));
+}
+
 // The frame keeps three cells, so that planes it can merge are stacked as
 // rows of one image and a flooding always sees rows and columns.
 constexpr int32_t kKeep = 3;
@@ -210,8 +219,8 @@ SornStatus SornWatershed(SornXE *xe, SornFlags flags, const SornArray *image,
     SornPack pack;
     return sorna_call(sorna_genpackL(&pack, SORN_TAG_WTSH,
                                      (SornSliceProc)(void (*)(void))SornTGAwatershed, xe, flags,
-                                     state, dp, kKeep, op.roi.size, op.type, op.data,
-                                     op.roi.origin, op.strides));
+                                     state, dp, kKeep, op.roi.size, op.type, based(op),
+                                     nullptr, op.strides));
   }
   return sorna_watershed(xe, flags, state, dp, op.roi.size + first, op.type, op.data,
                          op.roi.origin + first, op.strides + first);
@@ -233,8 +242,8 @@ SornStatus SornWatershedEx(SornXE *xe, SornFlags flags, const SornArray *image,
     SornPack pack;
     return sorna_call(sorna_mappackL(
         &pack, SORN_TAG_WTSX, (SornSliceProc)(void (*)(void))SornTGAwatershedEx, xe, flags,
-        state, dp, kKeep, op.roi.size, op.type, op.data, op.roi.origin, op.strides, mop.type,
-        mop.data, mop.roi.origin, mop.strides));
+        state, dp, kKeep, op.roi.size, op.type, based(op), nullptr, op.strides, mop.type,
+        based(mop), nullptr, mop.strides));
   }
   if (mop.type == SORN_U8)
     return sorna_watershed_xm(xe, flags, state, dp, op.roi.size + first, op.type, op.data,
