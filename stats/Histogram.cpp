@@ -245,8 +245,8 @@ SornStatus sorna__histogram_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
 SornStatus sorna_histogram(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                            uint32_t type, const void *base, const int32_t *origin,
                            const int32_t *strides, SornHist *hists) {
-  const void *src = sorn_advance_ptr(base, sorn_vec_mkloff_$LS(pack, origin, strides));
-  return sorna__histogram(xe, flags, pack, dims, type, src, strides, hists);
+  return from_origin<SornHist, sorna__histogram>(xe, flags, pack, dims, type, base, origin,
+                                                 strides, hists);
 }
 
 SornStatus sorna_histogram_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
@@ -256,24 +256,25 @@ SornStatus sorna_histogram_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
                               const int32_t *mstrides, SornHist *hists) {
   if (mbase == nullptr)
     return sorna_histogram(xe, flags, pack, dims, type, base, origin, strides, hists);
-  const void *mask = sorn_advance_ptr(mbase, sorn_vec_mkloff_$LS(pack, morigin, mstrides));
-  const void *src = sorn_advance_ptr(base, sorn_vec_mkloff_$LS(pack, origin, strides));
-  return sorna__histogram_xm(xe, flags, pack, dims, type, src, strides, mask, mstrides, hists);
+  return from_origin_xm<SornHist, sorna__histogram_xm>(xe, flags, pack, dims, type, base, origin,
+                                                       strides, mtype, mbase, morigin, mstrides,
+                                                       hists);
 }
 
 SornStatus SornTGAhistogram(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
                             int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
                             int32_t *strides0) {
-  return sorna_histogram(xe, flags, pack, dims, type0, base0, origin0, strides0,
-                         (SornHist *)data);
+  return slice_of<SornHist, sorna_histogram>(xe, flags, data, pack, dims, type0, base0, origin0,
+                                             strides0);
 }
 
 SornStatus SornTGAhistogramEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
                               int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
                               int32_t *strides0, uint32_t type1, void *base1,
                               int32_t *origin1, int32_t *strides1) {
-  return sorna_histogram_xm(xe, flags, pack, dims, type0, base0, origin0, strides0, type1, base1,
-                            origin1, strides1, (SornHist *)data);
+  return slice_of_xm<SornHist, sorna_histogram_xm>(xe, flags, data, pack, dims, type0, base0,
+                                                   origin0, strides0, type1, base1, origin1,
+                                                   strides1);
 }
 
 /* ---------------- entries ---------------- */
@@ -286,42 +287,20 @@ SornStatus mode_rule(int32_t mode) {
   return SORN_ENOTIMP;
 }
 
-SornStatus layer2_plain(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                        uint32_t type, const void *base, const int32_t *origin,
-                        const int32_t *strides, void *out) {
-  return sorna_histogram(xe, flags, pack, dims, type, base, origin, strides, (SornHist *)out);
-}
-
-SornStatus layer2_masked(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                         uint32_t type, const void *base, const int32_t *origin,
-                         const int32_t *strides, uint32_t mtype, const void *mbase,
-                         const int32_t *morigin, const int32_t *mstrides, void *out) {
-  return sorna_histogram_xm(xe, flags, pack, dims, type, base, origin, strides, mtype, mbase,
-                            morigin, mstrides, (SornHist *)out);
-}
-
 }  // namespace
 
 SornStatus SornHistogram(SornXE *xe, SornFlags flags, const SornArray *src,
                          const SornVolume *roi, int32_t mode, SornHist *hists) {
-  if (hists == nullptr) return SORN_EINVAL;
-  Operand op;
-  SornStatus st = prepare_image(src, roi, &op);
-  if (st != SORN_OK) return st;
-  if ((st = mode_rule(mode)) != SORN_OK) return st;
-  return run_image(xe, flags, src->ndims, &op, SORN_TAG_HIST, (SornSliceProc)(void (*)(void))SornTGAhistogram,
-                   layer2_plain, hists);
+  return image_entry<SornHist, sorna_histogram>(
+      xe, flags, src, roi, SORN_TAG_HIST, (SornSliceProc)(void (*)(void))SornTGAhistogram, hists,
+      mode_rule(mode));
 }
 
 SornStatus SornHistogramEx(SornXE *xe, SornFlags flags, const SornArray *src,
                            const SornArray *mask, const SornVolume *roi,
                            const SornVolume *maskSite, int32_t mode, SornHist *hists) {
   if (mask == nullptr) return SornHistogram(xe, flags, src, roi, mode, hists);
-  if (hists == nullptr) return SORN_EINVAL;
-  Operand op, mop;
-  SornStatus st = prepare_masked(src, mask, roi, maskSite, &op, &mop);
-  if (st != SORN_OK) return st;
-  if ((st = mode_rule(mode)) != SORN_OK) return st;
-  return run_masked(xe, flags, src->ndims, &op, &mop, SORN_TAG_HSTX,
-                    (SornSliceProc)(void (*)(void))SornTGAhistogramEx, layer2_masked, hists);
+  return masked_entry<SornHist, sorna_histogram_xm>(
+      xe, flags, src, mask, roi, maskSite, SORN_TAG_HSTX,
+      (SornSliceProc)(void (*)(void))SornTGAhistogramEx, hists, mode_rule(mode));
 }

@@ -31,70 +31,41 @@ SornStatus sorna__mean_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const i
 }
 
 SornStatus sorna_mean(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                      uint32_t type, const void *base, const int32_t *origin,
-                      const int32_t *strides, double *means) {
-  const void *src = sorn_advance_ptr(base, sorn_vec_mkloff_$LS(pack, origin, strides));
-  return sorna__mean(xe, flags, pack, dims, type, src, strides, means);
+                     uint32_t type, const void *base, const int32_t *origin,
+                     const int32_t *strides, double *means) {
+  return from_origin<double, sorna__mean>(xe, flags, pack, dims, type, base, origin, strides, means);
 }
 
 SornStatus sorna_mean_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                         uint32_t type, const void *base, const int32_t *origin,
-                         const int32_t *strides, uint32_t mtype, const void *mbase,
-                         const int32_t *morigin, const int32_t *mstrides, double *means) {
-  const void *mask =
-      mbase ? sorn_advance_ptr(mbase, sorn_vec_mkloff_$LS(pack, morigin, mstrides)) : nullptr;
-  const void *src = sorn_advance_ptr(base, sorn_vec_mkloff_$LS(pack, origin, strides));
-  return sorna__mean_xm(xe, flags, pack, dims, type, src, strides, mask, mstrides, means);
+                        uint32_t type, const void *base, const int32_t *origin,
+                        const int32_t *strides, uint32_t mtype, const void *mbase,
+                        const int32_t *morigin, const int32_t *mstrides, double *means) {
+  return from_origin_xm<double, sorna__mean_xm>(xe, flags, pack, dims, type, base, origin, strides, mtype,
+                                       mbase, morigin, mstrides, means);
 }
 
 SornStatus SornTGAmean(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
-                       uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0) {
-  return sorna_mean(xe, flags, pack, dims, type0, base0, origin0, strides0, (double *)data);
+                      uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0) {
+  return slice_of<double, sorna_mean>(xe, flags, data, pack, dims, type0, base0, origin0, strides0);
 }
 
 SornStatus SornTGAmeanEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
-                         int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
-                         int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
-                         int32_t *strides1) {
-  return sorna_mean_xm(xe, flags, pack, dims, type0, base0, origin0, strides0, type1, base1,
-                       origin1, strides1, (double *)data);
+                        int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                        int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                        int32_t *strides1) {
+  return slice_of_xm<double, sorna_mean_xm>(xe, flags, data, pack, dims, type0, base0, origin0,
+                                             strides0, type1, base1, origin1, strides1);
 }
-
-namespace {
-
-SornStatus layer2_plain(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                        uint32_t type, const void *base, const int32_t *origin,
-                        const int32_t *strides, void *out) {
-  return sorna_mean(xe, flags, pack, dims, type, base, origin, strides, (double *)out);
-}
-
-SornStatus layer2_masked(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                         uint32_t type, const void *base, const int32_t *origin,
-                         const int32_t *strides, uint32_t mtype, const void *mbase,
-                         const int32_t *morigin, const int32_t *mstrides, void *out) {
-  return sorna_mean_xm(xe, flags, pack, dims, type, base, origin, strides, mtype, mbase, morigin,
-                       mstrides, (double *)out);
-}
-
-}  // namespace
 
 SornStatus SornMean(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
-                    double *means) {
-  if (means == nullptr) return SORN_EINVAL;
-  Operand op;
-  SornStatus st = prepare_image(src, roi, &op);
-  if (st != SORN_OK) return st;
-  return run_image(xe, flags, src->ndims, &op, SORN_TAG_MEAN, (SornSliceProc)(void (*)(void))SornTGAmean,
-                   layer2_plain, means);
+                   double *means) {
+  return image_entry<double, sorna_mean>(xe, flags, src, roi, SORN_TAG_MEAN,
+                                          (SornSliceProc)(void (*)(void))SornTGAmean, means);
 }
 
 SornStatus SornMeanEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
-                      const SornVolume *roi, const SornVolume *maskSite, double *means) {
+                     const SornVolume *roi, const SornVolume *maskSite, double *means) {
   if (mask == nullptr) return SornMean(xe, flags, src, roi, means);
-  if (means == nullptr) return SORN_EINVAL;
-  Operand op, mop;
-  SornStatus st = prepare_masked(src, mask, roi, maskSite, &op, &mop);
-  if (st != SORN_OK) return st;
-  return run_masked(xe, flags, src->ndims, &op, &mop, SORN_TAG_MEAX,
-                    (SornSliceProc)(void (*)(void))SornTGAmeanEx, layer2_masked, means);
+  return masked_entry<double, sorna_mean_xm>(xe, flags, src, mask, roi, maskSite, SORN_TAG_MEAX,
+                                              (SornSliceProc)(void (*)(void))SornTGAmeanEx, means);
 }

@@ -39,68 +39,39 @@ SornStatus sorna__sum_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const in
 SornStatus sorna_sum(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                      uint32_t type, const void *base, const int32_t *origin,
                      const int32_t *strides, double *sums) {
-  const void *src = sorn_advance_ptr(base, sorn_vec_mkloff_$LS(pack, origin, strides));
-  return sorna__sum(xe, flags, pack, dims, type, src, strides, sums);
+  return from_origin<double, sorna__sum>(xe, flags, pack, dims, type, base, origin, strides, sums);
 }
 
 SornStatus sorna_sum_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                         uint32_t type, const void *base, const int32_t *origin,
                         const int32_t *strides, uint32_t mtype, const void *mbase,
                         const int32_t *morigin, const int32_t *mstrides, double *sums) {
-  const void *mask =
-      mbase ? sorn_advance_ptr(mbase, sorn_vec_mkloff_$LS(pack, morigin, mstrides)) : nullptr;
-  const void *src = sorn_advance_ptr(base, sorn_vec_mkloff_$LS(pack, origin, strides));
-  return sorna__sum_xm(xe, flags, pack, dims, type, src, strides, mask, mstrides, sums);
+  return from_origin_xm<double, sorna__sum_xm>(xe, flags, pack, dims, type, base, origin, strides, mtype,
+                                       mbase, morigin, mstrides, sums);
 }
 
 SornStatus SornTGAsum(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
                       uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0) {
-  return sorna_sum(xe, flags, pack, dims, type0, base0, origin0, strides0, (double *)data);
+  return slice_of<double, sorna_sum>(xe, flags, data, pack, dims, type0, base0, origin0, strides0);
 }
 
 SornStatus SornTGAsumEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
                         int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
                         int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
                         int32_t *strides1) {
-  return sorna_sum_xm(xe, flags, pack, dims, type0, base0, origin0, strides0, type1, base1,
-                      origin1, strides1, (double *)data);
+  return slice_of_xm<double, sorna_sum_xm>(xe, flags, data, pack, dims, type0, base0, origin0,
+                                             strides0, type1, base1, origin1, strides1);
 }
-
-namespace {
-
-SornStatus layer2_plain(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                        uint32_t type, const void *base, const int32_t *origin,
-                        const int32_t *strides, void *out) {
-  return sorna_sum(xe, flags, pack, dims, type, base, origin, strides, (double *)out);
-}
-
-SornStatus layer2_masked(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                         uint32_t type, const void *base, const int32_t *origin,
-                         const int32_t *strides, uint32_t mtype, const void *mbase,
-                         const int32_t *morigin, const int32_t *mstrides, void *out) {
-  return sorna_sum_xm(xe, flags, pack, dims, type, base, origin, strides, mtype, mbase, morigin,
-                      mstrides, (double *)out);
-}
-
-}  // namespace
 
 SornStatus SornSum(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
                    double *sums) {
-  if (sums == nullptr) return SORN_EINVAL;
-  Operand op;
-  SornStatus st = prepare_image(src, roi, &op);
-  if (st != SORN_OK) return st;
-  return run_image(xe, flags, src->ndims, &op, SORN_TAG_SUM, (SornSliceProc)(void (*)(void))SornTGAsum,
-                   layer2_plain, sums);
+  return image_entry<double, sorna_sum>(xe, flags, src, roi, SORN_TAG_SUM,
+                                          (SornSliceProc)(void (*)(void))SornTGAsum, sums);
 }
 
 SornStatus SornSumEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
                      const SornVolume *roi, const SornVolume *maskSite, double *sums) {
   if (mask == nullptr) return SornSum(xe, flags, src, roi, sums);
-  if (sums == nullptr) return SORN_EINVAL;
-  Operand op, mop;
-  SornStatus st = prepare_masked(src, mask, roi, maskSite, &op, &mop);
-  if (st != SORN_OK) return st;
-  return run_masked(xe, flags, src->ndims, &op, &mop, SORN_TAG_SUMX,
-                    (SornSliceProc)(void (*)(void))SornTGAsumEx, layer2_masked, sums);
+  return masked_entry<double, sorna_sum_xm>(xe, flags, src, mask, roi, maskSite, SORN_TAG_SUMX,
+                                              (SornSliceProc)(void (*)(void))SornTGAsumEx, sums);
 }

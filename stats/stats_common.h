@@ -168,4 +168,99 @@ SornStatus run_image(SornXE *xe, SornFlags flags, int32_t ndims, Operand *op, ui
 SornStatus run_masked(SornXE *xe, SornFlags flags, int32_t ndims, Operand *op, Operand *mop,
                       uint32_t tag, SornSliceProc proc, Layer2Xm layer2, void *out);
 
+// The layers above the kernels have one shape in every statistic; each
+// operation names its own functions and these templates are the glue.
+// Layer 3 takes data pointers; layer 2 takes bases and origins.
+template <class Out>
+using Layer3Of = SornStatus (*)(SornXE *, SornFlags, SornDimPack, const int32_t *, uint32_t,
+                                const void *, const int32_t *, Out *);
+template <class Out>
+using Layer3XmOf = SornStatus (*)(SornXE *, SornFlags, SornDimPack, const int32_t *, uint32_t,
+                                  const void *, const int32_t *, const void *, const int32_t *,
+                                  Out *);
+template <class Out>
+using Layer2Of = SornStatus (*)(SornXE *, SornFlags, SornDimPack, const int32_t *, uint32_t,
+                                const void *, const int32_t *, const int32_t *, Out *);
+template <class Out>
+using Layer2XmOf = SornStatus (*)(SornXE *, SornFlags, SornDimPack, const int32_t *, uint32_t,
+                                  const void *, const int32_t *, const int32_t *, uint32_t,
+                                  const void *, const int32_t *, const int32_t *, Out *);
+
+inline const void *at_origin(const void *base, SornDimPack pack, const int32_t *origin,
+                             const int32_t *strides) {
+  return sorn_advance_ptr(base, sorn_vec_mkloff_$LS(pack, origin, strides));
+}
+
+// Layer 2 over layer 3: the origins go into the pointers; no mask base
+// gives a null mask.
+template <class Out, Layer3Of<Out> F>
+SornStatus from_origin(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                       uint32_t type, const void *base, const int32_t *origin,
+                       const int32_t *strides, Out *out) {
+  return F(xe, flags, pack, dims, type, at_origin(base, pack, origin, strides), strides, out);
+}
+template <class Out, Layer3XmOf<Out> F>
+SornStatus from_origin_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                          uint32_t type, const void *base, const int32_t *origin,
+                          const int32_t *strides, uint32_t, const void *mbase,
+                          const int32_t *morigin, const int32_t *mstrides, Out *out) {
+  const void *mask = mbase ? at_origin(mbase, pack, morigin, mstrides) : nullptr;
+  return F(xe, flags, pack, dims, type, at_origin(base, pack, origin, strides), strides, mask,
+           mstrides, out);
+}
+
+// The slice forms the frame calls: the operation's result rides in data.
+template <class Out, Layer2Of<Out> F>
+SornStatus slice_of(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                    uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0) {
+  return F(xe, flags, pack, dims, type0, base0, origin0, strides0, static_cast<Out *>(data));
+}
+template <class Out, Layer2XmOf<Out> F>
+SornStatus slice_of_xm(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                       uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
+                       uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1) {
+  return F(xe, flags, pack, dims, type0, base0, origin0, strides0, type1, base1, origin1,
+           strides1, static_cast<Out *>(data));
+}
+
+// Layer 2 as run_image and run_masked take it, with an untyped result.
+template <class Out, Layer2Of<Out> F>
+SornStatus untyped(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                   uint32_t type, const void *base, const int32_t *origin, const int32_t *strides,
+                   void *out) {
+  return F(xe, flags, pack, dims, type, base, origin, strides, static_cast<Out *>(out));
+}
+template <class Out, Layer2XmOf<Out> F>
+SornStatus untyped_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                      uint32_t type, const void *base, const int32_t *origin,
+                      const int32_t *strides, uint32_t mtype, const void *mbase,
+                      const int32_t *morigin, const int32_t *mstrides, void *out) {
+  return F(xe, flags, pack, dims, type, base, origin, strides, mtype, mbase, morigin, mstrides,
+           static_cast<Out *>(out));
+}
+
+// An entry without a mask and one with: checks, then the frame or layer 2.
+// `pre` is a status of the entry's own checks, answered after the operands'.
+template <class Out, Layer2Of<Out> F>
+SornStatus image_entry(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
+                       uint32_t tag, SornSliceProc slice, Out *out, SornStatus pre = SORN_OK) {
+  if (out == nullptr) return SORN_EINVAL;
+  Operand op;
+  SornStatus st = prepare_image(src, roi, &op);
+  if (st != SORN_OK) return st;
+  if (pre != SORN_OK) return pre;
+  return run_image(xe, flags, src->ndims, &op, tag, slice, untyped<Out, F>, out);
+}
+template <class Out, Layer2XmOf<Out> F>
+SornStatus masked_entry(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
+                        const SornVolume *roi, const SornVolume *maskSite, uint32_t tag,
+                        SornSliceProc slice, Out *out, SornStatus pre = SORN_OK) {
+  if (out == nullptr) return SORN_EINVAL;
+  Operand op, mop;
+  SornStatus st = prepare_masked(src, mask, roi, maskSite, &op, &mop);
+  if (st != SORN_OK) return st;
+  if (pre != SORN_OK) return pre;
+  return run_masked(xe, flags, src->ndims, &op, &mop, tag, slice, untyped_xm<Out, F>, out);
+}
+
 }  // namespace sorn_stats
