@@ -124,6 +124,13 @@ SornStatus flood(int32_t rows, int32_t columns, int32_t seedrow, int32_t seedcol
       static_cast<SornFWTSRegion **>(_KuMcalloc((size_t)cap0, sizeof(void *), 0)), 0, 0};
   pool.capacity = pool.items ? (int32_t)cap0 : 0;
   pool_put(&pool, nullptr);
+  // Regions that the result's memory cannot hold end the run with
+  // SORN_ENOMEM; the heap blocks go back on every way out.
+  auto release = [&](SornStatus status) {
+    _KuMfree(rs.items);
+    _KuMfree(pool.items);
+    return status;
+  };
 
   uint32_t heads[257];
   for (int i = 0; i < 256; ++i) heads[i] = kListEnd;
@@ -237,6 +244,7 @@ visit_south : {
 accumulate:
   if (R == nullptr) {
     R = take((int32_t)p, (int32_t)L);
+    if (R == nullptr) return release(SORN_ENOMEM);
     rs.push(R);
   }
   W[p] = (uint32_t)R->head;
@@ -247,16 +255,18 @@ accumulate:
     while (heads[L] == kListEnd);
     if (L > 255) {
       res->root = R;
-      _KuMfree(rs.items);
-      _KuMfree(pool.items);
-      return SORN_OK;
+      return release(SORN_OK);
     }
     const int32_t q = (int32_t)(heads[L] & kIndexMask);
     for (;;) {
+      // Fewer than two regions are left only after pushes that the stack
+      // could not take.
+      if (rs.count < 2) return release(SORN_ENOMEM);
       SornFWTSRegion *S = rs.items[rs.count - 2];
       if ((int32_t)L < S->level) {
         if (R->size > 15) {
           SornFWTSRegion *F = take(q, (int32_t)L);
+          if (F == nullptr) return release(SORN_ENOMEM);
           F->size = R->size;
           add_child(F, R);
           rs.items[rs.count - 1] = F;

@@ -186,18 +186,23 @@ SornStatus count_and_flood(SornXE *xe, SornFlags flags, SornWTSState *st, const 
                            int32_t seedrow, int32_t seedcol, uint8_t *visited) {
   SornHist hist;
   SornHistInit init = byte_histogram(f.rows, f.cols);
-  __sorn_histogram__$xe(&hist, &init, xe);
+  // Scratch that runs out is answered, not run into: the histogram, its
+  // counting banks and the flooding's own blocks all say SORN_ENOMEM.
+  if (__sorn_histogram__$xe(&hist, &init, xe) != SORN_OK) return SORN_ENOMEM;
   const int32_t dims3[3] = {f.rows, f.cols, 1};
   const int32_t strides3[3] = {f.rowstride, f.pixstride, 1};
+  SornStatus s;
   if (mask) {
     const int32_t mstrides3[3] = {mst[0], mst[1], 1};
-    sorna__histogram_xm_c1_u8(xe, flags, 3, dims3, src, strides3, mask, mstrides3, &hist);
+    s = sorna__histogram_xm_c1_u8(xe, flags, 3, dims3, src, strides3, mask, mstrides3, &hist);
   } else {
-    sorna__histogram_c1_u8(xe, flags, 3, dims3, src, strides3, &hist);
+    s = sorna__histogram_c1_u8(xe, flags, 3, dims3, src, strides3, &hist);
   }
-  if (st->polarity == 1) reverse_bins(&hist);
-  SornStatus s = __T_sorna__watershed_c1_u8(xe, flags, st, f.rows, f.cols, f.rowstride,
-                                            f.pixstride, src, seedrow, seedcol, visited, &hist);
+  if (s == SORN_OK) {
+    if (st->polarity == 1) reverse_bins(&hist);
+    s = __T_sorna__watershed_c1_u8(xe, flags, st, f.rows, f.cols, f.rowstride, f.pixstride, src,
+                                   seedrow, seedcol, visited, &hist);
+  }
   sorn_hist_fini_$xe(&hist, xe);
   return s;
 }
@@ -374,6 +379,7 @@ SornStatus __sorna__watershed_c1_u8(SornXE *xe, SornFlags flags, SornWTSState *s
   const size_t bytes = v.front + v.body;
   uint8_t local[64];
   uint8_t *block = bytes <= sizeof local ? local : (uint8_t *)SornXEalloca(xe, bytes, 8);
+  if (block == nullptr) return SORN_ENOMEM;
   uint8_t *visited = build_visited(block, v, (int64_t)f.rows * f.cols);
   SornStatus s = count_and_flood(xe, flags, state, f, src, nullptr, nullptr,
                                  (int32_t)state->seed[1], (int32_t)state->seed[2], visited);
@@ -399,6 +405,7 @@ SornStatus __sorna__watershed_xm_c1_u8(SornXE *xe, SornFlags flags, SornWTSState
   const size_t bytes = v.front + v.body;
   uint8_t local[64];
   uint8_t *block = bytes <= sizeof local ? local : (uint8_t *)SornXEalloca(xe, bytes, 8);
+  if (block == nullptr) return SORN_ENOMEM;
   uint8_t *visited = build_visited(block, v, (int64_t)f.rows * f.cols);
   for (int32_t r = 0; r < f.rows; ++r) {
     const uint8_t *m = mask + (int64_t)r * mst[0];
@@ -455,6 +462,15 @@ SornStatus __T_sorna__watershed_c1_u8(SornXE *xe, SornFlags flags, SornWTSState 
   rs.capacity = rs.items ? cap0 : 0;
 
   uint64_t *entries = static_cast<uint64_t *>(SornXEalloca(xe, 8 * (size_t)hist->total, 8));
+  // Every way out once the blocks are taken: the scratch goes back first,
+  // then the heap blocks.
+  auto release = [&](SornStatus status) {
+    if (entries) SornXEfreea(xe, entries);
+    _KuMfree(rs.items);
+    _KuMfree(pool);
+    return status;
+  };
+  if (pool == nullptr || entries == nullptr) return release(SORN_ENOMEM);
   LevelStack lv[256];
   {
     uint64_t *at = entries;
@@ -465,6 +481,7 @@ SornStatus __T_sorna__watershed_c1_u8(SornXE *xe, SornFlags flags, SornWTSState 
   }
 
   SornWTSRegion *bottom = newregion(nullptr, b, lsc);
+  if (bottom == nullptr) return release(SORN_ENOMEM);
   bottom->pivot = 0xFFFFFFFFu;
   bottom->pivotval = 0x7FFFFFFFu;
   rs.push(bottom);
@@ -479,6 +496,9 @@ SornStatus __T_sorna__watershed_c1_u8(SornXE *xe, SornFlags flags, SornWTSState 
   set_bit(visited, index);
 
 descend : {
+  // A region left off a stack that could not grow never comes back to the
+  // pool, which then may fill up.
+  if (npool >= cap0) return release(SORN_ENOMEM);
   SornWTSSmallRegion *sr = &pool[npool++];
   sr->node = kSmall;
   sr->pivot = index;
@@ -519,6 +539,7 @@ scan:
   }
 
 accumulate : {
+  if (rs.count < 1) return release(SORN_ENOMEM);
   void *top = rs.items[rs.count - 1];
   const int32_t pt[2] = {(int32_t)row, (int32_t)col};
   if (!is_small(top)) {
@@ -529,6 +550,7 @@ accumulate : {
     sr->points[sr->npoints][1] = pt[1];
     if (++sr->npoints == 16) {
       SornWTSRegion *fresh = newregion(nullptr, b, lsc);
+      if (fresh == nullptr) return release(SORN_ENOMEM);
       fresh->pivot = sr->pivot;
       fresh->pivotval = sr->pivotval;
       accumulate2D(b, lsc, fresh, &sr->points[0][0], 16);
@@ -557,16 +579,16 @@ accumulate : {
     while (L < 256 && lv[L].count == 0);
     if (L > 255) {
       w->finish(b, lsc, &state->polarity);
-      SornXEfreea(xe, entries);
-      _KuMfree(rs.items);
-      _KuMfree(pool);
-      return SORN_OK;
+      return release(SORN_OK);
     }
     pop(lv[L]);
   }
 
   // Close the top regions below the new level.
   for (;;) {
+    // Fewer than two regions are left only after pushes that the stack
+    // could not take.
+    if (rs.count < 2) return release(SORN_ENOMEM);
     void *R = rs.items[rs.count - 1];
     void *S = rs.items[rs.count - 2];
     if (L < head_of(S)->pivotval) {
@@ -575,6 +597,7 @@ accumulate : {
         head_of(R)->pivotval = L;
       } else {
         SornWTSRegion *fresh = newregion(nullptr, b, lsc);
+        if (fresh == nullptr) return release(SORN_ENOMEM);
         fresh->pivot = index;
         fresh->pivotval = L;
         merge(b, lsc, fresh, static_cast<SornWTSRegion *>(R));
@@ -595,6 +618,7 @@ accumulate : {
       SornWTSSmallRegion *s = static_cast<SornWTSSmallRegion *>(S);
       if (!is_small(R)) {
         SornWTSRegion *fresh = newregion(nullptr, b, lsc);
+        if (fresh == nullptr) return release(SORN_ENOMEM);
         fresh->pivot = s->pivot;
         fresh->pivotval = s->pivotval;
         if (s->npoints) accumulate2D(b, lsc, fresh, &s->points[0][0], (int32_t)s->npoints);
@@ -609,6 +633,7 @@ accumulate : {
           --npool;
         } else {
           SornWTSRegion *fresh = newregion(nullptr, b, lsc);
+          if (fresh == nullptr) return release(SORN_ENOMEM);
           fresh->pivot = s->pivot;
           fresh->pivotval = s->pivotval;
           if (s->npoints) accumulate2D(b, lsc, fresh, &s->points[0][0], (int32_t)s->npoints);
@@ -619,6 +644,7 @@ accumulate : {
       }
     }
     --rs.count;
+    if (rs.count < 1) return release(SORN_ENOMEM);
     if (!(L > head_of(rs.items[rs.count - 1])->pivotval)) break;
   }
   if (k < (uint32_t)nn) goto scan;
