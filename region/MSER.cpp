@@ -1,12 +1,5 @@
 // Stable region generation, plain form: one or two floodings, each into a
 // watershed tree builder of its own, then the selection on each tree.
-//
-// The builders of a filter run with tables that are the watershed builder's
-// own but for two slots, which take note of the regions that no tree will
-// hold: the bottom region of the run, and the one region of a run that
-// never merges. Clearing a builder only reaches regions of its tree, so
-// these two have their features ended as soon as the pass is done; for a
-// feature that holds heap memory (the pixel list) nothing else would.
 #include <sorn.h>
 
 #include "MSERcommon.h"
@@ -15,89 +8,9 @@ using namespace sorn_mser;
 
 namespace {
 
-/* ---------------- builders that keep track of their outsiders ---------------- */
-
-// Behind the layout copy in the builder's extension area.
-struct Outsiders {
-  SornWTSRegion *bottom;  // the first region of a run
-  SornWTSRegion *last;    // the latest region made afresh
-};
-constexpr size_t kExtSize = SORN_WTSTB_EXTSIZE + sizeof(Outsiders);
-
-Outsiders *outsiders_of(SornSTB *b) {
-  return reinterpret_cast<Outsiders *>(static_cast<char *>(SORN_STB_EXT(b)) +
-                                       SORN_WTSTB_EXTSIZE);
-}
-
-void track_start(SornSTB *b, SornWTSLSC *lsc, SornFlags flags, const uint16_t *options);
-
-SornWTSRegion *track_newregion(SornWTSRegion *region, SornSTB *b, SornWTSLSC *lsc) {
-  SornWTSRegion *r = _T_wtstb__newregion_v2__(region, b, lsc);
-  if (region == nullptr) {
-    Outsiders *o = outsiders_of(b);
-    if (o->bottom == nullptr) o->bottom = r;
-    o->last = r;
-  }
-  return r;
-}
-
-constexpr SornWTSTBopv make_twin(decltype(SornWTSTBwtsl::accumulate) acc,
-                                 decltype(SornWTSTBwtsl::accumulate2D) acc2d,
-                                 decltype(SornWTSTBwtsl::merge) merge) {
-  return SornWTSTBopv{
-      {{SORN_STB_TAG_STBL, sizeof(SornSTBstbl)},
-       _T_wtstb__getddtor__,
-       _T_wtstb__attached__,
-       _T_wtstb__become_detached__},
-      {{SORN_STB_TAG_WTSL, sizeof(SornWTSTBwtsl)},
-       _T_wtstb__alloca__,
-       track_start,
-       _T_wtstb__finish__,
-       track_newregion,
-       _T_wtstb__destroyrgn__,
-       _T_wtstb__disposergn__,
-       acc,
-       acc2d,
-       merge,
-       _T_wtstb__gatherfeat__},
-      0};
-}
-
-// In the order of the builder's own tables: lazy, eager, moments, pixels.
-constexpr SornWTSTBopv kTwins[4] = {
-    make_twin(_T_wtstb__accumulate__, _T_wtstb__accumulate2D__, _T_wtstb__lazymerge_v2__),
-    make_twin(_T_wtstb__accumulate__, _T_wtstb__accumulate2D__, _T_wtstb__merge_v2__),
-    make_twin(_T_wtstb__accumulate_mf__, _T_wtstb__accumulate2D_mf__, _T_wtstb__lazymerge_v2__),
-    make_twin(_T_wtstb__accumulate_pf__, _T_wtstb__accumulate2D_pf__, _T_wtstb__lazymerge_v2__),
-};
-
-// start may choose one of the builder's own tables; the run goes on with
-// its twin.
-void track_start(SornSTB *b, SornWTSLSC *lsc, SornFlags flags, const uint16_t *options) {
-  _T_wtstb__start__(b, lsc, flags, options);
-  const SornWTSTBopv *own[4] = {&_S_wtstb_lazy_opv, &_S_wtstb_opv, &_S_wtstb_mf_opv,
-                                &_S_wtstb_pf_opv};
-  for (int i = 0; i < 4; ++i)
-    if (b->ops == &own[i]->stbl.hdr) b->ops = &kTwins[i].stbl.hdr;
-  *outsiders_of(b) = Outsiders{nullptr, nullptr};
-}
-
-// A builder of its own stack over the environment's, as the watershed
-// builder opens one, with the twin of its default table.
+// A builder of its own stack over the environment's.
 SornSTB *open_builder(SornXE *xe) {
-  SornSTB *b = SornSTBopen(nullptr, &kTwins[0].stbl.hdr, kExtSize, nullptr, nullptr,
-                           SornXEmmstack(xe));
-  return b;
-}
-
-// After a pass: the bottom region is never in the tree, nor is the region
-// of a run that never merged (the tree then has no root).
-void end_outsiders(SornSTB *b, SornWTSLSC *lsc) {
-  Outsiders *o = outsiders_of(b);
-  const bool rooted = b->tree != nullptr && b->tree->root != nullptr;
-  if (o->bottom) __SornWTSTBdestroyrgn(o->bottom, nullptr, lsc);
-  if (!rooted && o->last && o->last != o->bottom) __SornWTSTBdestroyrgn(o->last, nullptr, lsc);
-  *o = Outsiders{nullptr, nullptr};
+  return SornWTSTBopen(nullptr, nullptr, nullptr, SornXEmmstack(xe));
 }
 
 void drop_all(SornMSERFilter *f) {
@@ -117,14 +30,10 @@ SornStatus flood(SornXE *xe, SornFlags flags, SornWTSState *st, SornDimPack code
                  const int32_t *dims, uint32_t type, const void *base, const int32_t *loffs,
                  const int32_t *strides, const void *maskbase, const int32_t *maskloffs,
                  const int32_t *maskstrides) {
-  SornStatus s;
   if (maskbase)
-    s = sorna_watershed_xm(xe, flags, st, code, dims, type, base, loffs, strides, SORN_U8,
-                           maskbase, maskloffs, maskstrides);
-  else
-    s = sorna_watershed(xe, flags, st, code, dims, type, base, loffs, strides);
-  end_outsiders(static_cast<SornSTB *>(st->builder), st->lsc);
-  return s;
+    return sorna_watershed_xm(xe, flags, st, code, dims, type, base, loffs, strides, SORN_U8,
+                              maskbase, maskloffs, maskstrides);
+  return sorna_watershed(xe, flags, st, code, dims, type, base, loffs, strides);
 }
 
 }  // namespace

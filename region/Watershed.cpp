@@ -465,6 +465,18 @@ SornStatus __T_sorna__watershed_c1_u8(SornXE *xe, SornFlags flags, SornWTSState 
   // Every way out once the blocks are taken: the scratch goes back first,
   // then the heap blocks.
   auto release = [&](SornStatus status) {
+    // Regions still on the stack that no merge took into the tree (the
+    // bottom region always, the only region of an image of one level) are
+    // out of reach of the builder's clean-up, which walks the tree: their
+    // features end here.
+    for (int64_t i = 0; i < rs.count; ++i) {
+      if (is_small(rs.items[i])) continue;
+      SornWTSRegion *r = static_cast<SornWTSRegion *>(rs.items[i]);
+      const SornAGTnode *node = r->node;
+      const bool in_tree =
+          node != nullptr && (node->parent != nullptr || (b->tree && b->tree->root == node));
+      if (!in_tree && w->destroyrgn) w->destroyrgn(r, nullptr, lsc);
+    }
     if (entries) SornXEfreea(xe, entries);
     _KuMfree(rs.items);
     _KuMfree(pool);
