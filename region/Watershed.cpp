@@ -134,6 +134,18 @@ struct RegionStack {
   }
 };
 
+// What a walk over a subtree that the tree does not hold needs to end the
+// features of its regions.
+struct Outsider {
+  void (*destroy)(SornWTSRegion *region, void *unused, SornWTSLSC *lsc);
+  SornWTSLSC *lsc;
+};
+int32_t end_features(SornAGTnode *node, void *arg, int32_t) {
+  const Outsider *o = static_cast<const Outsider *>(arg);
+  o->destroy(static_cast<SornWTSRegion *>(node->data), nullptr, o->lsc);
+  return 1;
+}
+
 inline bool test_bit(const uint8_t *m, int64_t n) { return (m[n >> 3] >> (n & 7)) & 1u; }
 inline void set_bit(uint8_t *m, int64_t n) { m[n >> 3] |= (uint8_t)(1u << (n & 7)); }
 
@@ -466,16 +478,22 @@ SornStatus __T_sorna__watershed_c1_u8(SornXE *xe, SornFlags flags, SornWTSState 
   // then the heap blocks.
   auto release = [&](SornStatus status) {
     // Regions still on the stack that no merge took into the tree (the
-    // bottom region always, the only region of an image of one level) are
-    // out of reach of the builder's clean-up, which walks the tree: their
-    // features end here.
-    for (int64_t i = 0; i < rs.count; ++i) {
-      if (is_small(rs.items[i])) continue;
-      SornWTSRegion *r = static_cast<SornWTSRegion *>(rs.items[i]);
-      const SornAGTnode *node = r->node;
-      const bool in_tree =
-          node != nullptr && (node->parent != nullptr || (b->tree && b->tree->root == node));
-      if (!in_tree && w->destroyrgn) w->destroyrgn(r, nullptr, lsc);
+    // bottom region always, the only region of an image of one level, and
+    // after a run cut short the tops of the subtrees it built) are out of
+    // reach of the builder's clean-up, which walks the tree: their
+    // features, and those of everything merged into them, end here.
+    if (w->destroyrgn) {
+      Outsider out{w->destroyrgn, lsc};
+      for (int64_t i = 0; i < rs.count; ++i) {
+        if (is_small(rs.items[i])) continue;
+        SornWTSRegion *r = static_cast<SornWTSRegion *>(rs.items[i]);
+        SornAGTnode *node = r->node;
+        if (node == nullptr) {
+          out.destroy(r, nullptr, lsc);
+        } else if (node->parent == nullptr && !(b->tree && b->tree->root == node)) {
+          _T_agt_walk_postorder(node, end_features, &out);
+        }
+      }
     }
     if (entries) SornXEfreea(xe, entries);
     _KuMfree(rs.items);
