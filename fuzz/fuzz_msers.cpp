@@ -165,7 +165,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   } else {
     int32_t n = 0;
     if (how & 16) SornWTSMFinitFeatureDs(&ds[n++], nullptr);
-    if ((how & 32) && !kOpenUnmergedRegionFeatures) SornWTSPFinitFeatureDs(&ds[n++], nullptr);
+    if (how & 32) SornWTSPFinitFeatureDs(&ds[n++], nullptr);
     switch (how & 3) {
       case 0: __sorn_mserfilt__$(&pf); break;
       case 1: __sorn_mserfilt__$feats(&pf, n ? ds : nullptr, n); break;

@@ -11,13 +11,6 @@ namespace sorn_fuzz {
 
 inline const uint32_t kRegionTypes[] = {SORN_U8};
 
-// Open finding: a plain flooding that ends with regions outside the tree
-// (never merged) leaves their feature values undestroyed when the builder
-// closes, and the pixel feature's point lists leak. Plain runs measure
-// moments but no pixels until that is fixed; tests/reliability/ pins it
-// down. Its line here goes with the fix.
-constexpr bool kOpenUnmergedRegionFeatures = true;
-
 // Rewrites the pixels of a byte image (the whole block, the parent's bytes
 // in front included) with levels that a flooding can make something of:
 // few levels, blocks of one level, slopes with noise, or the generator's

@@ -105,7 +105,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     // Regions measure nothing, moments, pixels, or both.
     int32_t n = 0;
     if (feat & 1) SornWTSMFinitFeatureDs(&ds[n++], nullptr);
-    if ((feat & 2) && !kOpenUnmergedRegionFeatures) SornWTSPFinitFeatureDs(&ds[n++], nullptr);
+    if (feat & 2) SornWTSPFinitFeatureDs(&ds[n++], nullptr);
     SornWTSLSCinit2D(&lsc, n ? ds : nullptr, n, 0, 0, 0);
     st.builder = builder;
     st.lsc = &lsc;
