@@ -67,9 +67,12 @@ Params decode_params(Input &in, const Shape &s) {
   return p;
 }
 
-void check_fpicked(const SornFMSERFilter &f, const Shape &s) {
+// The picked regions of either form: the two passes' lists one after the
+// other, each region picked and of at least 16 pixels.
+template <class Region, class Filter>
+void check_list(const Filter &f) {
   FUZZ_CHECK((uint64_t)f.count1 + f.count2 == f.regions.count);
-  auto **items = static_cast<SornFWTSRegion **>(f.regions.items);
+  auto **items = static_cast<Region **>(f.regions.items);
   if (f.regions.count) {
     FUZZ_CHECK(f.list1 == items && f.list2 == items + f.count1);
     for (uint64_t i = 0; i < f.regions.count; ++i) {
@@ -78,21 +81,16 @@ void check_fpicked(const SornFMSERFilter &f, const Shape &s) {
       FUZZ_CHECK(items[i]->size >= 16);
     }
   }
+}
+
+void check_fpicked(const SornFMSERFilter &f, const Shape &s) {
+  check_list<SornFWTSRegion>(f);
   if (f.res1) check_fres(*f.res1, link_bound(s));
   if (f.res2) check_fres(*f.res2, link_bound(s));
 }
 
 void check_picked(const SornMSERFilter &f, const Shape &s) {
-  FUZZ_CHECK((uint64_t)f.count1 + f.count2 == f.regions.count);
-  auto **items = static_cast<SornWTSRegion **>(f.regions.items);
-  if (f.regions.count) {
-    FUZZ_CHECK(f.list1 == items && f.list2 == items + f.count1);
-    for (uint64_t i = 0; i < f.regions.count; ++i) {
-      FUZZ_CHECK(items[i] != nullptr);
-      FUZZ_CHECK(items[i]->mserflag == 1);
-      FUZZ_CHECK(items[i]->size >= 16);
-    }
-  }
+  check_list<SornWTSRegion>(f);
   check_tree(f.builder1, all_pixels(s));
   check_tree(f.builder2, all_pixels(s));
 }
