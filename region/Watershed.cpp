@@ -219,6 +219,43 @@ SornStatus count_and_flood(SornXE *xe, SornFlags flags, SornWTSState *st, const 
   return s;
 }
 
+// The visited mask of a plain flooding, with a front guard of ones, and
+// with a mask the pixels it leaves out marked visited from the start; then
+// the count and the flooding. A masked run starts at the first pixel the
+// mask lets in, from the seed on.
+SornStatus plain_setup(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
+                       const int32_t *dims, const uint8_t *src, const int32_t *strides,
+                       const uint8_t *mask, const int32_t *maskstrides) {
+  if (state == nullptr) return SORN_EINVAL;
+  Frame f = frame_of(code, dims, strides);
+  if (f.rows < 1 || f.cols < 1) return SORN_ENOSPC;
+  if (!seed_in(f, state)) return SORN_EINVAL;
+  int32_t mst[2] = {0, 0};
+  const uint8_t excl = excluded_value(flags);
+  int32_t seedrow = (int32_t)state->seed[1], seedcol = (int32_t)state->seed[2];
+  if (mask) {
+    mask_steps(code, maskstrides, mst);
+    if (!find_seed(f, src, mask, mst, excl, seedrow, seedcol)) return SORN_OK;
+  }
+  const VisitedLayout v = visited_layout(f.rows, f.cols);
+  const size_t bytes = v.front + v.body;
+  uint8_t local[64];
+  uint8_t *block = bytes <= sizeof local ? local : (uint8_t *)SornXEalloca(xe, bytes, 8);
+  if (block == nullptr) return SORN_ENOMEM;
+  uint8_t *visited = build_visited(block, v, (int64_t)f.rows * f.cols);
+  if (mask) {
+    for (int32_t r = 0; r < f.rows; ++r) {
+      const uint8_t *m = mask + (int64_t)r * mst[0];
+      for (int32_t c = 0; c < f.cols; ++c)
+        if (m[(int64_t)c * mst[1]] == excl) set_bit(visited, (int64_t)r * f.cols + c);
+    }
+  }
+  SornStatus s = count_and_flood(xe, flags, state, f, src, mask, mask ? mst : nullptr, seedrow,
+                                 seedcol, visited);
+  if (block != local) SornXEfreea(xe, block);
+  return s;
+}
+
 }  // namespace
 
 extern "C" {
@@ -383,51 +420,14 @@ SornStatus sorna__fwatershed_xm(SornXE *xe, SornFlags flags, SornWTSState *state
 SornStatus __sorna__watershed_c1_u8(SornXE *xe, SornFlags flags, SornWTSState *state,
                                     SornDimPack code, const int32_t *dims, const uint8_t *src,
                                     const int32_t *strides) {
-  if (state == nullptr) return SORN_EINVAL;
-  Frame f = frame_of(code, dims, strides);
-  if (f.rows < 1 || f.cols < 1) return SORN_ENOSPC;
-  if (!seed_in(f, state)) return SORN_EINVAL;
-  const VisitedLayout v = visited_layout(f.rows, f.cols);
-  const size_t bytes = v.front + v.body;
-  uint8_t local[64];
-  uint8_t *block = bytes <= sizeof local ? local : (uint8_t *)SornXEalloca(xe, bytes, 8);
-  if (block == nullptr) return SORN_ENOMEM;
-  uint8_t *visited = build_visited(block, v, (int64_t)f.rows * f.cols);
-  SornStatus s = count_and_flood(xe, flags, state, f, src, nullptr, nullptr,
-                                 (int32_t)state->seed[1], (int32_t)state->seed[2], visited);
-  if (block != local) SornXEfreea(xe, block);
-  return s;
+  return plain_setup(xe, flags, state, code, dims, src, strides, nullptr, nullptr);
 }
 
 SornStatus __sorna__watershed_xm_c1_u8(SornXE *xe, SornFlags flags, SornWTSState *state,
                                        SornDimPack code, const int32_t *dims,
                                        const uint8_t *src, const int32_t *strides,
                                        const uint8_t *mask, const int32_t *maskstrides) {
-  if (state == nullptr) return SORN_EINVAL;
-  Frame f = frame_of(code, dims, strides);
-  if (f.rows < 1 || f.cols < 1) return SORN_ENOSPC;
-  if (!seed_in(f, state)) return SORN_EINVAL;
-  int32_t mst[2];
-  mask_steps(code, maskstrides, mst);
-  const uint8_t excl = excluded_value(flags);
-  int32_t seedrow = (int32_t)state->seed[1], seedcol = (int32_t)state->seed[2];
-  if (!find_seed(f, src, mask, mst, excl, seedrow, seedcol)) return SORN_OK;
-
-  const VisitedLayout v = visited_layout(f.rows, f.cols);
-  const size_t bytes = v.front + v.body;
-  uint8_t local[64];
-  uint8_t *block = bytes <= sizeof local ? local : (uint8_t *)SornXEalloca(xe, bytes, 8);
-  if (block == nullptr) return SORN_ENOMEM;
-  uint8_t *visited = build_visited(block, v, (int64_t)f.rows * f.cols);
-  for (int32_t r = 0; r < f.rows; ++r) {
-    const uint8_t *m = mask + (int64_t)r * mst[0];
-    for (int32_t c = 0; c < f.cols; ++c)
-      if (m[(int64_t)c * mst[1]] == excl) set_bit(visited, (int64_t)r * f.cols + c);
-  }
-  SornStatus s =
-      count_and_flood(xe, flags, state, f, src, mask, mst, seedrow, seedcol, visited);
-  if (block != local) SornXEfreea(xe, block);
-  return s;
+  return plain_setup(xe, flags, state, code, dims, src, strides, mask, maskstrides);
 }
 
 /* ---------------- the plain flooding ---------------- */
