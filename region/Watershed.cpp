@@ -53,6 +53,13 @@ void *based(const Operand &op) {
   return sorn_advance_ptr(op.data, sorn_vec_mkloff(4, op.roi.origin, op.strides));
 }
 
+// Where the type-generic layer's operand starts: its base moved to the
+// origin of its cells.
+const void *at(const void *base, SornDimPack code, const int32_t *loffs,
+               const int32_t *strides) {
+  return sorn_advance_ptr(base, sorn_vec_mkloff_$LS(code, loffs, strides));
+}
+
 // The frame keeps three cells, so that planes it can merge are stacked as
 // rows of one image and a flooding always sees rows and columns.
 constexpr int32_t kKeep = 3;
@@ -335,7 +342,7 @@ SornStatus SornTGAwatershedEx(SornXE *xe, SornFlags flags, void *state, SornDimP
 SornStatus sorna_watershed(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
                            const int32_t *dims, uint32_t type, const void *base,
                            const int32_t *loffs, const int32_t *strides) {
-  const void *src = sorn_advance_ptr(base, sorn_vec_mkloff_$LS(code, loffs, strides));
+  const void *src = at(base, code, loffs, strides);
   return sorna__watershed(xe, flags, state, code, dims, type, src, strides);
 }
 
@@ -346,8 +353,8 @@ SornStatus sorna_watershed_xm(SornXE *xe, SornFlags flags, SornWTSState *state,
                               const int32_t *maskstrides) {
   if (maskbase == nullptr)
     return sorna_watershed(xe, flags, state, code, dims, type, base, loffs, strides);
-  const void *src = sorn_advance_ptr(base, sorn_vec_mkloff_$LS(code, loffs, strides));
-  const void *mask = sorn_advance_ptr(maskbase, sorn_vec_mkloff_$LS(code, maskloffs, maskstrides));
+  const void *src = at(base, code, loffs, strides);
+  const void *mask = at(maskbase, code, maskloffs, maskstrides);
   return sorna__watershed_xm(xe, flags, state, code, dims, type, src, strides, mask,
                              maskstrides);
 }
@@ -355,7 +362,7 @@ SornStatus sorna_watershed_xm(SornXE *xe, SornFlags flags, SornWTSState *state,
 SornStatus sorna_fwatershed(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
                             const int32_t *dims, uint32_t type, const void *base,
                             const int32_t *loffs, const int32_t *strides) {
-  const void *src = sorn_advance_ptr(base, sorn_vec_mkloff_$LS(code, loffs, strides));
+  const void *src = at(base, code, loffs, strides);
   return sorna__fwatershed(xe, flags, state, code, dims, type, src, strides);
 }
 
@@ -366,8 +373,8 @@ SornStatus sorna_fwatershed_xm(SornXE *xe, SornFlags flags, SornWTSState *state,
                                const int32_t *maskstrides) {
   if (maskbase == nullptr)
     return sorna_fwatershed(xe, flags, state, code, dims, type, base, loffs, strides);
-  const void *src = sorn_advance_ptr(base, sorn_vec_mkloff_$LS(code, loffs, strides));
-  const void *mask = sorn_advance_ptr(maskbase, sorn_vec_mkloff_$LS(code, maskloffs, maskstrides));
+  const void *src = at(base, code, loffs, strides);
+  const void *mask = at(maskbase, code, maskloffs, maskstrides);
   return sorna__fwatershed_xm(xe, flags, state, code, dims, type, src, strides, mask,
                               maskstrides);
 }
