@@ -42,9 +42,18 @@
 // The parent only bounds the child's lifetime, which is the opener's
 // business. KuSMEMSTGparent() gives the word back.
 //
+// Large chunks: a chunk of kHugeFrom bytes or more is mapped on its own,
+// aligned to 2 MB, and the system is asked to back it with huge pages where
+// it offers them. The floodings of the region analysis keep a word or more
+// per pixel on a stack and return to it in an order that the image decides;
+// on 4 KB pages every one of those returns to a distant row is also a miss
+// in the address translation caches. Builds with AddressSanitizer keep every
+// chunk on the heap, so that the sanitizer sees each one.
+//
 // Every entry accepts a null stack and then does nothing (or answers null).
 // Nothing here ever aborts: a request that cannot be met answers null.
 #include <sorn.h>
+#include <sys/mman.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -58,6 +67,8 @@ struct Chunk {
   uintptr_t end;   // first byte after the usable area
   size_t size;     // usable bytes
   uint64_t depth;  // 1 for the bottom chunk
+  size_t mapped;   // bytes of its own mapping, 0 for a chunk from the heap
+  size_t unused;
   // The usable area follows; the header keeps it at the heap's alignment.
   uintptr_t data() const { return reinterpret_cast<uintptr_t>(this + 1); }
   bool holds(uintptr_t p) const { return p >= data() && p <= end; }
@@ -88,7 +99,58 @@ constexpr size_t kFirstChunk = size_t{64} << 10;
 // requests, and the stack does not keep them as a spare.
 constexpr size_t kGrowthLimit = size_t{8} << 20;
 
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kMapLarge = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kMapLarge = false;
+#else
+constexpr bool kMapLarge = true;
+#endif
+#else
+constexpr bool kMapLarge = true;
+#endif
+constexpr size_t kHugePage = size_t{2} << 20;
+constexpr size_t kHugeFrom = size_t{4} << 20;
+
 inline Stack *as_stack(void *s) { return static_cast<Stack *>(s); }
+
+// A chunk of 'usable' bytes after its header, or null. Only the header's
+// 'mapped' field is set here.
+Chunk *chunk_new(size_t usable) {
+  const size_t bytes = sizeof(Chunk) + usable;
+  if (kMapLarge && bytes >= kHugeFrom && bytes <= SIZE_MAX - 2 * kHugePage) {
+    // Map a huge page more than needed and cut the mapping down to an
+    // aligned run of whole huge pages.
+    const size_t len = (bytes + kHugePage - 1) & ~(kHugePage - 1);
+    void *m = mmap(nullptr, len + kHugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS,
+                   -1, 0);
+    if (m != MAP_FAILED) {
+      const uintptr_t raw = reinterpret_cast<uintptr_t>(m);
+      const uintptr_t at = (raw + kHugePage - 1) & ~(uintptr_t)(kHugePage - 1);
+      if (at > raw) munmap(m, at - raw);
+      if (raw + kHugePage > at) munmap(reinterpret_cast<void *>(at + len), raw + kHugePage - at);
+#ifdef MADV_HUGEPAGE
+      madvise(reinterpret_cast<void *>(at), len, MADV_HUGEPAGE);
+#endif
+      Chunk *c = reinterpret_cast<Chunk *>(at);
+      c->mapped = len;
+      return c;
+    }
+    // No mapping: the heap may still have room.
+  }
+  Chunk *c = static_cast<Chunk *>(std::malloc(bytes));
+  if (c) c->mapped = 0;
+  return c;
+}
+
+void chunk_delete(Chunk *c) {
+  if (c == nullptr) return;
+  if (c->mapped)
+    munmap(c, c->mapped);
+  else
+    std::free(c);
+}
 
 inline bool is_pow2(size_t a) { return (a & (a - 1)) == 0; }
 
@@ -120,10 +182,10 @@ inline uintptr_t get_link(uintptr_t block) {
 // the heap. The larger of two candidates stays spare, within the limit.
 void retire(Stack *st, Chunk *c) {
   if (c->size <= kGrowthLimit && (st->spare == nullptr || c->size > st->spare->size)) {
-    std::free(st->spare);
+    chunk_delete(st->spare);
     st->spare = c;
   } else {
-    std::free(c);
+    chunk_delete(c);
   }
 }
 
@@ -146,10 +208,10 @@ void release_all(Stack *st) {
   Chunk *c = st->cur;
   while (c) {
     Chunk *below = c->prev;
-    std::free(c);
+    chunk_delete(c);
     c = below;
   }
-  std::free(st->spare);
+  chunk_delete(st->spare);
   st->cur = st->spare = nullptr;
   st->top = st->end = 0;
 }
@@ -176,18 +238,18 @@ void *grow(Stack *st, size_t size, size_t align) {
     c = st->spare;
     st->spare = nullptr;
   } else {
-    c = static_cast<Chunk *>(std::malloc(sizeof(Chunk) + want));
+    c = chunk_new(want);
     if (c == nullptr) {
       // The doubled size may be what fails; the request alone may still fit.
       size_t least = (need + 15) & ~size_t{15};
       if (least < want) {
-        c = static_cast<Chunk *>(std::malloc(sizeof(Chunk) + least));
+        c = chunk_new(least);
         want = least;
       }
       if (c == nullptr) return nullptr;
     }
     // A spare too small for this request is of no further use.
-    std::free(st->spare);
+    chunk_delete(st->spare);
     st->spare = nullptr;
     c->size = want;
     c->end = c->data() + want;

@@ -518,3 +518,62 @@ TEST(KuMemStack, RandomSequenceAgreesWithModel) {
     for (const Block &b : live) ASSERT_TRUE(intact(b)) << "block " << b.serial;
   }
 }
+
+// Chunks of 4 MB and more have a mapping of their own (on the heap under
+// the address sanitizer); nothing about a block may tell the difference.
+TEST(KuMemStack, LargeChunksHoldTheirBlocksAndGoBackLikeAnyOther) {
+  RoomStack st;
+  KuMark empty = level_of(st.s);
+  void *small = KuSMEMSTGaalloc(st.s, 100, 16, 0);
+  ASSERT_NE(small, nullptr);
+  KuMark before = level_of(st.s);
+  uint32_t serial = 1;
+  std::vector<Block> blocks;
+  // Sizes on both sides of the mapping threshold and of the growth limit,
+  // each bigger than what the chunk below has left.
+  for (size_t size : {size_t{3} << 20, (size_t{4} << 20) - 100, size_t{4} << 20,
+                      (size_t{5} << 20) + 17, size_t{9} << 20, size_t{33} << 20}) {
+    for (size_t align : {size_t{8}, size_t{4096}, size_t{1} << 21}) {
+      Block b{static_cast<uint8_t *>(KuSMEMSTGaalloc(st.s, size, align, 0)), size, serial++};
+      ASSERT_NE(b.p, nullptr) << size << " at " << align;
+      EXPECT_EQ(addr(b.p) % align, 0u);
+      fill(b);
+      blocks.push_back(b);
+    }
+  }
+  for (const Block &b : blocks) ASSERT_TRUE(intact(b));
+  // Back to the level before them, then again: the spare of moderate size
+  // serves the next growth.
+  KuSMEMSTGfree(st.s, blocks.front().p);
+  EXPECT_TRUE(same_level(level_of(st.s), before));
+  for (int round = 0; round < 3; ++round) {
+    Block b{static_cast<uint8_t *>(KuSMEMSTGaalloc(st.s, size_t{6} << 20, 64, 0)),
+            size_t{6} << 20, serial++};
+    ASSERT_NE(b.p, nullptr);
+    fill(b);
+    EXPECT_TRUE(intact(b));
+    KuSMEMSTGfree(st.s, b.p);
+    EXPECT_TRUE(same_level(level_of(st.s), before));
+  }
+  KuSMEMSTGfree(st.s, small);
+  EXPECT_TRUE(same_level(level_of(st.s), empty));
+}
+
+TEST(KuMemStack, MarksWorkAcrossLargeChunks) {
+  RoomStack st;
+  KuMark m0 = level_of(st.s);
+  void *a = KuSMEMSTGaalloc(st.s, size_t{8} << 20, 16, 0);
+  KuMark m1 = level_of(st.s);
+  void *b = KuSMEMSTGaalloc(st.s, size_t{12} << 20, 16, 0);
+  ASSERT_TRUE(a && b);
+  std::memset(b, 0x5A, size_t{12} << 20);
+  KuSMEMSTGsetstate(st.s, &m1);
+  EXPECT_TRUE(same_level(level_of(st.s), m1));
+  std::memset(a, 0xA5, size_t{8} << 20);
+  KuSMEMSTGsetstate(st.s, &m0);
+  EXPECT_TRUE(same_level(level_of(st.s), m0));
+  // Clearing gives every chunk back, a large spare included.
+  ASSERT_NE(KuSMEMSTGaalloc(st.s, size_t{5} << 20, 16, 0), nullptr);
+  KuSMEMSTGclear(st.s);
+  EXPECT_TRUE(same_level(level_of(st.s), m0));
+}
