@@ -106,11 +106,61 @@ inline uint32_t shift_of(const SornWTSState *st) {
   return sh > 8 ? 8 : sh;
 }
 
+// Returns to waiting pixels. A level list is a stack threaded through the
+// working array, and the flooding takes it up again only when it reaches
+// that level, after a stretch of work elsewhere that grows with the flooded
+// boundary: on a large image the word of the next pixel of a list, and the
+// rows above and below it, have long left the caches, and following the
+// links one miss at a time would make the cost per pixel grow with the
+// image. A shadow of every list, one word per entry in a block of scratch,
+// names the entry that will be taken up some pops from now, so that its
+// rows can be fetched while the flooding is busy with the pixels before it.
+// The shadow only ever prefetches: the lists in the working array stay what
+// the flooding follows, and the result is the same with or without it.
+//
+// A list holds distinct pixels of its level, so the counts of the levels in
+// the working array bound each shadow; the seed, which may lie on column 0
+// or in the back pad, gets one place more.
+struct Shadow {
+  uint32_t *base[256];
+  int64_t count[256];
+
+  void place(uint32_t *block, const uint32_t *W, int64_t npix, int64_t seed) {
+    int64_t n[4][256] = {};
+    int64_t i = 0;
+    // Four banks, so that a run of one level does not wait on one counter.
+    for (; i + 4 <= npix; i += 4) {
+      ++n[0][W[i] & 0xFFu];
+      ++n[1][W[i + 1] & 0xFFu];
+      ++n[2][W[i + 2] & 0xFFu];
+      ++n[3][W[i + 3] & 0xFFu];
+    }
+    for (; i < npix; ++i) ++n[0][W[i] & 0xFFu];
+    ++n[0][W[seed] & 0xFFu];
+    for (int l = 0; l < 256; ++l) {
+      base[l] = block;
+      count[l] = 0;
+      block += n[0][l] + n[1][l] + n[2][l] + n[3][l];
+    }
+  }
+  void push(uint32_t level, uint32_t pix) { base[level][count[level]++] = pix; }
+  void pop(uint32_t level, const uint32_t *W, int64_t cols) {
+    const int64_t m = --count[level];
+    if (m < kReturnsAhead) return;
+    prefetch_rows<kForWrite>(W + base[level][m - kReturnsAhead], cols * (int64_t)sizeof(uint32_t));
+  }
+};
+
+// From this many pixels on (a working array of 1 MB) the shadow pays for
+// its pass over the array and its store per push.
+constexpr int64_t kShadowFrom = int64_t{1} << 18;
+
 // The flooding. Runs: the level lists take runs of unvisited pixels of the
-// current level east or west of a pixel in one go.
-template <bool Runs>
+// current level east or west of a pixel in one go. Ahead: the lists have a
+// shadow that prefetches returns; without it 'shadow' is null.
+template <bool Runs, bool Ahead>
 SornStatus flood(int32_t rows, int32_t columns, int32_t seedrow, int32_t seedcolumn,
-                 SornWTSState *state) {
+                 SornWTSState *state, Shadow *shadow) {
   SornFWTSRES *res = static_cast<SornFWTSRES *>(state->builder);
   uint32_t *const W = res->links;
   const int64_t npix = (int64_t)rows * columns;
@@ -145,6 +195,7 @@ SornStatus flood(int32_t rows, int32_t columns, int32_t seedrow, int32_t seedcol
   auto push = [&](uint32_t pix, uint32_t level, uint32_t code) {
     W[pix] = heads[level];
     heads[level] = pix | (code << 28);
+    if (Ahead) shadow->push(level, pix);
   };
   auto take = [&](int32_t tail, int32_t level) {
     SornFWTSRegion *r = _T_fwtsregion_pool_new(&pool, tail, level);
@@ -294,6 +345,7 @@ accumulate:
     const uint32_t h = heads[L];
     p = h & kIndexMask;
     heads[L] = W[p];
+    if (Ahead) shadow->pop(L, W, cols);
     switch (h >> 28) {
       case 0: s = 1; goto visit_east;
       case 1: goto visit_west;
@@ -302,6 +354,24 @@ accumulate:
       default: goto accumulate;
     }
   }
+}
+
+// A large image floods with a shadow of its lists when the scratch has room
+// for one; without room it floods as a small one does.
+template <bool Runs>
+SornStatus with_shadow(int32_t rows, int32_t columns, int32_t seedrow, int32_t seedcolumn,
+                       SornXE *xe, SornWTSState *state) {
+  const int64_t npix = (int64_t)rows * columns;
+  uint32_t *block = nullptr;
+  if (npix >= kShadowFrom)
+    block = static_cast<uint32_t *>(SornXEalloca(xe, ((size_t)npix + 1) * sizeof(uint32_t), 64));
+  if (block == nullptr) return flood<Runs, false>(rows, columns, seedrow, seedcolumn, state, nullptr);
+  Shadow shadow;
+  const SornFWTSRES *res = static_cast<const SornFWTSRES *>(state->builder);
+  shadow.place(block, res->links, npix, (int64_t)seedrow * columns + seedcolumn);
+  SornStatus st = flood<Runs, true>(rows, columns, seedrow, seedcolumn, state, &shadow);
+  SornXEfreea(xe, block);
+  return st;
 }
 
 SornStatus run(SornXE *xe, SornFlags flags, SornWTSState *state, Frame f, const uint8_t *src,
@@ -338,15 +408,15 @@ SornFWTSRegion *_T_fwtsregion_pool_new(SornFWTSRegionPool *pool, int32_t tail, i
 }
 
 SornStatus __T_sorna__fwatershed_c1_u8_01(int32_t rows, int32_t columns, int32_t seedrow,
-                                          int32_t seedcolumn, SornXE *, SornFlags,
+                                          int32_t seedcolumn, SornXE *xe, SornFlags,
                                           SornWTSState *state) {
-  return flood<false>(rows, columns, seedrow, seedcolumn, state);
+  return with_shadow<false>(rows, columns, seedrow, seedcolumn, xe, state);
 }
 
 SornStatus __T_sorna__fwatershed_c1_u8_00(int32_t rows, int32_t columns, int32_t seedrow,
-                                          int32_t seedcolumn, SornXE *, SornFlags,
+                                          int32_t seedcolumn, SornXE *xe, SornFlags,
                                           SornWTSState *state) {
-  return flood<true>(rows, columns, seedrow, seedcolumn, state);
+  return with_shadow<true>(rows, columns, seedrow, seedcolumn, xe, state);
 }
 
 SornStatus __sorna__fwatershed_c1_u8(SornXE *xe, SornFlags flags, SornWTSState *state,

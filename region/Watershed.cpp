@@ -600,7 +600,18 @@ accumulate : {
   // Next pixel: the same level while it has any, else the next level up.
   {
     auto pop = [&](LevelStack &s) {
-      const uint64_t e = s.items[--s.count];
+      const int64_t m = --s.count;
+      // The pixel taken up some pops from now: its rows of the image and
+      // of the visited mask are fetched while the pixels before it run.
+      if (m >= kReturnsAhead) {
+        const uint64_t a = s.items[m - kReturnsAhead];
+        const int64_t ai = (int64_t)(a & 0x0FFFFFFFu);
+        prefetch_rows<kForRead>(
+            src + (int64_t)(a >> 48) * rowstride + (int64_t)((a >> 32) & 0xFFFFu) * pixstride,
+            rowstride);
+        prefetch_rows<kForWrite>(visited + (ai >> 3), columns / 8);
+      }
+      const uint64_t e = s.items[m];
       index = (uint32_t)(e & 0x0FFFFFFFu);
       k = (uint32_t)(e >> 28) & 15u;
       col = (uint32_t)(e >> 32) & 0xFFFFu;

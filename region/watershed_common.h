@@ -11,6 +11,25 @@ namespace sorn_wts {
 constexpr uint32_t kListEnd = 0x7FFFFFFFu;
 constexpr uint32_t kFloodable = 0x80000000u;
 
+// Both floodings take up waiting pixels in an order that the image decides,
+// after a stretch of work elsewhere that grows with the flooded boundary; on
+// a large image such a pixel and the rows around it have left the caches.
+// Each form knows the pixel it will take up some pops ahead (the plain form
+// from its level stacks, the f form from a shadow of its level lists) and
+// fetches the line of that pixel and the lines a row before and after it.
+// The addresses are only ever prefetched, never read, and may lie outside
+// the arrays at the first and last rows; they are formed as integers.
+constexpr int64_t kReturnsAhead = 16;
+constexpr int kForRead = 0, kForWrite = 1;
+
+template <int Use>
+inline void prefetch_rows(const void *p, int64_t rowbytes) {
+  const uintptr_t a = reinterpret_cast<uintptr_t>(p);
+  __builtin_prefetch(reinterpret_cast<const void *>(a - (uintptr_t)rowbytes), Use, 3);
+  __builtin_prefetch(p, Use, 3);
+  __builtin_prefetch(reinterpret_cast<const void *>(a + (uintptr_t)rowbytes), Use, 3);
+}
+
 // Rows, columns and steps of a run. Up to two cells an image is one row.
 struct Frame {
   int32_t rows;

@@ -14,7 +14,6 @@
 #include "watershed_ref.h"
 
 using sorn_test::Image;
-using sorn_test::make_record;
 using sorn_test::make_record4;
 using sorn_test::make_roi;
 
@@ -68,9 +67,6 @@ struct FRun {
   }
 };
 
-SornArray u8_record(std::vector<uint8_t> &img, int rows, int cols) {
-  return make_record(img.data(), rows, cols, 1, SORN_U8, cols);
-}
 SornArray u8_record4(std::vector<uint8_t> &img, int rows, int cols) {
   return make_record4(img.data(), 1, rows, cols, 1, SORN_U8, rows * cols, cols);
 }

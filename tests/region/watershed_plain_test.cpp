@@ -564,7 +564,9 @@ TEST(WatershedPlain, PlanesOfRankFourAreStackedAsRows) {
   ASSERT_EQ(SornWatershed(&rg.xe, 0, &g, nullptr, &rg.st), SORN_OK);
   ASSERT_EQ(SornWatershed(&rf.xe, 0, &first, nullptr, &rf.st), SORN_OK);
   ASSERT_EQ(rg.root() == nullptr, rf.root() == nullptr);
-  if (rg.root()) EXPECT_EQ(PlainRun::region(rg.root())->size, (uint32_t)(rows * cols));
+  if (rg.root()) {
+    EXPECT_EQ(PlainRun::region(rg.root())->size, (uint32_t)(rows * cols));
+  }
 }
 
 TEST(WatershedPlain, ScratchIsBackAtItsMarkAfterEveryRun) {
