@@ -14,10 +14,14 @@
 // anything after it had been taken: a caller that takes and gives back its
 // scratch finds the stack at the very level it marked before, even when the
 // block was padded for its alignment or opened a new chunk. Chunks above the
-// new level go back to the heap, except that one of moderate size is kept as
-// a spare, so that a caller taking and releasing a tile around a chunk
-// boundary on every call does not go to the heap each time. Clearing,
-// destroying or closing a stack gives every chunk back, the spare included.
+// new level go back to the system, except that the largest of them is kept
+// as a spare, so that a caller taking and releasing a tile around a chunk
+// boundary on every call, or the same large working block for every frame
+// of a video, does not go to the system each time: memory fresh from the
+// system is memory the system must clear, page by page, on first touch,
+// which for a block of tens of megabytes costs as much as a quarter of the
+// work done in it. Clearing, destroying or closing a stack gives every
+// chunk back, the spare included.
 //
 // The stack object is six words, so that it fits the room an environment
 // record keeps for it; it comes from the heap only when the opener gives no
@@ -96,7 +100,7 @@ constexpr size_t kLink = sizeof(uintptr_t);
 constexpr size_t kDefaultAlign = 16;
 constexpr size_t kFirstChunk = size_t{64} << 10;
 // Growth doubles up to this size; larger chunks only come from larger
-// requests, and the stack does not keep them as a spare.
+// requests.
 constexpr size_t kGrowthLimit = size_t{8} << 20;
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -179,9 +183,9 @@ inline uintptr_t get_link(uintptr_t block) {
 }
 
 // Gives a chunk that has left the chain either to the spare slot or back to
-// the heap. The larger of two candidates stays spare, within the limit.
+// the system. The larger of two candidates stays spare.
 void retire(Stack *st, Chunk *c) {
-  if (c->size <= kGrowthLimit && (st->spare == nullptr || c->size > st->spare->size)) {
+  if (st->spare == nullptr || c->size > st->spare->size) {
     chunk_delete(st->spare);
     st->spare = c;
   } else {
@@ -233,8 +237,13 @@ void *grow(Stack *st, size_t size, size_t align) {
   if (want > SIZE_MAX - sizeof(Chunk) - 15) return nullptr;
   want = (want + 15) & ~size_t{15};
 
+  // The spare serves a request it holds, unless it is a large chunk many
+  // times what the request wants: a run that takes a small block and then
+  // a large one would otherwise spend the large spare on the small block
+  // and map the large one afresh every time.
   Chunk *c = nullptr;
-  if (st->spare && st->spare->size >= need) {
+  const bool holds = st->spare && st->spare->size >= need;
+  if (holds && (st->spare->size <= kGrowthLimit || st->spare->size / 2 <= want)) {
     c = st->spare;
     st->spare = nullptr;
   } else {
@@ -249,8 +258,10 @@ void *grow(Stack *st, size_t size, size_t align) {
       if (c == nullptr) return nullptr;
     }
     // A spare too small for this request is of no further use.
-    chunk_delete(st->spare);
-    st->spare = nullptr;
+    if (!holds) {
+      chunk_delete(st->spare);
+      st->spare = nullptr;
+    }
     c->size = want;
     c->end = c->data() + want;
   }

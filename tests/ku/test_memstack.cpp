@@ -542,8 +542,8 @@ TEST(KuMemStack, LargeChunksHoldTheirBlocksAndGoBackLikeAnyOther) {
     }
   }
   for (const Block &b : blocks) ASSERT_TRUE(intact(b));
-  // Back to the level before them, then again: the spare of moderate size
-  // serves the next growth.
+  // Back to the level before them, then again: the spare, the largest of
+  // them, serves the next growth.
   KuSMEMSTGfree(st.s, blocks.front().p);
   EXPECT_TRUE(same_level(level_of(st.s), before));
   for (int round = 0; round < 3; ++round) {
@@ -576,4 +576,54 @@ TEST(KuMemStack, MarksWorkAcrossLargeChunks) {
   ASSERT_NE(KuSMEMSTGaalloc(st.s, size_t{5} << 20, 16, 0), nullptr);
   KuSMEMSTGclear(st.s);
   EXPECT_TRUE(same_level(level_of(st.s), m0));
+}
+
+// The largest chunk given back is kept for the next growth whatever its
+// size, so that the same large working block taken on every call comes
+// from the same memory each time: what one call left at the end of the
+// block is still there for the next (memory fresh from the system would be
+// cleared, and cleared page by page on first touch).
+constexpr uint64_t kLeftBehind = 0x5350415245215350ull;
+
+void leave_mark(void *block, size_t size, uint64_t value) {
+  std::memcpy(static_cast<uint8_t *>(block) + size - sizeof value, &value, sizeof value);
+}
+uint64_t mark_left(const void *block, size_t size) {
+  uint64_t v;
+  std::memcpy(&v, static_cast<const uint8_t *>(block) + size - sizeof v, sizeof v);
+  return v;
+}
+
+TEST(KuMemStack, TheSameLargeBlockOnEveryCallReusesItsChunk) {
+  RoomStack st;
+  const size_t size = size_t{20} << 20;
+  for (int call = 0; call < 4; ++call) {
+    void *b = KuSMEMSTGaalloc(st.s, size, 64, 0);
+    ASSERT_NE(b, nullptr);
+    if (call > 0) {
+      EXPECT_EQ(mark_left(b, size), kLeftBehind + call - 1) << "call " << call;
+    }
+    leave_mark(b, size, kLeftBehind + call);
+    KuSMEMSTGfree(st.s, b);
+  }
+}
+
+// A call that takes a small block and then a large one: the small one must
+// not use up the large spare, or the large one would need fresh memory on
+// every call.
+TEST(KuMemStack, ASmallGrowthLeavesALargeSpareForTheLargeBlock) {
+  RoomStack st;
+  const size_t small = size_t{1} << 20, large = size_t{24} << 20;
+  for (int call = 0; call < 4; ++call) {
+    SCOPED_TRACE(call);
+    void *s = KuSMEMSTGaalloc(st.s, small, 16, 0);
+    void *l = KuSMEMSTGaalloc(st.s, large, 16, 0);
+    ASSERT_TRUE(s && l);
+    if (call > 0) {
+      EXPECT_EQ(mark_left(l, large), kLeftBehind + call - 1);
+    }
+    leave_mark(s, small, 0);
+    leave_mark(l, large, kLeftBehind + call);
+    KuSMEMSTGfree(st.s, s);
+  }
 }
