@@ -12,29 +12,58 @@
 //
 //                  instructions  data refs  misses of a   misses of a
 //                  per pixel     per pixel  1 MB cache    32 MB cache
-//   f form  0.25 MP     71.3        19.1        0.14          0.017
-//             1 MP      70.8        18.9        0.63          0.016
-//             4 MP      70.7        18.9        1.17          0.016
-//            16 MP      70.6        18.8        1.45          0.24
-//   plain   0.25 MP    194.6        76.0        0.06          0.049
-//             1 MP     194.1        75.8        0.20          0.049
-//             4 MP     194.1        75.8        0.50          0.049
-//            16 MP     194.0        75.7        1.18          0.081
+//   f form  0.25 MP    103.1        28.7        0.21          0.046
+//             1 MP     102.8        28.5        0.78          0.058
+//             4 MP     102.7        28.5        1.30          0.049
+//            16 MP     102.7        28.4        1.58          0.38
+//   plain   0.25 MP    206.3        71.0        0.06          0.049
+//             1 MP     206.3        70.8        0.20          0.051
+//             4 MP     206.4        70.8        0.50          0.050
+//            16 MP     206.4        70.8        1.18          0.081
 //
-// Instructions and memory references per pixel are flat: the time is
+// Instructions and memory references per pixel are flat: the work is
 // linear. What grows is the share of references that the caches can't
 // serve. A waiting pixel is taken up again only when the flooding reaches
 // its level, after a stretch of work elsewhere that grows with the length
 // of the flooded boundary; once the working array (4 bytes a pixel in the f
 // form; the image, the visited bits and 8 bytes a waiting pixel in the
 // plain form) outgrows a cache level, those returns miss it, and the order
-// of returns is what fixes the tree, so it stays. On the 2-core test
-// machine (1 MB L2, 32 MB L3 shared with other work, 4 KB pages) the f form
-// went from about 17 ns/px at 0.25 MP to 65-70 at 16 MP, and the plain form
-// from about 30 to about 77; on the ramp, flooded in image order, the f
-// form stays at 10-13 and the plain form at 21-22. Huge pages for the
-// working array took about 15 % off the f form at 16 MP (TLB misses across
-// rows 16 KB apart).
+// of returns is what fixes the tree, so it stays. Followed one at a time,
+// those misses made the cost per pixel grow fourfold from 0.25 to 16 MP (f
+// form 17 -> 65-70 ns, plain 30 -> 77 on the 2-core test machine: 512 KB
+// L2 per core, 32 MB L3 shared with other machines).
+//
+// Three things take most of that back, and none changes a bit of the
+// result:
+// - Both forms know the pixel they will take up 16 pops ahead and prefetch
+//   its row and the rows above and below: the plain form reads it from its
+//   level stacks; the f form, whose lists are threaded through the working
+//   array and can only be followed link by link, keeps a shadow of every
+//   list in scratch from 2^18 pixels on (a word a pixel, placed by a count
+//   of the levels). That is the 30 more instructions a pixel of the f form
+//   in the table above; they cost less than a nanosecond at 0.25 MP.
+// - The base library maps chunks of 4 MB and more on their own, aligned to
+//   2 MB, with huge pages where the system offers them: rows 16 KB apart
+//   share one address translation per 2 MB.
+// - Memory stacks keep their largest released chunk, so that the working
+//   blocks of one run are those of the last: memory fresh from the system is
+//   cleared page by page on first touch, which had cost a fifth of a 16 MP
+//   run.
+//
+// Medians of five, ns per pixel, same machine (runs on it differ by up to
+// 15 %):
+//
+//                     0.25 MP   1 MP   4 MP   16 MP   1920x1080
+//   f form  texture      18.3   21.5   23.4   27.1     22.8
+//           ramp         11.9   12.5   13.7   14.3     10.5
+//   plain   texture      31.6   34.3   40.3   45.9     36.3
+//           ramp         20.9   18.7   18.3   21.1     21.4
+//
+// The f form is faster than the plain form at every size. On the texture
+// the cost per pixel grows by a fifth to a quarter from 0.25 to 4 MP and by
+// half at 16 MP (a working set of 128 MB in the f form with its shadow,
+// four times the shared L3), where it was four times; on the ramp, flooded
+// in image order, the caches are on the flooding's side and it is flat.
 #include <benchmark/benchmark.h>
 #include <sorn.h>
 
