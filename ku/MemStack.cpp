@@ -72,7 +72,7 @@ struct Chunk {
   size_t size;     // usable bytes
   uint64_t depth;  // 1 for the bottom chunk
   size_t mapped;   // bytes of its own mapping, 0 for a chunk from the heap
-  size_t unused;
+  size_t pad;      // keeps the header a multiple of the heap's alignment
   // The usable area follows; the header keeps it at the heap's alignment.
   uintptr_t data() const { return reinterpret_cast<uintptr_t>(this + 1); }
   bool holds(uintptr_t p) const { return p >= data() && p <= end; }
@@ -132,8 +132,10 @@ Chunk *chunk_new(size_t usable) {
     if (m != MAP_FAILED) {
       const uintptr_t raw = reinterpret_cast<uintptr_t>(m);
       const uintptr_t at = (raw + kHugePage - 1) & ~(uintptr_t)(kHugePage - 1);
+      // The cut in front is below one huge page, so the one behind is not
+      // empty.
       if (at > raw) munmap(m, at - raw);
-      if (raw + kHugePage > at) munmap(reinterpret_cast<void *>(at + len), raw + kHugePage - at);
+      munmap(reinterpret_cast<void *>(at + len), raw + kHugePage - at);
 #ifdef MADV_HUGEPAGE
       madvise(reinterpret_cast<void *>(at), len, MADV_HUGEPAGE);
 #endif

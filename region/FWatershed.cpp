@@ -147,7 +147,8 @@ struct Shadow {
   void pop(uint32_t level, const uint32_t *W, int64_t cols) {
     const int64_t m = --count[level];
     if (m < kReturnsAhead) return;
-    prefetch_rows<kForWrite>(W + base[level][m - kReturnsAhead], cols * (int64_t)sizeof(uint32_t));
+    prefetch_rows<kForWrite>(W + base[level][m - kReturnsAhead],
+                             cols * (int64_t)sizeof(uint32_t));
   }
 };
 
@@ -357,15 +358,17 @@ accumulate:
 }
 
 // A large image floods with a shadow of its lists when the scratch has room
-// for one; without room it floods as a small one does.
+// for one; without room (or without an environment, for a caller of the
+// flooding itself) it floods as a small one does.
 template <bool Runs>
 SornStatus with_shadow(int32_t rows, int32_t columns, int32_t seedrow, int32_t seedcolumn,
                        SornXE *xe, SornWTSState *state) {
   const int64_t npix = (int64_t)rows * columns;
   uint32_t *block = nullptr;
-  if (npix >= kShadowFrom)
+  if (xe != nullptr && npix >= kShadowFrom)
     block = static_cast<uint32_t *>(SornXEalloca(xe, ((size_t)npix + 1) * sizeof(uint32_t), 64));
-  if (block == nullptr) return flood<Runs, false>(rows, columns, seedrow, seedcolumn, state, nullptr);
+  if (block == nullptr)
+    return flood<Runs, false>(rows, columns, seedrow, seedcolumn, state, nullptr);
   Shadow shadow;
   const SornFWTSRES *res = static_cast<const SornFWTSRES *>(state->builder);
   shadow.place(block, res->links, npix, (int64_t)seedrow * columns + seedcolumn);

@@ -154,13 +154,15 @@ TEST(WatershedFLarge, TheLookAheadChangesNothing) {
   }
 }
 
-// The flooding that links runs of a level in one go keeps a shadow too.
+// The flooding that links runs of a level in one go keeps a shadow too;
+// called without an environment, it floods without one.
 TEST(WatershedFLarge, TheLookAheadChangesNothingInTheRunLinkingFlooding) {
   auto rng = sorn_test::seeded_rng(0x5eed0a02);
   std::vector<uint8_t> img = blocks(rng), unused;
   const Setting s{3, 4, 0, 0, false};
-  std::vector<int64_t> got[2];
-  for (int fail = 0; fail < 2; ++fail) {
+  std::vector<int64_t> got[3];
+  for (int how = 0; how < 3; ++how) {
+    SCOPED_TRACE(how == 0 ? "with the shadow" : how == 1 ? "shadow refused" : "no environment");
     LargeRun run(s);
     ASSERT_EQ(flood(run, img, unused, false), SORN_OK);
     // The working array again as the setup fills it, flooded directly.
@@ -171,14 +173,15 @@ TEST(WatershedFLarge, TheLookAheadChangesNothingInTheRunLinkingFlooding) {
         W[r * kCols + c] = img[(size_t)r * kCols + c] | (c ? 0x80000000u : 0u);
     std::memset(W + kRows * kCols, 0, sizeof(uint32_t) * (kCols + 2));
     run.res.root = nullptr;
-    AllocFailure no_shadow(fail ? 0 : int64_t{1} << 40, false, kStackBlock);
-    ASSERT_EQ(__T_sorna__fwatershed_c1_u8_00(kRows, kCols, s.seedrow, s.seedcol + 1, &run.xe, kF,
-                                             &run.st),
+    AllocFailure no_shadow(how == 1 ? 0 : int64_t{1} << 40, false, kStackBlock);
+    ASSERT_EQ(__T_sorna__fwatershed_c1_u8_00(kRows, kCols, s.seedrow, s.seedcol + 1,
+                                             how == 2 ? nullptr : &run.xe, kF, &run.st),
               SORN_OK);
-    EXPECT_EQ(no_shadow.fired(), fail == 1);
-    got[fail] = snapshot(run.res);
+    EXPECT_EQ(no_shadow.fired(), how == 1);
+    got[how] = snapshot(run.res);
   }
   EXPECT_TRUE(got[0] == got[1]);
+  EXPECT_TRUE(got[0] == got[2]);
 }
 
 // A run cut short by a region block gives the shadow's scratch back like
