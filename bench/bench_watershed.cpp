@@ -42,28 +42,31 @@
 //   list in scratch from 2^18 pixels on (a word a pixel, placed by a count
 //   of the levels). That is the 30 more instructions a pixel of the f form
 //   in the table above; they cost less than a nanosecond at 0.25 MP.
-// - The base library maps chunks of 4 MB and more on their own, aligned to
-//   2 MB, with huge pages where the system offers them: rows 16 KB apart
-//   share one address translation per 2 MB.
+// - The base library maps a chunk for a single request of more than 8 MB on
+//   its own, aligned to 2 MB, with huge pages where the system offers them:
+//   rows 16 KB apart share one address translation per 2 MB.
 // - Memory stacks keep their largest released chunk, so that the working
 //   blocks of one run are those of the last: memory fresh from the system is
 //   cleared page by page on first touch, which had cost a fifth of a 16 MP
 //   run.
 //
-// Medians of five, ns per pixel, same machine (runs on it differ by up to
-// 15 %):
+// Medians of five, ns per pixel, same machine, whose other tenants move
+// the figures by up to a quarter from run to run (at 16 MP on the texture,
+// over a day of runs: f form 27-31, plain 39-51):
 //
 //                     0.25 MP   1 MP   4 MP   16 MP   1920x1080
-//   f form  texture      18.3   21.5   23.4   27.1     22.8
-//           ramp         11.9   12.5   13.7   14.3     10.5
-//   plain   texture      31.6   34.3   40.3   45.9     36.3
-//           ramp         20.9   18.7   18.3   21.1     21.4
+//   f form  texture      19.6   24.3   24.1   29.6     23.4
+//           ramp         11.7   12.1   13.5   14.0     10.7
+//   plain   texture      31.3   31.8   38.2   51.2     32.3
+//           ramp         21.8   19.0   18.1   19.8     24.6
 //
 // The f form is faster than the plain form at every size. On the texture
-// the cost per pixel grows by a fifth to a quarter from 0.25 to 4 MP and by
-// half at 16 MP (a working set of 128 MB in the f form with its shadow,
-// four times the shared L3), where it was four times; on the ramp, flooded
-// in image order, the caches are on the flooding's side and it is flat.
+// the cost per pixel grows by a quarter from 0.25 to 4 MP and by a half at
+// 16 MP (a working set of 128 MB in the f form with its shadow, four times
+// the shared L3), where it was four times; what is left is mostly the first
+// touch of the basins the flooding descends into, which no return names in
+// advance. On the ramp, flooded in image order, the caches are on the
+// flooding's side and it is flat.
 #include <benchmark/benchmark.h>
 #include <sorn.h>
 

@@ -46,13 +46,16 @@
 // The parent only bounds the child's lifetime, which is the opener's
 // business. KuSMEMSTGparent() gives the word back.
 //
-// Large chunks: a chunk of kHugeFrom bytes or more is mapped on its own,
-// aligned to 2 MB, and the system is asked to back it with huge pages where
-// it offers them. The floodings of the region analysis keep a word or more
-// per pixel on a stack and return to it in an order that the image decides;
-// on 4 KB pages every one of those returns to a distant row is also a miss
-// in the address translation caches. Builds with AddressSanitizer keep every
-// chunk on the heap, so that the sanitizer sees each one.
+// Large chunks: a chunk made for one request larger than the growth limit
+// is mapped on its own, aligned to 2 MB, and the system is asked to back it
+// with huge pages where it offers them. The floodings of the region analysis
+// keep a word or more per pixel on a stack and return to it in an order that
+// the image decides; on 4 KB pages every one of those returns to a distant
+// row is also a miss in the address translation caches. Chunks of ordinary
+// growth stay on the heap, which keeps what a stack gives back at hand for
+// the next call (a mapping given back is gone, and a new one is cleared page
+// by page on first touch). Builds with AddressSanitizer keep every chunk on
+// the heap, so that the sanitizer sees each one.
 //
 // Every entry accepts a null stack and then does nothing (or answers null).
 // Nothing here ever aborts: a request that cannot be met answers null.
@@ -115,7 +118,6 @@ constexpr bool kMapLarge = true;
 constexpr bool kMapLarge = true;
 #endif
 constexpr size_t kHugePage = size_t{2} << 20;
-constexpr size_t kHugeFrom = size_t{4} << 20;
 
 inline Stack *as_stack(void *s) { return static_cast<Stack *>(s); }
 
@@ -123,7 +125,7 @@ inline Stack *as_stack(void *s) { return static_cast<Stack *>(s); }
 // 'mapped' field is set here.
 Chunk *chunk_new(size_t usable) {
   const size_t bytes = sizeof(Chunk) + usable;
-  if (kMapLarge && bytes >= kHugeFrom && bytes <= SIZE_MAX - 2 * kHugePage) {
+  if (kMapLarge && usable > kGrowthLimit && bytes <= SIZE_MAX - 2 * kHugePage) {
     // Map a huge page more than needed and cut the mapping down to an
     // aligned run of whole huge pages.
     const size_t len = (bytes + kHugePage - 1) & ~(kHugePage - 1);

@@ -519,8 +519,9 @@ TEST(KuMemStack, RandomSequenceAgreesWithModel) {
   }
 }
 
-// Chunks of 4 MB and more have a mapping of their own (on the heap under
-// the address sanitizer); nothing about a block may tell the difference.
+// A chunk for a request beyond the growth limit (8 MB) has a mapping of its
+// own (on the heap under the address sanitizer); nothing about a block may
+// tell the difference.
 TEST(KuMemStack, LargeChunksHoldTheirBlocksAndGoBackLikeAnyOther) {
   RoomStack st;
   KuMark empty = level_of(st.s);
@@ -529,10 +530,10 @@ TEST(KuMemStack, LargeChunksHoldTheirBlocksAndGoBackLikeAnyOther) {
   KuMark before = level_of(st.s);
   uint32_t serial = 1;
   std::vector<Block> blocks;
-  // Sizes on both sides of the mapping threshold and of the growth limit,
-  // each bigger than what the chunk below has left.
-  for (size_t size : {size_t{3} << 20, (size_t{4} << 20) - 100, size_t{4} << 20,
-                      (size_t{5} << 20) + 17, size_t{9} << 20, size_t{33} << 20}) {
+  // Sizes on both sides of the growth limit, which is where mappings
+  // begin, each bigger than what the chunk below has left.
+  for (size_t size : {size_t{3} << 20, (size_t{8} << 20) - 100, size_t{8} << 20,
+                      (size_t{8} << 20) + 17, size_t{9} << 20, size_t{33} << 20}) {
     for (size_t align : {size_t{8}, size_t{4096}, size_t{1} << 21}) {
       Block b{static_cast<uint8_t *>(KuSMEMSTGaalloc(st.s, size, align, 0)), size, serial++};
       ASSERT_NE(b.p, nullptr) << size << " at " << align;
