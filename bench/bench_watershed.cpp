@@ -94,28 +94,18 @@ void report(benchmark::State &state, const Texture &t, int64_t nodes) {
   state.counters["nodes_per_Mpx"] = (double)nodes / px * 1e6;
 }
 
-int64_t count_nodes(const SornAGTnode *root) {
+// Nodes of a tree whose nodes link their first child and next sibling:
+// the builder's trees and the f form's results alike.
+template <class Node>
+int64_t count_nodes(const Node *root) {
   int64_t n = 0;
-  std::vector<const SornAGTnode *> todo;
+  std::vector<const Node *> todo;
   if (root) todo.push_back(root);
   while (!todo.empty()) {
-    const SornAGTnode *a = todo.back();
+    const Node *a = todo.back();
     todo.pop_back();
     ++n;
-    for (const SornAGTnode *c = a->child; c; c = c->next) todo.push_back(c);
-  }
-  return n;
-}
-
-int64_t count_nodes(const SornFWTSRegion *root) {
-  int64_t n = 0;
-  std::vector<const SornFWTSRegion *> todo;
-  if (root) todo.push_back(root);
-  while (!todo.empty()) {
-    const SornFWTSRegion *a = todo.back();
-    todo.pop_back();
-    ++n;
-    for (const SornFWTSRegion *c = a->child; c; c = c->next) todo.push_back(c);
+    for (const Node *c = a->child; c; c = c->next) todo.push_back(c);
   }
   return n;
 }

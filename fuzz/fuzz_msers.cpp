@@ -106,16 +106,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   Operand img, mask;
   const Shape is = decode_shape(in, kRegionTypes, 1, 24, 40);
   const Shape ms = decode_mask_shape(in, is);
-  build(img, is, px);
-  shape_levels(in, img, px);
-  build(mask, ms, px);
-  fill_mask(in, mask, px);
-
-  const uint8_t which = in.u8();
-  SornVolume rv = decode_roi(in, img.channels), mv = decode_roi(in, mask.channels);
-  const SornVolume *roi = (which & 1) ? &rv : nullptr;
-  const SornVolume *mroi = (which & 2) ? &mv : nullptr;
-  const SornArray *pmask = (which & 12) == 12 ? nullptr : &mask.rec;
+  const RegionOperands ops = build_region_operands(in, px, img, is, mask, ms);
+  const SornVolume *roi = ops.roi(), *mroi = ops.mroi();
+  const SornArray *pmask = ops.mask_left_out() ? nullptr : &mask.rec;
 
   SornFlags flags = 0;
   const uint8_t fb = in.u8();

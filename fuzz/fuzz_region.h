@@ -86,6 +86,32 @@ inline void fill_mask(Input &in, Operand &m, Pixels &px) {
   }
 }
 
+// The operands of a region target, read in the one order every target
+// uses: the image with levels a flooding can make something of, the mask
+// and its bytes, then a byte choosing which regions of interest are given
+// and the two regions. Bits 0 and 1 give the image's and the mask's region;
+// bits 2 and 3 together leave the mask out.
+struct RegionOperands {
+  uint8_t which;
+  SornVolume rv, mv;
+  const SornVolume *roi() const { return (which & 1) ? &rv : nullptr; }
+  const SornVolume *mroi() const { return (which & 2) ? &mv : nullptr; }
+  bool mask_left_out() const { return (which & 12) == 12; }
+};
+
+inline RegionOperands build_region_operands(Input &in, Pixels &px, Operand &img, const Shape &is,
+                                            Operand &mask, const Shape &ms) {
+  build(img, is, px);
+  shape_levels(in, img, px);
+  build(mask, ms, px);
+  fill_mask(in, mask, px);
+  RegionOperands r;
+  r.which = in.u8();
+  r.rv = decode_roi(in, img.channels);
+  r.mv = decode_roi(in, mask.channels);
+  return r;
+}
+
 // Seed cells: mostly inside a site of rows x cols, sometimes on its edge or
 // anywhere. Cells 0 and 3 are not used by the flooding; they vary anyway.
 inline void decode_seed(Input &in, uint32_t seed[4], int32_t rows, int32_t cols) {

@@ -42,16 +42,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     ms.cols = is.cols;
     ms.type = SORN_U8;
   }
-  build(img, is, px);
-  shape_levels(in, img, px);
-  build(mask, ms, px);
-  fill_mask(in, mask, px);
-
-  const uint8_t which = in.u8();
-  SornVolume rv = decode_roi(in, img.channels), mv = decode_roi(in, mask.channels);
-  const SornVolume *roi = (which & 1) ? &rv : nullptr;
-  const SornVolume *mroi = (which & 2) ? &mv : nullptr;
-  const bool masked = (op == kEntryEx || op == kPlainXm || op == kFXm) && !(which & 4 && which & 8);
+  const RegionOperands ops = build_region_operands(in, px, img, is, mask, ms);
+  const SornVolume *roi = ops.roi(), *mroi = ops.mroi();
+  const bool masked = (op == kEntryEx || op == kPlainXm || op == kFXm) && !ops.mask_left_out();
 
   SornFlags flags = 0;
   const uint8_t fb = in.u8();

@@ -14,61 +14,6 @@ using namespace mser_test;
 
 namespace {
 
-// The f form, with its own filter record.
-struct FForm {
-  using Filter = SornFMSERFilter;
-  static constexpr bool kF = true;
-  Filter f;
-  FForm() { __sorn_fmserfilt__$(&f); }
-  ~FForm() { sorn_fmserf_destroy(&f); }
-  SornStatus run(SornXE *xe, SornFlags flags, const SornArray *img, const SornVolume *roi) {
-    return SornGenerateFMSERs(xe, flags, img, roi, &f);
-  }
-  SornStatus run_ex(SornXE *xe, SornFlags flags, const SornArray *img, const SornArray *mask,
-                    const SornVolume *roi, const SornVolume *mroi) {
-    return SornGenerateFMSERsEx(xe, flags, img, mask, roi, mroi, &f);
-  }
-  // The pixels of a picked region of a pass.
-  PtSet pixels(int pass, uint32_t i) {
-    const SornFWTSRES *res = pass == 1 ? f.res1 : f.res2;
-    const SornFWTSRegion *r = (pass == 1 ? f.list1 : f.list2)[i];
-    return f_pixels(r, res, (int32_t)f.imdims[1], (int32_t)f.imdims[2]);
-  }
-  bool holds_nothing() const {
-    return f.regions.items == nullptr && f.regions.count == 0 && f.count1 == 0 &&
-           f.count2 == 0 && f.res1 == nullptr && f.res2 == nullptr;
-  }
-};
-
-// The plain form, measuring pixels so that picked regions can be read back.
-struct PForm {
-  using Filter = SornMSERFilter;
-  static constexpr bool kF = false;
-  Filter f;
-  SornWTSFeatureDs pf;
-  PForm() {
-    SornWTSPFinitFeatureDs(&pf, nullptr);
-    __sorn_mserfilt__$feats(&f, &pf, 1);
-  }
-  ~PForm() { sorn_mserf_destroy(&f); }
-  SornStatus run(SornXE *xe, SornFlags flags, const SornArray *img, const SornVolume *roi) {
-    return SornGenerateMSERs(xe, flags, img, roi, &f);
-  }
-  SornStatus run_ex(SornXE *xe, SornFlags flags, const SornArray *img, const SornArray *mask,
-                    const SornVolume *roi, const SornVolume *mroi) {
-    return SornGenerateMSERsEx(xe, flags, img, mask, roi, mroi, &f);
-  }
-  PtSet pixels(int pass, uint32_t i) {
-    SornWTSRegion *r = (pass == 1 ? f.list1 : f.list2)[i];
-    EXPECT_EQ(SornMSERgatherFeaturesOfRegion(&f, r, pass == 1 ? 1 : -1), SORN_OK);
-    return pf_pixels(r, pf);
-  }
-  bool holds_nothing() const {
-    return f.regions.items == nullptr && f.regions.count == 0 && f.count1 == 0 &&
-           f.count2 == 0 && f.builder1 == nullptr && f.builder2 == nullptr;
-  }
-};
-
 template <class Form>
 class MserScene : public ::testing::Test {};
 using Forms = ::testing::Types<FForm, PForm>;
