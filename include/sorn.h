@@ -59,6 +59,20 @@ typedef uint32_t SornDimPack;
 #define SORN_S64 12u
 #define SORN_F32 13u
 #define SORN_F64 14u
+/* A type code by the token that kernel names and type tables spell it with:
+ * SORN_TYPECODE(s16) is SORN_S16. The one map from a table's tokens to
+ * codes, for the library's lookups, tests and benchmarks alike. */
+#define SORN_TYPECODE(t) SORN_TYPECODE_##t
+#define SORN_TYPECODE_u8  SORN_U8
+#define SORN_TYPECODE_u16 SORN_U16
+#define SORN_TYPECODE_u32 SORN_U32
+#define SORN_TYPECODE_u64 SORN_U64
+#define SORN_TYPECODE_s8  SORN_S8
+#define SORN_TYPECODE_s16 SORN_S16
+#define SORN_TYPECODE_s32 SORN_S32
+#define SORN_TYPECODE_s64 SORN_S64
+#define SORN_TYPECODE_f32 SORN_F32
+#define SORN_TYPECODE_f64 SORN_F64
 /* Bit c set: code c is a known type (1-4 and 9-15). */
 #define SORN_KNOWN_TYPES 0xfe1eu
 /* Bytes per element, always from the size class (code & 7). */
@@ -668,8 +682,6 @@ SORN_ADDQC_OWN_TRIPLES(SORN_DECL_RSUBQC)
 #undef SORN_DECL_SUBQC
 #undef SORN_DECL_RSUBQC
 
-/* ---- arith: later families (add, subtract, multiply, ...) go here ---- */
-
 /* ======================================================================
  * Comparison, conversion and data movement
  * ====================================================================== */
@@ -824,8 +836,6 @@ SornStatus _T_sorna__dofillem(SornXE *xe, SornFlags flags, int32_t n, const int3
 SornStatus _T_sorna__dofillemc(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
                                void *dst, const int32_t *strides, const void *mask,
                                const int32_t *mstrides, const void *vector);
-
-/* ---- data: fill, primitives, copy ... go here ---- */
 
 /* ======================================================================
  * Statistics
@@ -1042,8 +1052,6 @@ SORN_SUM_TYPES(SORN_SUM_KERNEL_DECL)
 #undef SORN_SUM_KERNEL_DECL
 #undef SORN_SUM_KERNEL_DECL1
 
-/* ---- stats: histogram, sum, mean ... go here ---- */
-
 /* ======================================================================
  * Matrix products
  * ====================================================================== */
@@ -1204,8 +1212,6 @@ typedef struct SornBlockSizes {
   int32_t second;
 } SornBlockSizes;
 SornBlockSizes *__sorn_mulmm_blocksizes(SornBlockSizes *out, int32_t b1, int32_t b2, int32_t b3);
-
-/* ---- matrix go here ---- */
 
 /* ======================================================================
  * Region analysis
@@ -1919,8 +1925,6 @@ SornWTSRegion *SornGatherMSERFeatures(SornWTSRegion *region, SornSTB *builder,
                                       SornWTSLSC *lsc);
 SornWTSRegion *SornGatherMSERFeature(SornWTSRegion *region, SornSTB *builder, SornWTSLSC *lsc,
                                      int32_t index, uint32_t magic);
-
-/* ---- region go here ---- */
 
 #ifdef __cplusplus
 }
