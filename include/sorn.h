@@ -419,6 +419,7 @@ const char *sorn_filter_str(int32_t kind);
 const char *sorn_morphop_str(int32_t kind);
 SornStatus sorn_defillvals(SornElemType type, double *hi, double *lo, int32_t nchan);
 
+
 /* ======================================================================
  * Array arithmetic
  * ====================================================================== */
@@ -824,6 +825,55 @@ SornStatus _T_sorna__dofillem(SornXE *xe, SornFlags flags, int32_t n, const int3
 SornStatus _T_sorna__dofillemc(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
                                void *dst, const int32_t *strides, const void *mask,
                                const int32_t *mstrides, const void *vector);
+
+/* ---------------- Sort and search ----------------
+ * Sequences of n records of size bytes each from base, ordered by a
+ * caller's comparison: below 0 when a sorts before b, 0 when they are
+ * equal, above 0 otherwise. Records are moved by swapping their bytes.
+ *
+ * Three levels of each sort:
+ *   KuXxxSort      checked: -1 for size 0, for more than 0x7FFFFFFF bytes
+ *                  of records, or (n above 0) a null base or cmp; else 0
+ *   KuXxxSort_nck  no checks; fewer than two records are left alone
+ *   __KuXxxSort    the kernel itself, for n of 3 and more
+ * KuQuickSort is not stable and needs no memory: a segment that its
+ * partitions have split more than 63 times is heap sorted, so no input
+ * takes it beyond O(n log n) comparisons. KuHeapSort is not stable either;
+ * KuInsertSort is, and takes a buffer of one record from malloc when
+ * records are larger than 256 bytes (without it the records stay as they
+ * were). KuSelectSort makes n(n-1)/2 comparisons. */
+typedef int (*KuCompareProc)(const void *a, const void *b, void *ctx);
+
+int KuQuickSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+int KuHeapSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+int KuInsertSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+int KuSelectSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void KuQuickSort_nck(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void KuHeapSort_nck(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void KuInsertSort_nck(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void KuSelectSort_nck(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void __KuQuickSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void __KuHeapSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void __KuInsertSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void __KuSelectSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+
+/* Binary searches over sorted records; here cmp(element, key, ctx).
+ *   KuBsearch    a record equal to key, or null
+ *   KuBsearchN   a record equal to key if the search meets one, else the
+ *                first record above key (one past the end when none is)
+ *   KuBsearchP   a record equal to key if the search meets one, else the
+ *                last record below key (null when key sorts first)
+ *   KuBsearch_s  KuBsearch with the checks of the sorts (n 0 needs no
+ *                operands); status, when not null, becomes 0 when a record
+ *                was found and -1 otherwise */
+void *KuBsearch(const void *key, const void *base, size_t n, size_t size, KuCompareProc cmp,
+                void *ctx);
+void *KuBsearchN(const void *key, const void *base, size_t n, size_t size, KuCompareProc cmp,
+                 void *ctx);
+void *KuBsearchP(const void *key, const void *base, size_t n, size_t size, KuCompareProc cmp,
+                 void *ctx);
+void *KuBsearch_s(const void *key, const void *base, size_t n, size_t size, KuCompareProc cmp,
+                  void *ctx, int64_t *status);
 
 /* ---- data: fill, primitives, copy ... go here ---- */
 
