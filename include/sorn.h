@@ -419,6 +419,97 @@ const char *sorn_filter_str(int32_t kind);
 const char *sorn_morphop_str(int32_t kind);
 SornStatus sorn_defillvals(SornElemType type, double *hi, double *lo, int32_t nchan);
 
+/* ---------------- Value ranges ----------------
+ * The span of values of one channel. An array of ranges has one record per
+ * channel; the forms that take a channels word (_$cn, chword) loop over its
+ * channel count (SORN_CHANNELS) and do nothing for a count of 0, and their
+ * tests are then true. Pure functions: they return their output.
+ *
+ * The full range of a type: u8 0..255, s8 -128..127, u16 0..65535,
+ * s16 -32768..32767, u32 0..4294967295, s32 -2^31..2^31-1,
+ * f32 +-3.4028234663852886e38, any other code -inf..inf.
+ *
+ * Saturating (_$Q) brings a range into a type: integer types round lo down
+ * and hi up through a 32-bit conversion (a value beyond 32 bits converts to
+ * 0x80000000) and clamp, u32 to non-negative 32-bit values; f32 narrows to
+ * f32; other codes leave the range alone.
+ *
+ * Normalizing repairs a range: a NaN lo gives 0..255 for u8, s16, s32 and
+ * 0..1 for other types; an infinite lo or lo above hi gives the default
+ * (one record per channel in the channel forms), or the type's full range
+ * when there is none; a range that stands is saturated by the Q forms.
+ *
+ * Two values agree when their f32 forms differ by at most 1.1920929e-7. */
+typedef struct SornVrng {
+  double lo;
+  double hi;
+} SornVrng;
+
+/* The record of a minimum and maximum search; ranges read the f32 value of
+ * channel c's minimum at its 32-bit cell 2 + 6c and of its maximum at cell
+ * 26 + 6c. */
+struct SornMinmaxRec;
+
+SornVrng *sorn_vrng_saturate(SornElemType type, SornVrng *out, const SornVrng *in);
+SornVrng *sorn_vrng_saturate_$cn(SornElemType type, SornVrng *out, const SornVrng *in,
+                                 int32_t chword);
+SornVrng *__sorn_vrng__$minmax(SornVrng *out, const struct SornMinmaxRec *stats);
+SornVrng *__sorn_vrng__$minmax$Q(SornElemType type, SornVrng *out,
+                                 const struct SornMinmaxRec *stats);
+SornVrng *__sorn_vrng__$cn$2(SornVrng *out, int32_t chword, double lo, double hi);
+SornVrng *__sorn_vrng__$cn$2$Q(SornElemType type, SornVrng *out, int32_t chword, double lo,
+                               double hi);
+SornVrng *__sorn_vrng__$cn$minmax(SornVrng *out, int32_t chword,
+                                  const struct SornMinmaxRec *stats);
+SornVrng *__sorn_vrng__$cn$minmax$Q(SornElemType type, SornVrng *out, int32_t chword,
+                                    const struct SornMinmaxRec *stats);
+
+SornVrng *sorn_vrng_normalize_$I(SornElemType type, SornVrng *r, const SornVrng *def);
+SornVrng *sorn_vrng_normalize_$IQ(SornElemType type, SornVrng *r, const SornVrng *def);
+SornVrng *sorn_vrng_normalize_$cn$I(SornElemType type, SornVrng *r, const SornVrng *def,
+                                    int32_t chword);
+SornVrng *sorn_vrng_normalize_$cn$IQ(SornElemType type, SornVrng *r, const SornVrng *def,
+                                     int32_t chword);
+SornVrng *sorn_vrng_normalize_$cn(SornElemType type, SornVrng *out, const SornVrng *in,
+                                  const SornVrng *def, int32_t chword);
+SornVrng *sorn_vrng_normalize_$cn$Q(SornElemType type, SornVrng *out, const SornVrng *in,
+                                    const SornVrng *def, int32_t chword);
+/* As _$cn$Q; a null out does nothing. */
+SornVrng *sorn_vrng_normalize_$cn$QS(SornElemType type, SornVrng *out, const SornVrng *in,
+                                     const SornVrng *def, int32_t chword);
+
+/* Channel c becomes bases[c] .. bases[c] + span(in[c]) * gains[c] (gain 1
+ * and base 0 when the arrays are null). Ranges that leave the type move
+ * back together while they fit, else the offending ends are rounded outward
+ * and saturated. SORN_ENOTSUP for u64, s64, f64 and code 15; SORN_EINVAL
+ * for other codes without a full range. */
+SornStatus sorn_vrng_scale_$cn$Q(SornElemType type, SornVrng *out, const SornVrng *in,
+                                 const double *gains, const double *bases, int32_t chword);
+/* The map x * gain + bias that takes from onto to; a span of from within
+ * 1.1920928955078125e-7 gives gain 1. */
+void sorn_vrng_solve(double *gain, double *bias, const SornVrng *to, const SornVrng *from);
+void sorn_vrng_solve_$cn(double *gains, double *biases, const SornVrng *to, const SornVrng *from,
+                         int32_t chword);
+
+/* Every channel takes the smallest lo and the largest hi (two channels or
+ * more); the x forms look at normalized, saturated copies of the channels. */
+SornVrng *sorn_vrng_equalize_$I(SornVrng *r, int32_t chword);
+SornVrng *sorn_vrng_equalize(SornVrng *out, const SornVrng *in, int32_t chword);
+SornVrng *sorn_vrng_xequalize_$I(SornElemType type, SornVrng *r, int32_t chword);
+SornVrng *sorn_vrng_xequalize(SornElemType type, SornVrng *out, const SornVrng *in,
+                              int32_t chword);
+
+int sorn_vrng_equalized(const SornVrng *r, int32_t chword);
+int sorn_vrng_equal_$cn(const SornVrng *a, const SornVrng *b, int32_t chword);
+int sorn_vrng_xequal_$cn(SornElemType type, const SornVrng *a, const SornVrng *b, int32_t chword);
+/* Both ends within 0 .. 2^(bits & 63) - 1 (unsigned) or -2^(bits-1) ..
+ * 2^(bits-1) - 1 formed in 32 bits (signed); with bits above dbits also a
+ * span |hi - lo| of at most 2^dbits - 1 (a negative dbits counts as 0). */
+int sorn_vrng_uxchk_$cn(const SornVrng *r, int32_t chword, int32_t bits, int32_t dbits);
+int sorn_vrng_sxchk_$cn(const SornVrng *r, int32_t chword, int32_t bits, int32_t dbits);
+int sorn_vrng_diffuxchk_$cn(const SornVrng *r, int32_t chword, int32_t dbits);
+/* Every span, rounded to an integer (negative as 0), is 0 or a power of two. */
+int sorn_vrng_m2chk_$cn(const SornVrng *r, int32_t chword);
 
 /* ======================================================================
  * Array arithmetic

@@ -52,6 +52,8 @@ static const struct HeaderLayoutEntry kLayout[] = {
     RECORD(SornStatus)
     RECORD(SornFlags)
     RECORD(SornElemType)
+    RECORD(SornVrng)
+    FIELD(SornVrng, lo) FIELD(SornVrng, hi)
 };
 
 size_t header_c99_layout(const struct HeaderLayoutEntry **out) {

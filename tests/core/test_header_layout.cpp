@@ -58,6 +58,8 @@ const Expected kExpected[] = {
     RECORD(SornStatus, 8)
     RECORD(SornFlags, 8)
     RECORD(SornElemType, 4)
+    RECORD(SornVrng, 16)
+    FIELD(SornVrng, lo, 0, 8) FIELD(SornVrng, hi, 8, 8)
 };
 
 #undef FIELD
