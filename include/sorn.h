@@ -1186,6 +1186,111 @@ SORN_SUM_TYPES(SORN_SUM_KERNEL_DECL)
 /* ---- stats: histogram, sum, mean ... go here ---- */
 
 /* ======================================================================
+ * Neighbourhood filters
+ * ====================================================================== */
+
+/* Real pixels around a region: none may be read (the region alone is
+ * offered), or only those inside the source's own site (not its parent's). */
+#define SORN_F_NOMARGIN   0x1000000ull
+#define SORN_F_SITEMARGIN 0x2000000ull
+
+/* ---------------- Window and border shapes ----------------
+ * Records of four cells like every vector of SornArray: depth, rows,
+ * columns, channels; cell 3 is always 0. A count n given with a record
+ * names the cells that take part: n above 3 acts as 3, and below 3 the
+ * last n of the three spatial cells (n = 2: rows and columns). The short
+ * vectors given with it (extents, boxes) hold just those n cells, in the
+ * same order, like the vectors that __sorn_dims__$gv widens. */
+
+/* A window: anchor is the window cell on the output pixel (negative counts
+ * back from the end); size its extent, where 1 is no extent, a negative
+ * value the region's extent plus that value, and 0 a size not given. */
+typedef struct SornSeShape {
+  int32_t anchor[4];
+  int32_t size[4];
+} SornSeShape;
+
+/* A border around a block: lo the cells before it as a negative offset
+ * (-lo cells), hi the cells after it; fill the value of each channel for
+ * const-border. */
+typedef struct SornBrShape {
+  int32_t lo[4];
+  int32_t hi[4];
+  double fill[4];
+} SornBrShape;
+
+/* A border request: a border kind (reflect101 when the request is null)
+ * and, for const-border, the value of each channel. */
+typedef struct SornBorderSpec {
+  uint32_t kind;
+  double value[4];
+} SornBorderSpec;
+
+/* The extents around a source: its own site and its parent's. */
+typedef struct SornSites {
+  SornVolume site;
+  SornVolume parsite;
+} SornSites;
+
+/* Normalises a window against the region's extents dims: relative sizes
+ * resolve, sizes that come to 0 or less become 1 with anchor 0, anchors
+ * come into the window, and a window of 1 along every used row and column
+ * cell becomes 5 by 5 with anchor 2, 2. Always 1. The copying form copies
+ * se to out first (a null se: out as it is). */
+int sorn_seshape__adjust_$gv$I(SornSeShape *se, int32_t n, const int32_t *dims);
+int sorn_seshape__adjust_$gv(SornSeShape *out, const SornSeShape *se, int32_t n,
+                             const int32_t *dims);
+/* anchor = size / 2 in cells 0 to min(n, 3) - 1, counted from the front. */
+SornSeShape *sorn_seshape_rstanchor_$gn(SornSeShape *se, int32_t n);
+
+/* The border a window needs: lo = -anchor, hi = size - anchor - 1. */
+SornBrShape *__sorn_brshape__$se(SornBrShape *br, const SornSeShape *se);
+/* The border between a needed box and the box that may be read: lo =
+ * needO - haveO, hi = needO + needS - (haveO + haveS). */
+SornBrShape *sorn_brshape__compute_$gv(SornBrShape *br, int32_t n, const int32_t *needO,
+                                       const int32_t *needS, const int32_t *haveO,
+                                       const int32_t *haveS);
+/* Fits a border into the room outer - inner: no room (or less) gives lo =
+ * -room, hi = 0; a room smaller than hi - lo shares it in proportion (lo =
+ * rint(f32(lo * room) / f32(hi - lo)), hi = room + lo). 0 when a cell ends
+ * with lo above 0 or hi below 0. The origins take no part. */
+int sorn_brshape__adjust_$gv$I(SornBrShape *br, int32_t n, const int32_t *outerO,
+                               const int32_t *outer, const int32_t *innerO, const int32_t *inner);
+int sorn_brshape__adjust_$gv(SornBrShape *out, const SornBrShape *br, int32_t n,
+                             const int32_t *outerO, const int32_t *outer, const int32_t *innerO,
+                             const int32_t *inner);
+
+/* Extents grown or shrunk by a window (size - 1) or a border (hi - lo);
+ * the forms with an output take a null dims as the output itself. */
+int32_t *sorn_volume__widen_$I$se(int32_t n, int32_t *dims, const SornSeShape *se);
+int32_t *sorn_volume__widen_$se(int32_t n, int32_t *out, const int32_t *dims,
+                                const SornSeShape *se);
+int32_t *sorn_volume__narrow_$I$se(int32_t n, int32_t *dims, const SornSeShape *se);
+int32_t *sorn_volume__narrow_$se(int32_t n, int32_t *out, const int32_t *dims,
+                                 const SornSeShape *se);
+int32_t *sorn_volume__widen_$I$br(int32_t n, int32_t *dims, const SornBrShape *br);
+int32_t *sorn_volume__widen_$br(int32_t n, int32_t *out, const int32_t *dims,
+                                const SornBrShape *br);
+int32_t *sorn_volume__narrow_$I$br(int32_t n, int32_t *dims, const SornBrShape *br);
+int32_t *sorn_volume__narrow_$br(int32_t n, int32_t *out, const int32_t *dims,
+                                 const SornBrShape *br);
+
+/* The box a window reads around a region, need (the region (origin, size),
+ * or site when size is null, widened by the window), and the part of it
+ * that may be read, avail: the region alone under SORN_F_NOMARGIN (the
+ * answer is then 0), else site under SORN_F_SITEMARGIN or parsite, cut to
+ * need. 1 when avail is all of need. A null site or parsite offers the
+ * region alone. The block form copies and cuts all four cells (a null roi
+ * is site) and widens and compares the three spatial ones. */
+int sorn__compute_roi_$se(SornFlags flags, int32_t n, int32_t *availO, int32_t *availS,
+                          int32_t *needO, int32_t *needS, const int32_t *origin,
+                          const int32_t *size, const SornSeShape *se, const SornVolume *site,
+                          const SornVolume *parsite);
+int sorn_compute_roi_$se(SornVolume *avail, SornVolume *need, SornFlags flags,
+                         const SornVolume *roi, const SornSeShape *se, const SornVolume *site,
+                         const SornVolume *parsite);
+
+/* ======================================================================
  * Matrix products
  * ====================================================================== */
 
