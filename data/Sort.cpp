@@ -70,6 +70,15 @@ void sort_pair(char *base, R r, KuCompareProc cmp, void *ctx) {
   if (cmp(base, base + r.size(), ctx) > 0) r.swap(base, base + r.size());
 }
 
+// The unchecked form of a sort: fewer than two records need nothing, two
+// take one comparison, more go to `kernel`.
+template <class Kernel, class R>
+void unchecked(Kernel kernel, char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
+  if (n < 2) return;
+  if (n == 2) return sort_pair(base, r, cmp, ctx);
+  kernel(base, n, r, cmp, ctx);
+}
+
 // Selection: each place takes the first of the strictly smallest records
 // after it. Not stable; n(n-1)/2 comparisons whatever the order.
 template <class R>
@@ -85,13 +94,9 @@ void select_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
   }
 }
 
-// The unchecked selection sort on a segment of any length.
-template <class R>
-void select_sort_nck(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
-  if (n < 2) return;
-  if (n == 2) return sort_pair(base, r, cmp, ctx);
+constexpr auto kSelectSort = [](char *base, size_t n, auto r, KuCompareProc cmp, void *ctx) {
   select_sort(base, n, r, cmp, ctx);
-}
+};
 
 // Heap sort with records numbered from 1: the heap is built from record
 // n / 2 down, then the root is swapped behind the shrinking heap.
@@ -138,13 +143,14 @@ void sort_three(char *base, R r, KuCompareProc cmp, void *ctx) {
   }
 }
 
-template <class R>
-void heap_sort_nck(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
-  if (n < 2) return;
-  if (n == 2) return sort_pair(base, r, cmp, ctx);
+constexpr auto kHeapSort = [](char *base, size_t n, auto r, KuCompareProc cmp, void *ctx) {
+  heap_sort(base, n, r, cmp, ctx);
+};
+// Unchecked, three records take the network rather than the heap.
+constexpr auto kHeapSortSmall = [](char *base, size_t n, auto r, KuCompareProc cmp, void *ctx) {
   if (n == 3) return sort_three(base, r, cmp, ctx);
   heap_sort(base, n, r, cmp, ctx);
-}
+};
 
 // Stable insertion sort. A record that moves further than its neighbour's
 // place waits in a buffer while the records it passes shift up by one; the
@@ -175,6 +181,10 @@ void insert_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
   }
   if (held != local) std::free(held);
 }
+
+constexpr auto kInsertSort = [](char *base, size_t n, auto r, KuCompareProc cmp, void *ctx) {
+  insert_sort(base, n, r, cmp, ctx);
+};
 
 // Quick sort on an explicit stack, without recursion.
 //
@@ -208,7 +218,7 @@ void quick_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
   uint32_t level = 0;
   for (;;) {
     if (m < 9) {
-      select_sort_nck(lo, m, r, cmp, ctx);
+      unchecked(kSelectSort, lo, m, r, cmp, ctx);
       if (depth == 0) return;
       --depth;
       lo = stack[depth].first;
@@ -252,7 +262,7 @@ void quick_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
 
     if (i != 0) {
       if (level > kDeepestLevel) {
-        heap_sort_nck(lo, m, r, cmp, ctx);
+        unchecked(kHeapSortSmall, lo, m, r, cmp, ctx);
         m = 0;
         continue;
       }
@@ -292,11 +302,15 @@ void quick_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
     lo += f;
     m -= (size_t)(f / sz);
     if (++level > kDeepestLevel && m >= 9) {
-      heap_sort_nck(lo, m, r, cmp, ctx);
+      unchecked(kHeapSortSmall, lo, m, r, cmp, ctx);
       m = 0;
     }
   }
 }
+
+constexpr auto kQuickSort = [](char *base, size_t n, auto r, KuCompareProc cmp, void *ctx) {
+  quick_sort(base, n, r, cmp, ctx);
+};
 
 // Checks shared by the four checked entries. Answers 1 when the kernel is
 // to run, else the status to return (0 or -1) through *status.
@@ -319,45 +333,22 @@ using namespace sorn::sort;
 
 // The three levels of each sort are spelled out by one macro, so that they
 // cannot differ in their checks: the kernel (n at least 3), the unchecked
-// entry (shorter sequences by hand) and the checked entry.
-#define SORN_SORT_LEVELS(Name, kernel, nck)                                                 \
-  void __Ku##Name(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx) {        \
-    with_record(size, [&](auto r) { kernel((char *)base, n, r, cmp, ctx); });               \
-  }                                                                                         \
-  void Ku##Name##_nck(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx) {    \
-    with_record(size, [&](auto r) { nck((char *)base, n, r, cmp, ctx); });                  \
-  }                                                                                         \
-  int Ku##Name(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx) {           \
-    int status;                                                                             \
-    if (!checked_start(base, n, size, cmp, &status)) return status;                         \
-    with_record(size, [&](auto r) {                                                         \
-      if (n == 2)                                                                           \
-        sort_pair((char *)base, r, cmp, ctx);                                               \
-      else                                                                                  \
-        kernel((char *)base, n, r, cmp, ctx);                                               \
-    });                                                                                     \
-    return 0;                                                                               \
+// entry (shorter sequences by hand, then `small`) and the checked entry.
+#define SORN_SORT_LEVELS(Name, kernel, small)                                            \
+  void __Ku##Name(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx) {     \
+    with_record(size, [&](auto r) { kernel((char *)base, n, r, cmp, ctx); });            \
+  }                                                                                      \
+  void Ku##Name##_nck(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx) { \
+    with_record(size, [&](auto r) { unchecked(small, (char *)base, n, r, cmp, ctx); });  \
+  }                                                                                      \
+  int Ku##Name(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx) {        \
+    int status;                                                                          \
+    if (!checked_start(base, n, size, cmp, &status)) return status;                      \
+    with_record(size, [&](auto r) { unchecked(kernel, (char *)base, n, r, cmp, ctx); }); \
+    return 0;                                                                            \
   }
 
-namespace sorn::sort {
-namespace {
-// Unchecked forms: fewer than two records need nothing, two one comparison.
-template <class R>
-void quick_sort_nck(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
-  if (n < 2) return;
-  if (n == 2) return sort_pair(base, r, cmp, ctx);
-  quick_sort(base, n, r, cmp, ctx);
-}
-template <class R>
-void insert_sort_nck(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
-  if (n < 2) return;
-  if (n == 2) return sort_pair(base, r, cmp, ctx);
-  insert_sort(base, n, r, cmp, ctx);
-}
-}  // namespace
-}  // namespace sorn::sort
-
-SORN_SORT_LEVELS(QuickSort, quick_sort, quick_sort_nck)
-SORN_SORT_LEVELS(HeapSort, heap_sort, heap_sort_nck)
-SORN_SORT_LEVELS(InsertSort, insert_sort, insert_sort_nck)
-SORN_SORT_LEVELS(SelectSort, select_sort, select_sort_nck)
+SORN_SORT_LEVELS(QuickSort, kQuickSort, kQuickSort)
+SORN_SORT_LEVELS(HeapSort, kHeapSort, kHeapSortSmall)
+SORN_SORT_LEVELS(InsertSort, kInsertSort, kInsertSort)
+SORN_SORT_LEVELS(SelectSort, kSelectSort, kSelectSort)

@@ -30,6 +30,16 @@ void widen_box(const Cells &c, int32_t *needO, int32_t *needS, const SornSeShape
   sorn_volume__widen_$I$se(c.count, needS, se);
 }
 
+// Extents stepped by a border: dims - sub + add over the used cells (a
+// null dims is out itself). Widening subtracts lo and adds hi, narrowing
+// the other way round.
+int32_t *step_extent(int32_t n, int32_t *out, const int32_t *dims, const int32_t *sub,
+                     const int32_t *add) {
+  const Cells c = cells_of(n);
+  sorn_vec__sub(c.count, out, dims ? dims : out, sub + c.first);
+  return sorn_vec__add_$I(c.count, out, add + c.first);
+}
+
 }  // namespace
 
 SornBrShape *__sorn_brshape__$se(SornBrShape *br, const SornSeShape *se) {
@@ -86,23 +96,19 @@ int sorn_brshape__adjust_$gv(SornBrShape *out, const SornBrShape *br, int32_t n,
 }
 
 int32_t *sorn_volume__widen_$br(int32_t n, int32_t *out, const int32_t *dims, const SornBrShape *br) {
-  const Cells c = cells_of(n);
-  sorn_vec__sub(c.count, out, dims ? dims : out, br->lo + c.first);
-  return sorn_vec__add_$I(c.count, out, br->hi + c.first);
+  return step_extent(n, out, dims, br->lo, br->hi);
 }
 
 int32_t *sorn_volume__widen_$I$br(int32_t n, int32_t *dims, const SornBrShape *br) {
-  return sorn_volume__widen_$br(n, dims, dims, br);
+  return step_extent(n, dims, dims, br->lo, br->hi);
 }
 
 int32_t *sorn_volume__narrow_$br(int32_t n, int32_t *out, const int32_t *dims, const SornBrShape *br) {
-  const Cells c = cells_of(n);
-  sorn_vec__add(c.count, out, dims ? dims : out, br->lo + c.first);
-  return sorn_vec__sub_$I(c.count, out, br->hi + c.first);
+  return step_extent(n, out, dims, br->hi, br->lo);
 }
 
 int32_t *sorn_volume__narrow_$I$br(int32_t n, int32_t *dims, const SornBrShape *br) {
-  return sorn_volume__narrow_$br(n, dims, dims, br);
+  return step_extent(n, dims, dims, br->hi, br->lo);
 }
 
 // The box of pixels a window reads around a region (need), and the part of
