@@ -71,18 +71,22 @@ inline Key key_of(const std::vector<int64_t> &sorted) { return {sorted.front(), 
 // Every distinct set that is a connected component of the pixels at or
 // below some level; kept are those of at least minsize pixels, and the
 // whole of the graph when keep_top. Parents are the smallest kept sets
-// around them.
+// around them. Components of one level are found by a breadth-first search
+// of their own, level by level, and nothing is carried from one level to
+// the next, so that the tree owes nothing to the way a flooding builds it.
 inline std::vector<Node> component_tree(const Graph &g, size_t minsize, bool keep_top) {
   std::vector<int> levels = g.level;
   std::sort(levels.begin(), levels.end());
   levels.erase(std::unique(levels.begin(), levels.end()), levels.end());
   std::map<Key, Node> found;
   const size_t n = g.ids.size();
+  std::vector<char> seen(n);
+  std::vector<int> comp;
   for (int t : levels) {
-    std::vector<char> seen(n, 0);
+    std::fill(seen.begin(), seen.end(), 0);
     for (size_t s = 0; s < n; ++s) {
       if (seen[s] || g.level[s] > t) continue;
-      std::vector<int> comp{(int)s};
+      comp.assign(1, (int)s);
       seen[s] = 1;
       for (size_t at = 0; at < comp.size(); ++at)
         for (int q : g.adj[comp[at]])
@@ -90,28 +94,38 @@ inline std::vector<Node> component_tree(const Graph &g, size_t minsize, bool kee
             seen[q] = 1;
             comp.push_back(q);
           }
+      if (comp.size() < minsize && !(keep_top && comp.size() == n)) continue;
       Node node;
+      node.pixels.reserve(comp.size());
       for (int c : comp) {
         node.pixels.push_back(g.ids[c]);
         node.level = std::max(node.level, g.level[c]);
       }
       std::sort(node.pixels.begin(), node.pixels.end());
-      found.emplace(key_of(node.pixels), std::move(node));
+      const Key k = key_of(node.pixels);
+      if (!found.count(k)) found.emplace(k, std::move(node));
     }
   }
   std::vector<Node> kept;
-  for (auto &kv : found)
-    if (kv.second.pixels.size() >= minsize || (keep_top && kv.second.pixels.size() == n))
-      kept.push_back(kv.second);
-  for (size_t a = 0; a < kept.size(); ++a) {
-    size_t best = SIZE_MAX;
-    for (size_t b = 0; b < kept.size(); ++b) {
-      if (kept[b].pixels.size() <= kept[a].pixels.size()) continue;
-      if (!std::binary_search(kept[b].pixels.begin(), kept[b].pixels.end(), kept[a].pixels[0]))
-        continue;
-      if (best == SIZE_MAX || kept[b].pixels.size() < kept[best].pixels.size()) best = b;
+  kept.reserve(found.size());
+  for (auto &kv : found) kept.push_back(std::move(kv.second));
+  // The sets are nested or apart: the parent of a set is the smallest
+  // larger set that holds its first pixel. For each first pixel, the sets
+  // that hold it.
+  std::unordered_map<int64_t, std::vector<int>> holding;
+  for (const Node &k : kept) holding[k.pixels.front()];
+  for (size_t b = 0; b < kept.size(); ++b)
+    for (int64_t p : kept[b].pixels) {
+      auto it = holding.find(p);
+      if (it != holding.end()) it->second.push_back((int)b);
     }
-    kept[a].parent = best == SIZE_MAX ? -1 : (int)best;
+  for (Node &a : kept) {
+    int best = -1;
+    for (int b : holding[a.pixels.front()])
+      if (kept[b].pixels.size() > a.pixels.size() &&
+          (best < 0 || kept[b].pixels.size() < kept[best].pixels.size()))
+        best = b;
+    a.parent = best;
   }
   return kept;
 }
