@@ -95,6 +95,9 @@ inline std::vector<Node> component_tree(const Graph &g, size_t minsize, bool kee
             comp.push_back(q);
           }
       if (comp.size() < minsize && !(keep_top && comp.size() == n)) continue;
+      int64_t first = g.ids[comp[0]];
+      for (int c : comp) first = std::min(first, g.ids[c]);
+      if (found.count({first, comp.size()})) continue;  // the same set as at a lower level
       Node node;
       node.pixels.reserve(comp.size());
       for (int c : comp) {
@@ -102,8 +105,7 @@ inline std::vector<Node> component_tree(const Graph &g, size_t minsize, bool kee
         node.level = std::max(node.level, g.level[c]);
       }
       std::sort(node.pixels.begin(), node.pixels.end());
-      const Key k = key_of(node.pixels);
-      if (!found.count(k)) found.emplace(k, std::move(node));
+      found.emplace(key_of(node.pixels), std::move(node));
     }
   }
   std::vector<Node> kept;
