@@ -12,7 +12,7 @@
 #include <cstring>
 #include <functional>
 #include <map>
-#include <set>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -139,17 +139,27 @@ inline const SornSTBops *logging_ops() {
   return &table.stbl.hdr;
 }
 
-// What the log must show of a run that flooded 'pixels' (row, column, level
-// in the run's polarity) and left 'nodes' regions in its tree: start first
-// and finish last, once each; the bottom region made first and never used
-// again; every region accumulated into or merged made before; an absorbed
-// region never seen again; levels that rise from the absorbed to the
-// survivor and never fall below a point given; every pixel given once, in
-// batches of 1 to 16 (unless fewer than 16 were flooded: they stay in the
-// flooding's small region and never reach the builder); and one merge for
-// each node under the root.
-inline void check_calls(const CallLog &log, const std::map<std::pair<int32_t, int32_t>, int> &pixels,
-                        size_t nodes) {
+// The pixels a run flooded: the level of each, in the run's polarity, by
+// row and column of the frame, -1 where the run did not reach.
+struct Flooded {
+  int32_t rows = 0, cols = 0;
+  std::vector<int> level;
+  size_t count = 0;
+  int at(int32_t r, int32_t c) const {
+    if (r < 0 || r >= rows || c < 0 || c >= cols) return -1;
+    return level[(size_t)r * cols + c];
+  }
+};
+
+// What the log must show of a run that flooded 'pixels' and left 'nodes'
+// regions in its tree: start first and finish last, once each; the bottom
+// region made first and never used again; every region accumulated into
+// or merged made before; an absorbed region never seen again; levels that
+// rise from the absorbed to the survivor and never fall below a point
+// given; every pixel given once, in batches of 1 to 16 (unless fewer than
+// 16 were flooded: they stay in the flooding's small region and never
+// reach the builder); and one merge for each node under the root.
+inline void check_calls(const CallLog &log, const Flooded &pixels, size_t nodes) {
   const std::vector<Call> &c = log.calls;
   ASSERT_GE(c.size(), 3u);
   ASSERT_EQ(c.front().kind, Call::kStart);
@@ -157,9 +167,9 @@ inline void check_calls(const CallLog &log, const std::map<std::pair<int32_t, in
   ASSERT_EQ(c[1].kind, Call::kNewRegion);
   ASSERT_EQ(c[1].b, nullptr) << "the bottom region is a new one";
   const SornWTSRegion *bottom = c[1].a;
-  std::set<const SornWTSRegion *> made{bottom}, gone;
-  std::set<std::pair<int32_t, int32_t>> given;
-  size_t merges = 0;
+  std::unordered_set<const SornWTSRegion *> made{bottom}, gone;
+  std::vector<char> given((size_t)pixels.rows * pixels.cols, 0);
+  size_t ngiven = 0, merges = 0;
   for (size_t i = 2; i + 1 < c.size(); ++i) {
     const Call &k = c[i];
     ASSERT_NE(k.kind, Call::kStart) << "call " << i;
@@ -176,11 +186,14 @@ inline void check_calls(const CallLog &log, const std::map<std::pair<int32_t, in
       ASSERT_GE(k.points.size(), 1u) << "call " << i;
       ASSERT_LE(k.points.size(), 16u) << "call " << i;
       for (const auto &p : k.points) {
-        auto it = pixels.find(p);
-        ASSERT_NE(it, pixels.end()) << "call " << i << ": a point outside the flooded pixels, "
-                                    << p.first << "," << p.second;
-        ASSERT_TRUE(given.insert(p).second) << "call " << i << ": a pixel given twice";
-        ASSERT_LE(it->second, (int)k.alevel) << "call " << i << ": a point above its region";
+        const int level = pixels.at(p.first, p.second);
+        ASSERT_GE(level, 0) << "call " << i << ": a point outside the flooded pixels, "
+                            << p.first << "," << p.second;
+        char &g = given[(size_t)p.first * pixels.cols + p.second];
+        ASSERT_EQ(g, 0) << "call " << i << ": a pixel given twice";
+        g = 1;
+        ++ngiven;
+        ASSERT_LE(level, (int)k.alevel) << "call " << i << ": a point above its region";
       }
     } else {
       ASSERT_TRUE(made.count(k.b)) << "call " << i;
@@ -192,7 +205,7 @@ inline void check_calls(const CallLog &log, const std::map<std::pair<int32_t, in
       ++merges;
     }
   }
-  EXPECT_EQ(given.size(), pixels.size() < 16 ? 0 : pixels.size())
+  EXPECT_EQ(ngiven, pixels.count < 16 ? 0 : pixels.count)
       << "every flooded pixel reaches the builder once";
   EXPECT_EQ(merges, nodes == 0 ? 0 : nodes - 1);
 }
@@ -257,6 +270,71 @@ struct PlainRun {
     std::sort(px.begin(), px.end());
     got.nodes[me].pixels = px;
     return me;
+  }
+};
+
+// ---------------------------------------------------------------- the reference
+
+// A plain run over a (sub)image given as levels: where it starts and what
+// it reaches.
+struct PlainCase {
+  int rows, cols;
+  std::vector<uint8_t> img;   // the flooded pixels, dense
+  std::vector<uint8_t> mask;  // empty: none
+  uint8_t excl = 0;
+  int seedrow = 0, seedcol = 0;
+  bool eight = false;
+  uint8_t pm = 0;
+
+  // The seed search and top-row trimming as a user reads them.
+  bool locate(int &trim, int &sr, int &sc) const {
+    trim = 0;
+    sr = seedrow;
+    sc = seedcol;
+    if (mask.empty()) return true;
+    long start = (long)seedrow * cols + seedcol, n = (long)rows * cols, f = -1;
+    for (long i = start; i < n && f < 0; ++i)
+      if (mask[i] != excl) f = i;
+    if (f < 0 && start != 0)
+      for (long i = 0; i < start && f < 0; ++i)
+        if (mask[i] != excl) f = i;
+    if (f < 0) return false;
+    sr = (int)(f / cols);
+    sc = (int)(f % cols);
+    if (start == 0 && sr > 0) {
+      trim = sr;
+      sr = 0;
+    }
+    return true;
+  }
+
+  // The pixels the flooding reaches, by id in the trimmed frame, and the
+  // same as (row, column) with their levels.
+  wts_ref::Graph graph(int trim, int sr, int sc) const {
+    const int R = rows - trim, C = cols;
+    auto allowed = [&](int64_t id) {
+      return mask.empty() || mask[(size_t)(id + (int64_t)trim * C)] != excl;
+    };
+    auto next = [&](int64_t id, std::vector<int64_t> &out) {
+      int r = (int)(id / C), c = (int)(id % C);
+      for (int dr = -1; dr <= 1; ++dr)
+        for (int dc = -1; dc <= 1; ++dc) {
+          if ((dr == 0 && dc == 0) || (!eight && dr != 0 && dc != 0)) continue;
+          int rr = r + dr, cc = c + dc;
+          if (rr >= 0 && rr < R && cc >= 0 && cc < C) out.push_back((int64_t)rr * C + cc);
+        }
+    };
+    auto level = [&](int64_t id) { return (int)(img[(size_t)(id + (int64_t)trim * C)] ^ pm); };
+    return wts_ref::reach((int64_t)sr * C + sc, allowed, next, level);
+  }
+  Flooded flooded(const wts_ref::Graph &g, int trim) const {
+    Flooded f;
+    f.rows = rows - trim;
+    f.cols = cols;
+    f.level.assign((size_t)f.rows * cols, -1);
+    for (size_t i = 0; i < g.ids.size(); ++i) f.level[(size_t)g.ids[i]] = g.level[i];
+    f.count = g.ids.size();
+    return f;
   }
 };
 

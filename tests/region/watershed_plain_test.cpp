@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <map>
 #include <vector>
 
 #include "plain_run.h"
@@ -22,6 +21,7 @@ using sorn_test::make_roi;
 
 namespace {
 
+using plain_run::PlainCase;
 using plain_run::PlainRun;
 
 bool same_mark(const KuMark &a, const KuMark &b) {
@@ -31,65 +31,6 @@ bool same_mark(const KuMark &a, const KuMark &b) {
 SornArray u8_record(std::vector<uint8_t> &img, int rows, int cols) {
   return make_record(img.data(), rows, cols, 1, SORN_U8, cols);
 }
-
-// The reference tree of a plain run over a (sub)image given as levels.
-struct PlainCase {
-  int rows, cols;
-  std::vector<uint8_t> img;   // the flooded pixels, dense
-  std::vector<uint8_t> mask;  // empty: none
-  uint8_t excl = 0;
-  int seedrow = 0, seedcol = 0;
-  bool eight = false;
-  uint8_t pm = 0;
-
-  // The seed search and top-row trimming as a user reads them.
-  bool locate(int &trim, int &sr, int &sc) const {
-    trim = 0;
-    sr = seedrow;
-    sc = seedcol;
-    if (mask.empty()) return true;
-    long start = (long)seedrow * cols + seedcol, n = (long)rows * cols, f = -1;
-    for (long i = start; i < n && f < 0; ++i)
-      if (mask[i] != excl) f = i;
-    if (f < 0 && start != 0)
-      for (long i = 0; i < start && f < 0; ++i)
-        if (mask[i] != excl) f = i;
-    if (f < 0) return false;
-    sr = (int)(f / cols);
-    sc = (int)(f % cols);
-    if (start == 0 && sr > 0) {
-      trim = sr;
-      sr = 0;
-    }
-    return true;
-  }
-
-  // The pixels the flooding reaches, by id in the trimmed frame, and the
-  // same as (row, column) with their levels.
-  wts_ref::Graph graph(int trim, int sr, int sc) const {
-    const int R = rows - trim, C = cols;
-    auto allowed = [&](int64_t id) {
-      return mask.empty() || mask[(size_t)(id + (int64_t)trim * C)] != excl;
-    };
-    auto next = [&](int64_t id, std::vector<int64_t> &out) {
-      int r = (int)(id / C), c = (int)(id % C);
-      for (int dr = -1; dr <= 1; ++dr)
-        for (int dc = -1; dc <= 1; ++dc) {
-          if ((dr == 0 && dc == 0) || (!eight && dr != 0 && dc != 0)) continue;
-          int rr = r + dr, cc = c + dc;
-          if (rr >= 0 && rr < R && cc >= 0 && cc < C) out.push_back((int64_t)rr * C + cc);
-        }
-    };
-    auto level = [&](int64_t id) { return (int)(img[(size_t)(id + (int64_t)trim * C)] ^ pm); };
-    return wts_ref::reach((int64_t)sr * C + sc, allowed, next, level);
-  }
-  std::map<std::pair<int32_t, int32_t>, int> flooded(const wts_ref::Graph &g) const {
-    std::map<std::pair<int32_t, int32_t>, int> m;
-    for (size_t i = 0; i < g.ids.size(); ++i)
-      m[{(int32_t)(g.ids[i] / cols), (int32_t)(g.ids[i] % cols)}] = g.level[i];
-    return m;
-  }
-};
 
 // Runs one random case through the public entries in a padded buffer with an
 // ROI away from the origin.
@@ -168,7 +109,7 @@ void run_random_case(std::mt19937_64 &rng, bool with_mask, bool rank4) {
   SCOPED_TRACE(testing::Message() << rows << "x" << cols << " seed " << pc.seedrow << ","
                                   << pc.seedcol << " mask " << with_mask << " conn "
                                   << run.st.connectivity << " pol " << run.st.polarity);
-  plain_run::check_calls(run.log, pc.flooded(g), ref.size() < 2 ? 0 : ref.size());
+  plain_run::check_calls(run.log, pc.flooded(g, trim), ref.size() < 2 ? 0 : ref.size());
   if (ref.size() < 2) {
     EXPECT_EQ(run.root(), nullptr);
     return;
@@ -350,7 +291,7 @@ TEST(WatershedPlain, OneRowAndOneColumnStayInsideTheirRoi) {
     const wts_ref::Graph g = pc.graph(0, pc.seedrow, pc.seedcol);
     ASSERT_EQ(g.ids.size(), (size_t)len) << "the whole line is reachable, nothing more";
     const std::vector<wts_ref::Node> ref = wts_ref::component_tree(g, 16, false);
-    plain_run::check_calls(run.log, pc.flooded(g), ref.size() < 2 ? 0 : ref.size());
+    plain_run::check_calls(run.log, pc.flooded(g, 0), ref.size() < 2 ? 0 : ref.size());
     if (ref.size() < 2) {
       EXPECT_EQ(run.root(), nullptr) << "nothing merged";
       continue;
