@@ -20,32 +20,10 @@ using sorn_test::make_roi;
 
 namespace {
 
-using Entry = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
-                             const SornArray *, const SornVolume *, const SornVolume *,
-                             const SornVolume *, int32_t, uint32_t);
-using EntryC = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
-                              const double *, const SornVolume *, const SornVolume *, int32_t,
-                              uint32_t);
-
-struct Family {
-  const char *name;
-  Entry entry;
-  EntryC entry_c;
-  Op op;
-  bool sat, signed_sat;
-};
-
-const Family kFamilies[] = {
-    {"Add", &SornAdd, &SornAddC, Op::Add, false, false},
-    {"Addq", &SornAddq, &SornAddqC, Op::Add, true, false},
-    {"Addsq", &SornAddsq, &SornAddsqC, Op::Add, true, true},
-    {"Sub", &SornSub, &SornSubC, Op::Sub, false, false},
-    {"Subq", &SornSubq, &SornSubqC, Op::Sub, true, false},
-    {"Subsq", &SornSubsq, &SornSubsqC, Op::Sub, true, true},
-    {"RSub", &SornRSub, &SornRSubC, Op::RSub, false, false},
-    {"RSubq", &SornRSubq, &SornRSubqC, Op::RSub, true, false},
-    {"RSubsq", &SornRSubsq, &SornRSubsqC, Op::RSub, true, true},
-};
+using addsub_ref::Entry;
+using addsub_ref::EntryC;
+using addsub_ref::Family;
+using addsub_ref::kFamilies;
 
 void fill_random(std::mt19937_64 &rng, Image &im) {
   for (int32_t y = 0; y < im.rows(); ++y)

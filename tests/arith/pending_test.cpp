@@ -24,27 +24,9 @@ using sorn_test::make_roi;
 
 namespace {
 
-using Entry = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
-                             const SornArray *, const SornVolume *, const SornVolume *,
-                             const SornVolume *, int32_t, uint32_t);
-using EntryC = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
-                              const double *, const SornVolume *, const SornVolume *, int32_t,
-                              uint32_t);
-
-struct Family {
-  const char *name;
-  Entry entry;
-  EntryC entry_c;
-  bool signed_sat;
-};
-
-const Family kFamilies[] = {
-    {"Add", &SornAdd, &SornAddC, false},       {"Addq", &SornAddq, &SornAddqC, false},
-    {"Addsq", &SornAddsq, &SornAddsqC, true},  {"Sub", &SornSub, &SornSubC, false},
-    {"Subq", &SornSubq, &SornSubqC, false},    {"Subsq", &SornSubsq, &SornSubsqC, true},
-    {"RSub", &SornRSub, &SornRSubC, false},    {"RSubq", &SornRSubq, &SornRSubqC, false},
-    {"RSubsq", &SornRSubsq, &SornRSubsqC, true},
-};
+using addsub_ref::Entry;
+using addsub_ref::Family;
+using addsub_ref::kFamilies;
 
 // Shapes around the first rung of the tile ladder (32 elements a row after
 // the fold, then 33), with channels, and a long row.

@@ -30,24 +30,6 @@ using mser_ref::Shape;
 
 // ---------------------------------------------------------------- images
 
-// Smooth noise over cells of 'cell' pixels with grain: basins and ridges of
-// many levels, as in photographs.
-std::vector<uint8_t> texture(std::mt19937_64 &rng, int rows, int cols, int cell, int grain) {
-  const int gr = rows / cell + 2, gc = cols / cell + 2;
-  std::vector<int> grid((size_t)gr * gc);
-  for (int &g : grid) g = (int)(rng() % 230);
-  std::vector<uint8_t> img((size_t)rows * cols);
-  for (int r = 0; r < rows; ++r)
-    for (int c = 0; c < cols; ++c) {
-      const int y = r / cell, x = c / cell, wy = r % cell, wx = c % cell;
-      const int *g0 = &grid[(size_t)y * gc + x], *g1 = g0 + gc;
-      const int top = g0[0] * (cell - wx) + g0[1] * wx, bot = g1[0] * (cell - wx) + g1[1] * wx;
-      const int v = (top * (cell - wy) + bot * wy) / (cell * cell) + (int)(rng() % (grain + 1));
-      img[(size_t)r * cols + c] = (uint8_t)std::min(v, 255);
-    }
-  return img;
-}
-
 // Flat shapes of several levels on a slanted background: regions that stay
 // the same set over many levels, nested or side by side.
 std::vector<uint8_t> shapes(std::mt19937_64 &rng, int rows, int cols) {
@@ -76,8 +58,8 @@ std::vector<uint8_t> shapes(std::mt19937_64 &rng, int rows, int cols) {
 std::vector<uint8_t> any_image(std::mt19937_64 &rng, int rows, int cols) {
   switch (rng() % 4) {
     case 0: return wts_ref::random_levels(rng, rows, cols);
-    case 1: return texture(rng, rows, cols, 3 + (int)(rng() % 8), (int)(rng() % 12));
-    case 2: return texture(rng, rows, cols, 2, 40);
+    case 1: return wts_ref::smooth_noise(rng, rows, cols, 3 + (int)(rng() % 8), 230, (int)(rng() % 12));
+    case 2: return wts_ref::smooth_noise(rng, rows, cols, 2, 230, 40);
     default: return shapes(rng, rows, cols);
   }
 }

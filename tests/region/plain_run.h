@@ -288,24 +288,7 @@ struct PlainCase {
 
   // The seed search and top-row trimming as a user reads them.
   bool locate(int &trim, int &sr, int &sc) const {
-    trim = 0;
-    sr = seedrow;
-    sc = seedcol;
-    if (mask.empty()) return true;
-    long start = (long)seedrow * cols + seedcol, n = (long)rows * cols, f = -1;
-    for (long i = start; i < n && f < 0; ++i)
-      if (mask[i] != excl) f = i;
-    if (f < 0 && start != 0)
-      for (long i = 0; i < start && f < 0; ++i)
-        if (mask[i] != excl) f = i;
-    if (f < 0) return false;
-    sr = (int)(f / cols);
-    sc = (int)(f % cols);
-    if (start == 0 && sr > 0) {
-      trim = sr;
-      sr = 0;
-    }
-    return true;
+    return wts_ref::locate_seed(mask, excl, rows, cols, seedrow, seedcol, trim, sr, sc);
   }
 
   // The pixels the flooding reaches, by id in the trimmed frame, and the

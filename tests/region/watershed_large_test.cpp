@@ -34,19 +34,7 @@ constexpr int kRows = 560, kCols = 510;
 // Smooth noise on 12-pixel cells with grain: levels in long runs and
 // basins of every size, as in photographs.
 std::vector<uint8_t> texture(std::mt19937_64 &rng) {
-  const int cell = 12, gr = kRows / cell + 2, gc = kCols / cell + 2;
-  std::vector<int> grid((size_t)gr * gc);
-  for (int &g : grid) g = (int)(rng() % 200);
-  std::vector<uint8_t> img((size_t)kRows * kCols);
-  for (int r = 0; r < kRows; ++r)
-    for (int c = 0; c < kCols; ++c) {
-      const int y = r / cell, x = c / cell, wy = r % cell, wx = c % cell;
-      const int *g0 = &grid[(size_t)y * gc + x], *g1 = g0 + gc;
-      const int top = g0[0] * (cell - wx) + g0[1] * wx, bot = g1[0] * (cell - wx) + g1[1] * wx;
-      const int v = (top * (cell - wy) + bot * wy) / (cell * cell) + (int)(rng() % 9);
-      img[(size_t)r * kCols + c] = (uint8_t)v;
-    }
-  return img;
+  return wts_ref::smooth_noise(rng, kRows, kCols, 12, 200, 8);
 }
 
 // Few levels in blocks and noise: many equal neighbours and long lists.

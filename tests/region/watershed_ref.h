@@ -162,6 +162,54 @@ inline void expect_same(const Got &got, const std::vector<Node> &ref) {
   }
 }
 
+// Where a masked flooding starts, as a user reads the rules: from the seed
+// on in raster order to the first pixel inside (the mask byte differs from
+// excl), then from the top up to the seed unless the seed was (0, 0); false
+// when no pixel is inside. A run from (0, 0) drops the rows wholly outside
+// before the one found: trim, and the seed's row counts from there. Without
+// a mask the seed stands.
+inline bool locate_seed(const std::vector<uint8_t> &mask, uint8_t excl, int rows, int cols,
+                        int seedrow, int seedcol, int &trim, int &sr, int &sc) {
+    trim = 0;
+    sr = seedrow;
+    sc = seedcol;
+    if (mask.empty()) return true;
+    long start = (long)seedrow * cols + seedcol, n = (long)rows * cols, f = -1;
+    for (long i = start; i < n && f < 0; ++i)
+      if (mask[i] != excl) f = i;
+    if (f < 0 && start != 0)
+      for (long i = 0; i < start && f < 0; ++i)
+        if (mask[i] != excl) f = i;
+    if (f < 0) return false;
+    sr = (int)(f / cols);
+    sc = (int)(f % cols);
+    if (start == 0 && sr > 0) {
+      trim = sr;
+      sr = 0;
+    }
+    return true;
+}
+
+// Smooth noise over cells of 'cell' pixels, levels below 'span', with up to
+// 'grain' added to each pixel: basins and ridges of every size, as in
+// photographs.
+inline std::vector<uint8_t> smooth_noise(std::mt19937_64 &rng, int rows, int cols, int cell,
+                                         int span, int grain) {
+  const int gr = rows / cell + 2, gc = cols / cell + 2;
+  std::vector<int> grid((size_t)gr * gc);
+  for (int &g : grid) g = (int)(rng() % (uint64_t)span);
+  std::vector<uint8_t> img((size_t)rows * cols);
+  for (int r = 0; r < rows; ++r)
+    for (int c = 0; c < cols; ++c) {
+      const int y = r / cell, x = c / cell, wy = r % cell, wx = c % cell;
+      const int *g0 = &grid[(size_t)y * gc + x], *g1 = g0 + gc;
+      const int top = g0[0] * (cell - wx) + g0[1] * wx, bot = g1[0] * (cell - wx) + g1[1] * wx;
+      const int v = (top * (cell - wy) + bot * wy) / (cell * cell) + (int)(rng() % (uint64_t)(grain + 1));
+      img[(size_t)r * cols + c] = (uint8_t)std::min(v, 255);
+    }
+  return img;
+}
+
 // Images with few grey levels, some in blocks, some as noise.
 inline std::vector<uint8_t> random_levels(std::mt19937_64 &rng, int rows, int cols) {
   int nlev = 2 + (int)(rng() % 4);
