@@ -12,8 +12,6 @@
 #include <sorn.h>
 
 #include <algorithm>
-#include <cmath>
-#include <cstring>
 #include <map>
 #include <random>
 #include <vector>
@@ -55,6 +53,7 @@ std::vector<uint8_t> shapes(std::mt19937_64 &rng, int rows, int cols) {
   return img;
 }
 
+// One of the kinds above, or few levels in blocks and noise.
 std::vector<uint8_t> any_image(std::mt19937_64 &rng, int rows, int cols) {
   switch (rng() % 4) {
     case 0: return wts_ref::random_levels(rng, rows, cols);
@@ -75,8 +74,8 @@ struct Setting {
 };
 
 // The brute-force tree of one pass, as the form builds it.
-std::vector<wts_ref::Node> build_reference_tree(const std::vector<uint8_t> &img, int rows, int cols,
-                                          const Setting &s, bool f, bool bright) {
+std::vector<wts_ref::Node> build_reference_tree(const std::vector<uint8_t> &img, int rows,
+                                                int cols, const Setting &s, bool f, bool bright) {
   const int64_t R = rows, C = cols, n = R * C;
   const int pm = bright ? 0xFF : 0;
   const int sh = f ? std::min<int>(s.shift & 0xFF, 8) : 0;
