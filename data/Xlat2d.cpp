@@ -80,17 +80,18 @@ bool step_of(const uint8_t *tab, Step *s) {
 }
 
 template <bool InId, bool OutId>
+void step_row(uint8_t *__restrict o, const uint8_t *__restrict x, ptrdiff_t len, const Step s) {
+  for (ptrdiff_t i = 0; i < len; ++i) {
+    const uint8_t v = x[i];
+    const bool in = (uint8_t)(v - s.lo) <= s.span;
+    o[i] = in ? (InId ? v : s.in) : (OutId ? v : s.out);
+  }
+}
+
+template <bool InId, bool OutId>
 void step_rows(uint8_t *d, const uint8_t *src, ptrdiff_t dstep, ptrdiff_t sstep, int32_t rows,
                ptrdiff_t len, const Step &s) {
-  for (int32_t y = 0; y < rows; ++y) {
-    uint8_t *__restrict o = d + y * dstep;
-    const uint8_t *__restrict x = src + y * sstep;
-    for (ptrdiff_t i = 0; i < len; ++i) {
-      const uint8_t v = x[i];
-      const bool in = (uint8_t)(v - s.lo) <= s.span;
-      o[i] = in ? (InId ? v : s.in) : (OutId ? v : s.out);
-    }
-  }
+  for (int32_t y = 0; y < rows; ++y) step_row<InId, OutId>(d + y * dstep, src + y * sstep, len, s);
 }
 
 void lookup_rows(uint8_t *const *tables, uint8_t *d, const uint8_t *src, ptrdiff_t dstep,
