@@ -1452,6 +1452,143 @@ SORN_SUM_TYPES(SORN_SUM_KERNEL_DECL)
 #undef SORN_SUM_KERNEL_DECL
 #undef SORN_SUM_KERNEL_DECL1
 
+/* ---------------- Minimum and maximum ----------------
+ * The smallest and largest value of each channel of a region, and where
+ * they first occur. Rows and pixels are walked in address order; an
+ * extreme is replaced only by a strictly better value, so ties go to the
+ * first occurrence. f32 NaN never compares (it is passed over), except as
+ * the first element, which then stays both extremes. The walk ends early
+ * once the extremes have reached both ends of the type (0 and 255 for u8,
+ * the s16 and s32 limits, +-3.4028235e38 for f32). */
+#define SORN_TAG_MIMA SORN_FOURCC('m', 'i', 'm', 'a')
+#define SORN_TAG_MIMX SORN_FOURCC('m', 'i', 'm', 'x')
+
+/* One extreme of one channel: the kernel fills ivalue (integer types) or
+ * fvalue (f32), the dispatcher the other; row is the row of the region, col
+ * the pixel within it. Six 32-bit cells. */
+typedef struct SornMinmaxEntry {
+  int32_t ivalue;
+  float fvalue;
+  int32_t unused0;
+  int32_t row;
+  int32_t col;
+  int32_t unused1;
+} SornMinmaxEntry;
+
+/* `what`, in: bit 0 asks for the minimum's column, bit 1 for the maximum's,
+ * bit 2 for positions at all; the entries set a word without any of the
+ * three to 3 (both values, no positions: row and col 0). Without bit 2 the
+ * positions are those of the start; with it, row is where the extreme
+ * first occurs, and col too for the extremes whose bit is set (0 for the
+ * other). 196 bytes. */
+typedef struct SornMinmaxRec {
+  uint32_t what;
+  SornMinmaxEntry min[4];
+  SornMinmaxEntry max[4];
+} SornMinmaxRec;
+#define SORN_MINMAX_MINCOL    1u
+#define SORN_MINMAX_MAXCOL    2u
+#define SORN_MINMAX_POSITIONS 4u
+
+/* Under a mask the walk starts at the first selected pixel, which is also
+ * the position of both extremes until a better value comes; unselected
+ * pixels count as its value. Only one-channel images are searched under a
+ * mask (SORN_ENOTSUP otherwise); a mask that selects nothing answers
+ * SORN_ENOSPC with the record as it was. */
+SornStatus SornMinmax(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
+                      SornMinmaxRec *res);
+SornStatus SornMinmaxEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
+                        const SornVolume *roi, const SornVolume *maskSite, SornMinmaxRec *res);
+SornStatus SornTGAminmax(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                         int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                         int32_t *strides0);
+SornStatus SornTGAminmaxEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                           int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                           int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                           int32_t *strides1);
+SornStatus sorna_minmax(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, const void *base, const int32_t *origin,
+                        const int32_t *strides, SornMinmaxRec *res);
+SornStatus sorna_minmax_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                           uint32_t type, const void *base, const int32_t *origin,
+                           const int32_t *strides, uint32_t mtype, const void *mbase,
+                           const int32_t *morigin, const int32_t *mstrides, SornMinmaxRec *res);
+/* Dispatchers: after the kernel, for each channel selected by flag bits
+ * 4-7 (0: all) and each extreme whose column bit is set in what, the other
+ * value cell: an f32 value rounded to nearest into ivalue, an integer
+ * converted to float into fvalue (so an s32 beyond 2^24 is float-rounded
+ * there). */
+SornStatus sorna__minmax(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, const void *src, const int32_t *strides,
+                         SornMinmaxRec *res);
+SornStatus sorna__minmax_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                            uint32_t type, const void *src, const int32_t *strides,
+                            const void *mask, const int32_t *mstrides, SornMinmaxRec *res);
+
+typedef SornStatus (*SornMinmaxKernel)(SornXE *xe, SornFlags flags, int32_t n,
+                                       const int32_t *dims, const void *src,
+                                       const int32_t *strides, SornMinmaxRec *res);
+typedef SornStatus (*SornMinmaxXmKernel)(SornXE *xe, SornFlags flags, int32_t n,
+                                         const int32_t *dims, const void *src,
+                                         const int32_t *strides, const uint8_t *mask,
+                                         const int32_t *mstrides, SornMinmaxRec *res);
+SornMinmaxKernel sorna__minmaxfun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornMinmaxXmKernel sorna__minmaxfunxm_imp(uint32_t chword, SornElemType type,
+                                          SornStatus *status);
+
+#define SORN_MINMAX_TYPES(X) X(u8) X(s16) X(s32) X(f32)
+#define SORN_MINMAX_KERNEL_DECL1(c, t)                                                       \
+  SornStatus sorna__minmax_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,              \
+                                      const int32_t *dims, const void *src,                \
+                                      const int32_t *strides, SornMinmaxRec *res);         \
+  SornStatus sorna__minmax_xm_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,           \
+                                         const int32_t *dims, const void *src,             \
+                                         const int32_t *strides, const uint8_t *mask,      \
+                                         const int32_t *mstrides, SornMinmaxRec *res);
+#define SORN_MINMAX_KERNEL_DECL(t) SORN_STATS_CHANNELS(SORN_MINMAX_KERNEL_DECL1, t)
+SORN_MINMAX_TYPES(SORN_MINMAX_KERNEL_DECL)
+#undef SORN_MINMAX_KERNEL_DECL
+#undef SORN_MINMAX_KERNEL_DECL1
+
+/* Value ranges of an image for the conversions, one SornVrng per channel
+ * selected by flag bits 4-7 (0: all). compute measures: the minimum and
+ * maximum as floats, widened (so an s32 range is float-rounded). adjust
+ * completes what a caller only partly gave: a NaN lo becomes 0 to the
+ * type's top (255 for u8, s16, s32, else 1), a finite lo not above hi is
+ * saturated to the type, and an infinite lo or one above hi is measured. */
+SornStatus sorna_compute_vrange(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                const int32_t *dims, uint32_t type, const void *base,
+                                const int32_t *origin, const int32_t *strides,
+                                SornVrng *vranges);
+SornStatus sorna_compute_vrange_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                   const int32_t *dims, uint32_t type, const void *base,
+                                   const int32_t *origin, const int32_t *strides,
+                                   uint32_t mtype, const void *mbase, const int32_t *morigin,
+                                   const int32_t *mstrides, SornVrng *vranges);
+SornStatus sorna_adjust_vrange(SornXE *xe, SornFlags flags, SornDimPack pack,
+                               const int32_t *dims, uint32_t type, const void *base,
+                               const int32_t *origin, const int32_t *strides,
+                               SornVrng *vranges);
+SornStatus sorna_adjust_vrange_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                  const int32_t *dims, uint32_t type, const void *base,
+                                  const int32_t *origin, const int32_t *strides, uint32_t mtype,
+                                  const void *mbase, const int32_t *morigin,
+                                  const int32_t *mstrides, SornVrng *vranges);
+SornStatus sorna__compute_vrange(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                 const int32_t *dims, uint32_t type, const void *src,
+                                 const int32_t *strides, SornVrng *vranges);
+SornStatus sorna__compute_vrange_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                    const int32_t *dims, uint32_t type, const void *src,
+                                    const int32_t *strides, const void *mask,
+                                    const int32_t *mstrides, SornVrng *vranges);
+SornStatus sorna__adjust_vrange(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                const int32_t *dims, uint32_t type, const void *src,
+                                const int32_t *strides, SornVrng *vranges);
+SornStatus sorna__adjust_vrange_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                   const int32_t *dims, uint32_t type, const void *src,
+                                   const int32_t *strides, const void *mask,
+                                   const int32_t *mstrides, SornVrng *vranges);
+
 /* ======================================================================
  * Neighbourhood filters
  * ====================================================================== */
