@@ -12,7 +12,7 @@
 #include "data/compare_kernel.h"
 
 using sorn::Operand;
-using sorn_cmp::is_vector;
+using sorn::compare::is_vector;
 
 /* ---------------- lookups ---------------- */
 
@@ -24,8 +24,7 @@ constexpr uint32_t cmp_key(uint32_t dsttype, uint32_t srctype) {
   return sorn::kernel_key(dsttype & 7u, srctype);
 }
 
-#define CMP_ROW(prefix, d, s) \
-  {cmp_key(SORN_TYPECODE(d), SORN_TYPECODE(s)), &prefix##d##s},
+#define CMP_ROW(prefix, d, s) {cmp_key(SORN_TYPECODE(d), SORN_TYPECODE(s)), &prefix##d##s},
 #define CMP_PLAIN_ROW(d, s) CMP_ROW(__sorna__compare_, d, s)
 #define CMP_C_ROW(d, s) CMP_ROW(__sorna__compareC_, d, s)
 #define ECMP_ROW(d, s) CMP_ROW(__sorna__ecompare_, d, s)
@@ -47,10 +46,9 @@ SornStatus missing(bool values, uint32_t dsttype, uint32_t srctype) {
 }
 
 template <class K, size_t N>
-K cmp_lookup(const sorn::KernelRow<K> (&table)[N], bool values, uint32_t dsttype,
-             uint32_t srctype, SornStatus *status) {
-  return sorn::lookup(table, cmp_key(dsttype, srctype), missing(values, dsttype, srctype),
-                      status);
+K cmp_lookup(const sorn::KernelRow<K> (&table)[N], bool values, uint32_t dsttype, uint32_t srctype,
+             SornStatus *status) {
+  return sorn::lookup(table, cmp_key(dsttype, srctype), missing(values, dsttype, srctype), status);
 }
 
 }  // namespace
@@ -116,8 +114,8 @@ bool values_are_mask(uint32_t dsttype, const double *tval, const double *fval, i
 // plain form with an operator; `kernel` the e kernel with the operator and
 // the two value arguments.
 template <class Plain, class Kernel>
-SornStatus evalues(uint32_t dsttype, uint32_t srctype, int32_t c, SornCmpOp op,
-                   const double *tval, const double *fval, Plain &&plain, Kernel &&kernel) {
+SornStatus evalues(uint32_t dsttype, uint32_t srctype, int32_t c, SornCmpOp op, const double *tval,
+                   const double *fval, Plain &&plain, Kernel &&kernel) {
   if (tval == nullptr && fval == nullptr) return plain(op);
   if (!is_vector(tval)) {
     if (!is_vector(fval)) return SORN_EINVAL;
@@ -152,10 +150,10 @@ SornStatus __sorna__swcompare(SornXE *xe, SornFlags flags, SornDimPack pack, con
            c.at(strides2), op);
 }
 
-SornStatus __sorna__swcompareC(SornXE *xe, SornFlags flags, SornDimPack pack,
-                               const int32_t *dims, uint32_t dsttype, void *dst,
-                               const int32_t *dststrides, uint32_t srctype, const void *src,
-                               const int32_t *srcstrides, const void *cvector, SornCmpOp op) {
+SornStatus __sorna__swcompareC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                               uint32_t dsttype, void *dst, const int32_t *dststrides,
+                               uint32_t srctype, const void *src, const int32_t *srcstrides,
+                               const void *cvector, SornCmpOp op) {
   SornStatus st = SORN_OK;
   SornCmpCKernel k = sorna__cmpcfun_imp(dsttype, srctype, &st);
   if (st != SORN_OK) return st;
@@ -163,12 +161,11 @@ SornStatus __sorna__swcompareC(SornXE *xe, SornFlags flags, SornDimPack pack,
   return k(xe, flags, c.n, c.dims, dst, c.at(dststrides), src, c.at(srcstrides), cvector, op);
 }
 
-SornStatus __sorna__swecompare(SornXE *xe, SornFlags flags, SornDimPack pack,
-                               const int32_t *dims, uint32_t dsttype, void *dst,
-                               const int32_t *dststrides, uint32_t srctype, const void *src1,
-                               const int32_t *strides1, const void *src2,
-                               const int32_t *strides2, SornCmpOp op, const void *tval,
-                               const void *fval) {
+SornStatus __sorna__swecompare(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                               uint32_t dsttype, void *dst, const int32_t *dststrides,
+                               uint32_t srctype, const void *src1, const int32_t *strides1,
+                               const void *src2, const int32_t *strides2, SornCmpOp op,
+                               const void *tval, const void *fval) {
   SornStatus st = SORN_OK;
   SornECmpKernel k = sorna__ecmpfun_imp(dsttype, srctype, &st);
   if (st != SORN_OK) return st;
@@ -177,38 +174,38 @@ SornStatus __sorna__swecompare(SornXE *xe, SornFlags flags, SornDimPack pack,
            c.at(strides2), op, tval, fval);
 }
 
-SornStatus __sorna__swecompareC(SornXE *xe, SornFlags flags, SornDimPack pack,
-                                const int32_t *dims, uint32_t dsttype, void *dst,
-                                const int32_t *dststrides, uint32_t srctype, const void *src,
-                                const int32_t *srcstrides, const void *cvector, SornCmpOp op,
-                                const void *tval, const void *fval) {
+SornStatus __sorna__swecompareC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                                uint32_t dsttype, void *dst, const int32_t *dststrides,
+                                uint32_t srctype, const void *src, const int32_t *srcstrides,
+                                const void *cvector, SornCmpOp op, const void *tval,
+                                const void *fval) {
   SornStatus st = SORN_OK;
   SornECmpCKernel k = sorna__ecmpcfun_imp(dsttype, srctype, &st);
   if (st != SORN_OK) return st;
   const Cells c = cells_of(pack, dims);
-  return k(xe, flags, c.n, c.dims, dst, c.at(dststrides), src, c.at(srcstrides), cvector, op,
-           tval, fval);
+  return k(xe, flags, c.n, c.dims, dst, c.at(dststrides), src, c.at(srcstrides), cvector, op, tval,
+           fval);
 }
 
 SornStatus sorna__compare(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                          uint32_t dsttype, void *dst, const int32_t *dststrides,
-                          uint32_t srctype, const void *src1, const int32_t *strides1,
-                          const void *src2, const int32_t *strides2, SornCmpOp op) {
+                          uint32_t dsttype, void *dst, const int32_t *dststrides, uint32_t srctype,
+                          const void *src1, const int32_t *strides1, const void *src2,
+                          const int32_t *strides2, SornCmpOp op) {
   const Cells c = cells_of(pack, dims);
   flags = sorn::with_channel_format(flags, (uint32_t)c.dims[c.n - 1]);
   if (float_destination(dsttype)) {
     const FloatMask m;
-    return sorna__ecompare(xe, flags, pack, dims, dsttype, dst, dststrides, srctype, src1,
-                           strides1, src2, strides2, op, m.t, m.f);
+    return sorna__ecompare(xe, flags, pack, dims, dsttype, dst, dststrides, srctype, src1, strides1,
+                           src2, strides2, op, m.t, m.f);
   }
   return __sorna__swcompare(xe, flags, pack, dims, dsttype, dst, dststrides, srctype, src1,
                             strides1, src2, strides2, op);
 }
 
 SornStatus sorna__compareC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                           uint32_t dsttype, void *dst, const int32_t *dststrides,
-                           uint32_t srctype, const void *src, const int32_t *srcstrides,
-                           const double *cvec, SornCmpOp op) {
+                           uint32_t dsttype, void *dst, const int32_t *dststrides, uint32_t srctype,
+                           const void *src, const int32_t *srcstrides, const double *cvec,
+                           SornCmpOp op) {
   const Cells c = cells_of(pack, dims);
   flags = sorn::with_channel_format(flags, (uint32_t)c.dims[c.n - 1]);
   if (float_destination(dsttype)) {
@@ -226,10 +223,10 @@ SornStatus sorna__compareC(SornXE *xe, SornFlags flags, SornDimPack pack, const 
 }
 
 SornStatus sorna__ecompare(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                           uint32_t dsttype, void *dst, const int32_t *dststrides,
-                           uint32_t srctype, const void *src1, const int32_t *strides1,
-                           const void *src2, const int32_t *strides2, SornCmpOp op,
-                           const double *tval, const double *fval) {
+                           uint32_t dsttype, void *dst, const int32_t *dststrides, uint32_t srctype,
+                           const void *src1, const int32_t *strides1, const void *src2,
+                           const int32_t *strides2, SornCmpOp op, const double *tval,
+                           const double *fval) {
   const Cells c = cells_of(pack, dims);
   flags = sorn::with_channel_format(flags, (uint32_t)c.dims[c.n - 1]);
   return evalues(
@@ -239,8 +236,8 @@ SornStatus sorna__ecompare(SornXE *xe, SornFlags flags, SornDimPack pack, const 
                               strides1, src2, strides2, o);
       },
       [&](SornCmpOp o, const void *t, const void *f) {
-        return __sorna__swecompare(xe, flags, pack, dims, dsttype, dst, dststrides, srctype,
-                                   src1, strides1, src2, strides2, o, t, f);
+        return __sorna__swecompare(xe, flags, pack, dims, dsttype, dst, dststrides, srctype, src1,
+                                   strides1, src2, strides2, o, t, f);
       });
 }
 
@@ -261,8 +258,8 @@ SornStatus sorna__ecompareC(SornXE *xe, SornFlags flags, SornDimPack pack, const
         alignas(16) uint8_t cv[16];
         SornStatus st = sorn_mkifillvalv16(srctype, cv, cvec, c.channels());
         if (st != SORN_OK) return st;
-        return __sorna__swecompareC(xe, flags, pack, dims, dsttype, dst, dststrides, srctype,
-                                    src, srcstrides, cv, o, t, f);
+        return __sorna__swecompareC(xe, flags, pack, dims, dsttype, dst, dststrides, srctype, src,
+                                    srcstrides, cv, o, t, f);
       });
 }
 
@@ -275,9 +272,8 @@ SornStatus sorna_compare(SornXE *xe, SornFlags flags, SornDimPack pack, const in
                          const int32_t *dststrides, uint32_t srctype, const void *src1,
                          const int32_t *origin1, const int32_t *strides1, const void *src2,
                          const int32_t *origin2, const int32_t *strides2, SornCmpOp op) {
-  return sorna__compare(xe, flags, pack, dims, dsttype,
-                        at_origin(dst, pack, dstorigin, dststrides), dststrides, srctype,
-                        at_origin(src1, pack, origin1, strides1), strides1,
+  return sorna__compare(xe, flags, pack, dims, dsttype, at_origin(dst, pack, dstorigin, dststrides),
+                        dststrides, srctype, at_origin(src1, pack, origin1, strides1), strides1,
                         at_origin(src2, pack, origin2, strides2), strides2, op);
 }
 
@@ -296,8 +292,8 @@ SornStatus sorna_ecompare(SornXE *xe, SornFlags flags, SornDimPack pack, const i
 SornStatus sorna_compareC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                           uint32_t dsttype, void *dst, const int32_t *dstorigin,
                           const int32_t *dststrides, uint32_t srctype, const void *src,
-                          const int32_t *srcorigin, const int32_t *srcstrides,
-                          const double *cvec, SornCmpOp op) {
+                          const int32_t *srcorigin, const int32_t *srcstrides, const double *cvec,
+                          SornCmpOp op) {
   return sorna__compareC(xe, flags, pack, dims, dsttype,
                          at_origin(dst, pack, dstorigin, dststrides), dststrides, srctype,
                          at_origin(src, pack, srcorigin, srcstrides), srcstrides, cvec, op);
@@ -306,43 +302,38 @@ SornStatus sorna_compareC(SornXE *xe, SornFlags flags, SornDimPack pack, const i
 SornStatus sorna_ecompareC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                            uint32_t dsttype, void *dst, const int32_t *dstorigin,
                            const int32_t *dststrides, uint32_t srctype, const void *src,
-                           const int32_t *srcorigin, const int32_t *srcstrides,
-                           const double *cvec, SornCmpOp op, const double *tval,
-                           const double *fval) {
-  return sorna__ecompareC(xe, flags, pack, dims, dsttype,
-                          at_origin(dst, pack, dstorigin, dststrides), dststrides, srctype,
-                          at_origin(src, pack, srcorigin, srcstrides), srcstrides, cvec, op,
-                          tval, fval);
+                           const int32_t *srcorigin, const int32_t *srcstrides, const double *cvec,
+                           SornCmpOp op, const double *tval, const double *fval) {
+  return sorna__ecompareC(
+      xe, flags, pack, dims, dsttype, at_origin(dst, pack, dstorigin, dststrides), dststrides,
+      srctype, at_origin(src, pack, srcorigin, srcstrides), srcstrides, cvec, op, tval, fval);
 }
 
 // The two-source slice forms check what the entry leaves to them: the two
 // sources must have one element type, nothing is promoted.
-SornStatus SornTGAcompare(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
-                          int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
-                          int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
-                          int32_t *strides1, uint32_t type2, void *base2, int32_t *origin2,
-                          int32_t *strides2) {
+SornStatus SornTGAcompare(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                          uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
+                          uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1,
+                          uint32_t type2, void *base2, int32_t *origin2, int32_t *strides2) {
   if (type1 != type2) return SORN_EINVAL;
   const SornCompareArgs *a = static_cast<const SornCompareArgs *>(data);
   return sorna_compare(xe, flags, pack, dims, type0, base0, origin0, strides0, type1, base1,
                        origin1, strides1, base2, origin2, strides2, a->op);
 }
 
-SornStatus SornTGAecompare(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
-                           int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
-                           int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
-                           int32_t *strides1, uint32_t type2, void *base2, int32_t *origin2,
-                           int32_t *strides2) {
+SornStatus SornTGAecompare(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                           uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
+                           uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1,
+                           uint32_t type2, void *base2, int32_t *origin2, int32_t *strides2) {
   if (type1 != type2) return SORN_EINVAL;
   const SornCompareArgs *a = static_cast<const SornCompareArgs *>(data);
   return sorna_ecompare(xe, flags, pack, dims, type0, base0, origin0, strides0, type1, base1,
                         origin1, strides1, base2, origin2, strides2, a->op, a->tval, a->fval);
 }
 
-SornStatus SornTGAcompareC(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
-                           int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
-                           int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
-                           int32_t *strides1) {
+SornStatus SornTGAcompareC(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                           uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
+                           uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1) {
   const SornCompareArgs *a = static_cast<const SornCompareArgs *>(data);
   return sorna_compareC(xe, flags, pack, dims, type0, base0, origin0, strides0, type1, base1,
                         origin1, strides1, a->cvec, a->op);
@@ -412,20 +403,20 @@ SornStatus constant_entry(uint32_t tag, sorn::SliceProc<2> slice, SornXE *xe, So
 }  // namespace
 
 SornStatus SornCompare(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
-                       const SornArray *src2, const SornVolume *dstRoi,
-                       const SornVolume *src1Site, const SornVolume *src2Site, SornCmpOp op) {
+                       const SornArray *src2, const SornVolume *dstRoi, const SornVolume *src1Site,
+                       const SornVolume *src2Site, SornCmpOp op) {
   SornCompareArgs args{op, nullptr, nullptr, nullptr};
-  return arrays_entry(SORN_TAG_COMP, &SornTGAcompare, xe, flags, dst, src1, src2, dstRoi,
-                      src1Site, src2Site, &args);
+  return arrays_entry(SORN_TAG_COMP, &SornTGAcompare, xe, flags, dst, src1, src2, dstRoi, src1Site,
+                      src2Site, &args);
 }
 
 SornStatus SornECompare(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
-                        const SornArray *src2, const SornVolume *dstRoi,
-                        const SornVolume *src1Site, const SornVolume *src2Site, SornCmpOp op,
-                        const double *tval, const double *fval) {
+                        const SornArray *src2, const SornVolume *dstRoi, const SornVolume *src1Site,
+                        const SornVolume *src2Site, SornCmpOp op, const double *tval,
+                        const double *fval) {
   SornCompareArgs args{op, nullptr, tval, fval};
-  return arrays_entry(SORN_TAG_ECMP, &SornTGAecompare, xe, flags, dst, src1, src2, dstRoi,
-                      src1Site, src2Site, &args);
+  return arrays_entry(SORN_TAG_ECMP, &SornTGAecompare, xe, flags, dst, src1, src2, dstRoi, src1Site,
+                      src2Site, &args);
 }
 
 SornStatus SornCompareC(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,

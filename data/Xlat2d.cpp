@@ -9,7 +9,7 @@
 
 namespace {
 
-using sorn_cmp::is_vector;
+using sorn::compare::is_vector;
 
 bool good_channels(int32_t nchan) { return nchan >= 1 && nchan <= 4; }
 bool good_operator(uint32_t op) { return (op & 15u) >= SORN_CMP_EQ && (op & 15u) <= SORN_CMP_NE; }
@@ -28,8 +28,7 @@ bool meets(uint32_t op, int i, int v) {
 
 // The doubles of a table argument as bytes, by the u8 fill vector rule; a
 // small value passes on as it is.
-SornStatus as_bytes(const double *vals, int32_t nchan, uint8_t (&bytes)[16],
-                    const uint8_t **out) {
+SornStatus as_bytes(const double *vals, int32_t nchan, uint8_t (&bytes)[16], const uint8_t **out) {
   if (!is_vector(vals)) {
     *out = (const uint8_t *)vals;
     return SORN_OK;
@@ -134,14 +133,13 @@ SornStatus sorn__mkcmpxlatab(uint8_t **tables, SornCmpOp op, const uint8_t *cbyt
   for (int32_t k = 0; k < nchan; ++k) {
     uint8_t *tab = tables[k];
     const int v = cbytes[k];
-    for (int i = 0; i < 256; ++i)
-      tab[i] = meets(op, i, v) ? t[k] : f ? f[k] : (uint8_t)i;
+    for (int i = 0; i < 256; ++i) tab[i] = meets(op, i, v) ? t[k] : f ? f[k] : (uint8_t)i;
   }
   return SORN_OK;
 }
 
-SornStatus sorn_mkcmpxlatab(uint8_t **tables, SornCmpOp op, const double *cvec,
-                            const double *tval, const double *fval, int32_t nchan) {
+SornStatus sorn_mkcmpxlatab(uint8_t **tables, SornCmpOp op, const double *cvec, const double *tval,
+                            const double *fval, int32_t nchan) {
   uint8_t cb[16], tb[16], fb[16];
   const uint8_t *t, *f;
   SornStatus st = sorn_mkifillvalv16(SORN_U8, cb, cvec, nchan);
@@ -152,8 +150,8 @@ SornStatus sorn_mkcmpxlatab(uint8_t **tables, SornCmpOp op, const double *cvec,
 }
 
 SornStatus sorn__mkcmpxlatab2(uint8_t **tables, SornCmpOp op1, SornCmpOp op2,
-                              const uint8_t *c1bytes, const uint8_t *c2bytes,
-                              const uint8_t *lowval, const uint8_t *highval, int32_t nchan) {
+                              const uint8_t *c1bytes, const uint8_t *c2bytes, const uint8_t *lowval,
+                              const uint8_t *highval, int32_t nchan) {
   if (!good_channels(nchan) || !good_operator(op1) || !good_operator(op2)) return SORN_EINVAL;
   const bool ne1 = (op1 & 15u) == SORN_CMP_NE, ne2 = (op2 & 15u) == SORN_CMP_NE;
   for (int32_t k = 0; k < nchan; ++k) {
@@ -188,9 +186,9 @@ SornStatus sorn__mkcmpxlatab2(uint8_t **tables, SornCmpOp op1, SornCmpOp op2,
   return SORN_OK;
 }
 
-SornStatus sorn_mkcmpxlatab2(uint8_t **tables, SornCmpOp op1, SornCmpOp op2,
-                             const double *c1vec, const double *c2vec, const double *lowval,
-                             const double *highval, int32_t nchan) {
+SornStatus sorn_mkcmpxlatab2(uint8_t **tables, SornCmpOp op1, SornCmpOp op2, const double *c1vec,
+                             const double *c2vec, const double *lowval, const double *highval,
+                             int32_t nchan) {
   uint8_t c1[16], c2[16], lb[16], hb[16];
   const uint8_t *l, *h;
   SornStatus st = sorn_mkifillvalv16(SORN_U8, c1, c1vec, nchan);
@@ -203,9 +201,8 @@ SornStatus sorn_mkcmpxlatab2(uint8_t **tables, SornCmpOp op1, SornCmpOp op2,
 
 /* ---------------- applying tables ---------------- */
 
-SornStatus sorn_xlat2d_u8(uint8_t *const *tables, void *dst, const void *src,
-                          int32_t dstRowStride, int32_t srcRowStride, int32_t rows,
-                          int32_t width, int32_t nchan) {
+SornStatus sorn_xlat2d_u8(uint8_t *const *tables, void *dst, const void *src, int32_t dstRowStride,
+                          int32_t srcRowStride, int32_t rows, int32_t width, int32_t nchan) {
   if (rows <= 0 || width <= 0) return SORN_OK;
   if ((int64_t)width * nchan == srcRowStride && dstRowStride == srcRowStride) {
     width *= rows;

@@ -5,12 +5,12 @@
 
 #include "data/compare_kernel.h"
 
-#define SORN_ECMPC_KERNEL(d, s)                                                                  \
-  SornStatus __sorna__ecompareC_##d##s(SornXE *xe, SornFlags, int32_t n, const int32_t *dims,   \
-                                       void *dst, const int32_t *dststrides, const void *src,   \
-                                       const int32_t *srcstrides, const void *cvector,          \
-                                       SornCmpOp op, const void *tval, const void *fval) {      \
-    return sorn_cmp::ecompare_constant<sorn::tok::d, sorn::tok::s>(                              \
-        xe, n, dims, dst, dststrides, src, srcstrides, cvector, op, tval, fval);                 \
+#define SORN_ECMPC_KERNEL(d, s)                                                               \
+  SornStatus __sorna__ecompareC_##d##s(SornXE *xe, SornFlags, int32_t n, const int32_t *dims, \
+                                       void *dst, const int32_t *dststrides, const void *src, \
+                                       const int32_t *srcstrides, const void *cvector,        \
+                                       SornCmpOp op, const void *tval, const void *fval) {    \
+    return sorn::compare::ecompare_constant<sorn::tok::d, sorn::tok::s>(                      \
+        xe, n, dims, dst, dststrides, src, srcstrides, cvector, op, tval, fval);              \
   }
 SORN_ECMP_PAIRS(SORN_ECMPC_KERNEL)

@@ -22,7 +22,7 @@
 
 #include "core/elem_types.h"
 
-namespace sorn_cmp {
+namespace sorn::compare {
 
 // Two floats this close are equal, and one must exceed the other by more
 // than this to be greater.
@@ -38,8 +38,10 @@ template <class T> constexpr bool is_float = std::is_floating_point_v<T>;
 
 struct Equal {
   template <class T> static bool holds(T a, T b) {
-    if constexpr (is_float<T>) return std::fabs(a - b) <= kTolerance;
-    else return a == b;
+    if constexpr (is_float<T>)
+      return std::fabs(a - b) <= kTolerance;
+    else
+      return a == b;
   }
 };
 // NaN is unequal to everything.
@@ -48,14 +50,18 @@ struct NotEqual {
 };
 struct Less {
   template <class T> static bool holds(T a, T b) {
-    if constexpr (is_float<T>) return (b - a) > kTolerance;
-    else return a < b;
+    if constexpr (is_float<T>)
+      return (b - a) > kTolerance;
+    else
+      return a < b;
   }
 };
 struct LessEqual {
   template <class T> static bool holds(T a, T b) {
-    if constexpr (is_float<T>) return (a - b) <= kTolerance;
-    else return a <= b;
+    if constexpr (is_float<T>)
+      return (a - b) <= kTolerance;
+    else
+      return a <= b;
   }
 };
 // Greater is less with the operands exchanged, and so within the tolerance.
@@ -136,10 +142,14 @@ inline void row(Bits<D> *__restrict d, const S *__restrict a, B b, V t, V f, ptr
   using U = Bits<D>;
   for (ptrdiff_t i = 0; i < len; ++i) {
     const bool h = Rule::holds(a[i], b[i]);
-    if constexpr (O == Out::Mask) d[i] = h ? (U)~(U)0 : (U)0;
-    else if constexpr (O == Out::Value) d[i] = h ? t[i] : f[i];
-    else if constexpr (O == Out::KeepSrc) d[i] = h ? t[i] : keep<D>(a[i]);
-    else d[i] = h ? t[i] : d[i];
+    if constexpr (O == Out::Mask)
+      d[i] = h ? (U) ~(U)0 : (U)0;
+    else if constexpr (O == Out::Value)
+      d[i] = h ? t[i] : f[i];
+    else if constexpr (O == Out::KeepSrc)
+      d[i] = h ? t[i] : keep<D>(a[i]);
+    else
+      d[i] = h ? t[i] : d[i];
   }
 }
 
@@ -152,7 +162,7 @@ constexpr int32_t kPatternPixels = 256;
 template <class D, class S> struct Walk {
   using U = Bits<D>;
   int32_t rows = 0;
-  int32_t cols = 0;      // pixels per row
+  int32_t cols = 0;  // pixels per row
   int32_t channels = 1;
   ptrdiff_t dstep = 0, astep = 0, bstep = 0;
   uint8_t *d = nullptr;
@@ -247,9 +257,12 @@ template <Out O, class D, class S> void run_op(Walk<D, S> &w, uint32_t op) {
 // The e forms: the fail side is a fill vector, the first source or the
 // destination.
 template <class D, class S> void run_values(Walk<D, S> &w, uint32_t op, const void *fval) {
-  if (is_vector(fval)) run_op<Out::Value>(w, op);
-  else if (fval != nullptr) run_op<Out::KeepSrc>(w, op);
-  else run_op<Out::KeepDst>(w, op);
+  if (is_vector(fval))
+    run_op<Out::Value>(w, op);
+  else if (fval != nullptr)
+    run_op<Out::KeepSrc>(w, op);
+  else
+    run_op<Out::KeepDst>(w, op);
 }
 
 template <class D, class S> void take_constant(Walk<D, S> &w, const void *cvector) {
@@ -273,8 +286,8 @@ constexpr bool has_tables = sizeof(D) == 1 && sizeof(S) == 1 && !is_float<S>;
 // source byte, so an s8 source and its constant compare as unsigned bytes
 // here: intended, callers rely on the table path being exactly that.
 template <class D, class S>
-bool by_tables(SornXE *xe, const Walk<D, S> &w, const void *cvector, uint32_t op,
-               const void *tval, const void *fval, SornStatus *status) {
+bool by_tables(SornXE *xe, const Walk<D, S> &w, const void *cvector, uint32_t op, const void *tval,
+               const void *fval, SornStatus *status) {
   if constexpr (!has_tables<D, S>) {
     return false;
   } else {
@@ -283,8 +296,8 @@ bool by_tables(SornXE *xe, const Walk<D, S> &w, const void *cvector, uint32_t op
     if (block == nullptr) return false;
     uint8_t *tables[4];
     for (int32_t k = 0; k < w.channels; ++k) tables[k] = block + 256 * k;
-    SornStatus st = sorn__mkcmpxlatab(tables, op, (const uint8_t *)cvector,
-                                      (const uint8_t *)tval, (const uint8_t *)fval, w.channels);
+    SornStatus st = sorn__mkcmpxlatab(tables, op, (const uint8_t *)cvector, (const uint8_t *)tval,
+                                      (const uint8_t *)fval, w.channels);
     if (st == SORN_OK)
       st = sorn_xlat2d_u8(tables, w.d, w.a, (int32_t)w.dstep, (int32_t)w.astep, w.rows, w.cols,
                           w.channels);
@@ -330,8 +343,7 @@ SornStatus ecompare_arrays(int32_t n, const int32_t *dims, void *dst, const int3
 template <class D, class S>
 SornStatus ecompare_constant(SornXE *xe, int32_t n, const int32_t *dims, void *dst,
                              const int32_t *ds, const void *a, const int32_t *as,
-                             const void *cvector, uint32_t op, const void *tval,
-                             const void *fval) {
+                             const void *cvector, uint32_t op, const void *tval, const void *fval) {
   Walk<D, S> w(n, dims, dst, ds, a, as, nullptr, nullptr);
   SornStatus st = SORN_OK;
   // Keeping the destination can't be put in a table.
@@ -342,4 +354,4 @@ SornStatus ecompare_constant(SornXE *xe, int32_t n, const int32_t *dims, void *d
   return SORN_OK;
 }
 
-}  // namespace sorn_cmp
+}  // namespace sorn::compare

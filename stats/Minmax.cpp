@@ -1,14 +1,14 @@
 // The minimum and maximum of each channel with their first places: the
 // entries, the type-generic layer, the dispatchers and their kernel
 // lookups; and the value ranges that the conversions take from an image.
-// Kernels in minmax_kernels.cpp.
+// Kernels in __minmax.cpp.
 #include <sorn.h>
 
 #include <cmath>
 
-#include "stats/stats_common.h"
+#include "stats/stat_layers.h"
 
-using namespace sorn_stats;
+using namespace sorn::stats;
 
 /* ---------------- dispatch ---------------- */
 
@@ -51,8 +51,7 @@ SornMinmaxKernel sorna__minmaxfun_imp(uint32_t chword, SornElemType type, SornSt
   return sorn::lookup_channels(kMinmax, chword, type, sorn::refusal_for(type), status);
 }
 
-SornMinmaxXmKernel sorna__minmaxfunxm_imp(uint32_t chword, SornElemType type,
-                                          SornStatus *status) {
+SornMinmaxXmKernel sorna__minmaxfunxm_imp(uint32_t chword, SornElemType type, SornStatus *status) {
   return sorn::lookup_channels(kMinmaxXm, chword, type, sorn::refusal_for(type), status);
 }
 
@@ -92,14 +91,14 @@ namespace {
 // Measures the channels of `mask` (a channel mask, as flag bits 4-7 take
 // it) and gives them the float extremes as their ranges.
 template <class Measure>
-SornStatus measure(SornFlags flags, uint32_t w, uint32_t mask, SornVrng *vranges,
-                   Measure &&run) {
+SornStatus measure(SornFlags flags, uint32_t w, uint32_t mask, SornVrng *vranges, Measure &&run) {
   SornMinmaxRec rec;
   rec.what = SORN_MINMAX_MINCOL | SORN_MINMAX_MAXCOL;
   const SornStatus st = run((flags & ~(SornFlags)0xf0u) | ((SornFlags)mask << 4), &rec);
   if (st != SORN_OK) return st;
   for (int32_t c = 0; c < sorn::channels_of(w) && c < 4; ++c)
-    if (selected(mask, c)) vranges[c] = SornVrng{(double)rec.min[c].fvalue, (double)rec.max[c].fvalue};
+    if (selected(mask, c))
+      vranges[c] = SornVrng{(double)rec.min[c].fvalue, (double)rec.max[c].fvalue};
   return SORN_OK;
 }
 
@@ -112,8 +111,7 @@ SornStatus compute(SornFlags flags, uint32_t w, SornVrng *vranges, Measure &&run
 // A caller's range completed: the default span for a NaN lo, the type's
 // limits for a range that stands, and a measurement for the others.
 template <class Measure>
-SornStatus adjust(SornFlags flags, uint32_t w, uint32_t type, SornVrng *vranges,
-                  Measure &&run) {
+SornStatus adjust(SornFlags flags, uint32_t w, uint32_t type, SornVrng *vranges, Measure &&run) {
   const uint32_t mask = selected_channels(flags, w);
   const double top = (type == SORN_U8 || type == SORN_S16 || type == SORN_S32) ? 255.0 : 1.0;
   uint32_t marked = 0;
@@ -138,9 +136,9 @@ uint32_t channels_word(SornDimPack pack, const int32_t *dims) {
 
 }  // namespace
 
-SornStatus sorna__compute_vrange(SornXE *xe, SornFlags flags, SornDimPack pack,
-                                 const int32_t *dims, uint32_t type, const void *src,
-                                 const int32_t *strides, SornVrng *vranges) {
+SornStatus sorna__compute_vrange(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                                 uint32_t type, const void *src, const int32_t *strides,
+                                 SornVrng *vranges) {
   return compute(flags, channels_word(pack, dims), vranges, [&](SornFlags f, SornMinmaxRec *rec) {
     return sorna__minmax(xe, f, pack, dims, type, src, strides, rec);
   });
@@ -155,9 +153,9 @@ SornStatus sorna__compute_vrange_xm(SornXE *xe, SornFlags flags, SornDimPack pac
   });
 }
 
-SornStatus sorna__adjust_vrange(SornXE *xe, SornFlags flags, SornDimPack pack,
-                                const int32_t *dims, uint32_t type, const void *src,
-                                const int32_t *strides, SornVrng *vranges) {
+SornStatus sorna__adjust_vrange(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                                uint32_t type, const void *src, const int32_t *strides,
+                                SornVrng *vranges) {
   return adjust(flags, channels_word(pack, dims), type, vranges,
                 [&](SornFlags f, SornMinmaxRec *rec) {
                   return sorna__minmax(xe, f, pack, dims, type, src, strides, rec);
@@ -168,11 +166,10 @@ SornStatus sorna__adjust_vrange_xm(SornXE *xe, SornFlags flags, SornDimPack pack
                                    const int32_t *dims, uint32_t type, const void *src,
                                    const int32_t *strides, const void *mask,
                                    const int32_t *mstrides, SornVrng *vranges) {
-  return adjust(flags, channels_word(pack, dims), type, vranges,
-                [&](SornFlags f, SornMinmaxRec *rec) {
-                  return sorna__minmax_xm(xe, f, pack, dims, type, src, strides, mask, mstrides,
-                                          rec);
-                });
+  return adjust(
+      flags, channels_word(pack, dims), type, vranges, [&](SornFlags f, SornMinmaxRec *rec) {
+        return sorna__minmax_xm(xe, f, pack, dims, type, src, strides, mask, mstrides, rec);
+      });
 }
 
 /* ---------------- type-generic layer and slice forms ---------------- */
@@ -181,22 +178,21 @@ SORN_STATS_LAYER2(minmax, SornMinmaxRec)
 
 // The value-range layer: bases moved to their origins, a mask base absent
 // when null.
-#define SORN_VRANGE_LAYER2(op)                                                                   \
-  SornStatus sorna_##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,     \
-                        uint32_t type, const void *base, const int32_t *origin,                 \
-                        const int32_t *strides, SornVrng *vranges) {                            \
-    return sorna__##op(xe, flags, pack, dims, type, sorn::at_origin(base, pack, origin, strides), \
-                       strides, vranges);                                                       \
-  }                                                                                             \
-  SornStatus sorna_##op##_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
-                             uint32_t type, const void *base, const int32_t *origin,            \
-                             const int32_t *strides, uint32_t, const void *mbase,               \
-                             const int32_t *morigin, const int32_t *mstrides,                   \
-                             SornVrng *vranges) {                                               \
-    const void *mask = mbase ? sorn::at_origin(mbase, pack, morigin, mstrides) : nullptr;       \
-    return sorna__##op##_xm(xe, flags, pack, dims, type,                                        \
-                            sorn::at_origin(base, pack, origin, strides), strides, mask,        \
-                            mstrides, vranges);                                                 \
+#define SORN_VRANGE_LAYER2(op)                                                                     \
+  SornStatus sorna_##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,        \
+                        uint32_t type, const void *base, const int32_t *origin,                    \
+                        const int32_t *strides, SornVrng *vranges) {                               \
+    return sorna__##op(xe, flags, pack, dims, type, sorn::at_origin(base, pack, origin, strides),  \
+                       strides, vranges);                                                          \
+  }                                                                                                \
+  SornStatus sorna_##op##_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,   \
+                             uint32_t type, const void *base, const int32_t *origin,               \
+                             const int32_t *strides, uint32_t, const void *mbase,                  \
+                             const int32_t *morigin, const int32_t *mstrides, SornVrng *vranges) { \
+    const void *mask = mbase ? sorn::at_origin(mbase, pack, morigin, mstrides) : nullptr;          \
+    return sorna__##op##_xm(xe, flags, pack, dims, type,                                           \
+                            sorn::at_origin(base, pack, origin, strides), strides, mask, mstrides, \
+                            vranges);                                                              \
   }
 SORN_VRANGE_LAYER2(compute_vrange)
 SORN_VRANGE_LAYER2(adjust_vrange)
@@ -218,8 +214,7 @@ constexpr EntryWay kMinmaxWay{&settle_request, sorn::kKeepRows};
 
 SornStatus SornMinmax(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
                       SornMinmaxRec *res) {
-  return image_entry(xe, flags, SORN_TAG_MIMA, &SornTGAminmax, src, roi, res, SORN_OK,
-                     kMinmaxWay);
+  return image_entry(xe, flags, SORN_TAG_MIMA, &SornTGAminmax, src, roi, res, SORN_OK, kMinmaxWay);
 }
 
 SornStatus SornMinmaxEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,

@@ -8,7 +8,7 @@
 
 #include "tool_testutil.h"
 
-using sorn_tool::Image;
+using sorn::tool::Image;
 using tool_test::Json;
 using tool_test::run_tool;
 using tool_test::Scratch;
@@ -40,7 +40,7 @@ int count_of(const std::string &out, const std::string &label) {
 
 TEST(ToolMser, FindsEachSquareInItsPass) {
   Scratch dir;
-  sorn_tool::write_image(dir.path("sq.png"), two_squares());
+  sorn::tool::write_image(dir.path("sq.png"), two_squares());
   ToolRun r = run_tool({"mser", dir.path("sq.png"), "-o", dir.path("o.png"), "--json", dir.path("r.json")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(r.err, "");
@@ -76,7 +76,7 @@ TEST(ToolMser, FindsEachSquareInItsPass) {
   EXPECT_EQ(bright["bbox"]["height"].number(), 10);
 
   // The overlay: the grey picture in colour, dark squares red, bright blue.
-  Image o = sorn_tool::read_image(dir.path("o.png"));
+  Image o = sorn::tool::read_image(dir.path("o.png"));
   ASSERT_EQ(o.width, 64);
   ASSERT_EQ(o.height, 64);
   ASSERT_EQ(o.channels, 3);
@@ -89,7 +89,7 @@ TEST(ToolMser, FindsEachSquareInItsPass) {
 
 TEST(ToolMser, OnePassOnly) {
   Scratch dir;
-  sorn_tool::write_image(dir.path("sq.pgm"), two_squares());
+  sorn::tool::write_image(dir.path("sq.pgm"), two_squares());
   ToolRun r = run_tool({"mser", dir.path("sq.pgm"), "--mode", "dark", "--json", dir.path("r.json")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(count_of(r.out, "dark regions: "), 1);
@@ -107,7 +107,7 @@ TEST(ToolMser, OnePassOnly) {
 
 TEST(ToolMser, ParametersReachTheDetection) {
   Scratch dir;
-  sorn_tool::write_image(dir.path("sq.png"), two_squares());
+  sorn::tool::write_image(dir.path("sq.png"), two_squares());
   // Half the picture at least: neither square is large enough.
   ToolRun r = run_tool({"mser", dir.path("sq.png"), "--min-area", "0.5", "--json", dir.path("r.json")});
   ASSERT_EQ(r.code, 0) << r.err;
@@ -155,7 +155,7 @@ TEST(ToolMser, DefaultPictureCountsAgreeWithTheJson) {
     EXPECT_LE(b["y"].number() + b["height"].number(), 240);
     EXPECT_LE(g["size"].number(), b["width"].number() * b["height"].number());
   }
-  Image o = sorn_tool::read_image(dir.path("mser.png"));
+  Image o = sorn::tool::read_image(dir.path("mser.png"));
   EXPECT_EQ(o.width, 320);
   EXPECT_EQ(o.height, 240);
   EXPECT_EQ(o.channels, 3);
@@ -163,7 +163,7 @@ TEST(ToolMser, DefaultPictureCountsAgreeWithTheJson) {
 
 TEST(ToolMser, FlatPictureHasNoRegions) {
   Scratch dir;
-  sorn_tool::write_image(dir.path("flat.pgm"), Image(40, 30, 1, 77));
+  sorn::tool::write_image(dir.path("flat.pgm"), Image(40, 30, 1, 77));
   ToolRun r = run_tool({"mser", dir.path("flat.pgm"), "--json", dir.path("r.json")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(count_of(r.out, "dark regions: "), 0);
@@ -181,7 +181,7 @@ TEST(ToolMser, ColourPicturesAreTakenAsGrey) {
       for (int k = 0; k < 3; ++k) rgba.at(y, x, k) = grey.at(y, x);
       rgba.at(y, x, 3) = 255;
     }
-  sorn_tool::write_image(dir.path("c.png"), rgba);
+  sorn::tool::write_image(dir.path("c.png"), rgba);
   ToolRun r = run_tool({"mser", dir.path("c.png")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(count_of(r.out, "dark regions: "), 1);

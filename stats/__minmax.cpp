@@ -14,9 +14,9 @@
 #include <bit>
 #include <type_traits>
 
-#include "stats/stats_common.h"
+#include "stats/stat_layers.h"
 
-using namespace sorn_stats;
+using namespace sorn::stats;
 
 namespace {
 
@@ -165,8 +165,8 @@ SornStatus minmax_kernel(SornFlags flags, int32_t n, const int32_t *dims, const 
       // An integer is its key; a float is looked up.
       T v = std::is_same_v<T, float> ? start[c] : (T)key[s];
       if (!nan_start[c] && (need_col || std::is_same_v<T, float>)) {
-        col = find_key<T, C, Masked>(row_of(row[s]), mask_of(row[s]), skip, from, r.cols, c,
-                                     key[s]);
+        col =
+            find_key<T, C, Masked>(row_of(row[s]), mask_of(row[s]), skip, from, r.cols, c, key[s]);
         if (col >= 0) v = row_of(row[s])[(ptrdiff_t)col * C + c];
       }
       if constexpr (std::is_same_v<T, float>)
@@ -187,21 +187,20 @@ SornStatus minmax_kernel(SornFlags flags, int32_t n, const int32_t *dims, const 
 
 }  // namespace
 
-#define SORN_MINMAX_KERNELS(c, t)                                                                \
-  SornStatus sorna__minmax_c##c##_##t(SornXE *, SornFlags flags, int32_t n, const int32_t *dims, \
-                                      const void *src, const int32_t *strides,                   \
-                                      SornMinmaxRec *res) {                                      \
-    return minmax_kernel<sorn::tok::t, c, false>(flags, n, dims, src, strides, nullptr, nullptr, \
-                                                 res);                                           \
-  }                                                                                              \
-  SornStatus sorna__minmax_xm_c##c##_##t(SornXE *, SornFlags flags, int32_t n,                   \
-                                         const int32_t *dims, const void *src,                   \
-                                         const int32_t *strides, const uint8_t *mask,            \
-                                         const int32_t *mstrides, SornMinmaxRec *res) {          \
-    /* Only one channel is searched under a mask. */                                             \
-    if (c != 1) return SORN_ENOTSUP;                                                             \
-    return minmax_kernel<sorn::tok::t, c, true>(flags, n, dims, src, strides, mask, mstrides,    \
-                                                res);                                            \
+#define SORN_MINMAX_KERNELS(c, t)                                                                 \
+  SornStatus sorna__minmax_c##c##_##t(SornXE *, SornFlags flags, int32_t n, const int32_t *dims,  \
+                                      const void *src, const int32_t *strides,                    \
+                                      SornMinmaxRec *res) {                                       \
+    return minmax_kernel<sorn::tok::t, c, false>(flags, n, dims, src, strides, nullptr, nullptr,  \
+                                                 res);                                            \
+  }                                                                                               \
+  SornStatus sorna__minmax_xm_c##c##_##t(                                                         \
+      SornXE *, SornFlags flags, int32_t n, const int32_t *dims, const void *src,                 \
+      const int32_t *strides, const uint8_t *mask, const int32_t *mstrides, SornMinmaxRec *res) { \
+    /* Only one channel is searched under a mask. */                                              \
+    if (c != 1) return SORN_ENOTSUP;                                                              \
+    return minmax_kernel<sorn::tok::t, c, true>(flags, n, dims, src, strides, mask, mstrides,     \
+                                                res);                                             \
   }
 #define SORN_MINMAX_KERNEL_ROWS(t) SORN_STATS_CHANNELS(SORN_MINMAX_KERNELS, t)
 SORN_MINMAX_TYPES(SORN_MINMAX_KERNEL_ROWS)
