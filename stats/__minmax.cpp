@@ -22,30 +22,46 @@ namespace {
 
 /* ---------------- keys ---------------- */
 
+// All ones where m is set: a select without a branch, so that rows
+// vectorise.
+template <class K> K pick(bool m, K a, K b) {
+  const K mm = (K) - (K)m;
+  return (K)((a & mm) | (b & (K)~mm));
+}
+
 template <class T> struct Keys {
   using K = T;
+  static K bits(T v) { return v; }
+  // The keys an element takes part with against the minimum and the
+  // maximum.
+  static void keys(K b, K &kn, K &kx) { kn = kx = b; }
   static K key(T v) { return v; }
-  static K for_min(T v) { return v; }
-  static K for_max(T v) { return v; }
   static bool nan(T) { return false; }
   static constexpr K lo = (K)sorn::int_range<T>::lo, hi = (K)sorn::int_range<T>::hi;
 };
 
 // Negative floats count down from -1 by magnitude, shifted up by one so
 // that -0 meets +0 at 0.
-constexpr int32_t float_key(float v) {
-  const int32_t b = std::bit_cast<int32_t>(v);
+constexpr int32_t float_key(int32_t b) {
   const int32_t k = b ^ ((b >> 31) & 0x7fffffff);
   return k + (int32_t)((uint32_t)k >> 31);
 }
+constexpr bool nan_bits(int32_t b) { return (b & 0x7fffffff) > 0x7f800000; }
 
 template <> struct Keys<float> {
   using K = int32_t;
-  static K key(float v) { return float_key(v); }
-  static bool nan(float v) { return (std::bit_cast<int32_t>(v) & 0x7fffffff) > 0x7f800000; }
-  static K for_min(float v) { return nan(v) ? INT32_MAX : key(v); }
-  static K for_max(float v) { return nan(v) ? INT32_MIN : key(v); }
-  static constexpr K lo = float_key(-3.4028235e38f), hi = float_key(3.4028235e38f);
+  static K bits(float v) { return std::bit_cast<int32_t>(v); }
+  // A NaN takes the key that can't win.
+  static void keys(K b, K &kn, K &kx) {
+    const K k = float_key(b);
+    const bool n = nan_bits(b);
+    kn = pick<K>(n, INT32_MAX, k);
+    kx = pick<K>(n, INT32_MIN, k);
+  }
+  static K key(float v) { return float_key(bits(v)); }
+  static bool nan(float v) { return nan_bits(bits(v)); }
+  static constexpr K lo = float_key(std::bit_cast<int32_t>(-3.4028235e38f)),
+                     hi = float_key(std::bit_cast<int32_t>(3.4028235e38f));
 };
 
 /* ---------------- one row ---------------- */
@@ -57,11 +73,13 @@ void reduce_row(const T *__restrict p, const uint8_t *__restrict m, uint8_t skip
                 int32_t cols, int c, T start, typename Keys<T>::K &mn, typename Keys<T>::K &mx) {
   using KT = Keys<T>;
   using K = typename KT::K;
+  const K sb = KT::bits(start);
   K a = mn, b = mx;
   for (int32_t x = from; x < cols; ++x) {
-    T v = p[(ptrdiff_t)x * C + c];
-    if constexpr (Masked) v = m[x] != skip ? v : start;
-    const K kn = KT::for_min(v), kx = KT::for_max(v);
+    K v = KT::bits(p[(ptrdiff_t)x * C + c]);
+    if constexpr (Masked) v = pick<K>(m[x] != skip, v, sb);
+    K kn, kx;
+    KT::keys(v, kn, kx);
     a = kn < a ? kn : a;
     b = kx > b ? kx : b;
   }
