@@ -89,11 +89,17 @@ inline int32_t round_i32(double x) {
 }
 
 // Truncation toward zero, with the same answer for what does not fit.
+// Written with selects, like round_i32, so that rows vectorise.
 inline int32_t trunc_i32(double v) {
-  if (!(v > -2147483649.0 && v < 2147483648.0)) return INT32_MIN;
-  return (int32_t)v;
+  const bool fits = (v > -2147483649.0) & (v < 2147483648.0);  // false for NaN
+  const int32_t t = (int32_t)(fits ? v : 0.0);
+  return fits ? t : INT32_MIN;
 }
-inline int32_t trunc_i32(float v) { return trunc_i32((double)v); }
+inline int32_t trunc_i32(float v) {
+  const bool fits = (v >= -2147483648.0f) & (v < 2147483648.0f);
+  const int32_t t = (int32_t)(fits ? v : 0.0f);
+  return fits ? t : INT32_MIN;
+}
 
 // A double to 64 bits by truncation: what does not fit (NaN included) is
 // the most negative value, as the processor's conversion gives it.
