@@ -173,11 +173,11 @@ using NegqOp = Sat<NegOp>;
 template <class D> inline D sat_round(float x) {
   const float c = x < 0.0f ? -8388608.0f : 8388608.0f;
   const float near = (x + c) - c;
-  const float r = ((x > -8388608.0f) & (x < 8388608.0f)) ? near : x;
+  const float r = pick_f32((x > -8388608.0f) & (x < 8388608.0f), near, x);
   if constexpr (std::is_same_v<D, int32_t>) {
     const bool fits = (r >= -2147483648.0f) & (r < 2147483648.0f);
-    const int32_t v = (int32_t)(fits ? r : 0.0f);
-    return r >= 2147483648.0f ? INT32_MAX : r < -2147483648.0f ? INT32_MIN : v;
+    const int32_t v = (int32_t)pick_f32(fits, r, 0.0f);
+    return pick_i32(fits, v, r >= 2147483648.0f ? INT32_MAX : INT32_MIN);
   } else {
     constexpr float lo = (float)int_range<D>::lo, hi = (float)int_range<D>::hi;
     const float cl = r < lo ? lo : r > hi ? hi : r;
