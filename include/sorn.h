@@ -621,7 +621,6 @@ SORN_ARITH2_ENTRY_DECL(Subsq)
 SORN_ARITH2_ENTRY_DECL(RSub)
 SORN_ARITH2_ENTRY_DECL(RSubq)
 SORN_ARITH2_ENTRY_DECL(RSubsq)
-#undef SORN_ARITH2_ENTRY_DECL
 
 /* Layer 2 (origins to base pointers) and layer 3 (the dispatchers). */
 #define SORN_ARITH2_LAYER2_DECL(op)                                                           \
@@ -649,7 +648,6 @@ SornStatus sorna_addC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32
                       const int32_t *dststrides, uint32_t atype, const void *abase,
                       const int32_t *aorigin, const int32_t *astrides, const double *cvec,
                       int32_t sf, uint32_t extra);
-#undef SORN_ARITH2_LAYER2_DECL
 
 #define SORN_ARITH2_DISPATCH_DECL(op)                                                         \
   SornStatus sorna__##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
@@ -671,7 +669,6 @@ SornStatus sorna__addC(SornXE *xe, SornFlags flags, SornDimPack pack, const int3
                        uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
                        const void *aptr, const int32_t *astrides, const double *cvec, int32_t sf,
                        uint32_t extra);
-#undef SORN_ARITH2_DISPATCH_DECL
 
 /* Lookups: key dsttype << 8 | atype << 4 | btype (or the constant's type T).
  * A missing key gives sorna_proc_enotsup for known codes, sorna_proc_einval
@@ -773,6 +770,337 @@ SORN_ADDQC_OWN_TRIPLES(SORN_DECL_RSUBQC)
 #undef SORN_DECL_ADDQC
 #undef SORN_DECL_SUBQC
 #undef SORN_DECL_RSUBQC
+
+/* ---------------- Unary functions ----------------
+ * Negation, saturating negation, the square (kernels only: the
+ * multiplications call them for like sources), the exponential, the natural
+ * logarithm and the sigmoid with a slope. The exponential and the logarithm
+ * take f32 to f32 only. */
+
+/* Accuracy of exp and ln, in this order of precedence: accurate (the
+ * default), fast (exp only), superfast. */
+#define SORN_F_EXP_ACCURATE  0x100000ull
+#define SORN_F_EXP_FAST      0x200000ull
+#define SORN_F_EXP_SUPERFAST 0x400000ull
+
+/* Kernels of one source: rows of dims[n-3], cols dims[n-2]. */
+typedef SornStatus (*SornArith1Kernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                       void *dst, const int32_t *dststrides, const void *a,
+                                       const int32_t *astrides, int32_t sf, uint32_t extra);
+
+/* Shared entry of the one-source operations; tag selects the operation. */
+SornStatus _T_SornArith(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                        const SornArray *a, const SornVolume *dstroi, const SornVolume *aroi,
+                        int32_t sf, uint32_t extra);
+
+#define SORN_ARITH1_ENTRY_DECL(name)                                                          \
+  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a, \
+                        const SornVolume *dstroi, const SornVolume *aroi, int32_t sf,          \
+                        uint32_t extra);
+SORN_ARITH1_ENTRY_DECL(Negate)
+SORN_ARITH1_ENTRY_DECL(Negateq)
+SORN_ARITH1_ENTRY_DECL(Exp)
+SORN_ARITH1_ENTRY_DECL(Ln)
+/* dst = 1 / (E(alpha * a) + 1) with alpha the slope of the channel (one
+ * f64 per channel, all equal for more than one channel): a positive slope
+ * gives a falling curve. */
+SornStatus SornSigmoidAlpha(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
+                            const double *cvec, const SornVolume *dstroi, const SornVolume *aroi,
+                            int32_t sf, uint32_t extra);
+
+#define SORN_ARITH1_LAYER2_DECL(op)                                                           \
+  SornStatus sorna_##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,  \
+                        uint32_t dsttype, void *dstbase, const int32_t *dstorigin,            \
+                        const int32_t *dststrides, uint32_t atype, const void *abase,         \
+                        const int32_t *aorigin, const int32_t *astrides, int32_t sf,          \
+                        uint32_t extra);
+#define SORN_ARITH1_DISPATCH_DECL(op)                                                         \
+  SornStatus sorna__##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
+                         uint32_t dsttype, void *dstptr, const int32_t *dststrides,          \
+                         uint32_t atype, const void *aptr, const int32_t *astrides,          \
+                         int32_t sf, uint32_t extra);
+SORN_ARITH1_LAYER2_DECL(neg)
+SORN_ARITH1_LAYER2_DECL(negq)
+SORN_ARITH1_LAYER2_DECL(exp)
+SORN_ARITH1_LAYER2_DECL(ln)
+SORN_ARITH1_DISPATCH_DECL(neg)
+SORN_ARITH1_DISPATCH_DECL(negq)
+SORN_ARITH1_DISPATCH_DECL(exp)
+SORN_ARITH1_DISPATCH_DECL(ln)
+/* The sigmoid with a slope of 1 and of -1, on the way of the sigmoid. */
+SORN_ARITH1_DISPATCH_DECL(sigmoid1)
+SORN_ARITH1_DISPATCH_DECL(sigmoid_1)
+#undef SORN_ARITH1_ENTRY_DECL
+#undef SORN_ARITH1_LAYER2_DECL
+#undef SORN_ARITH1_DISPATCH_DECL
+SornStatus sorna_sigmoidalpha(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                              uint32_t dsttype, void *dstbase, const int32_t *dstorigin,
+                              const int32_t *dststrides, uint32_t atype, const void *abase,
+                              const int32_t *aorigin, const int32_t *astrides,
+                              const double *cvec, int32_t sf, uint32_t extra);
+SornStatus sorna__sigmoidalpha(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                               uint32_t dsttype, void *dstptr, const int32_t *dststrides,
+                               uint32_t atype, const void *aptr, const int32_t *astrides,
+                               const double *cvec, int32_t sf, uint32_t extra);
+
+/* Lookups: key dsttype << 4 | atype. */
+SornArith1Kernel sorna__anegfun_imp(uint32_t dsttype, uint32_t atype, SornStatus *status);
+SornArith1Kernel sorna__anegqfun_imp(uint32_t dsttype, uint32_t atype, SornStatus *status);
+
+/* The type tables of the one-source kernels: destination, source. */
+#define SORN_NEG_PAIRS(X)                                                                    \
+  X(u8, u8) X(u8, s16) X(u8, s32) X(u8, f32) X(s16, u8) X(s16, s16) X(s16, s32) X(s16, f32)  \
+  X(s32, u8) X(s32, s16) X(s32, s32) X(s32, f32) X(f32, u8) X(f32, s16) X(f32, s32)          \
+  X(f32, f32)
+/* Saturating negations of their own; the other keys of the negq lookup name
+ * the plain kernels. */
+#define SORN_NEGQ_OWN_PAIRS(X) \
+  X(u8, s16) X(u8, s32) X(u8, f32) X(s16, s16) X(s16, s32) X(s16, f32) X(s32, s32)
+#define SORN_NEGQ_PLAIN_PAIRS(X) \
+  X(s16, u8) X(s32, u8) X(s32, s16) X(s32, f32) X(f32, u8) X(f32, s16) X(f32, s32) X(f32, f32)
+#define SORN_SQR_PAIRS(X)                                                                    \
+  X(u8, u8) X(u8, s16) X(s16, u8) X(s16, s16) X(s32, u8) X(s32, s16) X(s32, s32) X(s32, f32) \
+  X(f32, u8) X(f32, s16) X(f32, s32) X(f32, f32)
+
+#define SORN_ARITH1_KERNEL_DECL(fam, d, a)                                                    \
+  SornStatus sorna__##fam##_c1_##d##a(SornXE *xe, SornFlags flags, int32_t n,               \
+                                      const int32_t *dims, void *dst,                       \
+                                      const int32_t *dststrides, const void *pa,            \
+                                      const int32_t *astrides, int32_t sf, uint32_t extra);
+#define SORN_DECL_NEG(d, a) SORN_ARITH1_KERNEL_DECL(neg, d, a)
+#define SORN_DECL_NEGQ(d, a) SORN_ARITH1_KERNEL_DECL(negq, d, a)
+#define SORN_DECL_SQR(d, a) SORN_ARITH1_KERNEL_DECL(sqr, d, a)
+SORN_NEG_PAIRS(SORN_DECL_NEG)
+SORN_NEGQ_OWN_PAIRS(SORN_DECL_NEGQ)
+SORN_SQR_PAIRS(SORN_DECL_SQR)
+#undef SORN_DECL_NEG
+#undef SORN_DECL_NEGQ
+#undef SORN_DECL_SQR
+#undef SORN_ARITH1_KERNEL_DECL
+
+/* The element functions of exp and ln, by accuracy. */
+float _T_sorna__exp_fast_acc(float x);
+float _T_sorna__exp_fast(float x);
+float _T_sorna__exp_superfast(float x);
+float _T_sorna__ln_fast_acc(float x);
+float _T_sorna__ln_superfast(float x);
+
+/* ---------------- Multiplication and division ----------------
+ * Products clamp at every scale factor, also at 0, where a sum would wrap.
+ * Quotients are truncated (div) or rounded (divr); the R forms divide the
+ * second operand, or the constant, by the first. An integer division by a
+ * zero divisor is not checked, and what it gives is not promised. */
+SORN_ARITH2_ENTRY_DECL(Mul)
+SORN_ARITH2_ENTRY_DECL(Div)
+SORN_ARITH2_ENTRY_DECL(Divr)
+SORN_ARITH2_ENTRY_DECL(RDiv)
+SORN_ARITH2_ENTRY_DECL(RDivr)
+SORN_ARITH2_LAYER2_DECL(mul)
+SORN_ARITH2_LAYER2_DECL(div)
+SORN_ARITH2_LAYER2_DECL(divr)
+SORN_ARITH2_LAYER2_DECL(rdiv)
+SORN_ARITH2_LAYER2_DECL(rdivr)
+SORN_ARITH2_DISPATCH_DECL(mul)
+SORN_ARITH2_DISPATCH_DECL(div)
+SORN_ARITH2_DISPATCH_DECL(divr)
+SORN_ARITH2_DISPATCH_DECL(rdiv)
+SORN_ARITH2_DISPATCH_DECL(rdivr)
+
+/* Kernels of the constant divisions: the constants stay f64 in cvec, one
+ * per channel; the last word is 0. */
+typedef SornStatus (*SornDivCKernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                     void *dst, const int32_t *dststrides, const void *a,
+                                     const int32_t *astrides, const double *cvec, int32_t sf,
+                                     uint32_t extra, int32_t zero);
+
+SornArith2Kernel sorna__amulfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                    SornStatus *status);
+SornArith2cKernel sorna__amulcfun_imp(uint32_t dsttype, uint32_t atype, uint32_t ctype,
+                                      SornStatus *status);
+SornArith2Kernel sorna__adivfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                    SornStatus *status);
+SornArith2Kernel sorna__adivrfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                     SornStatus *status);
+/* Keyed by types and the channel count (the last dims cell, & 15): 1, 3
+ * and 4 have kernels, any other count is invalid. */
+SornDivCKernel sorna__adivcfun_imp(uint32_t dsttype, uint32_t atype, int32_t channels,
+                                   SornStatus *status);
+SornDivCKernel sorna__adivrcfun_imp(uint32_t dsttype, uint32_t atype, int32_t channels,
+                                    SornStatus *status);
+SornDivCKernel sorna__ardivcfun_imp(uint32_t dsttype, uint32_t atype, int32_t channels,
+                                    SornStatus *status);
+SornDivCKernel sorna__ardivrcfun_imp(uint32_t dsttype, uint32_t atype, int32_t channels,
+                                     SornStatus *status);
+
+/* The type tables of the group. The multiplications of two arrays have the
+ * triples of SORN_ADD_TRIPLES. */
+#define SORN_MUL_TRIPLES(X) SORN_ADD_TRIPLES(X)
+/* By a constant: destination, source, constant type. */
+#define SORN_MULC_TRIPLES(X)                                                                  \
+  X(u8, u8, u8) X(u8, u8, s32) X(u8, u8, f32) X(u8, s16, s16) X(s8, u8, u8) X(s16, u8, u8)    \
+  X(s16, u8, s32) X(s16, s16, s16) X(s32, u8, u8) X(s32, u8, s32) X(s32, u8, f32)             \
+  X(s32, u8, f64) X(s32, s16, s16) X(s32, s16, s32) X(s32, s16, f32) X(s32, s16, f64)         \
+  X(s32, s32, s32) X(s32, s32, f32) X(s32, s32, f64) X(s32, f32, f32) X(s32, f32, f64)        \
+  X(f32, u8, u8) X(f32, u8, s32) X(f32, u8, f32) X(f32, s16, s16) X(f32, s16, s32)            \
+  X(f32, s16, f32) X(f32, s32, s32) X(f32, s32, f32) X(f32, s32, f64) X(f32, f32, f32)        \
+  X(f32, f32, f64)
+/* Division of two arrays: one type only. divr has kernels of its own for
+ * the integer types; its f32 key names the plain kernel. */
+#define SORN_DIV_TRIPLES(X) X(u8, u8, u8) X(s16, s16, s16) X(s32, s32, s32) X(f32, f32, f32)
+#define SORN_DIVR_OWN_TRIPLES(X) X(u8, u8, u8) X(s16, s16, s16) X(s32, s32, s32)
+/* Division by constants: destination and source types, each with kernels
+ * for 1, 3 and 4 channels (SORN_CONST_CHANNELS). The rounded forms name the
+ * plain f32 kernels. */
+#define SORN_DIVC_PAIRS(X) X(u8, u8) X(s16, s16) X(s32, s32) X(f32, f32)
+#define SORN_DIVRC_OWN_PAIRS(X) X(u8, u8) X(s16, s16) X(s32, s32)
+/* The channel counts that kernels keyed by channels exist for; X(c, ...)
+ * with the further arguments passed on. */
+#define SORN_CONST_CHANNELS(X, ...) X(1, __VA_ARGS__) X(3, __VA_ARGS__) X(4, __VA_ARGS__)
+
+#define SORN_DECL_MUL(d, a, b) SORN_ARITH2_KERNEL_DECL(mul, d, a, b)
+#define SORN_DECL_MULC(d, a, t) SORN_ARITH2C_KERNEL_DECL(mul, d, a, t)
+#define SORN_DECL_DIV(d, a, b) SORN_ARITH2_KERNEL_DECL(div, d, a, b)
+#define SORN_DECL_DIVR(d, a, b) SORN_ARITH2_KERNEL_DECL(divr, d, a, b)
+SORN_MUL_TRIPLES(SORN_DECL_MUL)
+SORN_MULC_TRIPLES(SORN_DECL_MULC)
+SORN_DIV_TRIPLES(SORN_DECL_DIV)
+SORN_DIVR_OWN_TRIPLES(SORN_DECL_DIVR)
+#undef SORN_DECL_MUL
+#undef SORN_DECL_MULC
+#undef SORN_DECL_DIV
+#undef SORN_DECL_DIVR
+/* sorna__<family>_c<channels>_<dst><src>. */
+#define SORN_DIVC_KERNEL_DECL(c, fam, d, a)                                                   \
+  SornStatus sorna__##fam##_c##c##_##d##a(SornXE *xe, SornFlags flags, int32_t n,           \
+                                          const int32_t *dims, void *dst,                   \
+                                          const int32_t *dststrides, const void *pa,        \
+                                          const int32_t *astrides, const double *cvec,      \
+                                          int32_t sf, uint32_t extra, int32_t zero);
+#define SORN_DECL_DIVC(d, a) SORN_CONST_CHANNELS(SORN_DIVC_KERNEL_DECL, divC, d, a)
+#define SORN_DECL_RDIVC(d, a) SORN_CONST_CHANNELS(SORN_DIVC_KERNEL_DECL, rdivC, d, a)
+#define SORN_DECL_DIVRC(d, a) SORN_CONST_CHANNELS(SORN_DIVC_KERNEL_DECL, divrC, d, a)
+#define SORN_DECL_RDIVRC(d, a) SORN_CONST_CHANNELS(SORN_DIVC_KERNEL_DECL, rdivrC, d, a)
+SORN_DIVC_PAIRS(SORN_DECL_DIVC)
+SORN_DIVC_PAIRS(SORN_DECL_RDIVC)
+SORN_DIVRC_OWN_PAIRS(SORN_DECL_DIVRC)
+SORN_DIVRC_OWN_PAIRS(SORN_DECL_RDIVRC)
+#undef SORN_DECL_DIVC
+#undef SORN_DECL_RDIVC
+#undef SORN_DECL_DIVRC
+#undef SORN_DECL_RDIVRC
+#undef SORN_DIVC_KERNEL_DECL
+
+/* ---------------- Logical operations ----------------
+ * Bitwise and, or, xor, complement, on arrays of one type (u8, s16, s32),
+ * without scale factor. The constants of the C forms are rounded into the
+ * type once per call. */
+SornStatus _T_SornLogic2(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                         const SornArray *a, const SornArray *b, const SornVolume *dstroi,
+                         const SornVolume *aroi, const SornVolume *broi);
+SornStatus _T_SornLogic2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                          const SornArray *a, const double *cvec, const SornVolume *dstroi,
+                          const SornVolume *aroi);
+
+#define SORN_LOGIC_ENTRY_DECL(name)                                                           \
+  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a, \
+                        const SornArray *b, const SornVolume *dstroi, const SornVolume *aroi,  \
+                        const SornVolume *broi);                                               \
+  SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                  \
+                           const SornArray *a, const double *cvec, const SornVolume *dstroi,   \
+                           const SornVolume *aroi);
+SORN_LOGIC_ENTRY_DECL(And)
+SORN_LOGIC_ENTRY_DECL(Orr)
+SORN_LOGIC_ENTRY_DECL(Xor)
+#undef SORN_LOGIC_ENTRY_DECL
+SornStatus SornNot(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
+                   const SornVolume *dstroi, const SornVolume *aroi);
+
+/* The operators' names pass whole: and, xor and not are operator tokens in
+ * C++ and cannot be pasted. */
+#define SORN_LOGIC_LAYERS_DECL(l2, l2c, l3, l3c)                                              \
+  SornStatus l2(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,           \
+                uint32_t dsttype, void *dstbase, const int32_t *dstorigin,                    \
+                const int32_t *dststrides, uint32_t atype, const void *abase,                 \
+                const int32_t *aorigin, const int32_t *astrides, uint32_t btype,              \
+                const void *bbase, const int32_t *borigin, const int32_t *bstrides);          \
+  SornStatus l2c(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,          \
+                 uint32_t dsttype, void *dstbase, const int32_t *dstorigin,                   \
+                 const int32_t *dststrides, uint32_t atype, const void *abase,                \
+                 const int32_t *aorigin, const int32_t *astrides, const double *cvec);        \
+  SornStatus l3(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,           \
+                uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,    \
+                const void *aptr, const int32_t *astrides, uint32_t btype, const void *bptr,  \
+                const int32_t *bstrides);                                                     \
+  SornStatus l3c(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,          \
+                 uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,   \
+                 const void *aptr, const int32_t *astrides, const double *cvec);
+SORN_LOGIC_LAYERS_DECL(sorna_and, sorna_andC, sorna__and, sorna__andC)
+SORN_LOGIC_LAYERS_DECL(sorna_orr, sorna_orrC, sorna__orr, sorna__orrC)
+SORN_LOGIC_LAYERS_DECL(sorna_xor, sorna_xorC, sorna__xor, sorna__xorC)
+#undef SORN_LOGIC_LAYERS_DECL
+SornStatus sorna_not(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                     uint32_t dsttype, void *dstbase, const int32_t *dstorigin,
+                     const int32_t *dststrides, uint32_t atype, const void *abase,
+                     const int32_t *aorigin, const int32_t *astrides);
+SornStatus sorna__not(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                      uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
+                      const void *aptr, const int32_t *astrides);
+
+typedef SornStatus (*SornLogic2Kernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                       void *dst, const int32_t *dststrides, const void *a,
+                                       const int32_t *astrides, const void *b,
+                                       const int32_t *bstrides);
+typedef SornStatus (*SornLogic1Kernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                       void *dst, const int32_t *dststrides, const void *a,
+                                       const int32_t *astrides);
+/* The constants stay f64 in cvec, one per channel; the last word is 0. */
+typedef SornStatus (*SornLogicCKernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                       void *dst, const int32_t *dststrides, const void *a,
+                                       const int32_t *astrides, const double *cvec,
+                                       int32_t zero);
+
+/* Keys: u8u8u8, s16s16s16, s32s32s32; u8u8, s16s16, s32s32 for not. */
+SornLogic2Kernel sorna__landfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                    SornStatus *status);
+SornLogic2Kernel sorna__lorrfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                    SornStatus *status);
+SornLogic2Kernel sorna__lxorfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                    SornStatus *status);
+SornLogic1Kernel sorna__lnotfun_imp(uint32_t dsttype, uint32_t atype, SornStatus *status);
+/* Keyed by types and the channel count: 1, 3 and 4 have kernels, any other
+ * count is invalid. */
+SornLogicCKernel sorna__landcfun_imp(uint32_t dsttype, uint32_t atype, int32_t channels,
+                                     SornStatus *status);
+SornLogicCKernel sorna__lorrcfun_imp(uint32_t dsttype, uint32_t atype, int32_t channels,
+                                     SornStatus *status);
+SornLogicCKernel sorna__lxorcfun_imp(uint32_t dsttype, uint32_t atype, int32_t channels,
+                                     SornStatus *status);
+
+/* The element types of the logical kernels. */
+#define SORN_LOGIC_TYPES(X) X(u8) X(s16) X(s32)
+
+#define SORN_LOGIC2_KERNEL_DECL(prefix, t)                                                     \
+  SornStatus prefix##t##t##t(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,     \
+                             void *dst, const int32_t *dststrides, const void *pa,            \
+                             const int32_t *astrides, const void *pb, const int32_t *bstrides);
+#define SORN_LOGICC_KERNEL_DECL(c, prefix, t)                                                  \
+  SornStatus prefix##c##_##t##t(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,  \
+                                void *dst, const int32_t *dststrides, const void *pa,         \
+                                const int32_t *astrides, const double *cvec, int32_t zero);
+#define SORN_DECL_LOGIC(t)                                                                     \
+  SORN_LOGIC2_KERNEL_DECL(sorna__and_c1_, t)                                                   \
+  SORN_LOGIC2_KERNEL_DECL(sorna__orr_c1_, t)                                                   \
+  SORN_LOGIC2_KERNEL_DECL(sorna__xor_c1_, t)                                                   \
+  SornStatus sorna__not_c1_##t##t(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, \
+                                  void *dst, const int32_t *dststrides, const void *pa,        \
+                                  const int32_t *astrides);                                    \
+  SORN_CONST_CHANNELS(SORN_LOGICC_KERNEL_DECL, sorna__andC_c, t)                               \
+  SORN_CONST_CHANNELS(SORN_LOGICC_KERNEL_DECL, sorna__orrC_c, t)                               \
+  SORN_CONST_CHANNELS(SORN_LOGICC_KERNEL_DECL, sorna__xorC_c, t)
+SORN_LOGIC_TYPES(SORN_DECL_LOGIC)
+#undef SORN_DECL_LOGIC
+#undef SORN_LOGIC2_KERNEL_DECL
+#undef SORN_LOGICC_KERNEL_DECL
 
 /* ======================================================================
  * Comparison, conversion and data movement
