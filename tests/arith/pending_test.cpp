@@ -9,8 +9,6 @@
 //   tile and the saturating conversion.
 // - The tile paths of the constant forms: convert first for an f32
 //   destination, operate first for a narrow one.
-// - Like sources: the add and addq kernels hand two identical sources (same
-//   base, same strides) to the multiply-by-constant kernels.
 #include <gtest/gtest.h>
 
 #include <vector>
