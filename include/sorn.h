@@ -1922,6 +1922,250 @@ SornWTSRegion *SornGatherMSERFeature(SornWTSRegion *region, SornSTB *builder, So
 
 /* ---- region go here ---- */
 
+/* ======================================================================
+ * Plane geometry
+ * ====================================================================== */
+
+/* Three coordinate families, told by the prefix of a name: 2d (s32 cells),
+ * f2d (f32) and r2d (f64). A suffix $i, $f or $r names the family on the
+ * other side of a conversion, $I an in-place form, $c central moments.
+ * The first coordinate is called x and the second y; in the region analysis
+ * x is the row.
+ *
+ * Every function here is pure: it writes only its output (the first
+ * argument) and answers that output, or a value. There are no statuses and
+ * no checks: degenerate input gives what the arithmetic gives (an empty
+ * list's moments are not numbers, for one). Where a null pointer is allowed
+ * the comment says so. */
+
+/* Sorn2dPt, the integer point, is declared with the region results above. */
+typedef struct SornF2dPt {
+  float x, y;
+} SornF2dPt;
+typedef struct SornR2dPt {
+  double x, y;
+} SornR2dPt;
+
+/* A rectangle by its origin and extents. */
+typedef struct Sorn2dRect {
+  int32_t x, y, width, height;
+} Sorn2dRect;
+typedef struct SornF2dRect {
+  float x, y, width, height;
+} SornF2dRect;
+typedef struct SornR2dRect {
+  double x, y, width, height;
+} SornR2dRect;
+
+/* A rectangle by two corners. */
+typedef struct Sorn2dRcpt {
+  int32_t x0, y0, x1, y1;
+} Sorn2dRcpt;
+typedef struct SornF2dRcpt {
+  float x0, y0, x1, y1;
+} SornF2dRcpt;
+typedef struct SornR2dRcpt {
+  double x0, y0, x1, y1;
+} SornR2dRcpt;
+
+/* Four corners; from a rectangle they go (x0, y0), (x0, y1), (x1, y1),
+ * (x1, y0). There is no integer quadrilateral. */
+typedef struct SornF2dQuad {
+  SornF2dPt q[4];
+} SornF2dQuad;
+typedef struct SornR2dQuad {
+  SornR2dPt q[4];
+} SornR2dQuad;
+
+/* An ellipse: centre, semi-axes a and b, rotation in radians. At rotation
+ * 0, a lies along the first coordinate; from moments, b is the longer one. */
+typedef struct SornF2dEll {
+  float cx, cy, a, b, rotation;
+} SornF2dEll;
+typedef struct SornR2dEll {
+  double cx, cy, a, b, rotation;
+} SornR2dEll;
+
+/* Second moments. */
+typedef struct SornMoment2 {
+  double m20, m11, m02;
+} SornMoment2;
+
+/* ---------------- Moments and small solvers ----------------
+ * Pairs of roots and eigenvalues come smaller first. A symmetric 2x2 matrix
+ * is four cells a, b, b, d (the second b is not read). */
+
+double *sorn_f64_quadequ_solve(double *out, double a, double b, double c);
+double *sorn_f64_quadequ_solve_$mm(double *out, const double *coeffs);
+double *sorn_f64_quadequ_solve_$simple(double *out, double p, double q);
+double *sorn_f64_symmat2x2_eigvals(double *out, const double *m);
+/* The x forms answer the rotation, atan2(2 b, d - a) / 2. */
+double sorn_f64_symmat2x2_xeigvals(double *out, const double *m);
+/* centre: the first moments. */
+SornMoment2 *sorn_r2d_moment2_centralize(SornMoment2 *out, const SornMoment2 *m,
+                                         const SornR2dPt *centre);
+SornMoment2 *sorn_r2d_moment2_centralize_$I(SornMoment2 *m, const SornR2dPt *centre);
+/* Rotation 0 for a set elongated along the second coordinate. */
+double sorn_r2d_moment2c_rotation(const SornMoment2 *m);
+double *sorn_r2d_moment2c_covariance(double *out, const SornMoment2 *m);
+double *sorn_r2d_moment2c_eigvals(double *out, const SornMoment2 *m);
+double sorn_r2d_moment2c_xeigvals(double *out, const SornMoment2 *m);
+
+/* ---------------- Points and rectangles ---------------- */
+
+/* With a null base, out moves by (dx, dy); else out = base + (dx, dy). */
+Sorn2dPt *sorn_2d_pt_advance(Sorn2dPt *out, const Sorn2dPt *base, int32_t dx, int32_t dy);
+/* out = (dx, dy), plus base when there is one. */
+Sorn2dPt *sorn_2d_pt_setadv(Sorn2dPt *out, const Sorn2dPt *base, int32_t dx, int32_t dy);
+
+/* Conversions between the two rectangle forms; a null source, or one that
+ * is out, converts out in place. */
+Sorn2dRcpt *sorn_2d_rcpt_convert(Sorn2dRcpt *out, const Sorn2dRect *rect);
+Sorn2dRect *sorn_2d_rect_convert(Sorn2dRect *out, const Sorn2dRcpt *rcpt);
+SornF2dRcpt *sorn_f2d_rcpt_convert(SornF2dRcpt *out, const SornF2dRect *rect);
+SornF2dRect *sorn_f2d_rect_convert(SornF2dRect *out, const SornF2dRcpt *rcpt);
+SornR2dRcpt *sorn_r2d_rcpt_convert(SornR2dRcpt *out, const SornR2dRect *rect);
+SornR2dRect *sorn_r2d_rect_convert(SornR2dRect *out, const SornR2dRcpt *rcpt);
+
+/* general is the union. intersec takes the larger value in all four cells,
+ * the far corner included: its result reaches as far as the further of the
+ * two, by definition. A null a is out. */
+Sorn2dRcpt *sorn_2d_rcpt_intersec(Sorn2dRcpt *out, const Sorn2dRcpt *a, const Sorn2dRcpt *b);
+Sorn2dRcpt *sorn_2d_rcpt_general(Sorn2dRcpt *out, const Sorn2dRcpt *a, const Sorn2dRcpt *b);
+SornF2dRcpt *sorn_f2d_rcpt_intersec(SornF2dRcpt *out, const SornF2dRcpt *a, const SornF2dRcpt *b);
+SornF2dRcpt *sorn_f2d_rcpt_general(SornF2dRcpt *out, const SornF2dRcpt *a, const SornF2dRcpt *b);
+SornR2dRcpt *sorn_r2d_rcpt_intersec(SornR2dRcpt *out, const SornR2dRcpt *a, const SornR2dRcpt *b);
+SornR2dRcpt *sorn_r2d_rcpt_general(SornR2dRcpt *out, const SornR2dRcpt *a, const SornR2dRcpt *b);
+/* The same through corners; the $I forms take out as a. */
+Sorn2dRect *sorn_2d_rect_intersec(Sorn2dRect *out, const Sorn2dRect *a, const Sorn2dRect *b);
+Sorn2dRect *sorn_2d_rect_intersec_$I(Sorn2dRect *out, const Sorn2dRect *b);
+Sorn2dRect *sorn_2d_rect_general(Sorn2dRect *out, const Sorn2dRect *a, const Sorn2dRect *b);
+Sorn2dRect *sorn_2d_rect_general_$I(Sorn2dRect *out, const Sorn2dRect *b);
+SornF2dRect *sorn_f2d_rect_intersec(SornF2dRect *out, const SornF2dRect *a, const SornF2dRect *b);
+SornF2dRect *sorn_f2d_rect_intersec_$I(SornF2dRect *out, const SornF2dRect *b);
+SornF2dRect *sorn_f2d_rect_general(SornF2dRect *out, const SornF2dRect *a, const SornF2dRect *b);
+SornF2dRect *sorn_f2d_rect_general_$I(SornF2dRect *out, const SornF2dRect *b);
+SornR2dRect *sorn_r2d_rect_intersec(SornR2dRect *out, const SornR2dRect *a, const SornR2dRect *b);
+SornR2dRect *sorn_r2d_rect_intersec_$I(SornR2dRect *out, const SornR2dRect *b);
+SornR2dRect *sorn_r2d_rect_general(SornR2dRect *out, const SornR2dRect *a, const SornR2dRect *b);
+SornR2dRect *sorn_r2d_rect_general_$I(SornR2dRect *out, const SornR2dRect *b);
+
+/* Moments of a rectangle: the centre (moment1), and second moments that
+ * are area moments, not divided by the area, with m20 from the second
+ * extent and m02 from the first: both deliberate. The centroid forms
+ * compute the centre in f32. */
+SornR2dPt *sorn_2d_rcpt_moment1(SornR2dPt *out, const Sorn2dRcpt *r);
+SornMoment2 *sorn_2d_rcpt_moment2(SornMoment2 *out, const Sorn2dRcpt *r);
+SornMoment2 *sorn_2d_rcpt_moment2_$c(SornMoment2 *out, const Sorn2dRcpt *r);
+SornF2dPt *sorn_2d_rcpt_centroid_$f(SornF2dPt *out, const Sorn2dRcpt *r);
+SornR2dPt *sorn_f2d_rcpt_moment1(SornR2dPt *out, const SornF2dRcpt *r);
+SornMoment2 *sorn_f2d_rcpt_moment2(SornMoment2 *out, const SornF2dRcpt *r);
+SornMoment2 *sorn_f2d_rcpt_moment2_$c(SornMoment2 *out, const SornF2dRcpt *r);
+SornF2dPt *sorn_f2d_rcpt_centroid(SornF2dPt *out, const SornF2dRcpt *r);
+SornR2dPt *sorn_r2d_rcpt_moment1(SornR2dPt *out, const SornR2dRcpt *r);
+SornMoment2 *sorn_r2d_rcpt_moment2(SornMoment2 *out, const SornR2dRcpt *r);
+SornMoment2 *sorn_r2d_rcpt_moment2_$c(SornMoment2 *out, const SornR2dRcpt *r);
+SornR2dPt *sorn_2d_rect_moment1(SornR2dPt *out, const Sorn2dRect *r);
+SornMoment2 *sorn_2d_rect_moment2(SornMoment2 *out, const Sorn2dRect *r);
+SornMoment2 *sorn_2d_rect_moment2_$c(SornMoment2 *out, const Sorn2dRect *r);
+SornF2dPt *sorn_2d_rect_centroid_$f(SornF2dPt *out, const Sorn2dRect *r);
+SornR2dPt *sorn_f2d_rect_moment1(SornR2dPt *out, const SornF2dRect *r);
+SornMoment2 *sorn_f2d_rect_moment2(SornMoment2 *out, const SornF2dRect *r);
+SornMoment2 *sorn_f2d_rect_moment2_$c(SornMoment2 *out, const SornF2dRect *r);
+SornF2dPt *sorn_f2d_rect_centroid(SornF2dPt *out, const SornF2dRect *r);
+SornR2dPt *sorn_r2d_rect_moment1(SornR2dPt *out, const SornR2dRect *r);
+SornMoment2 *sorn_r2d_rect_moment2(SornMoment2 *out, const SornR2dRect *r);
+SornMoment2 *sorn_r2d_rect_moment2_$c(SornMoment2 *out, const SornR2dRect *r);
+
+/* border: four cells left, top, right, bottom. A null rect extends out in
+ * place. */
+Sorn2dRect *sorn_2d_rect_extend(Sorn2dRect *out, const Sorn2dRect *rect, const int32_t *border);
+Sorn2dRect *sorn_2d_rect_extend_$I(Sorn2dRect *out, const int32_t *border);
+/* extended gets rect widened by border, out its intersec with limit. The
+ * answer: 1 if extended is at most as wide and as high as out, else 0. */
+int sorn_2d_rect_rextend(Sorn2dRect *out, Sorn2dRect *extended, const Sorn2dRect *rect,
+                         const int32_t *border, const Sorn2dRect *limit);
+/* rect (null: out) grown by dx, dy on every side, then intersec with
+ * (0, 0, width, height). */
+Sorn2dRect *sorn_2d_rect_srextend(Sorn2dRect *out, const Sorn2dRect *rect, int32_t dx, int32_t dy,
+                                  int32_t width, int32_t height);
+
+/* 1 if (x, y) lies in the rectangle, both edges included. */
+int sorn_f2d_rect_inside2(const SornF2dRect *rect, float x, float y);
+int sorn_r2d_rect_inside2(const SornR2dRect *rect, double x, double y);
+
+/* ---------------- Quadrilaterals ---------------- */
+
+SornF2dQuad *__sorn_f2d_quad__$rcpt(SornF2dQuad *out, const SornF2dRcpt *r);
+SornF2dQuad *__sorn_f2d_quad__$rcpt$i(SornF2dQuad *out, const Sorn2dRcpt *r);
+SornF2dQuad *__sorn_f2d_quad__$rcpt$r(SornF2dQuad *out, const SornR2dRcpt *r);
+SornF2dQuad *__sorn_f2d_quad__$rect(SornF2dQuad *out, const SornF2dRect *r);
+SornF2dQuad *__sorn_f2d_quad__$rect$i(SornF2dQuad *out, const Sorn2dRect *r);
+SornF2dQuad *__sorn_f2d_quad__$rect$r(SornF2dQuad *out, const SornR2dRect *r);
+SornF2dQuad *__sorn_f2d_quad__$cast$r(SornF2dQuad *out, const SornR2dQuad *q);
+SornR2dQuad *__sorn_r2d_quad__$rcpt(SornR2dQuad *out, const SornR2dRcpt *r);
+SornR2dQuad *__sorn_r2d_quad__$rcpt$i(SornR2dQuad *out, const Sorn2dRcpt *r);
+SornR2dQuad *__sorn_r2d_quad__$rcpt$f(SornR2dQuad *out, const SornF2dRcpt *r);
+SornR2dQuad *__sorn_r2d_quad__$rect(SornR2dQuad *out, const SornR2dRect *r);
+SornR2dQuad *__sorn_r2d_quad__$rect$i(SornR2dQuad *out, const Sorn2dRect *r);
+SornR2dQuad *__sorn_r2d_quad__$rect$f(SornR2dQuad *out, const SornF2dRect *r);
+SornR2dQuad *__sorn_r2d_quad__$cast$f(SornR2dQuad *out, const SornF2dQuad *q);
+
+/* Width: from q0 to q1; height: from q0 to q3; in the family's float type.
+ * The area is the product of the two, in f64; the rotation is
+ * atan2(q1.x - q0.x, q1.y - q0.y), 0 for a quad from a rectangle. */
+float sorn_f2d_quad_width_sqr(const SornF2dQuad *q);
+float sorn_f2d_quad_width(const SornF2dQuad *q);
+float sorn_f2d_quad_height_sqr(const SornF2dQuad *q);
+float sorn_f2d_quad_height(const SornF2dQuad *q);
+double sorn_f2d_quad_area(const SornF2dQuad *q);
+double sorn_f2d_quad_rotation(const SornF2dQuad *q);
+double sorn_r2d_quad_width_sqr(const SornR2dQuad *q);
+double sorn_r2d_quad_width(const SornR2dQuad *q);
+double sorn_r2d_quad_height_sqr(const SornR2dQuad *q);
+double sorn_r2d_quad_height(const SornR2dQuad *q);
+double sorn_r2d_quad_area(const SornR2dQuad *q);
+double sorn_r2d_quad_rotation(const SornR2dQuad *q);
+
+/* ---------------- Ellipses ---------------- */
+
+/* From central second moments (or a four-cell covariance): the semi-axes
+ * are the square roots of the eigenvalues times scale, smaller one a; the
+ * library's own callers pass a scale of 2.0, which gives back the semi-axes
+ * of a filled ellipse from its normalised moments. */
+SornF2dEll *__sorn_f2d_ellipse__$moment2$c(SornF2dEll *out, const SornF2dPt *centre,
+                                           const SornMoment2 *m, double scale);
+SornF2dEll *__sorn_f2d_ellipse__$covariance(SornF2dEll *out, const SornF2dPt *centre,
+                                            const double *cov, double scale);
+SornF2dEll *__sorn_f2d_ellipse__$cast$r(SornF2dEll *out, const SornR2dEll *e);
+SornR2dEll *__sorn_r2d_ellipse__$moment2$c(SornR2dEll *out, const SornR2dPt *centre,
+                                           const SornMoment2 *m, double scale);
+SornR2dEll *__sorn_r2d_ellipse__$covariance(SornR2dEll *out, const SornR2dPt *centre,
+                                            const double *cov, double scale);
+SornR2dEll *__sorn_r2d_ellipse__$cast$f(SornR2dEll *out, const SornF2dEll *e);
+
+/* Area pi a b. The moments are area moments that take no account of the
+ * rotation, m20 from b and m02 from a, like those of a rectangle. */
+double sorn_f2d_ell_area(const SornF2dEll *e);
+SornMoment2 *sorn_f2d_ell_moment2(SornMoment2 *out, const SornF2dEll *e);
+SornMoment2 *sorn_f2d_ell_moment2_$c(SornMoment2 *out, const SornF2dEll *e);
+/* The axis-aligned rectangle around the ellipse. */
+SornF2dRect *sorn_f2d_ell_brect(SornF2dRect *out, const SornF2dEll *e);
+/* The rotated box of the axes: corners for (u, v) = (-a, -b), (-a, b),
+ * (a, b), (a, -b) at (cx + u cos + v sin, cy - u sin + v cos). */
+SornF2dQuad *sorn_f2d_ell_bquad(SornF2dQuad *out, const SornF2dEll *e);
+SornR2dQuad *sorn_f2d_ell_bquad_$r(SornR2dQuad *out, const SornF2dEll *e);
+/* 1 inside or on the ellipse. It turns by the rotation in the sense
+ * opposite to that of the bquad: both are kept as they are. */
+int sorn_f2d_ell_inside2(const SornF2dEll *e, float x, float y);
+double sorn_r2d_ell_area(const SornR2dEll *e);
+SornMoment2 *sorn_r2d_ell_moment2(SornMoment2 *out, const SornR2dEll *e);
+SornMoment2 *sorn_r2d_ell_moment2_$c(SornMoment2 *out, const SornR2dEll *e);
+SornR2dRect *sorn_r2d_ell_brect(SornR2dRect *out, const SornR2dEll *e);
+SornR2dQuad *sorn_r2d_ell_bquad(SornR2dQuad *out, const SornR2dEll *e);
+SornF2dQuad *sorn_r2d_ell_bquad_$f(SornF2dQuad *out, const SornR2dEll *e);
+int sorn_r2d_ell_inside2(const SornR2dEll *e, double x, double y);
+
 #ifdef __cplusplus
 }
 #endif
