@@ -2166,6 +2166,119 @@ SornR2dQuad *sorn_r2d_ell_bquad(SornR2dQuad *out, const SornR2dEll *e);
 SornF2dQuad *sorn_r2d_ell_bquad_$f(SornF2dQuad *out, const SornR2dEll *e);
 int sorn_r2d_ell_inside2(const SornR2dEll *e, double x, double y);
 
+/* ---------------- Point lists ----------------
+ * A point list is an array of points and an s32 count. The float families
+ * compare with the tolerance 2^-23 (as an f64 value), the integer family
+ * exactly, with sums in 64 bits. Hulls come out in the order of the sort:
+ * around the lowest point (smallest x, then smallest y), by the angle
+ * atan2(dx, dy). */
+
+/* Half the sum of cur.x prev.y - prev.x cur.y around the ring; a list that
+ * turns from x toward y gives a negative value. 0 below two points. */
+double sorn_2d_ptv___sarea(const Sorn2dPt *points, int32_t n);
+double sorn_f2d_ptv___sarea(const SornF2dPt *points, int32_t n);
+double sorn_r2d_ptv___sarea(const SornR2dPt *points, int32_t n);
+/* 1 if every turn has the sense of the first one; only the first turn is
+ * the reference. 0 below three points. */
+int sorn_2d_ptv_isconvex(const Sorn2dPt *points, int32_t n);
+int sorn_f2d_ptv_isconvex(const SornF2dPt *points, int32_t n);
+int sorn_r2d_ptv_isconvex(const SornR2dPt *points, int32_t n);
+/* 1 if every three neighbours lie on a line (not around the ring); 1 below
+ * three points. */
+int sorn_2d_ptv_all_colinear(const Sorn2dPt *points, int32_t n);
+int sorn_f2d_ptv_all_colinear(const SornF2dPt *points, int32_t n);
+int sorn_r2d_ptv_all_colinear(const SornR2dPt *points, int32_t n);
+/* The point of smallest x, and of smallest y among equal x; points itself
+ * below two points. */
+const Sorn2dPt *sorn_2d_ptv_lowest(const Sorn2dPt *points, int32_t n);
+const SornF2dPt *sorn_f2d_ptv_lowest(const SornF2dPt *points, int32_t n);
+const SornR2dPt *sorn_r2d_ptv_lowest(const SornR2dPt *points, int32_t n);
+/* Sorts around the lowest point, by angle and then by distance; no
+ * recursion and no allocation. */
+Sorn2dPt *sorn_2d_ptv_sort_$I(Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_f2d_ptv_sort_$I(SornF2dPt *points, int32_t n);
+SornR2dPt *sorn_r2d_ptv_sort_$I(SornR2dPt *points, int32_t n);
+/* The comparison of the sort: below 0 when a goes before b. The plain name
+ * is the f2d form. */
+int32_t _T_ptv_sort_compare(const SornF2dPt *a, const SornF2dPt *b, const SornF2dPt *pivot);
+int32_t _T_2d_ptv_sort_compare(const Sorn2dPt *a, const Sorn2dPt *b, const Sorn2dPt *pivot);
+int32_t _T_r2d_ptv_sort_compare(const SornR2dPt *a, const SornR2dPt *b, const SornR2dPt *pivot);
+
+/* Convex hulls; each answers the hull's point count. The in-place form
+ * leaves fewer than four points as they are, and keeps all points (sorted)
+ * when they lie on one line. convexhull copies the n points to out first
+ * (0 for n below 1). aconvexhull sets *outpointer to null, then for n of 1
+ * or more works in a block from malloc, which the caller gives back with
+ * free; it answers 0 when there is no block. */
+int32_t sorn_2d_ptv_convexhull_$I(Sorn2dPt *points, int32_t n);
+int32_t sorn_2d_ptv_convexhull(Sorn2dPt *out, const Sorn2dPt *points, int32_t n);
+int32_t sorn_2d_ptv_aconvexhull(Sorn2dPt **outpointer, const Sorn2dPt *points, int32_t n);
+int32_t sorn_f2d_ptv_convexhull_$I(SornF2dPt *points, int32_t n);
+int32_t sorn_f2d_ptv_convexhull(SornF2dPt *out, const SornF2dPt *points, int32_t n);
+int32_t sorn_f2d_ptv_aconvexhull(SornF2dPt **outpointer, const SornF2dPt *points, int32_t n);
+int32_t sorn_r2d_ptv_convexhull_$I(SornR2dPt *points, int32_t n);
+int32_t sorn_r2d_ptv_convexhull(SornR2dPt *out, const SornR2dPt *points, int32_t n);
+int32_t sorn_r2d_ptv_aconvexhull(SornR2dPt **outpointer, const SornR2dPt *points, int32_t n);
+
+/* Means of x and y (moment1), of x x, x y, y y (moment2), the central
+ * moments, and those as four cells m20, m11, m11, m02. An empty list gives
+ * values that are not numbers. */
+SornR2dPt *sorn_2d_ptv_moment1(SornR2dPt *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_ptv_moment2(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_ptv_moment2_$c(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+double *sorn_2d_ptv_covariance(double *out, const Sorn2dPt *points, int32_t n);
+SornR2dPt *sorn_f2d_ptv_moment1(SornR2dPt *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_ptv_moment2(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_ptv_moment2_$c(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+double *sorn_f2d_ptv_covariance(double *out, const SornF2dPt *points, int32_t n);
+SornR2dPt *sorn_r2d_ptv_moment1(SornR2dPt *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_ptv_moment2(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_ptv_moment2_$c(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+double *sorn_r2d_ptv_covariance(double *out, const SornR2dPt *points, int32_t n);
+/* The mean point, as f32, or for sorn_2d_ptv_centroid rounded to s32. */
+Sorn2dPt *sorn_2d_ptv_centroid(Sorn2dPt *out, const Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_2d_ptv_centroid_$f(SornF2dPt *out, const Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_f2d_ptv_centroid(SornF2dPt *out, const SornF2dPt *points, int32_t n);
+SornF2dPt *sorn_r2d_ptv_centroid_$f(SornF2dPt *out, const SornR2dPt *points, int32_t n);
+
+/* Bounding rectangle (extents without a plus one) and the same as a quad.
+ * An empty list gives the start values of the scan: the largest value of
+ * the scan's type as the smallest coordinate and the lowest as the largest
+ * (so an empty sorn_2d_ptv_brect is (0x7FFFFFFF, 0x7FFFFFFF, 1, 1)). */
+Sorn2dRect *sorn_2d_ptv_brect(Sorn2dRect *out, const Sorn2dPt *points, int32_t n);
+SornF2dRect *sorn_f2d_ptv_brect(SornF2dRect *out, const SornF2dPt *points, int32_t n);
+SornR2dRect *sorn_r2d_ptv_brect(SornR2dRect *out, const SornR2dPt *points, int32_t n);
+SornF2dQuad *sorn_2d_ptv_bquad_$f(SornF2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornR2dQuad *sorn_2d_ptv_bquad_$r(SornR2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornF2dQuad *sorn_f2d_ptv_bquad(SornF2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_f2d_ptv_bquad_$r(SornR2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_r2d_ptv_bquad(SornR2dQuad *out, const SornR2dPt *points, int32_t n);
+SornF2dQuad *sorn_r2d_ptv_bquad_$f(SornF2dQuad *out, const SornR2dPt *points, int32_t n);
+
+/* The bounding quadrilateral of least area, by rotating calipers over the
+ * convex hull: null for n below 1, the bquad below three points or for a
+ * hull of one or two points, null when the hull's block could not be had.
+ * Lists of up to 32 points need no allocation. The __ forms run the
+ * calipers on a hull of three points or more, in f64. */
+SornF2dQuad *sorn_2d_ptv_minbquad_$f(SornF2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornR2dQuad *sorn_2d_ptv_minbquad_$r(SornR2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornR2dQuad *sorn_2d_ptv__minbquad_$r(SornR2dQuad *out, const Sorn2dPt *hull, int32_t n);
+SornF2dQuad *sorn_f2d_ptv_minbquad(SornF2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_f2d_ptv_minbquad_$r(SornR2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_f2d_ptv__minbquad_$r(SornR2dQuad *out, const SornF2dPt *hull, int32_t n);
+SornR2dQuad *sorn_r2d_ptv_minbquad(SornR2dQuad *out, const SornR2dPt *points, int32_t n);
+SornF2dQuad *sorn_r2d_ptv_minbquad_$f(SornF2dQuad *out, const SornR2dPt *points, int32_t n);
+SornR2dQuad *sorn_r2d_ptv__minbquad(SornR2dQuad *out, const SornR2dPt *hull, int32_t n);
+/* One step of the calipers: of the jaw pair[0] and its opposite, the one or
+ * two whose next edge turns least; answers how many, written to pair. jaws
+ * holds the four vertex indexes. The plain name is the f2d form. */
+int32_t _T_calipers__dorotjawsel(int32_t *pair, const int32_t *jaws, const SornF2dPt *hull,
+                                 int32_t n);
+int32_t _T_2d_calipers__dorotjawsel(int32_t *pair, const int32_t *jaws, const Sorn2dPt *hull,
+                                    int32_t n);
+int32_t _T_r2d_calipers__dorotjawsel(int32_t *pair, const int32_t *jaws, const SornR2dPt *hull,
+                                     int32_t n);
+
 #ifdef __cplusplus
 }
 #endif
