@@ -2279,6 +2279,50 @@ int32_t _T_2d_calipers__dorotjawsel(int32_t *pair, const int32_t *jaws, const So
 int32_t _T_r2d_calipers__dorotjawsel(int32_t *pair, const int32_t *jaws, const SornR2dPt *hull,
                                      int32_t n);
 
+/* ---------------- Polygons ----------------
+ * A point list read as a closed ring. */
+
+/* Even-odd crossing of a ray along the second coordinate: an edge counts
+ * when x lies in its half-open span, and flips the answer when (x, y) lies
+ * above it in y. So of the boundary, the sides of largest x and of largest
+ * y count in, the others out. 0 below two points. */
+int sorn_2d_poly_inside2(const Sorn2dPt *points, int32_t n, int32_t x, int32_t y);
+int sorn_f2d_poly_inside2(const SornF2dPt *points, int32_t n, float x, float y);
+int sorn_r2d_poly_inside2(const SornR2dPt *points, int32_t n, double x, double y);
+/* The absolute signed area. */
+double sorn_2d_poly_area(const Sorn2dPt *points, int32_t n);
+double sorn_f2d_poly_area(const SornF2dPt *points, int32_t n);
+double sorn_r2d_poly_area(const SornR2dPt *points, int32_t n);
+/* Moments of the enclosed area over the ring's edges but the one from the
+ * second last point to the last, which the walk leaves out by definition.
+ * moment1 of fewer than two points is zeros; a ring of zero area gives
+ * values that are not numbers. */
+SornR2dPt *sorn_2d_poly_moment1(SornR2dPt *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_poly_moment2(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_poly_moment2_$c(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+double *sorn_2d_poly_covariance(double *out, const Sorn2dPt *points, int32_t n);
+Sorn2dPt *sorn_2d_poly_centroid(Sorn2dPt *out, const Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_2d_poly_centroid_$f(SornF2dPt *out, const Sorn2dPt *points, int32_t n);
+double sorn_2d_poly_rotation(const Sorn2dPt *points, int32_t n);
+SornF2dEll *sorn_2d_poly_fitell_$f(SornF2dEll *out, const Sorn2dPt *points, int32_t n);
+SornR2dEll *sorn_2d_poly_fitell_$r(SornR2dEll *out, const Sorn2dPt *points, int32_t n);
+SornR2dPt *sorn_f2d_poly_moment1(SornR2dPt *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_poly_moment2(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_poly_moment2_$c(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+double *sorn_f2d_poly_covariance(double *out, const SornF2dPt *points, int32_t n);
+SornF2dPt *sorn_f2d_poly_centroid(SornF2dPt *out, const SornF2dPt *points, int32_t n);
+double sorn_f2d_poly_rotation(const SornF2dPt *points, int32_t n);
+SornF2dEll *sorn_f2d_poly_fitell(SornF2dEll *out, const SornF2dPt *points, int32_t n);
+SornR2dEll *sorn_f2d_poly_fitell_$r(SornR2dEll *out, const SornF2dPt *points, int32_t n);
+SornR2dPt *sorn_r2d_poly_moment1(SornR2dPt *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_poly_moment2(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_poly_moment2_$c(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+double *sorn_r2d_poly_covariance(double *out, const SornR2dPt *points, int32_t n);
+SornF2dPt *sorn_r2d_poly_centroid_$f(SornF2dPt *out, const SornR2dPt *points, int32_t n);
+double sorn_r2d_poly_rotation(const SornR2dPt *points, int32_t n);
+SornR2dEll *sorn_r2d_poly_fitell(SornR2dEll *out, const SornR2dPt *points, int32_t n);
+SornF2dEll *sorn_r2d_poly_fitell_$f(SornF2dEll *out, const SornR2dPt *points, int32_t n);
+
 #ifdef __cplusplus
 }
 #endif

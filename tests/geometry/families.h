@@ -40,6 +40,16 @@ struct IntFamily {
   static constexpr auto minbquad_f = sorn_2d_ptv_minbquad_$f;
   static constexpr auto minbquad_hull = sorn_2d_ptv__minbquad_$r;
   static constexpr auto jawsel = _T_2d_calipers__dorotjawsel;
+  static constexpr auto poly_inside = sorn_2d_poly_inside2;
+  static constexpr auto poly_area = sorn_2d_poly_area;
+  static constexpr auto poly_moment1 = sorn_2d_poly_moment1;
+  static constexpr auto poly_moment2 = sorn_2d_poly_moment2;
+  static constexpr auto poly_moment2c = sorn_2d_poly_moment2_$c;
+  static constexpr auto poly_covariance = sorn_2d_poly_covariance;
+  static constexpr auto poly_centroid_f = sorn_2d_poly_centroid_$f;
+  static constexpr auto poly_rotation = sorn_2d_poly_rotation;
+  static constexpr auto poly_fitell_r = sorn_2d_poly_fitell_$r;
+  static constexpr auto poly_fitell_f = sorn_2d_poly_fitell_$f;
 };
 
 struct SingleFamily {
@@ -68,6 +78,16 @@ struct SingleFamily {
   static constexpr auto minbquad_f = sorn_f2d_ptv_minbquad;
   static constexpr auto minbquad_hull = sorn_f2d_ptv__minbquad_$r;
   static constexpr auto jawsel = _T_calipers__dorotjawsel;
+  static constexpr auto poly_inside = sorn_f2d_poly_inside2;
+  static constexpr auto poly_area = sorn_f2d_poly_area;
+  static constexpr auto poly_moment1 = sorn_f2d_poly_moment1;
+  static constexpr auto poly_moment2 = sorn_f2d_poly_moment2;
+  static constexpr auto poly_moment2c = sorn_f2d_poly_moment2_$c;
+  static constexpr auto poly_covariance = sorn_f2d_poly_covariance;
+  static constexpr auto poly_centroid_f = sorn_f2d_poly_centroid;
+  static constexpr auto poly_rotation = sorn_f2d_poly_rotation;
+  static constexpr auto poly_fitell_r = sorn_f2d_poly_fitell_$r;
+  static constexpr auto poly_fitell_f = sorn_f2d_poly_fitell;
 };
 
 struct RealFamily {
@@ -96,6 +116,16 @@ struct RealFamily {
   static constexpr auto minbquad_f = sorn_r2d_ptv_minbquad_$f;
   static constexpr auto minbquad_hull = sorn_r2d_ptv__minbquad;
   static constexpr auto jawsel = _T_r2d_calipers__dorotjawsel;
+  static constexpr auto poly_inside = sorn_r2d_poly_inside2;
+  static constexpr auto poly_area = sorn_r2d_poly_area;
+  static constexpr auto poly_moment1 = sorn_r2d_poly_moment1;
+  static constexpr auto poly_moment2 = sorn_r2d_poly_moment2;
+  static constexpr auto poly_moment2c = sorn_r2d_poly_moment2_$c;
+  static constexpr auto poly_covariance = sorn_r2d_poly_covariance;
+  static constexpr auto poly_centroid_f = sorn_r2d_poly_centroid_$f;
+  static constexpr auto poly_rotation = sorn_r2d_poly_rotation;
+  static constexpr auto poly_fitell_r = sorn_r2d_poly_fitell;
+  static constexpr auto poly_fitell_f = sorn_r2d_poly_fitell_$f;
 };
 
 using Families = ::testing::Types<IntFamily, SingleFamily, RealFamily>;
