@@ -1920,6 +1920,44 @@ SornWTSRegion *SornGatherMSERFeatures(SornWTSRegion *region, SornSTB *builder,
 SornWTSRegion *SornGatherMSERFeature(SornWTSRegion *region, SornSTB *builder, SornWTSLSC *lsc,
                                      int32_t index, uint32_t magic);
 
+/* ---------------- Measures of fetched regions ----------------
+ * Each measure appends to out (a SornVec of records, grown as needed) one
+ * record per SornFwtsrPixReg of pixregs, over all `size` points of the
+ * region, its descendants' included. Points are (row, column): the first
+ * coordinate is the row. A vector that cannot grow gets only the records
+ * that fit. Records: */
+/* SornWTSMF: count, then the sums of r, c, r r, r c, c c, taken exactly in
+ * 64-bit integers and converted per region (an empty region: zeros). */
+SornVec *sorn_fwtsr_mf_$2d(SornVec *out, const SornVec *pixregs);
+SornVec *sorn_fwtsr_m1_$2d(SornVec *out, const SornVec *pixregs);   /* SornR2dPt */
+SornVec *sorn_fwtsr_m2_$2d(SornVec *out, const SornVec *pixregs);   /* SornMoment2 */
+SornVec *sorn_fwtsr_m2c_$2d(SornVec *out, const SornVec *pixregs);  /* SornMoment2 */
+SornVec *sorn_fwtsr_brect_$2d(SornVec *out, const SornVec *pixregs); /* Sorn2dRect */
+SornVec *sorn_fwtsr_minbquad_$f2d(SornVec *out, const SornVec *pixregs); /* SornF2dQuad */
+SornVec *sorn_fwtsr_minbquad_$r2d(SornVec *out, const SornVec *pixregs); /* SornR2dQuad */
+/* The ellipse of the central moments, scale 2: SornF2dEll or SornR2dEll. */
+SornVec *sorn_fwtsr_ellipse_$f2d(SornVec *out, const SornVec *pixregs);
+SornVec *sorn_fwtsr_ellipse_$r2d(SornVec *out, const SornVec *pixregs);
+/* One region: count, then the means (not the sums) of r, c, r r, r c, c c. */
+SornWTSMF *sorn_fwtsr_mf1_$2d(SornWTSMF *out, const SornFwtsrPixReg *pixreg);
+
+/* The picked regions of a SornFMSERFilter fetched, or fetched and measured,
+ * in one call. which: 0 the dark pass, 1 the bright pass, any other value
+ * both, dark first. The answer is the number of regions delivered: 0 when
+ * the chosen passes have no result or no region. The measuring forms fetch
+ * anew on every call into blocks of their own, which they give back. */
+int32_t sorn_fmserf_pixreg_$2d(const SornFMSERFilter *filter, SornVec *regs, SornVec *points,
+                               int32_t which);
+int32_t sorn_fmserf_mf_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_m1_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_m2_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_m2c_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_brect_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_minbquad_$f2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_minbquad_$r2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_ellipse_$f2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_ellipse_$r2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+
 /* ---- region go here ---- */
 
 /* ======================================================================
