@@ -89,6 +89,37 @@ const typename F::Pt *lowest(const typename F::Pt *p, int32_t n) {
   return best;
 }
 
+// The order of two offsets from the pivot: by their angles atan2(x, y),
+// apart by more than the tolerance, else by their lengths, the nearer
+// first and never 0. The angles are only taken where they decide near the
+// tolerance: elsewhere the sign of the cross product tells the same (two
+// offsets with x > 0, or x = 0 and y > 0, lie within half a turn, where the
+// cross and dot products fix the difference of the angles), and the test
+// keeps a margin of a factor of 2 on either side of the tolerance, many
+// orders above the rounding of either way of computing. Offsets whose
+// squared lengths leave the comfortable range of f64 take the angles too.
+inline int32_t compare_offsets(double ax, double ay, double bx, double by) {
+  auto plain = [](double x, double y) { return x > 0 || (x == 0 && y > 0); };
+  const double norms = (ax * ax + ay * ay) * (bx * bx + by * by);
+  if (plain(ax, ay) && plain(bx, by) && norms > 1e-280 && norms < 1e280) {
+    const double cross = ay * bx - ax * by;  // positive when b's angle is the larger
+    const double dot = ax * bx + ay * by;
+    const double c2 = cross * cross;
+    if (dot <= 0 || c2 > 4 * kEps * kEps * norms) {
+      if (cross > 0) return -1;
+      if (cross < 0) return 1;
+    } else if (c2 < 0.25 * kEps * kEps * norms) {
+      const double da = std::sqrt(ax * ax + ay * ay), db = std::sqrt(bx * bx + by * by);
+      return db - da > kEps ? -1 : 1;
+    }
+  }
+  const double anga = std::atan2(ax, ay), angb = std::atan2(bx, by);
+  if (angb - anga > kEps) return -1;
+  if (anga - angb > kEps) return 1;
+  const double da = std::sqrt(ax * ax + ay * ay), db = std::sqrt(bx * bx + by * by);
+  return db - da > kEps ? -1 : 1;
+}
+
 // Below 0 when a goes before b: by the angle around the pivot, measured
 // from the second coordinate toward the first, then by the distance. Only
 // coincident points compare equal; a tie of distances is never 0.
@@ -100,22 +131,43 @@ int32_t sort_compare(const typename F::Pt *a, const typename F::Pt *b,
   const double px = F::wide(pivot->x), py = F::wide(pivot->y);
   const double ax = static_cast<double>(F::wide(a->x)) - px, ay = static_cast<double>(F::wide(a->y)) - py;
   const double bx = static_cast<double>(F::wide(b->x)) - px, by = static_cast<double>(F::wide(b->y)) - py;
-  const double anga = std::atan2(ax, ay), angb = std::atan2(bx, by);
-  if (angb - anga > kEps) return -1;
-  if (anga - angb > kEps) return 1;
-  const double da = std::sqrt(ax * ax + ay * ay), db = std::sqrt(bx * bx + by * by);
-  return db - da > kEps ? -1 : 1;
+  return compare_offsets(ax, ay, bx, by);
+}
+
+// Integer offsets from the pivot of at most this many units in either
+// coordinate have lengths below 1400 sqrt(2), so that two offsets that are
+// not parallel differ in angle by more than twice the tolerance (the sine
+// of the difference is at least 1 / (|a| |b|)), and two points on one ray
+// differ in distance by at least 1. There the order of the comparison is
+// exactly that of the cross product, then of the squared lengths.
+inline constexpr int64_t kExactSpan = 1400;
+
+// The comparison on such offsets, in integers. Every offset lies in the
+// half-plane of x > 0, or x = 0 and y >= 0, the pivot being the lowest
+// point.
+inline int32_t compare_exact_offsets(int64_t ax, int64_t ay, int64_t bx, int64_t by) {
+  const int64_t cross = ay * bx - ax * by;
+  if (cross > 0) return -1;
+  if (cross < 0) return 1;
+  return bx * bx + by * by > ax * ax + ay * ay ? -1 : 1;
+}
+
+// Whether every point lies within kExactSpan of the pivot in both
+// coordinates.
+inline bool within_exact_span(const Sorn2dPt *p, int32_t n, const Sorn2dPt &pivot) {
+  int64_t span = 0;
+  for (int32_t i = 0; i < n; ++i) {
+    const int64_t dx = (int64_t)p[i].x - pivot.x, dy = (int64_t)p[i].y - pivot.y;
+    span = std::max(span, std::max(dx < 0 ? -dx : dx, dy < 0 ? -dy : dy));
+  }
+  return span <= kExactSpan;
 }
 
 // An iterative quicksort with an explicit stack of ranges: the larger side
 // is pushed and the smaller goes on, so the stack never holds more than
 // log2(n) ranges, and 64 entries hold any s32 count.
-template <class F>
-typename F::Pt *sort(typename F::Pt *p, int32_t n) {
-  using Pt = typename F::Pt;
-  if (n < 1) return p;
-  const Pt pivot = *lowest<F>(p, n);
-  auto cmp = [&pivot](const Pt *a, const Pt *b) { return sort_compare<F>(a, b, &pivot); };
+template <class Pt, class Cmp>
+void quicksort(Pt *p, int32_t n, Cmp &&cmp) {
   auto swap = [p](int32_t i, int32_t j) { std::swap(p[i], p[j]); };
   struct Range {
     int32_t lo, hi;
@@ -186,19 +238,35 @@ typename F::Pt *sort(typename F::Pt *p, int32_t n) {
     lo = left_smaller ? left.lo : right.lo;
     hi = left_smaller ? left.hi : right.hi;
   }
+}
+
+// Sorts around the lowest point. Integer lists within the exact span take
+// the integer form of the comparison, which orders them the same way.
+template <class F>
+typename F::Pt *sort(typename F::Pt *p, int32_t n) {
+  using Pt = typename F::Pt;
+  if (n < 1) return p;
+  const Pt pivot = *lowest<F>(p, n);
+  if constexpr (F::kExact) {
+    if (within_exact_span(p, n, pivot)) {
+      quicksort(p, n, [&pivot](const Pt *a, const Pt *b) {
+        if (a == b || F::same(*a, *b)) return 0;
+        return compare_exact_offsets((int64_t)a->x - pivot.x, (int64_t)a->y - pivot.y,
+                                     (int64_t)b->x - pivot.x, (int64_t)b->y - pivot.y);
+      });
+      return p;
+    }
+  }
+  quicksort(p, n, [&pivot](const Pt *a, const Pt *b) { return sort_compare<F>(a, b, &pivot); });
   return p;
 }
 
-// A Graham scan in place over the sorted list. t is the index of the point
+// A Graham scan in place over a sorted list. t is the index of the point
 // below the top; the top b always equals p[t + 1]. A turn the wrong way
-// pops the top, a flat turn replaces it. Fewer than four points are left
-// as they stand, and a list on one line keeps all its points, sorted.
+// pops the top, a flat turn replaces it.
 template <class F>
-int32_t convexhull_inplace(typename F::Pt *p, int32_t n) {
+int32_t graham_scan(typename F::Pt *p, int32_t n) {
   using Pt = typename F::Pt;
-  if (n < 4) return n;
-  sort<F>(p, n);
-  if (all_colinear<F>(p, n)) return n;
   int32_t t = 0;
   Pt b = p[1];
   for (int32_t i = 2; i < n; ++i) {
@@ -217,6 +285,24 @@ int32_t convexhull_inplace(typename F::Pt *p, int32_t n) {
     b = c;
   }
   return t + 2;
+}
+
+int32_t convexhull_filtered(Sorn2dPt *p, int32_t n);
+
+// The hull in place: fewer than four points are left as they stand, and a
+// list on one line keeps all its points, sorted. Integer lists first try
+// the way that leaves out the points strictly inside (see
+// convexhull_filtered), which gives the same hull where it applies.
+template <class F>
+int32_t convexhull_inplace(typename F::Pt *p, int32_t n) {
+  if (n < 4) return n;
+  if constexpr (F::kExact) {
+    const int32_t h = convexhull_filtered(p, n);
+    if (h >= 0) return h;
+  }
+  sort<F>(p, n);
+  if (all_colinear<F>(p, n)) return n;
+  return graham_scan<F>(p, n);
 }
 
 template <class F>
