@@ -1,9 +1,13 @@
-// Public entries of the two-source arithmetic families and their shared
-// checks: records, ROI negotiation between three operands, and the move of
-// origins from site to data coordinates before layer 2 takes over.
+// Public entries of the two-source arithmetic families: the selector table,
+// the checks of three operands (or two with a constant), and the call of
+// layer 2. These families have no path through the call frame: a rank-4
+// destination is declined once everything else has been checked.
 #include <sorn.h>
 
-#include <cstring>
+#include "core/entry.h"
+
+using sorn::Channels;
+using sorn::Operand;
 
 namespace {
 
@@ -18,9 +22,9 @@ using Arith2cLayer = SornStatus (*)(SornXE *, SornFlags, SornDimPack, const int3
                                     const void *, const int32_t *, const int32_t *,
                                     const double *, int32_t, uint32_t);
 
-// Every selector the two entries know. A family that is not part of the
-// library yet keeps its slot with a null layer: its calls pass all the
-// checks and are then declined as not supported.
+// Every selector the two entries know. A selector without a layer in this
+// build (the multiplications and divisions, the sigmoid) passes all the
+// checks and is then declined as not supported.
 struct Arith2Slot {
   uint32_t tag;
   Arith2Layer arrays;
@@ -53,28 +57,6 @@ const Arith2Slot *find_slot(uint32_t tag, bool constant) {
   return nullptr;
 }
 
-bool good_destination(const SornArray *d) {
-  if (d == nullptr) return false;
-  if (d->ndims != 3 && d->ndims != 4) return false;
-  if (d->dims[0] < 1) return false;
-  const int32_t ch = SORN_CHANNELS(d->dims[3]);
-  return ch >= 1 && ch <= 4;
-}
-
-// A source may have one dimension less than a 4-dimensional destination,
-// and a single plane where the destination has several.
-bool matches_destination(const SornArray *s, const SornArray *d) {
-  if (s == nullptr) return false;
-  if (s->ndims != d->ndims && !(s->ndims == 3 && d->ndims == 4)) return false;
-  if (s->dims[0] != d->dims[0] && s->dims[0] != 1) return false;
-  return SORN_CHANNELS(s->dims[3]) == SORN_CHANNELS(d->dims[3]);
-}
-
-// Origins count from the site until here; from now on they count from data.
-void to_data_coordinates(SornVolume *roi, const SornArray *a) {
-  sorn_vec_update_$loff(4, roi->origin, a->strides, (int32_t)a->offset);
-}
-
 }  // namespace
 
 SornStatus _T_SornArith2(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
@@ -87,45 +69,24 @@ SornStatus _T_SornArith2(uint32_t tag, SornXE *xe, SornFlags flags, const SornAr
   }
   const Arith2Slot *slot = find_slot(tag, false);
   if (slot == nullptr) return SORN_EINVAL;
-  if (!good_destination(dst)) return SORN_EINVAL;
-  if (!matches_destination(a, dst) || !matches_destination(b, dst)) return SORN_EINVAL;
+  if (!sorn::good_image(dst)) return SORN_EINVAL;
+  if (!sorn::fits_image(a, dst, Channels::Same) || !sorn::fits_image(b, dst, Channels::Same))
+    return SORN_EINVAL;
 
-  SornVolume roiD, roiB;
-  if (!sorn_arr_negotiateRoi(dst, b, &roiD, &roiB, dstroi, broi, 3)) return SORN_ENOSPC;
-
-  // The first source only offers a start: its extent follows the second
-  // source's rows and columns, cut to what the first source has.
-  SornVolume roiA;
-  if (aroi != nullptr)
-    std::memcpy(roiA.origin, aroi->origin, sizeof roiA.origin);
-  else
-    std::memset(roiA.origin, 0, sizeof roiA.origin);
-  roiA.size[0] = a->dims[0];
-  roiA.size[1] = roiB.size[1];
-  roiA.size[2] = roiB.size[2];
-  roiA.size[3] = SORN_CHANNELS(a->dims[3]);
-  sorn_arr_adjustRoi_$I(a, &roiA);
-  if (roiA.size[0] < 1 || roiA.size[1] < 1 || roiA.size[2] < 1) return SORN_ENOSPC;
-  roiD.size[1] = roiB.size[1] = roiA.size[1];
-  roiD.size[2] = roiB.size[2] = roiA.size[2];
-  // The channel cell is the count of elements per pixel that the layers
-  // below fold into the row; a ROI that cuts it to nothing leaves no work.
-  if (roiD.size[3] < 1) return SORN_ENOSPC;
-
-  to_data_coordinates(&roiD, dst);
-  to_data_coordinates(&roiA, a);
-  to_data_coordinates(&roiB, b);
+  // The destination and the second source negotiate; the first source only
+  // offers a start and is fitted to their rows and columns.
+  SornVolume roiD, roiA, roiB;
+  if (!sorn::negotiate(dst, b, dstroi, broi, &roiD, &roiB)) return SORN_ENOSPC;
+  if (!sorn::fit_operand(a, aroi, &roiA, &roiB, &roiD)) return SORN_ENOSPC;
+  if (sorn::no_channels(roiD)) return SORN_ENOSPC;
+  Operand d(dst, roiD), oa(a, roiA), ob(b, roiB);
 
   // Checked this late on purpose: an empty ROI is reported first.
-  if (dst->ndims == 4) return SORN_ENOTSUP;
+  if (d.rank == 4) return SORN_ENOTSUP;
   if (slot->arrays == nullptr) return SORN_ENOTSUP;
-
-  const int32_t nd = dst->ndims;
-  const int32_t c = 4 - nd;
-  return slot->arrays(xe, flags, SORN_DIMPACK(nd), &roiD.size[c], dst->elemtype, dst->data,
-                      &roiD.origin[c], &dst->strides[c], a->elemtype, a->data, &roiA.origin[c],
-                      &a->strides[c], b->elemtype, b->data, &roiB.origin[c], &b->strides[c], sf,
-                      extra);
+  return slot->arrays(xe, flags, d.pack(), d.dims_at(), d.type, d.base, d.origin_at(),
+                      d.strides_at(), oa.type, oa.base, oa.origin_at(), oa.strides_at(), ob.type,
+                      ob.base, ob.origin_at(), ob.strides_at(), sf, extra);
 }
 
 SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
@@ -137,25 +98,19 @@ SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornA
   }
   const Arith2Slot *slot = find_slot(tag, true);
   if (slot == nullptr) return SORN_EINVAL;
-  if (!good_destination(dst)) return SORN_EINVAL;
-  if (!matches_destination(a, dst)) return SORN_EINVAL;
+  if (!sorn::good_image(dst) || !sorn::fits_image(a, dst, Channels::Same)) return SORN_EINVAL;
   if (cvec == nullptr) return SORN_EINVAL;
 
   SornVolume roiD, roiA;
-  if (!sorn_arr_negotiateRoi(dst, a, &roiD, &roiA, dstroi, aroi, 3)) return SORN_ENOSPC;
-  // A channel cell cut to nothing leaves no element to work on.
-  if (roiD.size[3] < 1) return SORN_ENOSPC;
-  to_data_coordinates(&roiD, dst);
-  to_data_coordinates(&roiA, a);
+  if (!sorn::negotiate(dst, a, dstroi, aroi, &roiD, &roiA)) return SORN_ENOSPC;
+  if (sorn::no_channels(roiD)) return SORN_ENOSPC;
+  Operand d(dst, roiD), oa(a, roiA);
 
-  if (dst->ndims == 4) return SORN_ENOTSUP;
+  if (d.rank == 4) return SORN_ENOTSUP;
   if (slot->constant == nullptr) return SORN_ENOTSUP;
-
-  const int32_t nd = dst->ndims;
-  const int32_t c = 4 - nd;
-  return slot->constant(xe, flags, SORN_DIMPACK(nd), &roiD.size[c], dst->elemtype, dst->data,
-                        &roiD.origin[c], &dst->strides[c], a->elemtype, a->data,
-                        &roiA.origin[c], &a->strides[c], cvec, sf, extra);
+  return slot->constant(xe, flags, d.pack(), d.dims_at(), d.type, d.base, d.origin_at(),
+                        d.strides_at(), oa.type, oa.base, oa.origin_at(), oa.strides_at(), cvec,
+                        sf, extra);
 }
 
 // The public entries of the group: one selector each, for two arrays and

@@ -5,7 +5,7 @@
 // one destination size only, and the units compile side by side.
 #pragma once
 
-#include "binary_kernel.h"
+#include "arith/binary_kernel.h"
 
 #define SORN_ARITH_SIZE_u8 1
 #define SORN_ARITH_SIZE_s8 1
@@ -24,8 +24,8 @@
                                          const int32_t *bstrides, int32_t sf,              \
                                          uint32_t extra) {                                 \
     (void)extra;                                                                              \
-    return sorn_arith::binary_kernel<policy, sorn_arith::tok::d, sorn_arith::tok::a,          \
-                                     sorn_arith::tok::b>(xe, flags, n, dims, dst, dststrides, \
+    return sorn_arith::binary_kernel<policy, sorn::tok::d, sorn::tok::a,          \
+                                     sorn::tok::b>(xe, flags, n, dims, dst, dststrides, \
                                                          pa, astrides, pb, bstrides, sf);     \
   }
 
@@ -38,8 +38,8 @@
     (void)xe;                                                                                 \
     (void)flags;                                                                              \
     (void)extra;                                                                              \
-    return sorn_arith::const_kernel<policy, sorn_arith::tok::d, sorn_arith::tok::a,           \
-                                    sorn_arith::tok::t>(n, dims, dst, dststrides, pa,         \
+    return sorn_arith::const_kernel<policy, sorn::tok::d, sorn::tok::a,           \
+                                    sorn::tok::t>(n, dims, dst, dststrides, pa,         \
                                                         astrides, block, sf);                 \
   }
 

@@ -1,7 +1,8 @@
 // The pattern behind every two-source element-wise kernel of the arithmetic
 // families: walk rows, convert each pair of elements by a per-element rule
 // that depends on the destination and source types, on the scale factor and
-// on an operation policy (add, and later subtract, ...).
+// on an operation policy (add, subtract, reversed subtract, and their
+// saturating forms).
 //
 // Private to arith/: the exported kernels are thin wrappers over
 // binary_kernel<> instantiated from the type tables in sorn.h.
@@ -9,82 +10,19 @@
 
 #include <sorn.h>
 
-#include <cfloat>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
 
-// The rounding helpers below rely on each float operation being rounded to
-// its own type, as on every 64-bit target with SSE or NEON.
-static_assert(FLT_EVAL_METHOD == 0, "float arithmetic must be evaluated in its own type");
+#include "core/elem_types.h"
 
 namespace sorn_arith {
 
-// Kernel names spell element types the way the type tables do.
-namespace tok {
-using u8 = uint8_t;
-using s8 = int8_t;
-using s16 = int16_t;
-using s32 = int32_t;
-using f32 = float;
-using f64 = double;
-}  // namespace tok
-
-template <class T> struct type_code;
-template <> struct type_code<uint8_t> { static constexpr uint32_t value = SORN_U8; };
-template <> struct type_code<int8_t> { static constexpr uint32_t value = SORN_S8; };
-template <> struct type_code<int16_t> { static constexpr uint32_t value = SORN_S16; };
-template <> struct type_code<int32_t> { static constexpr uint32_t value = SORN_S32; };
-template <> struct type_code<float> { static constexpr uint32_t value = SORN_F32; };
-template <> struct type_code<double> { static constexpr uint32_t value = SORN_F64; };
-
-constexpr uint32_t triple_key(uint32_t d, uint32_t a, uint32_t b) { return d << 8 | a << 4 | b; }
-
-constexpr bool known_type(uint32_t code) { return code < 16 && ((SORN_KNOWN_TYPES >> code) & 1u); }
-
-// Float to s32 the way the processor converts in its current rounding mode
-// (nearest-even by default): anything outside 32 bits, NaN included, becomes
-// 0x80000000. Adding and removing 2^23 (2^52 for doubles) with the sign of the
-// value rounds it to an integer in the current mode; larger magnitudes are
-// integers already. Written with selects only and no library call, so that
-// rows vectorise; the conversion itself only ever sees values that fit.
-inline int32_t cvt_s32(float x) {
-  const float c = x < 0.0f ? -8388608.0f : 8388608.0f;
-  const float near = (x + c) - c;
-  const float r = ((x > -8388608.0f) & (x < 8388608.0f)) ? near : x;
-  const bool fits = (x >= -2147483648.0f) & (x < 2147483648.0f);  // false for NaN
-  const int32_t v = (int32_t)(fits ? r : 0.0f);
-  return fits ? v : INT32_MIN;
-}
-
-inline int32_t cvt_s32(double x) {
-  const double c = x < 0.0 ? -4503599627370496.0 : 4503599627370496.0;
-  const double near = (x + c) - c;
-  const double r = ((x > -4503599627370496.0) & (x < 4503599627370496.0)) ? near : x;
-  // Judged on the rounded value: a double just below 2^31 rounds up to it.
-  const bool fits = (r >= -2147483648.0) & (r < 2147483648.0);
-  const int32_t v = (int32_t)(fits ? r : 0.0);
-  return fits ? v : INT32_MIN;
-}
-
-template <class D> struct int_range;
-template <> struct int_range<uint8_t> { static constexpr int64_t lo = 0, hi = 255; };
-template <> struct int_range<int8_t> { static constexpr int64_t lo = -128, hi = 127; };
-template <> struct int_range<int16_t> { static constexpr int64_t lo = -32768, hi = 32767; };
-template <> struct int_range<int32_t> {
-  static constexpr int64_t lo = INT32_MIN, hi = INT32_MAX;
-};
-
-template <class D> inline D clamp_to(int64_t v) {
-  return (D)(v < int_range<D>::lo ? int_range<D>::lo : v > int_range<D>::hi ? int_range<D>::hi : v);
-}
-
-// The same for a value that is known to be 32 bits wide, compared in 32 bits.
-template <class D> inline D clamp32(int32_t v) {
-  constexpr int32_t lo = (int32_t)int_range<D>::lo, hi = (int32_t)int_range<D>::hi;
-  return (D)(v < lo ? lo : v > hi ? hi : v);
-}
+using sorn::int_range;
+using sorn::round_i32;
+using sorn::sat;
+using sorn::sat32;
 
 // The integer cases of the scale factor, chosen once per call. A positive
 // scale shifts the sum as a 64-bit value: up to 31 places that never wraps,
@@ -118,7 +56,7 @@ template <class D> inline ScaleArgs scale_args(int32_t sf) {
   }
   // The power of two is formed in a signed 32-bit word: an sf of -31 makes
   // it INT32_MIN and thus the factor negative, -32 wraps to a factor of 1.
-  // Both are what the operation has always done and stay.
+  // Both are intended: the scale rule is kept to the bit.
   const uint32_t e = (0u - (uint32_t)sf) & 31u;
   k.factor = 1.0f / (float)(int32_t)(1u << e);
   return k;
@@ -127,8 +65,8 @@ template <class D> inline ScaleArgs scale_args(int32_t sf) {
 // What a kernel does when both sources are the very same elements.
 enum class Like {
   // Addition hands the operation to the multiply-by-constant kernel of its
-  // triple. Those kernels are not part of the library yet: the kernels with
-  // two sources of one type decline such a call, untouched.
+  // triple. This build has no such kernels: the kernels with two sources of
+  // one type answer SORN_ENOTSUP for such a call and write nothing.
   Multiply,
   // Subtraction knows the answer: zero, written by the fill.
   Zero,
@@ -219,26 +157,26 @@ inline D binary_elem(A a, B b, const ScaleArgs &k) {
     // A constant of the f64 class: the operation runs in f64.
     const double r = Op::f64((double)a, b);
     if constexpr (fd) return (float)r;
-    else return cvt_s32(r);
+    else return round_i32(r);
   } else if constexpr (fa || fb) {
     if constexpr (std::is_same_v<A, int32_t> || std::is_same_v<B, int32_t>) {
       // An s32 does not fit a float's mantissa: the combination runs in f64.
       const double r = Op::f64((double)a, (double)b);
       if constexpr (fd) return (float)r;
-      else return cvt_s32(r);
+      else return round_i32(r);
     } else {
       const float r = Op::f32((float)a, (float)b);
       if constexpr (fd) return r;
-      else return cvt_s32(r);
+      else return round_i32(r);
     }
   } else if constexpr (Op::saturate) {
     constexpr bool wide = std::is_same_v<A, int32_t> || std::is_same_v<B, int32_t>;
     if constexpr (wide) {
       const int64_t s = Op::i64((int64_t)a, (int64_t)b);
       if constexpr (fd) return (float)s;
-      else if constexpr (S == Scale::Wrap) return clamp_to<D>(s);
+      else if constexpr (S == Scale::Wrap) return sat<D>(s);
       else if constexpr (S == Scale::Shift || S == Scale::WideShift)
-        return clamp_to<D>((int64_t)((uint64_t)s << k.shift));
+        return sat<D>((int64_t)((uint64_t)s << k.shift));
       else return sat_round<D>((float)s * k.factor);
     } else if constexpr (S == Scale::Wrap && std::is_same_v<D, uint8_t> &&
                          std::is_same_v<A, uint8_t> && std::is_same_v<B, uint8_t>) {
@@ -253,7 +191,7 @@ inline D binary_elem(A a, B b, const ScaleArgs &k) {
       // for a non-zero scale are already those of the saturating form.
       const int32_t s = Op::i32((int32_t)a, (int32_t)b);
       if constexpr (fd) return (float)s;
-      else if constexpr (S == Scale::Wrap) return clamp32<D>(s);
+      else if constexpr (S == Scale::Wrap) return sat32<D>(s);
       else return binary_elem<typename Op::Plain, S, D, A, B>(a, b, k);
     }
   } else {
@@ -270,11 +208,11 @@ inline D binary_elem(A a, B b, const ScaleArgs &k) {
       return (D)(s > k.sum_hi ? hi : s < k.sum_lo ? lo : v);
     } else if constexpr (S == Scale::WideShift) {
       const int64_t v = (int64_t)((uint64_t)(int64_t)s << k.shift);
-      return clamp_to<D>(v);
+      return sat<D>(v);
     } else {
-      const int32_t v = cvt_s32((float)s * k.factor);
+      const int32_t v = round_i32((float)s * k.factor);
       if constexpr (std::is_same_v<D, int32_t>) return v;
-      else return clamp32<D>(v);
+      else return sat32<D>(v);
     }
   }
 }

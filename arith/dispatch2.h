@@ -5,29 +5,16 @@
 
 #include <sorn.h>
 
-#include "binary_kernel.h"
+#include "arith/binary_kernel.h"
+#include "core/entry.h"
 
 namespace sorn_arith {
 
 using Arith2Lookup = SornArith2Kernel (*)(uint32_t, uint32_t, uint32_t, SornStatus *);
 using Arith2cLookup = SornArith2cKernel (*)(uint32_t, uint32_t, uint32_t, SornStatus *);
 
-// What a lookup gives for a key it does not hold: a stub that answers the
-// status, "not supported" when all three codes are known types and
-// "invalid" otherwise. The stub takes no arguments, so calling it through
-// the kernel's type is undefined: the dispatchers here ask for the status
-// and return it instead of calling what they got. The stub stays the
-// lookups' answer for callers that only look at the pointer.
-template <class K>
-K missing_kernel(uint32_t d, uint32_t a, uint32_t b, SornStatus *status) {
-  const bool known = known_type(d) && known_type(a) && known_type(b);
-  if (status) *status = known ? SORN_ENOTSUP : SORN_EINVAL;
-  // void (*)(void) is the generic function pointer type of the language.
-  auto stub = reinterpret_cast<void (*)(void)>(known ? &sorna_proc_enotsup : &sorna_proc_einval);
-  return reinterpret_cast<K>(stub);
-}
-
-inline int32_t elem_size(uint32_t code) { return SORN_ELEMSIZE(code); }
+using sorn::elem_size;
+using sorn::known_type;
 
 // Puts the wider source first, and a float source before an integer one of
 // the same size. Each exchange is done once: a second pass could undo the
@@ -47,7 +34,7 @@ inline SornStatus dispatch2(Arith2Lookup lookup, SornXE *xe, SornFlags flags, So
   const int32_t n = (int32_t)(pack & 15u);
   if (n < 2) return SORN_EINVAL;  // no row length to walk
   const int32_t w = dims[n - 1];
-  if ((flags & SORN_F_CHFORMAT) == 0 && (w & 0xf0) != 0) flags |= (SornFlags)(w & 0xf0);
+  flags = sorn::with_channel_format(flags, (uint32_t)w);
 
   int32_t ldims[4], lds[4], las[4], lbs[4];
   for (int32_t i = 0; i < n; ++i) {
@@ -74,11 +61,11 @@ inline SornStatus dispatch2(Arith2Lookup lookup, SornXE *xe, SornFlags flags, So
     return k(xe, flags, n, ldims, dstptr, lds, aptr, las, bptr, lbs, sf, extra);
   }
 
-  // A destination narrower than the first source: the operation would be
-  // formed in the source's type in a scratch tile and saturated into the
-  // destination by the conversion. That conversion is not part of the
-  // library yet, so after refusing what the tile path would refuse the
-  // answer is "not supported", and nothing is written.
+  // A destination narrower than the first source: the operation is formed
+  // in the source's type in a scratch tile and saturated into the
+  // destination by the conversion, which this build leaves out. So after
+  // refusing what the tile path refuses, the answer is "not supported", and
+  // nothing is written.
   if (asize == 0 || dsize >= asize) return SORN_EINVAL;
   if (!known_type(dsttype)) return SORN_EINVAL;
   SornStatus st = SORN_OK;

@@ -8,7 +8,7 @@
 
 #include <cmath>
 
-#include "dispatch2.h"
+#include "arith/dispatch2.h"
 
 namespace sorn_arith {
 
@@ -16,15 +16,8 @@ namespace sorn_arith {
 // with bit 4 set.
 constexpr uint32_t kBigInt = 27;
 
-// A double to a 64-bit integer by truncation, as the processor does it:
-// what does not fit (NaN included) is the most negative value.
-inline int64_t trunc_i64(double c) {
-  if (!(c > -9223372036854775808.0 && c < 9223372036854775808.0)) return INT64_MIN;
-  return (int64_t)c;
-}
-
 inline uint32_t classify_constant(double c) {
-  const int64_t i = trunc_i64(c);
+  const int64_t i = sorn::trunc_i64(c);
   const int32_t i32 = (int32_t)(uint32_t)(uint64_t)i;
   // The tolerance of the library's float comparisons; NaN compares false
   // and goes on as the integer 0.
@@ -59,14 +52,12 @@ inline uint32_t constant_class(const double *cvec, int32_t nchan, SornFlags flag
   return t;
 }
 
-inline bool floating(uint32_t t) { return t == SORN_F32 || t == SORN_F64; }
-
 // The constant type fitted to the source and the destination.
 inline uint32_t fit_constant(uint32_t t, uint32_t atype, uint32_t dsttype, SornFlags flags) {
   const int32_t ts = elem_size(t), as = elem_size(atype);
   if (ts < as) t = atype;
   else if (ts == as && t != atype) t = t == SORN_S32 ? SORN_F32 : SORN_F64;
-  if (atype != SORN_F32 && t != SORN_S32 && t != atype && !(dsttype == SORN_F32 && floating(t)))
+  if (atype != SORN_F32 && t != SORN_S32 && t != atype && !(dsttype == SORN_F32 && sorn::float_type(t)))
     t = SORN_S32;
   if ((flags & SORN_F_CONST_WIDE) && t == SORN_F32 && atype == SORN_F32) {
     const uint32_t cls = dsttype & 7u;
@@ -91,7 +82,7 @@ inline SornStatus dispatch2c(Arith2cLookup lookup, SornXE *xe, SornFlags flags, 
   const int32_t n = (int32_t)(pack & 15u);
   if (n < 2) return SORN_EINVAL;
   const int32_t w = dims[n - 1];
-  if ((flags & SORN_F_CHFORMAT) == 0 && (w & 0xf0) != 0) flags |= (SornFlags)(w & 0xf0);
+  flags = sorn::with_channel_format(flags, (uint32_t)w);
   const int32_t nchan = w;
   uint32_t t = nchan >= 1 ? constant_class(cvec, nchan, flags) : SORN_U8;
   t = fit_constant(t, atype, dsttype, flags);
@@ -110,8 +101,8 @@ inline SornStatus dispatch2c(Arith2cLookup lookup, SornXE *xe, SornFlags flags, 
   // The tile paths: the source converted to s32 or f32 first for an f32
   // destination, the operation formed in a wider type and saturated into
   // the destination otherwise. Both end in the saturating conversion, which
-  // is not part of the library yet: after what they would refuse, the answer
-  // is "not supported", and nothing is written.
+  // this build leaves out: after what they refuse, the answer is "not
+  // supported", and nothing is written.
   if (!known_type(dsttype)) return SORN_EINVAL;
   SornStatus kst = SORN_OK;
   if (dsttype == SORN_F32) {

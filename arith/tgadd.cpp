@@ -3,6 +3,10 @@
 // (a u8 destination is written as s8) on their way to the q dispatchers.
 #include <sorn.h>
 
+#include "core/entry.h"
+
+using sorn::at_origin;
+
 namespace {
 
 template <auto Dispatch, uint32_t DstBits>
@@ -12,9 +16,9 @@ SornStatus arrays(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *
                   const int32_t *aorigin, const int32_t *astrides, uint32_t btype,
                   const void *bbase, const int32_t *borigin, const int32_t *bstrides, int32_t sf,
                   uint32_t extra) {
-  const void *bptr = sorn_advance_ptr(bbase, sorn_vec_mkloff_$LS(pack, borigin, bstrides));
-  const void *aptr = sorn_advance_ptr(abase, sorn_vec_mkloff_$LS(pack, aorigin, astrides));
-  void *dstptr = sorn_advance_ptr(dstbase, sorn_vec_mkloff_$LS(pack, dstorigin, dststrides));
+  const void *bptr = at_origin(bbase, pack, borigin, bstrides);
+  const void *aptr = at_origin(abase, pack, aorigin, astrides);
+  void *dstptr = at_origin(dstbase, pack, dstorigin, dststrides);
   return Dispatch(xe, flags, pack, dims, dsttype | DstBits, dstptr, dststrides, atype, aptr,
                   astrides, btype, bptr, bstrides, sf, extra);
 }
@@ -25,8 +29,8 @@ SornStatus constant(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t
                     const int32_t *dststrides, uint32_t atype, const void *abase,
                     const int32_t *aorigin, const int32_t *astrides, const double *cvec,
                     int32_t sf, uint32_t extra) {
-  const void *aptr = sorn_advance_ptr(abase, sorn_vec_mkloff_$LS(pack, aorigin, astrides));
-  void *dstptr = sorn_advance_ptr(dstbase, sorn_vec_mkloff_$LS(pack, dstorigin, dststrides));
+  const void *aptr = at_origin(abase, pack, aorigin, astrides);
+  void *dstptr = at_origin(dstbase, pack, dstorigin, dststrides);
   return Dispatch(xe, flags, pack, dims, dsttype | DstBits, dstptr, dststrides, atype, aptr,
                   astrides, cvec, sf, extra);
 }

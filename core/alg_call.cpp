@@ -6,6 +6,8 @@
 
 #include <cstring>
 
+#include "core/entry.h"
+
 namespace {
 
 // Room for every cell a dimension-packing word can describe (n and off are
@@ -60,21 +62,7 @@ SornSlice make_slice(int32_t total, int32_t skip, int32_t *dims, int count, int3
   return s;
 }
 
-using Proc1 = SornStatus (*)(SornXE *, SornFlags, void *, SornDimPack, int32_t *, uint32_t, void *,
-                             int32_t *, int32_t *);
-using Proc2 = SornStatus (*)(SornXE *, SornFlags, void *, SornDimPack, int32_t *, uint32_t, void *,
-                             int32_t *, int32_t *, uint32_t, void *, int32_t *, int32_t *);
-using Proc3 = SornStatus (*)(SornXE *, SornFlags, void *, SornDimPack, int32_t *, uint32_t, void *,
-                             int32_t *, int32_t *, uint32_t, void *, int32_t *, int32_t *,
-                             uint32_t, void *, int32_t *, int32_t *);
-using Proc4 = SornStatus (*)(SornXE *, SornFlags, void *, SornDimPack, int32_t *, uint32_t, void *,
-                             int32_t *, int32_t *, uint32_t, void *, int32_t *, int32_t *,
-                             uint32_t, void *, int32_t *, int32_t *, uint32_t, void *, int32_t *,
-                             int32_t *);
-using Proc5 = SornStatus (*)(SornXE *, SornFlags, void *, SornDimPack, int32_t *, uint32_t, void *,
-                             int32_t *, int32_t *, uint32_t, void *, int32_t *, int32_t *,
-                             uint32_t, void *, int32_t *, int32_t *, uint32_t, void *, int32_t *,
-                             int32_t *, uint32_t, void *, int32_t *, int32_t *);
+using sorn::SliceProc;
 using ProcRaw = SornStatus (*)(SornPack *, int32_t, SornSlice *);
 
 SornStatus invoke(SornPack *pack, int32_t mode, SornSlice *slice) {
@@ -89,23 +77,23 @@ SornStatus invoke(SornPack *pack, int32_t mode, SornSlice *slice) {
   const SornSliceOperand *s = slice->op;
   switch (pack->count) {
     case 1:
-      return reinterpret_cast<Proc1>(pack->proc)(xe, flags, data, dp, dims, o[0].type, o[0].base,
+      return reinterpret_cast<SliceProc<1>>(pack->proc)(xe, flags, data, dp, dims, o[0].type, o[0].base,
                                                  s[0].origin, s[0].strides);
     case 2:
-      return reinterpret_cast<Proc2>(pack->proc)(xe, flags, data, dp, dims, o[0].type, o[0].base,
+      return reinterpret_cast<SliceProc<2>>(pack->proc)(xe, flags, data, dp, dims, o[0].type, o[0].base,
                                                  s[0].origin, s[0].strides, o[1].type, o[1].base,
                                                  s[1].origin, s[1].strides);
     case 3:
-      return reinterpret_cast<Proc3>(pack->proc)(
+      return reinterpret_cast<SliceProc<3>>(pack->proc)(
           xe, flags, data, dp, dims, o[0].type, o[0].base, s[0].origin, s[0].strides, o[1].type,
           o[1].base, s[1].origin, s[1].strides, o[2].type, o[2].base, s[2].origin, s[2].strides);
     case 4:
-      return reinterpret_cast<Proc4>(pack->proc)(
+      return reinterpret_cast<SliceProc<4>>(pack->proc)(
           xe, flags, data, dp, dims, o[0].type, o[0].base, s[0].origin, s[0].strides, o[1].type,
           o[1].base, s[1].origin, s[1].strides, o[2].type, o[2].base, s[2].origin, s[2].strides,
           o[3].type, o[3].base, s[3].origin, s[3].strides);
     default:
-      return reinterpret_cast<Proc5>(pack->proc)(
+      return reinterpret_cast<SliceProc<5>>(pack->proc)(
           xe, flags, data, dp, dims, o[0].type, o[0].base, s[0].origin, s[0].strides, o[1].type,
           o[1].base, s[1].origin, s[1].strides, o[2].type, o[2].base, s[2].origin, s[2].strides,
           o[3].type, o[3].base, s[3].origin, s[3].strides, o[4].type, o[4].base, s[4].origin,

@@ -1,8 +1,14 @@
 // Histograms: the record with its life cycle, the counting entries, the
-// type-generic layer and the dispatcher. The kernels are in histo_kernels.cpp.
-#include "stats_common.h"
+// type-generic layer, the dispatcher and its kernel lookups. The kernels are
+// in histo_kernels.cpp.
+#include <sorn.h>
+
+#include <cstring>
+
+#include "stats/stats_common.h"
 
 using namespace sorn_stats;
+using sorn::channels_of;
 
 namespace {
 
@@ -25,7 +31,7 @@ void settle_sums(SornFlags flags, uint32_t w, uint32_t type, SornHist *hists) {
     if (!selected(mask, c)) continue;
     SornHist *h = &hists[c];
     if (type == SORN_F32)
-      h->isum = (uint32_t)round_i32((double)h->fsum);
+      h->isum = (uint32_t)sorn::round_i32((double)h->fsum);
     else
       h->fsum = (float)(int32_t)h->isum;
   }
@@ -43,8 +49,8 @@ uint32_t sorn_hist_inithdr(SornHist *hist, const SornHistInit *init) {
   hist->high = (float)init->high;
   hist->span = hist->high - hist->low;
   hist->width = bins == 1 ? 0.0f : hist->span / (float)(bins - 1);
-  hist->ilow = round_i32(init->low);
-  hist->ihigh = round_i32(init->high);
+  hist->ilow = sorn::round_i32(init->low);
+  hist->ihigh = sorn::round_i32(init->high);
   int32_t r = (int32_t)((uint32_t)hist->ihigh - (uint32_t)hist->ilow);
   hist->irange = (int32_t)((uint32_t)r + 1u);
   int32_t d = (bins - 1 < hist->irange) ? bins - 1 : r;
@@ -67,7 +73,7 @@ int32_t sorn_hist_inithdr_$n(uint32_t w, SornHist *hists, const SornHistInit *in
       hists[c].bins = 0;
       hists[c].counts = nullptr;
       // The sums cleared for a channel left out are those of the first
-      // record, not the channel's own; kept as it has always been.
+      // record, not the channel's own: intended, callers rely on it.
       hists[0].isum = 0;
       hists[0].fsum = 0.0f;
     }
@@ -207,14 +213,31 @@ SornStatus sorn_hist__init_n_xe(int32_t mode, uint32_t w, SornHist *hists,
 
 /* ---------------- dispatch ---------------- */
 
+namespace {
+
+#define HIST_ROW(c, t) SORN_KERNEL_ROW(sorna__histogram_c##c##_##t, c, SORN_TYPECODE(t))
+#define HIST_ROWS(t) SORN_STATS_CHANNELS(HIST_ROW, t)
+#define HIST_XM_ROW(c, t) SORN_KERNEL_ROW(sorna__histogram_xm_c##c##_##t, c, SORN_TYPECODE(t))
+#define HIST_XM_ROWS(t) SORN_STATS_CHANNELS(HIST_XM_ROW, t)
+constexpr sorn::KernelRow<SornHistKernel> kHist[] = {SORN_HIST_TYPES(HIST_ROWS)};
+constexpr sorn::KernelRow<SornHistXmKernel> kHistXm[] = {SORN_HIST_XM_TYPES(HIST_XM_ROWS)};
+
+}  // namespace
+
+SornHistKernel sorna__histofun_imp(uint32_t chword, SornElemType type, SornStatus *status) {
+  return sorn::lookup_channels(kHist, chword, type, sorn::refusal_for(type), status);
+}
+
+SornHistXmKernel sorna__histofunxm_imp(uint32_t chword, SornElemType type, SornStatus *status) {
+  return sorn::lookup_channels(kHistXm, chword, type, sorn::refusal_for(type), status);
+}
+
 SornStatus sorna__histogram(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                             uint32_t type, const void *src, const int32_t *strides,
                             SornHist *hists) {
-  Shape s = inner3(pack, dims, strides);
-  uint32_t w = (uint32_t)s.dims[s.n - 1];
-  flags = fill_format(flags, w);
-  // A refused key is answered with its status: the stub the lookup gives
-  // for it takes no arguments and is never called through the kernel type.
+  const sorn::Inner s = sorn::inner3(pack, dims, strides);
+  const uint32_t w = (uint32_t)s.dims[s.n - 1];
+  flags = sorn::with_channel_format(flags, w);
   SornStatus st = SORN_OK;
   SornHistKernel k = sorna__histofun_imp(w & 15u, type, &st);
   if (st != SORN_OK) return st;
@@ -228,54 +251,20 @@ SornStatus sorna__histogram_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
                                const int32_t *strides, const void *mask,
                                const int32_t *mstrides, SornHist *hists) {
   if (mask == nullptr) return sorna__histogram(xe, flags, pack, dims, type, src, strides, hists);
-  Shape s = inner3(pack, dims, strides);
-  Shape m = inner3(pack, dims, mstrides);
-  uint32_t w = (uint32_t)s.dims[s.n - 1];
-  flags = fill_format(flags, w);
+  const sorn::Inner s = sorn::inner3(pack, dims, strides, mstrides);
+  const uint32_t w = (uint32_t)s.dims[s.n - 1];
+  flags = sorn::with_channel_format(flags, w);
   SornStatus st = SORN_OK;
   SornHistXmKernel k = sorna__histofunxm_imp(w & 15u, type, &st);
   if (st != SORN_OK) return st;
-  st = k(xe, flags, s.n, s.dims, src, s.strides, (const uint8_t *)mask, m.strides, hists);
+  st = k(xe, flags, s.n, s.dims, src, s.strides, (const uint8_t *)mask, s.mstrides, hists);
   if (st == SORN_OK) settle_sums(flags, w, type, hists);
   return st;
 }
 
-/* ---------------- type-generic layer ---------------- */
+/* ---------------- type-generic layer and slice forms ---------------- */
 
-SornStatus sorna_histogram(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                           uint32_t type, const void *base, const int32_t *origin,
-                           const int32_t *strides, SornHist *hists) {
-  return from_origin<SornHist, sorna__histogram>(xe, flags, pack, dims, type, base, origin,
-                                                 strides, hists);
-}
-
-SornStatus sorna_histogram_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
-                              const int32_t *dims, uint32_t type, const void *base,
-                              const int32_t *origin, const int32_t *strides, uint32_t mtype,
-                              const void *mbase, const int32_t *morigin,
-                              const int32_t *mstrides, SornHist *hists) {
-  if (mbase == nullptr)
-    return sorna_histogram(xe, flags, pack, dims, type, base, origin, strides, hists);
-  return from_origin_xm<SornHist, sorna__histogram_xm>(xe, flags, pack, dims, type, base, origin,
-                                                       strides, mtype, mbase, morigin, mstrides,
-                                                       hists);
-}
-
-SornStatus SornTGAhistogram(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
-                            int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
-                            int32_t *strides0) {
-  return slice_of<SornHist, sorna_histogram>(xe, flags, data, pack, dims, type0, base0, origin0,
-                                             strides0);
-}
-
-SornStatus SornTGAhistogramEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
-                              int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
-                              int32_t *strides0, uint32_t type1, void *base1,
-                              int32_t *origin1, int32_t *strides1) {
-  return slice_of_xm<SornHist, sorna_histogram_xm>(xe, flags, data, pack, dims, type0, base0,
-                                                   origin0, strides0, type1, base1, origin1,
-                                                   strides1);
-}
+SORN_STATS_LAYER2(histogram, SornHist)
 
 /* ---------------- entries ---------------- */
 
@@ -291,16 +280,14 @@ SornStatus mode_rule(int32_t mode) {
 
 SornStatus SornHistogram(SornXE *xe, SornFlags flags, const SornArray *src,
                          const SornVolume *roi, int32_t mode, SornHist *hists) {
-  return image_entry<SornHist, sorna_histogram>(
-      xe, flags, src, roi, SORN_TAG_HIST, (SornSliceProc)(void (*)(void))SornTGAhistogram, hists,
-      mode_rule(mode));
+  return image_entry(xe, flags, SORN_TAG_HIST, &SornTGAhistogram, src, roi, hists,
+                     mode_rule(mode));
 }
 
 SornStatus SornHistogramEx(SornXE *xe, SornFlags flags, const SornArray *src,
                            const SornArray *mask, const SornVolume *roi,
                            const SornVolume *maskSite, int32_t mode, SornHist *hists) {
   if (mask == nullptr) return SornHistogram(xe, flags, src, roi, mode, hists);
-  return masked_entry<SornHist, sorna_histogram_xm>(
-      xe, flags, src, mask, roi, maskSite, SORN_TAG_HSTX,
-      (SornSliceProc)(void (*)(void))SornTGAhistogramEx, hists, mode_rule(mode));
+  return masked_entry(xe, flags, SORN_TAG_HSTX, &SornTGAhistogramEx, src, mask, roi, maskSite,
+                      hists, mode_rule(mode));
 }

@@ -1,28 +1,25 @@
-// Counting kernels of the histograms and their lookups. One pattern per
-// kind of element: 8-bit values go through eight banks of counters, wider
-// integers and floats through plain loops over rows.
-#include "stats_common.h"
+// Counting kernels of the histograms. One pattern per kind of element:
+// 8-bit values go through eight banks of counters, wider integers and floats
+// through plain loops over rows.
+#include <sorn.h>
+
+#include <cstring>
+#include <type_traits>
+
+#include "stats/stats_common.h"
 
 using namespace sorn_stats;
+using sorn::Rows;
 
 namespace {
 
+// The low end of the range, brought into the element's own range; an s32
+// low end is used as it stands.
 template <class T>
-struct LowClamp {
-  static int32_t apply(int32_t v) { return v; }
-};
-template <>
-struct LowClamp<uint8_t> {
-  static int32_t apply(int32_t v) { return v < 0 ? 0 : v > 255 ? 255 : v; }
-};
-template <>
-struct LowClamp<int8_t> {
-  static int32_t apply(int32_t v) { return v < -128 ? -128 : v > 127 ? 127 : v; }
-};
-template <>
-struct LowClamp<int16_t> {
-  static int32_t apply(int32_t v) { return v < -32768 ? -32768 : v > 32767 ? 32767 : v; }
-};
+inline int32_t low_of(int32_t ilow) {
+  if constexpr (sizeof(T) < 4) return sorn::sat32<T>(ilow);
+  else return ilow;
+}
 
 // The bin of value offset d = x - ilow: itself when the range has as many
 // values as there are bins, otherwise d * bins / irange in signed 32 bits.
@@ -117,9 +114,9 @@ SornStatus count8(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, c
                   const int32_t *strides, const uint8_t *mask, const int32_t *mstrides,
                   SornHist *h) {
   if (unmappable(h)) return SORN_EINVAL;
-  Rows r = rows_of(n, dims, strides, Masked ? mstrides : nullptr);
-  merge_rows(r, n, strides, Masked ? mstrides : nullptr);
-  const int32_t lo = LowClamp<T>::apply(h->ilow);
+  Rows r = sorn::rows_of(n, dims, strides, Masked ? mstrides : nullptr);
+  sorn::merge_dense(r, n, strides, Masked ? mstrides : nullptr);
+  const int32_t lo = low_of<T>(h->ilow);
   const int32_t bins = (int32_t)h->bins;
   const uint8_t skip = skip_value(flags);
   const uint8_t *row = (const uint8_t *)src;
@@ -188,8 +185,8 @@ SornStatus count_int(SornFlags flags, int32_t n, const int32_t *dims, const void
                      const int32_t *strides, const uint8_t *mask, const int32_t *mstrides,
                      SornHist *h) {
   if (unmappable(h)) return SORN_EINVAL;
-  Rows r = rows_of(n, dims, strides, Masked ? mstrides : nullptr);
-  const int32_t lo = LowClamp<T>::apply(h->ilow);
+  Rows r = sorn::rows_of(n, dims, strides, Masked ? mstrides : nullptr);
+  const int32_t lo = low_of<T>(h->ilow);
   const int32_t bins = (int32_t)h->bins, irange = h->irange;
   const uint8_t skip = skip_value(flags);
   uint32_t *c = h->counts;
@@ -218,7 +215,7 @@ template <bool Masked>
 SornStatus count_f32(SornFlags flags, int32_t n, const int32_t *dims, const void *src,
                      const int32_t *strides, const uint8_t *mask, const int32_t *mstrides,
                      SornHist *h) {
-  Rows r = rows_of(n, dims, strides, Masked ? mstrides : nullptr);
+  Rows r = sorn::rows_of(n, dims, strides, Masked ? mstrides : nullptr);
   const float low = h->low;
   const float fscale = h->span != 0.0f ? (float)((int32_t)h->bins - 1) / h->span : 0.0f;
   const double scale = (double)fscale;
@@ -229,12 +226,12 @@ SornStatus count_f32(SornFlags flags, int32_t n, const int32_t *dims, const void
   for (int32_t y = 0; y < r.rows; ++y) {
     const float *p = (const float *)row;
     for (int32_t x = 0; x < r.cols; ++x)
-      if (!Masked || mrow[x] != skip) ++c[trunc_i32((double)(p[x] - low) * scale)];
+      if (!Masked || mrow[x] != skip) ++c[sorn::trunc_i32((double)(p[x] - low) * scale)];
     row += r.step;
     if (Masked) mrow += r.mstep;
   }
-  // The value of bin i is taken as i + low, a step of 1 and not the width;
-  // that is how the float sum has always been made.
+  // The value of bin i is taken as i + low, a step of 1 and not the width:
+  // the float sum is defined so, and kept.
   float s = h->fsum;
   for (uint32_t i = 0; i < h->bins; ++i) s += ((float)i + low) * (float)c[i];
   h->fsum = s;
@@ -272,7 +269,7 @@ struct Kernels {
                                          const int32_t *dims, const void *src,              \
                                          const int32_t *strides, SornHist *hists) {         \
     if (c != 1) return SORN_ENOTSUP;                                                          \
-    return Kernels<elem_##t>::plain(xe, flags, n, dims, src, strides, hists);                 \
+    return Kernels<sorn::tok::t>::plain(xe, flags, n, dims, src, strides, hists);                 \
   }
 #define HIST_KERNELS(t) SORN_STATS_CHANNELS(HIST_KERNEL, t)
 SORN_HIST_TYPES(HIST_KERNELS)
@@ -283,57 +280,8 @@ SORN_HIST_TYPES(HIST_KERNELS)
                                             const int32_t *strides, const uint8_t *mask,    \
                                             const int32_t *mstrides, SornHist *hists) {     \
     if (c != 1) return SORN_ENOTSUP;                                                          \
-    return Kernels<elem_##t>::masked(xe, flags, n, dims, src, strides, mask, mstrides,        \
+    return Kernels<sorn::tok::t>::masked(xe, flags, n, dims, src, strides, mask, mstrides,        \
                                      hists);                                                  \
   }
 #define HIST_XM_KERNELS(t) SORN_STATS_CHANNELS(HIST_XM_KERNEL, t)
 SORN_HIST_XM_TYPES(HIST_XM_KERNELS)
-
-namespace {
-
-template <class K>
-K refusal(uint32_t type, SornStatus *status) {
-  bool known = known_type(type);
-  if (status) *status = known ? SORN_ENOTSUP : SORN_EINVAL;
-  return known ? (K)(void (*)(void))sorna_proc_enotsup : (K)(void (*)(void))sorna_proc_einval;
-}
-
-}  // namespace
-
-SornHistKernel sorna__histofun_imp(uint32_t chword, SornElemType type, SornStatus *status) {
-  int32_t c = kernel_channels(chword);
-  if (c == 0) {
-    if (status) *status = SORN_EINVAL;
-    return (SornHistKernel)(void (*)(void))sorna_proc_einval;
-  }
-  if (status) *status = SORN_OK;
-#define HIST_CASE1(cc, t) \
-  if (c == cc) return sorna__histogram_c##cc##_##t;
-#define HIST_CASE(t)                           \
-  if (type == code_##t) {                      \
-    SORN_STATS_CHANNELS(HIST_CASE1, t)         \
-  }
-  SORN_HIST_TYPES(HIST_CASE)
-#undef HIST_CASE
-#undef HIST_CASE1
-  return refusal<SornHistKernel>(type, status);
-}
-
-SornHistXmKernel sorna__histofunxm_imp(uint32_t chword, SornElemType type, SornStatus *status) {
-  int32_t c = kernel_channels(chword);
-  if (c == 0) {
-    if (status) *status = SORN_EINVAL;
-    return (SornHistXmKernel)(void (*)(void))sorna_proc_einval;
-  }
-  if (status) *status = SORN_OK;
-#define HIST_XM_CASE1(cc, t) \
-  if (c == cc) return sorna__histogram_xm_c##cc##_##t;
-#define HIST_XM_CASE(t)                        \
-  if (type == code_##t) {                      \
-    SORN_STATS_CHANNELS(HIST_XM_CASE1, t)      \
-  }
-  SORN_HIST_XM_TYPES(HIST_XM_CASE)
-#undef HIST_XM_CASE
-#undef HIST_XM_CASE1
-  return refusal<SornHistXmKernel>(type, status);
-}

@@ -1,11 +1,13 @@
-// Sum kernels and their lookups. One pattern for all 48: element type,
-// channel count, accumulator width (sum or fastsum) and pixel mask are its
-// parameters.
-#include "stats_common.h"
+// Sum kernels. One pattern for all 48: element type, channel count,
+// accumulator width (sum or fastsum) and pixel mask are its parameters.
+#include <sorn.h>
 
 #include <type_traits>
 
+#include "stats/stats_common.h"
+
 using namespace sorn_stats;
+using sorn::Rows;
 
 namespace {
 
@@ -67,8 +69,8 @@ SornStatus sum_kernel(SornFlags flags, int32_t n, const int32_t *dims, const voi
                       double *sums) {
   using A = Acc<T, Fast>;
   using acc_t = typename A::type;
-  Rows r = rows_of(n, dims, strides, Masked ? mstrides : nullptr);
-  merge_rows(r, n, strides, Masked ? mstrides : nullptr);
+  Rows r = sorn::rows_of(n, dims, strides, Masked ? mstrides : nullptr);
+  sorn::merge_dense(r, n, strides, Masked ? mstrides : nullptr);
   const uint8_t skip = skip_value(flags);
   const bool counting = Masked && (flags & SORN_F_SUM_COUNT);
   acc_t acc[C];
@@ -135,85 +137,28 @@ SornStatus wide_kernel(SornFlags flags, int32_t n, const int32_t *dims, const vo
   SornStatus sorna__sum_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,                  \
                                    const int32_t *dims, const void *src,                    \
                                    const int32_t *strides, double *sums) {                  \
-    return wide_kernel<elem_##t, c, false>(flags, n, dims, src, strides, nullptr, nullptr,    \
+    return wide_kernel<sorn::tok::t, c, false>(flags, n, dims, src, strides, nullptr, nullptr,    \
                                            sums);                                             \
   }                                                                                           \
   SornStatus sorna__fastsum_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,              \
                                        const int32_t *dims, const void *src,                \
                                        const int32_t *strides, double *sums) {              \
-    return sum_kernel<elem_##t, c, true, false>(flags, n, dims, src, strides, nullptr,        \
+    return sum_kernel<sorn::tok::t, c, true, false>(flags, n, dims, src, strides, nullptr,        \
                                                 nullptr, sums);                               \
   }                                                                                           \
   SornStatus sorna__sum_xm_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,               \
                                       const int32_t *dims, const void *src,                 \
                                       const int32_t *strides, const uint8_t *mask,          \
                                       const int32_t *mstrides, double *sums) {              \
-    return wide_kernel<elem_##t, c, true>(flags, n, dims, src, strides, mask, mstrides,       \
+    return wide_kernel<sorn::tok::t, c, true>(flags, n, dims, src, strides, mask, mstrides,       \
                                           sums);                                              \
   }                                                                                           \
   SornStatus sorna__fastsum_xm_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,           \
                                           const int32_t *dims, const void *src,             \
                                           const int32_t *strides, const uint8_t *mask,      \
                                           const int32_t *mstrides, double *sums) {          \
-    return sum_kernel<elem_##t, c, true, true>(flags, n, dims, src, strides, mask, mstrides,  \
+    return sum_kernel<sorn::tok::t, c, true, true>(flags, n, dims, src, strides, mask, mstrides,  \
                                                sums);                                         \
   }
 #define SUM_KERNELS(t) SORN_STATS_CHANNELS(SUM_KERNELS1, t)
 SORN_SUM_TYPES(SUM_KERNELS)
-
-namespace {
-
-inline bool fast_flags(SornFlags flags) {
-  return (flags & (SORN_F_SUM_FAST | SORN_F_SUM_FAST2)) != 0;
-}
-
-template <class K>
-K refusal(uint32_t type, SornStatus *status) {
-  bool known = known_type(type);
-  if (status) *status = known ? SORN_ENOTSUP : SORN_EINVAL;
-  return known ? (K)(void (*)(void))sorna_proc_enotsup : (K)(void (*)(void))sorna_proc_einval;
-}
-
-}  // namespace
-
-SornSumKernel sorna__sumfun_imp(SornFlags flags, uint32_t chword, SornElemType type,
-                                SornStatus *status) {
-  int32_t c = kernel_channels(chword);
-  if (c == 0) {
-    if (status) *status = SORN_EINVAL;
-    return (SornSumKernel)(void (*)(void))sorna_proc_einval;
-  }
-  if (status) *status = SORN_OK;
-  const bool fast = fast_flags(flags);
-#define SUM_CASE1(cc, t) \
-  if (c == cc) return fast ? sorna__fastsum_c##cc##_##t : sorna__sum_c##cc##_##t;
-#define SUM_CASE(t)                   \
-  if (type == code_##t) {             \
-    SORN_STATS_CHANNELS(SUM_CASE1, t) \
-  }
-  SORN_SUM_TYPES(SUM_CASE)
-#undef SUM_CASE
-#undef SUM_CASE1
-  return refusal<SornSumKernel>(type, status);
-}
-
-SornSumXmKernel sorna__sumfunxm_imp(SornFlags flags, uint32_t chword, SornElemType type,
-                                    SornStatus *status) {
-  int32_t c = kernel_channels(chword);
-  if (c == 0) {
-    if (status) *status = SORN_EINVAL;
-    return (SornSumXmKernel)(void (*)(void))sorna_proc_einval;
-  }
-  if (status) *status = SORN_OK;
-  const bool fast = fast_flags(flags);
-#define SUM_XM_CASE1(cc, t) \
-  if (c == cc) return fast ? sorna__fastsum_xm_c##cc##_##t : sorna__sum_xm_c##cc##_##t;
-#define SUM_XM_CASE(t)                   \
-  if (type == code_##t) {                \
-    SORN_STATS_CHANNELS(SUM_XM_CASE1, t) \
-  }
-  SORN_SUM_TYPES(SUM_XM_CASE)
-#undef SUM_XM_CASE
-#undef SUM_XM_CASE1
-  return refusal<SornSumXmKernel>(type, status);
-}

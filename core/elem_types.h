@@ -1,0 +1,125 @@
+// What every layer knows of element types: the C++ type behind each token of
+// a type table, which codes are known, sizes and classes, and the
+// conversions whose exact results the operations promise (a float rounded
+// or truncated to an integer, an integer saturated to a narrower type).
+// Internal: nothing here is exported.
+#pragma once
+
+#include <sorn.h>
+
+#include <cfloat>
+#include <cstdint>
+#include <type_traits>
+
+// The rounding below relies on each float operation being rounded to its own
+// type, as on every 64-bit target with SSE or NEON.
+static_assert(FLT_EVAL_METHOD == 0, "float arithmetic must be evaluated in its own type");
+
+namespace sorn {
+
+// The C++ type of each token that kernel names and type tables spell:
+// a table line X(s32, f32, u8) names the kernel's element types as
+// tok::s32, tok::f32, tok::u8, and their codes as SORN_TYPECODE(s32), ...
+namespace tok {
+using u8 = uint8_t;
+using u16 = uint16_t;
+using u32 = uint32_t;
+using u64 = uint64_t;
+using s8 = int8_t;
+using s16 = int16_t;
+using s32 = int32_t;
+using s64 = int64_t;
+using f32 = float;
+using f64 = double;
+}  // namespace tok
+
+// The code of a C++ element type.
+template <class T> inline constexpr uint32_t code_of = 0;
+template <> inline constexpr uint32_t code_of<uint8_t> = SORN_U8;
+template <> inline constexpr uint32_t code_of<uint16_t> = SORN_U16;
+template <> inline constexpr uint32_t code_of<uint32_t> = SORN_U32;
+template <> inline constexpr uint32_t code_of<uint64_t> = SORN_U64;
+template <> inline constexpr uint32_t code_of<int8_t> = SORN_S8;
+template <> inline constexpr uint32_t code_of<int16_t> = SORN_S16;
+template <> inline constexpr uint32_t code_of<int32_t> = SORN_S32;
+template <> inline constexpr uint32_t code_of<int64_t> = SORN_S64;
+template <> inline constexpr uint32_t code_of<float> = SORN_F32;
+template <> inline constexpr uint32_t code_of<double> = SORN_F64;
+
+// Known codes are what the dispatchers tell their two refusals by: known
+// codes without a kernel are not supported, any other code is invalid.
+constexpr bool known_type(uint32_t code) { return code < 16 && ((SORN_KNOWN_TYPES >> code) & 1u); }
+template <class... C> constexpr bool known_types(C... codes) { return (known_type(codes) && ...); }
+
+// Bytes of an element, always from the size class (code & 7).
+constexpr int32_t elem_size(uint32_t code) { return SORN_ELEMSIZE(code); }
+// The two float types by their codes.
+constexpr bool float_type(uint32_t code) { return code == SORN_F32 || code == SORN_F64; }
+// A float size class (5 or 6), whatever the rest of the code says.
+constexpr bool float_class(uint32_t code) { return (code & 7u) == 5u || (code & 7u) == 6u; }
+
+// The channel count of a channels word: 1 to 4, plus one for bit 3.
+constexpr int32_t channels_of(int64_t w) { return (int32_t)((w & 7) + ((w >> 3) & 1)); }
+
+/* ---------------- rounding ---------------- */
+
+// Float to s32 the way the processor converts in its current rounding mode
+// (nearest-even by default): anything outside 32 bits, NaN included, becomes
+// 0x80000000. Adding and removing 2^23 (2^52 for doubles) with the sign of
+// the value rounds it to an integer in the current mode; larger magnitudes
+// are integers already. Written with selects only and no library call, so
+// that rows vectorise; the conversion itself only ever sees values that fit.
+inline int32_t round_i32(float x) {
+  const float c = x < 0.0f ? -8388608.0f : 8388608.0f;
+  const float near = (x + c) - c;
+  const float r = ((x > -8388608.0f) & (x < 8388608.0f)) ? near : x;
+  const bool fits = (x >= -2147483648.0f) & (x < 2147483648.0f);  // false for NaN
+  const int32_t v = (int32_t)(fits ? r : 0.0f);
+  return fits ? v : INT32_MIN;
+}
+
+inline int32_t round_i32(double x) {
+  const double c = x < 0.0 ? -4503599627370496.0 : 4503599627370496.0;
+  const double near = (x + c) - c;
+  const double r = ((x > -4503599627370496.0) & (x < 4503599627370496.0)) ? near : x;
+  // Judged on the rounded value: a double just below 2^31 rounds up to it.
+  const bool fits = (r >= -2147483648.0) & (r < 2147483648.0);
+  const int32_t v = (int32_t)(fits ? r : 0.0);
+  return fits ? v : INT32_MIN;
+}
+
+// Truncation toward zero, with the same answer for what does not fit.
+inline int32_t trunc_i32(double v) {
+  if (!(v > -2147483649.0 && v < 2147483648.0)) return INT32_MIN;
+  return (int32_t)v;
+}
+inline int32_t trunc_i32(float v) { return trunc_i32((double)v); }
+
+// A double to 64 bits by truncation: what does not fit (NaN included) is
+// the most negative value, as the processor's conversion gives it.
+inline int64_t trunc_i64(double v) {
+  if (!(v > -9223372036854775808.0 && v < 9223372036854775808.0)) return INT64_MIN;
+  return (int64_t)v;
+}
+
+/* ---------------- saturation ---------------- */
+
+template <class T> struct int_range;
+template <> struct int_range<uint8_t> { static constexpr int64_t lo = 0, hi = 255; };
+template <> struct int_range<int8_t> { static constexpr int64_t lo = -128, hi = 127; };
+template <> struct int_range<uint16_t> { static constexpr int64_t lo = 0, hi = 65535; };
+template <> struct int_range<int16_t> { static constexpr int64_t lo = -32768, hi = 32767; };
+template <> struct int_range<int32_t> { static constexpr int64_t lo = INT32_MIN, hi = INT32_MAX; };
+
+// An integer saturated to the range of D.
+template <class D> inline D sat(int64_t v) {
+  return (D)(v < int_range<D>::lo ? int_range<D>::lo : v > int_range<D>::hi ? int_range<D>::hi : v);
+}
+// The same for a value known to be 32 bits wide, compared in 32 bits so
+// that rows stay in 32-bit lanes.
+template <class D> inline D sat32(int32_t v) {
+  constexpr int32_t lo = (int32_t)int_range<D>::lo, hi = (int32_t)int_range<D>::hi;
+  return (D)(v < lo ? lo : v > hi ? hi : v);
+}
+
+}  // namespace sorn
