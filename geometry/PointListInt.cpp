@@ -113,7 +113,7 @@ int32_t _T_2d_ptv_sort_compare(const Sorn2dPt *a, const Sorn2dPt *b, const Sorn2
 Sorn2dPt *sorn_2d_ptv_centroid(Sorn2dPt *out, const Sorn2dPt *points, int32_t n) {
   SornR2dPt c;
   moment1<Int>(&c, points, n);
-  *out = {rint_s32(c.x), rint_s32(c.y)};
+  *out = {round_i32(c.x), round_i32(c.y)};
   return out;
 }
 

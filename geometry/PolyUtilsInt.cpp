@@ -10,7 +10,7 @@ SORN_POLY_FAMILY(2d, Int)
 Sorn2dPt *sorn_2d_poly_centroid(Sorn2dPt *out, const Sorn2dPt *points, int32_t n) {
   SornR2dPt c;
   poly_moment1<Int>(&c, points, n);
-  *out = {rint_s32(c.x), rint_s32(c.y)};
+  *out = {round_i32(c.x), round_i32(c.y)};
   return out;
 }
 SornF2dPt *sorn_2d_poly_centroid_$f(SornF2dPt *out, const Sorn2dPt *points, int32_t n) {

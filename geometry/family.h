@@ -9,6 +9,8 @@
 #include <cmath>
 #include <cstdint>
 
+#include "core/elem_types.h"
+
 namespace sorn_geom {
 
 // The tolerance of the float families: 2^-23, the f32 machine epsilon,
@@ -35,14 +37,9 @@ inline double neg(double a) { return -a; }
 inline int64_t absval(int64_t a) { return a < 0 ? neg(a) : a; }
 inline double absval(double a) { return std::fabs(a); }
 
-// To the nearest integer in the current rounding mode, as rint does;
-// anything outside 32 bits (NaN included) becomes 0x80000000, the
-// conversion every float-to-integer step of the library makes.
-inline int32_t rint_s32(double v) {
-  const double r = std::rint(v);
-  if (!(r >= -2147483648.0 && r <= 2147483647.0)) return INT32_MIN;
-  return static_cast<int32_t>(r);
-}
+// Rounding to s32 is core's round_i32: nearest in the current mode, and
+// 0x80000000 for what does not fit.
+using sorn::round_i32;
 
 struct Int {
   using Coord = int32_t;
@@ -66,14 +63,17 @@ struct Int {
   static bool same(const Pt &a, const Pt &b) { return a.x == b.x && a.y == b.y; }
 };
 
-struct Single {
-  using Coord = float;
+// The two float families differ only in their types. Coincidence is judged
+// on differences in the coordinate type, against the tolerance in that type.
+template <class C, class P, class R, class RC, class Q, class E>
+struct Floating {
+  using Coord = C;
   using Wide = double;
-  using Pt = SornF2dPt;
-  using Rect = SornF2dRect;
-  using Rcpt = SornF2dRcpt;
-  using Quad = SornF2dQuad;
-  using Ell = SornF2dEll;
+  using Pt = P;
+  using Rect = R;
+  using Rcpt = RC;
+  using Quad = Q;
+  using Ell = E;
   static constexpr bool kExact = false;
   static Wide wide(Coord v) { return v; }
   static Coord cadd(Coord a, Coord b) { return a + b; }
@@ -82,33 +82,14 @@ struct Single {
   static bool below(Wide k) { return k < -kEps; }
   // a is not above b by more than the tolerance.
   static bool at_most(Wide a, Wide b) { return a - b <= kEps; }
-  // Coincidence is judged on the f32 differences, with the f32 epsilon.
   static bool same(const Pt &a, const Pt &b) {
-    constexpr float e = 1.1920928955078125e-07f;
+    constexpr C e = static_cast<C>(kEps);
     return std::fabs(a.x - b.x) <= e && std::fabs(a.y - b.y) <= e;
   }
 };
 
-struct Real {
-  using Coord = double;
-  using Wide = double;
-  using Pt = SornR2dPt;
-  using Rect = SornR2dRect;
-  using Rcpt = SornR2dRcpt;
-  using Quad = SornR2dQuad;
-  using Ell = SornR2dEll;
-  static constexpr bool kExact = false;
-  static Wide wide(Coord v) { return v; }
-  static Coord cadd(Coord a, Coord b) { return a + b; }
-  static Coord csub(Coord a, Coord b) { return a - b; }
-  static bool above(Wide k) { return k > kEps; }
-  static bool below(Wide k) { return k < -kEps; }
-  // a is not above b by more than the tolerance.
-  static bool at_most(Wide a, Wide b) { return a - b <= kEps; }
-  static bool same(const Pt &a, const Pt &b) {
-    return std::fabs(a.x - b.x) <= kEps && std::fabs(a.y - b.y) <= kEps;
-  }
-};
+using Single = Floating<float, SornF2dPt, SornF2dRect, SornF2dRcpt, SornF2dQuad, SornF2dEll>;
+using Real = Floating<double, SornR2dPt, SornR2dRect, SornR2dRcpt, SornR2dQuad, SornR2dEll>;
 
 // cross(a, b, c) = (c.x - a.x)(b.y - a.y) - (b.x - a.x)(c.y - a.y), each
 // coordinate widened first: positive when a, b, c turn from y toward x.

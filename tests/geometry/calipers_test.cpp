@@ -21,14 +21,6 @@ template <class Fam>
 class LeastAreaQuad : public ::testing::Test {};
 TYPED_TEST_SUITE(LeastAreaQuad, Families, FamilyNames);
 
-template <class Fam>
-std::vector<typename Fam::Pt> pts(std::initializer_list<std::pair<double, double>> l) {
-  std::vector<typename Fam::Pt> v;
-  for (auto [x, y] : l)
-    v.push_back({static_cast<typename Fam::Coord>(x), static_cast<typename Fam::Coord>(y)});
-  return v;
-}
-
 // Whether the hull keeps the list whole: its sorted neighbours all on lines.
 template <class F>
 bool all_on_lines_once_sorted(std::vector<typename F::Pt> v) {

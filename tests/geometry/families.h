@@ -146,6 +146,15 @@ std::vector<typename Fam::Pt> random_points(std::mt19937_64 &rng, int n, int32_t
   return v;
 }
 
+// A list of the family's points from (x, y) pairs.
+template <class Fam>
+std::vector<typename Fam::Pt> pts(std::initializer_list<std::pair<double, double>> l) {
+  std::vector<typename Fam::Pt> v;
+  for (auto [x, y] : l)
+    v.push_back({static_cast<typename Fam::Coord>(x), static_cast<typename Fam::Coord>(y)});
+  return v;
+}
+
 template <class Pt>
 double px(const Pt &p) {
   return static_cast<double>(p.x);

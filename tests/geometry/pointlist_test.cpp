@@ -24,14 +24,6 @@ template <class Fam>
 class PointList : public ::testing::Test {};
 TYPED_TEST_SUITE(PointList, Families, FamilyNames);
 
-template <class Fam>
-std::vector<typename Fam::Pt> pts(std::initializer_list<std::pair<double, double>> l) {
-  std::vector<typename Fam::Pt> v;
-  for (auto [x, y] : l)
-    v.push_back({static_cast<typename Fam::Coord>(x), static_cast<typename Fam::Coord>(y)});
-  return v;
-}
-
 template <class Pt>
 bool same(const Pt &a, const Pt &b) {
   return a.x == b.x && a.y == b.y;

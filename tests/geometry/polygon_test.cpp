@@ -20,14 +20,6 @@ template <class Fam>
 class Polygon : public ::testing::Test {};
 TYPED_TEST_SUITE(Polygon, Families, FamilyNames);
 
-template <class Fam>
-std::vector<typename Fam::Pt> pts(std::initializer_list<std::pair<double, double>> l) {
-  std::vector<typename Fam::Pt> v;
-  for (auto [x, y] : l)
-    v.push_back({static_cast<typename Fam::Coord>(x), static_cast<typename Fam::Coord>(y)});
-  return v;
-}
-
 template <class F>
 using C = typename F::Coord;
 
