@@ -66,64 +66,45 @@ SornMoment2 *moment2c(SornMoment2 *out, double w, double h) {
 // Centre and extents as f64. Sums and differences are taken in the
 // family's coordinate type (32 bits for integers, f32 for f2d) and only
 // then widened.
+struct Shape {
+  double cx, cy, w, h;
+};
+
 template <class F>
-void rcpt_shape(const typename F::Rcpt &r, double &cx, double &cy, double &w, double &h) {
-  cx = static_cast<double>(F::cadd(r.x0, r.x1)) * 0.5;
-  cy = static_cast<double>(F::cadd(r.y0, r.y1)) * 0.5;
-  w = static_cast<double>(F::csub(r.x1, r.x0));
-  h = static_cast<double>(F::csub(r.y1, r.y0));
+Shape shape_of(const typename F::Rcpt &r) {
+  return {static_cast<double>(F::cadd(r.x0, r.x1)) * 0.5, static_cast<double>(F::cadd(r.y0, r.y1)) * 0.5,
+          static_cast<double>(F::csub(r.x1, r.x0)), static_cast<double>(F::csub(r.y1, r.y0))};
 }
 
 template <class F>
-void rect_shape(const typename F::Rect &r, double &cx, double &cy, double &w, double &h) {
+Shape shape_of(const typename F::Rect &r) {
+  Shape s{0, 0, static_cast<double>(r.width), static_cast<double>(r.height)};
   if constexpr (std::is_same_v<F, Single>) {
-    cx = r.x + r.width * 0.5f;
-    cy = r.y + r.height * 0.5f;
+    s.cx = r.x + r.width * 0.5f;
+    s.cy = r.y + r.height * 0.5f;
   } else {
-    cx = static_cast<double>(r.x) + static_cast<double>(r.width) * 0.5;
-    cy = static_cast<double>(r.y) + static_cast<double>(r.height) * 0.5;
+    s.cx = static_cast<double>(r.x) + static_cast<double>(r.width) * 0.5;
+    s.cy = static_cast<double>(r.y) + static_cast<double>(r.height) * 0.5;
   }
-  w = static_cast<double>(r.width);
-  h = static_cast<double>(r.height);
+  return s;
 }
 
-template <class F>
-SornR2dPt *rcpt_moment1(SornR2dPt *out, const typename F::Rcpt *r) {
-  double cx, cy, w, h;
-  rcpt_shape<F>(*r, cx, cy, w, h);
-  *out = {cx, cy};
+// The moments of either kind of rectangle, B its record.
+template <class F, class B>
+SornR2dPt *box_moment1(SornR2dPt *out, const B *r) {
+  const Shape s = shape_of<F>(*r);
+  *out = {s.cx, s.cy};
   return out;
 }
-template <class F>
-SornMoment2 *rcpt_moment2(SornMoment2 *out, const typename F::Rcpt *r) {
-  double cx, cy, w, h;
-  rcpt_shape<F>(*r, cx, cy, w, h);
-  return moment2(out, cx, cy, w, h);
+template <class F, class B>
+SornMoment2 *box_moment2(SornMoment2 *out, const B *r) {
+  const Shape s = shape_of<F>(*r);
+  return moment2(out, s.cx, s.cy, s.w, s.h);
 }
-template <class F>
-SornMoment2 *rcpt_moment2c(SornMoment2 *out, const typename F::Rcpt *r) {
-  double cx, cy, w, h;
-  rcpt_shape<F>(*r, cx, cy, w, h);
-  return moment2c(out, w, h);
-}
-template <class F>
-SornR2dPt *rect_moment1(SornR2dPt *out, const typename F::Rect *r) {
-  double cx, cy, w, h;
-  rect_shape<F>(*r, cx, cy, w, h);
-  *out = {cx, cy};
-  return out;
-}
-template <class F>
-SornMoment2 *rect_moment2(SornMoment2 *out, const typename F::Rect *r) {
-  double cx, cy, w, h;
-  rect_shape<F>(*r, cx, cy, w, h);
-  return moment2(out, cx, cy, w, h);
-}
-template <class F>
-SornMoment2 *rect_moment2c(SornMoment2 *out, const typename F::Rect *r) {
-  double cx, cy, w, h;
-  rect_shape<F>(*r, cx, cy, w, h);
-  return moment2c(out, w, h);
+template <class F, class B>
+SornMoment2 *box_moment2c(SornMoment2 *out, const B *r) {
+  const Shape s = shape_of<F>(*r);
+  return moment2c(out, s.w, s.h);
 }
 
 // The centre computed in f32 throughout.
@@ -150,50 +131,50 @@ int inside2(const typename F::Rect *r, typename F::Coord x, typename F::Coord y)
 }  // namespace
 
 // The members every family has.
-#define SORN_RECT_FAMILY(fam, F)                                                                 \
-  F::Rcpt *sorn_##fam##_rcpt_convert(F::Rcpt *out, const F::Rect *rect) {                       \
-    *out = to_rcpt<F>(rect ? *rect : *reinterpret_cast<const F::Rect *>(out));                  \
-    return out;                                                                                 \
-  }                                                                                             \
-  F::Rect *sorn_##fam##_rect_convert(F::Rect *out, const F::Rcpt *rcpt) {                       \
-    *out = to_rect<F>(rcpt ? *rcpt : *reinterpret_cast<const F::Rcpt *>(out));                  \
-    return out;                                                                                 \
-  }                                                                                             \
-  F::Rcpt *sorn_##fam##_rcpt_intersec(F::Rcpt *out, const F::Rcpt *a, const F::Rcpt *b) {       \
-    return rcpt_op<F>(out, a, b, intersec<F>);                                                  \
-  }                                                                                             \
-  F::Rcpt *sorn_##fam##_rcpt_general(F::Rcpt *out, const F::Rcpt *a, const F::Rcpt *b) {        \
-    return rcpt_op<F>(out, a, b, general<F>);                                                   \
-  }                                                                                             \
-  F::Rect *sorn_##fam##_rect_intersec(F::Rect *out, const F::Rect *a, const F::Rect *b) {       \
-    return rect_op<F>(out, a, b, intersec<F>);                                                  \
-  }                                                                                             \
-  F::Rect *sorn_##fam##_rect_intersec_$I(F::Rect *out, const F::Rect *b) {                      \
-    return rect_op<F>(out, out, b, intersec<F>);                                                \
-  }                                                                                             \
-  F::Rect *sorn_##fam##_rect_general(F::Rect *out, const F::Rect *a, const F::Rect *b) {        \
-    return rect_op<F>(out, a, b, general<F>);                                                   \
-  }                                                                                             \
-  F::Rect *sorn_##fam##_rect_general_$I(F::Rect *out, const F::Rect *b) {                       \
-    return rect_op<F>(out, out, b, general<F>);                                                 \
-  }                                                                                             \
-  SornR2dPt *sorn_##fam##_rcpt_moment1(SornR2dPt *out, const F::Rcpt *r) {                      \
-    return rcpt_moment1<F>(out, r);                                                             \
-  }                                                                                             \
-  SornMoment2 *sorn_##fam##_rcpt_moment2(SornMoment2 *out, const F::Rcpt *r) {                  \
-    return rcpt_moment2<F>(out, r);                                                             \
-  }                                                                                             \
-  SornMoment2 *sorn_##fam##_rcpt_moment2_$c(SornMoment2 *out, const F::Rcpt *r) {               \
-    return rcpt_moment2c<F>(out, r);                                                            \
-  }                                                                                             \
-  SornR2dPt *sorn_##fam##_rect_moment1(SornR2dPt *out, const F::Rect *r) {                      \
-    return rect_moment1<F>(out, r);                                                             \
-  }                                                                                             \
-  SornMoment2 *sorn_##fam##_rect_moment2(SornMoment2 *out, const F::Rect *r) {                  \
-    return rect_moment2<F>(out, r);                                                             \
-  }                                                                                             \
-  SornMoment2 *sorn_##fam##_rect_moment2_$c(SornMoment2 *out, const F::Rect *r) {               \
-    return rect_moment2c<F>(out, r);                                                            \
+#define SORN_RECT_FAMILY(fam, F)                                                                   \
+  F::Rcpt *sorn_##fam##_rcpt_convert(F::Rcpt *out, const F::Rect *rect) {                          \
+    *out = to_rcpt<F>(rect ? *rect : *reinterpret_cast<const F::Rect *>(out));                     \
+    return out;                                                                                    \
+  }                                                                                                \
+  F::Rect *sorn_##fam##_rect_convert(F::Rect *out, const F::Rcpt *rcpt) {                          \
+    *out = to_rect<F>(rcpt ? *rcpt : *reinterpret_cast<const F::Rcpt *>(out));                     \
+    return out;                                                                                    \
+  }                                                                                                \
+  F::Rcpt *sorn_##fam##_rcpt_intersec(F::Rcpt *out, const F::Rcpt *a, const F::Rcpt *b) {          \
+    return rcpt_op<F>(out, a, b, intersec<F>);                                                     \
+  }                                                                                                \
+  F::Rcpt *sorn_##fam##_rcpt_general(F::Rcpt *out, const F::Rcpt *a, const F::Rcpt *b) {           \
+    return rcpt_op<F>(out, a, b, general<F>);                                                      \
+  }                                                                                                \
+  F::Rect *sorn_##fam##_rect_intersec(F::Rect *out, const F::Rect *a, const F::Rect *b) {          \
+    return rect_op<F>(out, a, b, intersec<F>);                                                     \
+  }                                                                                                \
+  F::Rect *sorn_##fam##_rect_intersec_$I(F::Rect *out, const F::Rect *b) {                         \
+    return rect_op<F>(out, out, b, intersec<F>);                                                   \
+  }                                                                                                \
+  F::Rect *sorn_##fam##_rect_general(F::Rect *out, const F::Rect *a, const F::Rect *b) {           \
+    return rect_op<F>(out, a, b, general<F>);                                                      \
+  }                                                                                                \
+  F::Rect *sorn_##fam##_rect_general_$I(F::Rect *out, const F::Rect *b) {                          \
+    return rect_op<F>(out, out, b, general<F>);                                                    \
+  }                                                                                                \
+  SornR2dPt *sorn_##fam##_rcpt_moment1(SornR2dPt *out, const F::Rcpt *r) {                         \
+    return box_moment1<F, F::Rcpt>(out, r);                                                        \
+  }                                                                                                \
+  SornMoment2 *sorn_##fam##_rcpt_moment2(SornMoment2 *out, const F::Rcpt *r) {                     \
+    return box_moment2<F, F::Rcpt>(out, r);                                                        \
+  }                                                                                                \
+  SornMoment2 *sorn_##fam##_rcpt_moment2_$c(SornMoment2 *out, const F::Rcpt *r) {                  \
+    return box_moment2c<F, F::Rcpt>(out, r);                                                       \
+  }                                                                                                \
+  SornR2dPt *sorn_##fam##_rect_moment1(SornR2dPt *out, const F::Rect *r) {                         \
+    return box_moment1<F, F::Rect>(out, r);                                                        \
+  }                                                                                                \
+  SornMoment2 *sorn_##fam##_rect_moment2(SornMoment2 *out, const F::Rect *r) {                     \
+    return box_moment2<F, F::Rect>(out, r);                                                        \
+  }                                                                                                \
+  SornMoment2 *sorn_##fam##_rect_moment2_$c(SornMoment2 *out, const F::Rect *r) {                  \
+    return box_moment2c<F, F::Rect>(out, r);                                                       \
   }
 
 extern "C" {
