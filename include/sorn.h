@@ -2896,6 +2896,445 @@ SornWTSRegion *SornGatherMSERFeatures(SornWTSRegion *region, SornSTB *builder,
 SornWTSRegion *SornGatherMSERFeature(SornWTSRegion *region, SornSTB *builder, SornWTSLSC *lsc,
                                      int32_t index, uint32_t magic);
 
+/* ---------------- Measures of fetched regions ----------------
+ * Each measure appends to out (a SornVec of records, grown as needed) one
+ * record per SornFwtsrPixReg of pixregs, over all `size` points of the
+ * region, its descendants' included. Points are (row, column): the first
+ * coordinate is the row. A vector that cannot grow gets only the records
+ * that fit. Records: */
+/* SornWTSMF: count, then the sums of r, c, r r, r c, c c, taken exactly in
+ * 64-bit integers and converted per region (an empty region: zeros). */
+SornVec *sorn_fwtsr_mf_$2d(SornVec *out, const SornVec *pixregs);
+SornVec *sorn_fwtsr_m1_$2d(SornVec *out, const SornVec *pixregs);   /* SornR2dPt */
+SornVec *sorn_fwtsr_m2_$2d(SornVec *out, const SornVec *pixregs);   /* SornMoment2 */
+SornVec *sorn_fwtsr_m2c_$2d(SornVec *out, const SornVec *pixregs);  /* SornMoment2 */
+SornVec *sorn_fwtsr_brect_$2d(SornVec *out, const SornVec *pixregs); /* Sorn2dRect */
+SornVec *sorn_fwtsr_minbquad_$f2d(SornVec *out, const SornVec *pixregs); /* SornF2dQuad */
+SornVec *sorn_fwtsr_minbquad_$r2d(SornVec *out, const SornVec *pixregs); /* SornR2dQuad */
+/* The ellipse of the central moments, scale 2: SornF2dEll or SornR2dEll. */
+SornVec *sorn_fwtsr_ellipse_$f2d(SornVec *out, const SornVec *pixregs);
+SornVec *sorn_fwtsr_ellipse_$r2d(SornVec *out, const SornVec *pixregs);
+/* One region: count, then the means (not the sums) of r, c, r r, r c, c c. */
+SornWTSMF *sorn_fwtsr_mf1_$2d(SornWTSMF *out, const SornFwtsrPixReg *pixreg);
+
+/* The picked regions of a SornFMSERFilter fetched, or fetched and measured,
+ * in one call. which: 0 the dark pass, 1 the bright pass, any other value
+ * both, dark first. The answer is the number of regions delivered: 0 when
+ * the chosen passes have no result or no region. The measuring forms fetch
+ * anew on every call into blocks of their own, which they give back. */
+int32_t sorn_fmserf_pixreg_$2d(const SornFMSERFilter *filter, SornVec *regs, SornVec *points,
+                               int32_t which);
+int32_t sorn_fmserf_mf_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_m1_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_m2_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_m2c_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_brect_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_minbquad_$f2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_minbquad_$r2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_ellipse_$f2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_ellipse_$r2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+
+/* ======================================================================
+ * Plane geometry
+ * ====================================================================== */
+
+/* Three coordinate families, told by the prefix of a name: 2d (s32 cells),
+ * f2d (f32) and r2d (f64). A suffix $i, $f or $r names the family on the
+ * other side of a conversion, $I an in-place form, $c central moments.
+ * The first coordinate is called x and the second y; in the region analysis
+ * x is the row.
+ *
+ * Every function here is pure: it writes only its output (the first
+ * argument) and answers that output, or a value. There are no statuses and
+ * no checks: degenerate input gives what the arithmetic gives (an empty
+ * list's moments are not numbers, for one). Where a null pointer is allowed
+ * the comment says so. */
+
+/* Sorn2dPt, the integer point, is declared with the region results above. */
+typedef struct SornF2dPt {
+  float x, y;
+} SornF2dPt;
+typedef struct SornR2dPt {
+  double x, y;
+} SornR2dPt;
+
+/* A rectangle by its origin and extents. */
+typedef struct Sorn2dRect {
+  int32_t x, y, width, height;
+} Sorn2dRect;
+typedef struct SornF2dRect {
+  float x, y, width, height;
+} SornF2dRect;
+typedef struct SornR2dRect {
+  double x, y, width, height;
+} SornR2dRect;
+
+/* A rectangle by two corners. */
+typedef struct Sorn2dRcpt {
+  int32_t x0, y0, x1, y1;
+} Sorn2dRcpt;
+typedef struct SornF2dRcpt {
+  float x0, y0, x1, y1;
+} SornF2dRcpt;
+typedef struct SornR2dRcpt {
+  double x0, y0, x1, y1;
+} SornR2dRcpt;
+
+/* Four corners; from a rectangle they go (x0, y0), (x0, y1), (x1, y1),
+ * (x1, y0). There is no integer quadrilateral. */
+typedef struct SornF2dQuad {
+  SornF2dPt q[4];
+} SornF2dQuad;
+typedef struct SornR2dQuad {
+  SornR2dPt q[4];
+} SornR2dQuad;
+
+/* An ellipse: centre, semi-axes a and b, rotation in radians. At rotation
+ * 0, a lies along the first coordinate; from moments, b is the longer one. */
+typedef struct SornF2dEll {
+  float cx, cy, a, b, rotation;
+} SornF2dEll;
+typedef struct SornR2dEll {
+  double cx, cy, a, b, rotation;
+} SornR2dEll;
+
+/* Second moments. */
+typedef struct SornMoment2 {
+  double m20, m11, m02;
+} SornMoment2;
+
+/* ---------------- Moments and small solvers ----------------
+ * Pairs of roots and eigenvalues come smaller first. A symmetric 2x2 matrix
+ * is four cells a, b, b, d (the second b is not read). */
+
+double *sorn_f64_quadequ_solve(double *out, double a, double b, double c);
+double *sorn_f64_quadequ_solve_$mm(double *out, const double *coeffs);
+double *sorn_f64_quadequ_solve_$simple(double *out, double p, double q);
+double *sorn_f64_symmat2x2_eigvals(double *out, const double *m);
+/* The x forms answer the rotation, atan2(2 b, d - a) / 2. */
+double sorn_f64_symmat2x2_xeigvals(double *out, const double *m);
+/* centre: the first moments. */
+SornMoment2 *sorn_r2d_moment2_centralize(SornMoment2 *out, const SornMoment2 *m,
+                                         const SornR2dPt *centre);
+SornMoment2 *sorn_r2d_moment2_centralize_$I(SornMoment2 *m, const SornR2dPt *centre);
+/* Rotation 0 for a set elongated along the second coordinate. */
+double sorn_r2d_moment2c_rotation(const SornMoment2 *m);
+double *sorn_r2d_moment2c_covariance(double *out, const SornMoment2 *m);
+double *sorn_r2d_moment2c_eigvals(double *out, const SornMoment2 *m);
+double sorn_r2d_moment2c_xeigvals(double *out, const SornMoment2 *m);
+
+/* ---------------- Points and rectangles ---------------- */
+
+/* With a null base, out moves by (dx, dy); else out = base + (dx, dy). */
+Sorn2dPt *sorn_2d_pt_advance(Sorn2dPt *out, const Sorn2dPt *base, int32_t dx, int32_t dy);
+/* out = (dx, dy), plus base when there is one. */
+Sorn2dPt *sorn_2d_pt_setadv(Sorn2dPt *out, const Sorn2dPt *base, int32_t dx, int32_t dy);
+
+/* Conversions between the two rectangle forms; a null source, or one that
+ * is out, converts out in place. */
+Sorn2dRcpt *sorn_2d_rcpt_convert(Sorn2dRcpt *out, const Sorn2dRect *rect);
+Sorn2dRect *sorn_2d_rect_convert(Sorn2dRect *out, const Sorn2dRcpt *rcpt);
+SornF2dRcpt *sorn_f2d_rcpt_convert(SornF2dRcpt *out, const SornF2dRect *rect);
+SornF2dRect *sorn_f2d_rect_convert(SornF2dRect *out, const SornF2dRcpt *rcpt);
+SornR2dRcpt *sorn_r2d_rcpt_convert(SornR2dRcpt *out, const SornR2dRect *rect);
+SornR2dRect *sorn_r2d_rect_convert(SornR2dRect *out, const SornR2dRcpt *rcpt);
+
+/* general is the union. intersec takes the larger value in all four cells,
+ * the far corner included: its result reaches as far as the further of the
+ * two, by definition. A null a is out. */
+Sorn2dRcpt *sorn_2d_rcpt_intersec(Sorn2dRcpt *out, const Sorn2dRcpt *a, const Sorn2dRcpt *b);
+Sorn2dRcpt *sorn_2d_rcpt_general(Sorn2dRcpt *out, const Sorn2dRcpt *a, const Sorn2dRcpt *b);
+SornF2dRcpt *sorn_f2d_rcpt_intersec(SornF2dRcpt *out, const SornF2dRcpt *a, const SornF2dRcpt *b);
+SornF2dRcpt *sorn_f2d_rcpt_general(SornF2dRcpt *out, const SornF2dRcpt *a, const SornF2dRcpt *b);
+SornR2dRcpt *sorn_r2d_rcpt_intersec(SornR2dRcpt *out, const SornR2dRcpt *a, const SornR2dRcpt *b);
+SornR2dRcpt *sorn_r2d_rcpt_general(SornR2dRcpt *out, const SornR2dRcpt *a, const SornR2dRcpt *b);
+/* The same through corners; the $I forms take out as a. */
+Sorn2dRect *sorn_2d_rect_intersec(Sorn2dRect *out, const Sorn2dRect *a, const Sorn2dRect *b);
+Sorn2dRect *sorn_2d_rect_intersec_$I(Sorn2dRect *out, const Sorn2dRect *b);
+Sorn2dRect *sorn_2d_rect_general(Sorn2dRect *out, const Sorn2dRect *a, const Sorn2dRect *b);
+Sorn2dRect *sorn_2d_rect_general_$I(Sorn2dRect *out, const Sorn2dRect *b);
+SornF2dRect *sorn_f2d_rect_intersec(SornF2dRect *out, const SornF2dRect *a, const SornF2dRect *b);
+SornF2dRect *sorn_f2d_rect_intersec_$I(SornF2dRect *out, const SornF2dRect *b);
+SornF2dRect *sorn_f2d_rect_general(SornF2dRect *out, const SornF2dRect *a, const SornF2dRect *b);
+SornF2dRect *sorn_f2d_rect_general_$I(SornF2dRect *out, const SornF2dRect *b);
+SornR2dRect *sorn_r2d_rect_intersec(SornR2dRect *out, const SornR2dRect *a, const SornR2dRect *b);
+SornR2dRect *sorn_r2d_rect_intersec_$I(SornR2dRect *out, const SornR2dRect *b);
+SornR2dRect *sorn_r2d_rect_general(SornR2dRect *out, const SornR2dRect *a, const SornR2dRect *b);
+SornR2dRect *sorn_r2d_rect_general_$I(SornR2dRect *out, const SornR2dRect *b);
+
+/* Moments of a rectangle: the centre (moment1), and second moments that
+ * are area moments, not divided by the area, with m20 from the second
+ * extent and m02 from the first: both deliberate. The centroid forms
+ * compute the centre in f32. */
+SornR2dPt *sorn_2d_rcpt_moment1(SornR2dPt *out, const Sorn2dRcpt *r);
+SornMoment2 *sorn_2d_rcpt_moment2(SornMoment2 *out, const Sorn2dRcpt *r);
+SornMoment2 *sorn_2d_rcpt_moment2_$c(SornMoment2 *out, const Sorn2dRcpt *r);
+SornF2dPt *sorn_2d_rcpt_centroid_$f(SornF2dPt *out, const Sorn2dRcpt *r);
+SornR2dPt *sorn_f2d_rcpt_moment1(SornR2dPt *out, const SornF2dRcpt *r);
+SornMoment2 *sorn_f2d_rcpt_moment2(SornMoment2 *out, const SornF2dRcpt *r);
+SornMoment2 *sorn_f2d_rcpt_moment2_$c(SornMoment2 *out, const SornF2dRcpt *r);
+SornF2dPt *sorn_f2d_rcpt_centroid(SornF2dPt *out, const SornF2dRcpt *r);
+SornR2dPt *sorn_r2d_rcpt_moment1(SornR2dPt *out, const SornR2dRcpt *r);
+SornMoment2 *sorn_r2d_rcpt_moment2(SornMoment2 *out, const SornR2dRcpt *r);
+SornMoment2 *sorn_r2d_rcpt_moment2_$c(SornMoment2 *out, const SornR2dRcpt *r);
+SornR2dPt *sorn_2d_rect_moment1(SornR2dPt *out, const Sorn2dRect *r);
+SornMoment2 *sorn_2d_rect_moment2(SornMoment2 *out, const Sorn2dRect *r);
+SornMoment2 *sorn_2d_rect_moment2_$c(SornMoment2 *out, const Sorn2dRect *r);
+SornF2dPt *sorn_2d_rect_centroid_$f(SornF2dPt *out, const Sorn2dRect *r);
+SornR2dPt *sorn_f2d_rect_moment1(SornR2dPt *out, const SornF2dRect *r);
+SornMoment2 *sorn_f2d_rect_moment2(SornMoment2 *out, const SornF2dRect *r);
+SornMoment2 *sorn_f2d_rect_moment2_$c(SornMoment2 *out, const SornF2dRect *r);
+SornF2dPt *sorn_f2d_rect_centroid(SornF2dPt *out, const SornF2dRect *r);
+SornR2dPt *sorn_r2d_rect_moment1(SornR2dPt *out, const SornR2dRect *r);
+SornMoment2 *sorn_r2d_rect_moment2(SornMoment2 *out, const SornR2dRect *r);
+SornMoment2 *sorn_r2d_rect_moment2_$c(SornMoment2 *out, const SornR2dRect *r);
+
+/* border: four cells left, top, right, bottom. A null rect extends out in
+ * place. */
+Sorn2dRect *sorn_2d_rect_extend(Sorn2dRect *out, const Sorn2dRect *rect, const int32_t *border);
+Sorn2dRect *sorn_2d_rect_extend_$I(Sorn2dRect *out, const int32_t *border);
+/* extended gets rect widened by border, out its intersec with limit. The
+ * answer: 1 if extended is at most as wide and as high as out, else 0. */
+int sorn_2d_rect_rextend(Sorn2dRect *out, Sorn2dRect *extended, const Sorn2dRect *rect,
+                         const int32_t *border, const Sorn2dRect *limit);
+/* rect (null: out) grown by dx, dy on every side, then intersec with
+ * (0, 0, width, height). */
+Sorn2dRect *sorn_2d_rect_srextend(Sorn2dRect *out, const Sorn2dRect *rect, int32_t dx, int32_t dy,
+                                  int32_t width, int32_t height);
+
+/* 1 if (x, y) lies in the rectangle, both edges included. */
+int sorn_f2d_rect_inside2(const SornF2dRect *rect, float x, float y);
+int sorn_r2d_rect_inside2(const SornR2dRect *rect, double x, double y);
+
+/* ---------------- Quadrilaterals ---------------- */
+
+SornF2dQuad *__sorn_f2d_quad__$rcpt(SornF2dQuad *out, const SornF2dRcpt *r);
+SornF2dQuad *__sorn_f2d_quad__$rcpt$i(SornF2dQuad *out, const Sorn2dRcpt *r);
+SornF2dQuad *__sorn_f2d_quad__$rcpt$r(SornF2dQuad *out, const SornR2dRcpt *r);
+SornF2dQuad *__sorn_f2d_quad__$rect(SornF2dQuad *out, const SornF2dRect *r);
+SornF2dQuad *__sorn_f2d_quad__$rect$i(SornF2dQuad *out, const Sorn2dRect *r);
+SornF2dQuad *__sorn_f2d_quad__$rect$r(SornF2dQuad *out, const SornR2dRect *r);
+SornF2dQuad *__sorn_f2d_quad__$cast$r(SornF2dQuad *out, const SornR2dQuad *q);
+SornR2dQuad *__sorn_r2d_quad__$rcpt(SornR2dQuad *out, const SornR2dRcpt *r);
+SornR2dQuad *__sorn_r2d_quad__$rcpt$i(SornR2dQuad *out, const Sorn2dRcpt *r);
+SornR2dQuad *__sorn_r2d_quad__$rcpt$f(SornR2dQuad *out, const SornF2dRcpt *r);
+SornR2dQuad *__sorn_r2d_quad__$rect(SornR2dQuad *out, const SornR2dRect *r);
+SornR2dQuad *__sorn_r2d_quad__$rect$i(SornR2dQuad *out, const Sorn2dRect *r);
+SornR2dQuad *__sorn_r2d_quad__$rect$f(SornR2dQuad *out, const SornF2dRect *r);
+SornR2dQuad *__sorn_r2d_quad__$cast$f(SornR2dQuad *out, const SornF2dQuad *q);
+
+/* Width: from q0 to q1; height: from q0 to q3; in the family's float type.
+ * The area is the product of the two, in f64; the rotation is
+ * atan2(q1.x - q0.x, q1.y - q0.y), 0 for a quad from a rectangle. */
+float sorn_f2d_quad_width_sqr(const SornF2dQuad *q);
+float sorn_f2d_quad_width(const SornF2dQuad *q);
+float sorn_f2d_quad_height_sqr(const SornF2dQuad *q);
+float sorn_f2d_quad_height(const SornF2dQuad *q);
+double sorn_f2d_quad_area(const SornF2dQuad *q);
+double sorn_f2d_quad_rotation(const SornF2dQuad *q);
+double sorn_r2d_quad_width_sqr(const SornR2dQuad *q);
+double sorn_r2d_quad_width(const SornR2dQuad *q);
+double sorn_r2d_quad_height_sqr(const SornR2dQuad *q);
+double sorn_r2d_quad_height(const SornR2dQuad *q);
+double sorn_r2d_quad_area(const SornR2dQuad *q);
+double sorn_r2d_quad_rotation(const SornR2dQuad *q);
+
+/* ---------------- Ellipses ---------------- */
+
+/* From central second moments (or a four-cell covariance): the semi-axes
+ * are the square roots of the eigenvalues times scale, smaller one a; the
+ * library's own callers pass a scale of 2.0, which gives back the semi-axes
+ * of a filled ellipse from its normalised moments. */
+SornF2dEll *__sorn_f2d_ellipse__$moment2$c(SornF2dEll *out, const SornF2dPt *centre,
+                                           const SornMoment2 *m, double scale);
+SornF2dEll *__sorn_f2d_ellipse__$covariance(SornF2dEll *out, const SornF2dPt *centre,
+                                            const double *cov, double scale);
+SornF2dEll *__sorn_f2d_ellipse__$cast$r(SornF2dEll *out, const SornR2dEll *e);
+SornR2dEll *__sorn_r2d_ellipse__$moment2$c(SornR2dEll *out, const SornR2dPt *centre,
+                                           const SornMoment2 *m, double scale);
+SornR2dEll *__sorn_r2d_ellipse__$covariance(SornR2dEll *out, const SornR2dPt *centre,
+                                            const double *cov, double scale);
+SornR2dEll *__sorn_r2d_ellipse__$cast$f(SornR2dEll *out, const SornF2dEll *e);
+
+/* Area pi a b. The moments are area moments that take no account of the
+ * rotation, m20 from b and m02 from a, like those of a rectangle. */
+double sorn_f2d_ell_area(const SornF2dEll *e);
+SornMoment2 *sorn_f2d_ell_moment2(SornMoment2 *out, const SornF2dEll *e);
+SornMoment2 *sorn_f2d_ell_moment2_$c(SornMoment2 *out, const SornF2dEll *e);
+/* The axis-aligned rectangle around the ellipse. */
+SornF2dRect *sorn_f2d_ell_brect(SornF2dRect *out, const SornF2dEll *e);
+/* The rotated box of the axes: corners for (u, v) = (-a, -b), (-a, b),
+ * (a, b), (a, -b) at (cx + u cos + v sin, cy - u sin + v cos). */
+SornF2dQuad *sorn_f2d_ell_bquad(SornF2dQuad *out, const SornF2dEll *e);
+SornR2dQuad *sorn_f2d_ell_bquad_$r(SornR2dQuad *out, const SornF2dEll *e);
+/* 1 inside or on the ellipse. It turns by the rotation in the sense
+ * opposite to that of the bquad: both are kept as they are. */
+int sorn_f2d_ell_inside2(const SornF2dEll *e, float x, float y);
+double sorn_r2d_ell_area(const SornR2dEll *e);
+SornMoment2 *sorn_r2d_ell_moment2(SornMoment2 *out, const SornR2dEll *e);
+SornMoment2 *sorn_r2d_ell_moment2_$c(SornMoment2 *out, const SornR2dEll *e);
+SornR2dRect *sorn_r2d_ell_brect(SornR2dRect *out, const SornR2dEll *e);
+SornR2dQuad *sorn_r2d_ell_bquad(SornR2dQuad *out, const SornR2dEll *e);
+SornF2dQuad *sorn_r2d_ell_bquad_$f(SornF2dQuad *out, const SornR2dEll *e);
+int sorn_r2d_ell_inside2(const SornR2dEll *e, double x, double y);
+
+/* ---------------- Point lists ----------------
+ * A point list is an array of points and an s32 count. The float families
+ * compare with the tolerance 2^-23 (as an f64 value), the integer family
+ * exactly, with sums in 64 bits. Hulls come out in the order of the sort:
+ * around the lowest point (smallest x, then smallest y), by the angle
+ * atan2(dx, dy). */
+
+/* Half the sum of cur.x prev.y - prev.x cur.y around the ring; a list that
+ * turns from x toward y gives a negative value. 0 below two points. */
+double sorn_2d_ptv___sarea(const Sorn2dPt *points, int32_t n);
+double sorn_f2d_ptv___sarea(const SornF2dPt *points, int32_t n);
+double sorn_r2d_ptv___sarea(const SornR2dPt *points, int32_t n);
+/* 1 if every turn has the sense of the first one; only the first turn is
+ * the reference. 0 below three points. */
+int sorn_2d_ptv_isconvex(const Sorn2dPt *points, int32_t n);
+int sorn_f2d_ptv_isconvex(const SornF2dPt *points, int32_t n);
+int sorn_r2d_ptv_isconvex(const SornR2dPt *points, int32_t n);
+/* 1 if every three neighbours lie on a line (not around the ring); 1 below
+ * three points. */
+int sorn_2d_ptv_all_colinear(const Sorn2dPt *points, int32_t n);
+int sorn_f2d_ptv_all_colinear(const SornF2dPt *points, int32_t n);
+int sorn_r2d_ptv_all_colinear(const SornR2dPt *points, int32_t n);
+/* The point of smallest x, and of smallest y among equal x; points itself
+ * below two points. */
+const Sorn2dPt *sorn_2d_ptv_lowest(const Sorn2dPt *points, int32_t n);
+const SornF2dPt *sorn_f2d_ptv_lowest(const SornF2dPt *points, int32_t n);
+const SornR2dPt *sorn_r2d_ptv_lowest(const SornR2dPt *points, int32_t n);
+/* Sorts around the lowest point, by angle and then by distance; no
+ * recursion and no allocation. */
+Sorn2dPt *sorn_2d_ptv_sort_$I(Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_f2d_ptv_sort_$I(SornF2dPt *points, int32_t n);
+SornR2dPt *sorn_r2d_ptv_sort_$I(SornR2dPt *points, int32_t n);
+/* The comparison of the sort: below 0 when a goes before b. The plain name
+ * is the f2d form. */
+int32_t _T_ptv_sort_compare(const SornF2dPt *a, const SornF2dPt *b, const SornF2dPt *pivot);
+int32_t _T_2d_ptv_sort_compare(const Sorn2dPt *a, const Sorn2dPt *b, const Sorn2dPt *pivot);
+int32_t _T_r2d_ptv_sort_compare(const SornR2dPt *a, const SornR2dPt *b, const SornR2dPt *pivot);
+
+/* Convex hulls; each answers the hull's point count. The in-place form
+ * leaves fewer than four points as they are, and keeps all points (sorted)
+ * when they lie on one line. convexhull copies the n points to out first
+ * (0 for n below 1). aconvexhull sets *outpointer to null, then for n of 1
+ * or more works in a block from malloc, which the caller gives back with
+ * free; it answers 0 when there is no block. */
+int32_t sorn_2d_ptv_convexhull_$I(Sorn2dPt *points, int32_t n);
+int32_t sorn_2d_ptv_convexhull(Sorn2dPt *out, const Sorn2dPt *points, int32_t n);
+int32_t sorn_2d_ptv_aconvexhull(Sorn2dPt **outpointer, const Sorn2dPt *points, int32_t n);
+int32_t sorn_f2d_ptv_convexhull_$I(SornF2dPt *points, int32_t n);
+int32_t sorn_f2d_ptv_convexhull(SornF2dPt *out, const SornF2dPt *points, int32_t n);
+int32_t sorn_f2d_ptv_aconvexhull(SornF2dPt **outpointer, const SornF2dPt *points, int32_t n);
+int32_t sorn_r2d_ptv_convexhull_$I(SornR2dPt *points, int32_t n);
+int32_t sorn_r2d_ptv_convexhull(SornR2dPt *out, const SornR2dPt *points, int32_t n);
+int32_t sorn_r2d_ptv_aconvexhull(SornR2dPt **outpointer, const SornR2dPt *points, int32_t n);
+
+/* Means of x and y (moment1), of x x, x y, y y (moment2), the central
+ * moments, and those as four cells m20, m11, m11, m02. An empty list gives
+ * values that are not numbers. */
+SornR2dPt *sorn_2d_ptv_moment1(SornR2dPt *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_ptv_moment2(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_ptv_moment2_$c(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+double *sorn_2d_ptv_covariance(double *out, const Sorn2dPt *points, int32_t n);
+SornR2dPt *sorn_f2d_ptv_moment1(SornR2dPt *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_ptv_moment2(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_ptv_moment2_$c(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+double *sorn_f2d_ptv_covariance(double *out, const SornF2dPt *points, int32_t n);
+SornR2dPt *sorn_r2d_ptv_moment1(SornR2dPt *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_ptv_moment2(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_ptv_moment2_$c(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+double *sorn_r2d_ptv_covariance(double *out, const SornR2dPt *points, int32_t n);
+/* The mean point, as f32, or for sorn_2d_ptv_centroid rounded to s32. */
+Sorn2dPt *sorn_2d_ptv_centroid(Sorn2dPt *out, const Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_2d_ptv_centroid_$f(SornF2dPt *out, const Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_f2d_ptv_centroid(SornF2dPt *out, const SornF2dPt *points, int32_t n);
+SornF2dPt *sorn_r2d_ptv_centroid_$f(SornF2dPt *out, const SornR2dPt *points, int32_t n);
+
+/* Bounding rectangle (extents without a plus one) and the same as a quad.
+ * An empty list gives the start values of the scan: the largest value of
+ * the scan's type as the smallest coordinate and the lowest as the largest
+ * (so an empty sorn_2d_ptv_brect is (0x7FFFFFFF, 0x7FFFFFFF, 1, 1)). */
+Sorn2dRect *sorn_2d_ptv_brect(Sorn2dRect *out, const Sorn2dPt *points, int32_t n);
+SornF2dRect *sorn_f2d_ptv_brect(SornF2dRect *out, const SornF2dPt *points, int32_t n);
+SornR2dRect *sorn_r2d_ptv_brect(SornR2dRect *out, const SornR2dPt *points, int32_t n);
+SornF2dQuad *sorn_2d_ptv_bquad_$f(SornF2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornR2dQuad *sorn_2d_ptv_bquad_$r(SornR2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornF2dQuad *sorn_f2d_ptv_bquad(SornF2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_f2d_ptv_bquad_$r(SornR2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_r2d_ptv_bquad(SornR2dQuad *out, const SornR2dPt *points, int32_t n);
+SornF2dQuad *sorn_r2d_ptv_bquad_$f(SornF2dQuad *out, const SornR2dPt *points, int32_t n);
+
+/* The bounding quadrilateral of least area, by rotating calipers over the
+ * convex hull: null for n below 1, the bquad below three points or for a
+ * hull of one or two points, null when the hull's block could not be had.
+ * Lists of up to 32 points need no allocation. The __ forms run the
+ * calipers on a hull of three points or more, in f64. */
+SornF2dQuad *sorn_2d_ptv_minbquad_$f(SornF2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornR2dQuad *sorn_2d_ptv_minbquad_$r(SornR2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornR2dQuad *sorn_2d_ptv__minbquad_$r(SornR2dQuad *out, const Sorn2dPt *hull, int32_t n);
+SornF2dQuad *sorn_f2d_ptv_minbquad(SornF2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_f2d_ptv_minbquad_$r(SornR2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_f2d_ptv__minbquad_$r(SornR2dQuad *out, const SornF2dPt *hull, int32_t n);
+SornR2dQuad *sorn_r2d_ptv_minbquad(SornR2dQuad *out, const SornR2dPt *points, int32_t n);
+SornF2dQuad *sorn_r2d_ptv_minbquad_$f(SornF2dQuad *out, const SornR2dPt *points, int32_t n);
+SornR2dQuad *sorn_r2d_ptv__minbquad(SornR2dQuad *out, const SornR2dPt *hull, int32_t n);
+/* One step of the calipers: of the jaw pair[0] and its opposite, the one or
+ * two whose next edge turns least; answers how many, written to pair. jaws
+ * holds the four vertex indexes. The plain name is the f2d form. */
+int32_t _T_calipers__dorotjawsel(int32_t *pair, const int32_t *jaws, const SornF2dPt *hull,
+                                 int32_t n);
+int32_t _T_2d_calipers__dorotjawsel(int32_t *pair, const int32_t *jaws, const Sorn2dPt *hull,
+                                    int32_t n);
+int32_t _T_r2d_calipers__dorotjawsel(int32_t *pair, const int32_t *jaws, const SornR2dPt *hull,
+                                     int32_t n);
+
+/* ---------------- Polygons ----------------
+ * A point list read as a closed ring. */
+
+/* Even-odd crossing of a ray along the second coordinate: an edge counts
+ * when x lies in its half-open span, and flips the answer when (x, y) lies
+ * above it in y. So of the boundary, the sides of largest x and of largest
+ * y count in, the others out. 0 below two points. */
+int sorn_2d_poly_inside2(const Sorn2dPt *points, int32_t n, int32_t x, int32_t y);
+int sorn_f2d_poly_inside2(const SornF2dPt *points, int32_t n, float x, float y);
+int sorn_r2d_poly_inside2(const SornR2dPt *points, int32_t n, double x, double y);
+/* The absolute signed area. */
+double sorn_2d_poly_area(const Sorn2dPt *points, int32_t n);
+double sorn_f2d_poly_area(const SornF2dPt *points, int32_t n);
+double sorn_r2d_poly_area(const SornR2dPt *points, int32_t n);
+/* Moments of the enclosed area over the ring's edges but the one from the
+ * second last point to the last, which the walk leaves out by definition.
+ * moment1 of fewer than two points is zeros; a ring of zero area gives
+ * values that are not numbers. */
+SornR2dPt *sorn_2d_poly_moment1(SornR2dPt *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_poly_moment2(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_poly_moment2_$c(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+double *sorn_2d_poly_covariance(double *out, const Sorn2dPt *points, int32_t n);
+Sorn2dPt *sorn_2d_poly_centroid(Sorn2dPt *out, const Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_2d_poly_centroid_$f(SornF2dPt *out, const Sorn2dPt *points, int32_t n);
+double sorn_2d_poly_rotation(const Sorn2dPt *points, int32_t n);
+SornF2dEll *sorn_2d_poly_fitell_$f(SornF2dEll *out, const Sorn2dPt *points, int32_t n);
+SornR2dEll *sorn_2d_poly_fitell_$r(SornR2dEll *out, const Sorn2dPt *points, int32_t n);
+SornR2dPt *sorn_f2d_poly_moment1(SornR2dPt *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_poly_moment2(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_poly_moment2_$c(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+double *sorn_f2d_poly_covariance(double *out, const SornF2dPt *points, int32_t n);
+SornF2dPt *sorn_f2d_poly_centroid(SornF2dPt *out, const SornF2dPt *points, int32_t n);
+double sorn_f2d_poly_rotation(const SornF2dPt *points, int32_t n);
+SornF2dEll *sorn_f2d_poly_fitell(SornF2dEll *out, const SornF2dPt *points, int32_t n);
+SornR2dEll *sorn_f2d_poly_fitell_$r(SornR2dEll *out, const SornF2dPt *points, int32_t n);
+SornR2dPt *sorn_r2d_poly_moment1(SornR2dPt *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_poly_moment2(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_poly_moment2_$c(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+double *sorn_r2d_poly_covariance(double *out, const SornR2dPt *points, int32_t n);
+SornF2dPt *sorn_r2d_poly_centroid_$f(SornF2dPt *out, const SornR2dPt *points, int32_t n);
+double sorn_r2d_poly_rotation(const SornR2dPt *points, int32_t n);
+SornR2dEll *sorn_r2d_poly_fitell(SornR2dEll *out, const SornR2dPt *points, int32_t n);
+SornF2dEll *sorn_r2d_poly_fitell_$f(SornF2dEll *out, const SornR2dPt *points, int32_t n);
+
 #ifdef __cplusplus
 }
 #endif
