@@ -13,14 +13,13 @@ namespace {
 
 // Layer 2 of a family with two array sources, and of one with a constant.
 using Arith2Layer = SornStatus (*)(SornXE *, SornFlags, SornDimPack, const int32_t *, uint32_t,
-                                   void *, const int32_t *, const int32_t *, uint32_t,
-                                   const void *, const int32_t *, const int32_t *, uint32_t,
-                                   const void *, const int32_t *, const int32_t *, int32_t,
-                                   uint32_t);
+                                   void *, const int32_t *, const int32_t *, uint32_t, const void *,
+                                   const int32_t *, const int32_t *, uint32_t, const void *,
+                                   const int32_t *, const int32_t *, int32_t, uint32_t);
 using Arith2cLayer = SornStatus (*)(SornXE *, SornFlags, SornDimPack, const int32_t *, uint32_t,
                                     void *, const int32_t *, const int32_t *, uint32_t,
-                                    const void *, const int32_t *, const int32_t *,
-                                    const double *, int32_t, uint32_t);
+                                    const void *, const int32_t *, const int32_t *, const double *,
+                                    int32_t, uint32_t);
 
 // Every selector the two entries know. A selector without a layer in this
 // build (the multiplications and divisions, the sigmoid) passes all the
@@ -109,25 +108,24 @@ SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornA
   if (d.rank == 4) return SORN_ENOTSUP;
   if (slot->constant == nullptr) return SORN_ENOTSUP;
   return slot->constant(xe, flags, d.pack(), d.dims_at(), d.type, d.base, d.origin_at(),
-                        d.strides_at(), oa.type, oa.base, oa.origin_at(), oa.strides_at(), cvec,
-                        sf, extra);
+                        d.strides_at(), oa.type, oa.base, oa.origin_at(), oa.strides_at(), cvec, sf,
+                        extra);
 }
 
 // The public entries of the group: one selector each, for two arrays and
 // for an array and constants.
-#define SORN_ARITH2_ENTRIES(name, a, b, c, d)                                                  \
+#define SORN_ARITH2_ENTRIES(name, a, b, c, d)                                                    \
   SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src, \
-                        const SornArray *src2, const SornVolume *dstroi,                        \
-                        const SornVolume *aroi, const SornVolume *broi, int32_t sf,             \
-                        uint32_t extra) {                                                       \
-    return _T_SornArith2(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, src2, dstroi, aroi,      \
-                         broi, sf, extra);                                                      \
-  }                                                                                             \
-  SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                   \
-                           const SornArray *src, const double *cvec, const SornVolume *dstroi,  \
-                           const SornVolume *aroi, int32_t sf, uint32_t extra) {                \
-    return _T_SornArith2c(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, cvec, dstroi, aroi, sf, \
-                          extra);                                                               \
+                        const SornArray *src2, const SornVolume *dstroi, const SornVolume *aroi, \
+                        const SornVolume *broi, int32_t sf, uint32_t extra) {                    \
+    return _T_SornArith2(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, src2, dstroi, aroi, broi, \
+                         sf, extra);                                                             \
+  }                                                                                              \
+  SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                    \
+                           const SornArray *src, const double *cvec, const SornVolume *dstroi,   \
+                           const SornVolume *aroi, int32_t sf, uint32_t extra) {                 \
+    return _T_SornArith2c(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, cvec, dstroi, aroi, sf,  \
+                          extra);                                                                \
   }
 
 SORN_ARITH2_ENTRIES(Add, 'a', 'a', 'd', 'd')

@@ -17,12 +17,7 @@
 
 #include "core/elem_types.h"
 
-namespace sorn_arith {
-
-using sorn::int_range;
-using sorn::round_i32;
-using sorn::sat;
-using sorn::sat32;
+namespace sorn::arith {
 
 // The integer cases of the scale factor, chosen once per call. A positive
 // scale shifts the sum as a 64-bit value: up to 31 places that never wraps,
@@ -32,10 +27,10 @@ using sorn::sat32;
 enum class Scale { Wrap, Shift, WideShift, Mul };
 
 struct ScaleArgs {
-  uint32_t shift;   // sf & 63
-  int32_t sum_hi;   // Shift: sums above this saturate high ...
-  int32_t sum_lo;   // ... and sums below this low
-  float factor;     // Mul
+  uint32_t shift;  // sf & 63
+  int32_t sum_hi;  // Shift: sums above this saturate high ...
+  int32_t sum_lo;  // ... and sums below this low
+  float factor;    // Mul
 };
 
 inline Scale scale_kind(int32_t sf) {
@@ -51,7 +46,7 @@ template <class D> inline ScaleArgs scale_args(int32_t sf) {
     if (k.shift < 32u) {
       // floor(hi / 2^shift) and ceil(lo / 2^shift), lo being 0 or below.
       k.sum_hi = (int32_t)(int_range<D>::hi >> k.shift);
-      k.sum_lo = (int32_t)-((-int_range<D>::lo) >> k.shift);
+      k.sum_lo = (int32_t) - ((-int_range<D>::lo) >> k.shift);
     }
   }
   // The power of two is formed in a signed 32-bit word: an sf of -31 makes
@@ -126,6 +121,9 @@ template <class Op> struct Sat : Op {
   using Plain = Op;
   static constexpr bool saturate = true;
 };
+using AddqOp = Sat<AddOp>;
+using SubqOp = Sat<SubOp>;
+using RSubqOp = Sat<RSubOp>;
 
 // Round a float to an integer value in the current mode, then saturate it
 // to the destination: the q rule for negative scale factors.
@@ -156,28 +154,37 @@ inline D binary_elem(A a, B b, const ScaleArgs &k) {
   if constexpr (std::is_same_v<B, double>) {
     // A constant of the f64 class: the operation runs in f64.
     const double r = Op::f64((double)a, b);
-    if constexpr (fd) return (float)r;
-    else return round_i32(r);
+    if constexpr (fd)
+      return (float)r;
+    else
+      return round_i32(r);
   } else if constexpr (fa || fb) {
     if constexpr (std::is_same_v<A, int32_t> || std::is_same_v<B, int32_t>) {
       // An s32 does not fit a float's mantissa: the combination runs in f64.
       const double r = Op::f64((double)a, (double)b);
-      if constexpr (fd) return (float)r;
-      else return round_i32(r);
+      if constexpr (fd)
+        return (float)r;
+      else
+        return round_i32(r);
     } else {
       const float r = Op::f32((float)a, (float)b);
-      if constexpr (fd) return r;
-      else return round_i32(r);
+      if constexpr (fd)
+        return r;
+      else
+        return round_i32(r);
     }
   } else if constexpr (Op::saturate) {
     constexpr bool wide = std::is_same_v<A, int32_t> || std::is_same_v<B, int32_t>;
     if constexpr (wide) {
       const int64_t s = Op::i64((int64_t)a, (int64_t)b);
-      if constexpr (fd) return (float)s;
-      else if constexpr (S == Scale::Wrap) return sat<D>(s);
+      if constexpr (fd)
+        return (float)s;
+      else if constexpr (S == Scale::Wrap)
+        return sat<D>(s);
       else if constexpr (S == Scale::Shift || S == Scale::WideShift)
         return sat<D>((int64_t)((uint64_t)s << k.shift));
-      else return sat_round<D>((float)s * k.factor);
+      else
+        return sat_round<D>((float)s * k.factor);
     } else if constexpr (S == Scale::Wrap && std::is_same_v<D, uint8_t> &&
                          std::is_same_v<A, uint8_t> && std::is_same_v<B, uint8_t>) {
       // The clamp of the exact 32-bit result, found in 8 bits.
@@ -190,9 +197,12 @@ inline D binary_elem(A a, B b, const ScaleArgs &k) {
       // Narrow sources: the exact result fits 32 bits, and the plain rules
       // for a non-zero scale are already those of the saturating form.
       const int32_t s = Op::i32((int32_t)a, (int32_t)b);
-      if constexpr (fd) return (float)s;
-      else if constexpr (S == Scale::Wrap) return sat32<D>(s);
-      else return binary_elem<typename Op::Plain, S, D, A, B>(a, b, k);
+      if constexpr (fd)
+        return (float)s;
+      else if constexpr (S == Scale::Wrap)
+        return sat32<D>(s);
+      else
+        return binary_elem<typename Op::Plain, S, D, A, B>(a, b, k);
     }
   } else {
     const int32_t s = Op::i32((int32_t)a, (int32_t)b);
@@ -211,8 +221,10 @@ inline D binary_elem(A a, B b, const ScaleArgs &k) {
       return sat<D>(v);
     } else {
       const int32_t v = round_i32((float)s * k.factor);
-      if constexpr (std::is_same_v<D, int32_t>) return v;
-      else return sat32<D>(v);
+      if constexpr (std::is_same_v<D, int32_t>)
+        return v;
+      else
+        return sat32<D>(v);
     }
   }
 }
@@ -235,10 +247,9 @@ inline void binary_rows(int32_t rows, int32_t cols, char *d, ptrdiff_t ds, const
 
 // The scale factor's case is chosen once per call; float sources or a float
 // destination have only one.
-template <class D, class A, class B, class Run>
-inline void by_scale(int32_t sf, Run run) {
-  constexpr bool scaled = !std::is_floating_point_v<D> && !std::is_floating_point_v<A> &&
-                          !std::is_floating_point_v<B>;
+template <class D, class A, class B, class Run> inline void by_scale(int32_t sf, Run run) {
+  constexpr bool scaled =
+      !std::is_floating_point_v<D> && !std::is_floating_point_v<A> && !std::is_floating_point_v<B>;
   if constexpr (scaled) {
     switch (scale_kind(sf)) {
       case Scale::Wrap: run(std::integral_constant<Scale, Scale::Wrap>{}); break;
@@ -342,4 +353,4 @@ SornStatus const_kernel(int32_t n, const int32_t *dims, void *dst, const int32_t
   return SORN_OK;
 }
 
-}  // namespace sorn_arith
+}  // namespace sorn::arith

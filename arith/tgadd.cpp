@@ -27,8 +27,8 @@ template <auto Dispatch, uint32_t DstBits>
 SornStatus constant(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                     uint32_t dsttype, void *dstbase, const int32_t *dstorigin,
                     const int32_t *dststrides, uint32_t atype, const void *abase,
-                    const int32_t *aorigin, const int32_t *astrides, const double *cvec,
-                    int32_t sf, uint32_t extra) {
+                    const int32_t *aorigin, const int32_t *astrides, const double *cvec, int32_t sf,
+                    uint32_t extra) {
   const void *aptr = at_origin(abase, pack, aorigin, astrides);
   void *dstptr = at_origin(dstbase, pack, dstorigin, dststrides);
   return Dispatch(xe, flags, pack, dims, dsttype | DstBits, dstptr, dststrides, atype, aptr,
@@ -37,25 +37,25 @@ SornStatus constant(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t
 
 }  // namespace
 
-#define SORN_LAYER2(op, dispatch, bits)                                                        \
-  SornStatus sorna_##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,   \
-                        uint32_t dsttype, void *dstbase, const int32_t *dstorigin,             \
-                        const int32_t *dststrides, uint32_t atype, const void *abase,          \
-                        const int32_t *aorigin, const int32_t *astrides, uint32_t btype,       \
-                        const void *bbase, const int32_t *borigin, const int32_t *bstrides,    \
-                        int32_t sf, uint32_t extra) {                                          \
+#define SORN_LAYER2(op, dispatch, bits)                                                         \
+  SornStatus sorna_##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,     \
+                        uint32_t dsttype, void *dstbase, const int32_t *dstorigin,              \
+                        const int32_t *dststrides, uint32_t atype, const void *abase,           \
+                        const int32_t *aorigin, const int32_t *astrides, uint32_t btype,        \
+                        const void *bbase, const int32_t *borigin, const int32_t *bstrides,     \
+                        int32_t sf, uint32_t extra) {                                           \
     return arrays<&sorna__##dispatch, bits>(xe, flags, pack, dims, dsttype, dstbase, dstorigin, \
-                                           dststrides, atype, abase, aorigin, astrides, btype, \
-                                           bbase, borigin, bstrides, sf, extra);              \
-  }                                                                                            \
-  SornStatus sorna_##op##C(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
-                           uint32_t dsttype, void *dstbase, const int32_t *dstorigin,          \
-                           const int32_t *dststrides, uint32_t atype, const void *abase,       \
-                           const int32_t *aorigin, const int32_t *astrides,                    \
-                           const double *cvec, int32_t sf, uint32_t extra) {                   \
-    return constant<&sorna__##dispatch##C, bits>(xe, flags, pack, dims, dsttype, dstbase,      \
-                                                dstorigin, dststrides, atype, abase, aorigin,  \
-                                                astrides, cvec, sf, extra);                    \
+                                            dststrides, atype, abase, aorigin, astrides, btype, \
+                                            bbase, borigin, bstrides, sf, extra);               \
+  }                                                                                             \
+  SornStatus sorna_##op##C(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,  \
+                           uint32_t dsttype, void *dstbase, const int32_t *dstorigin,           \
+                           const int32_t *dststrides, uint32_t atype, const void *abase,        \
+                           const int32_t *aorigin, const int32_t *astrides, const double *cvec, \
+                           int32_t sf, uint32_t extra) {                                        \
+    return constant<&sorna__##dispatch##C, bits>(xe, flags, pack, dims, dsttype, dstbase,       \
+                                                 dstorigin, dststrides, atype, abase, aorigin,  \
+                                                 astrides, cvec, sf, extra);                    \
   }
 
 SORN_LAYER2(add, add, 0u)

@@ -157,7 +157,7 @@ K lookup_channels(const KernelRow<K> (&table)[N], uint32_t chword, uint32_t type
 }  // namespace sorn
 
 // An exported lookup over a triple table, K name(d, a, b, status).
-#define SORN_TRIPLE_LOOKUP(name, K, table)                                    \
-  K name(uint32_t d, uint32_t a, uint32_t b, SornStatus *status) {           \
-    return ::sorn::lookup_triple(table, d, a, b, status);                     \
+#define SORN_TRIPLE_LOOKUP(name, K, table)                         \
+  K name(uint32_t d, uint32_t a, uint32_t b, SornStatus *status) { \
+    return ::sorn::lookup_triple(table, d, a, b, status);          \
   }

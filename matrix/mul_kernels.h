@@ -15,16 +15,14 @@
 #include <cstring>
 #include <type_traits>
 
-namespace sorn::mul {
+namespace sorn::matrix {
 
 using byte = unsigned char;
 
-template <class T>
-inline T *row_at(void *base, ptrdiff_t stride, int32_t i) {
+template <class T> inline T *row_at(void *base, ptrdiff_t stride, int32_t i) {
   return reinterpret_cast<T *>(static_cast<byte *>(base) + (ptrdiff_t)i * stride);
 }
-template <class T>
-inline const T *row_at(const void *base, ptrdiff_t stride, int32_t i) {
+template <class T> inline const T *row_at(const void *base, ptrdiff_t stride, int32_t i) {
   return reinterpret_cast<const T *>(static_cast<const byte *>(base) + (ptrdiff_t)i * stride);
 }
 
@@ -43,9 +41,7 @@ inline int32_t round_i32(double v) {
 
 // The scale of a negative shift. 1 << 31 is the lowest int, so a shift of
 // -31 scales by a negative power of two; that is the defined behaviour.
-inline double right_scale(int32_t shift) {
-  return 1.0 / (double)(int32_t)(1u << (-shift & 31));
-}
+inline double right_scale(int32_t shift) { return 1.0 / (double)(int32_t)(1u << (-shift & 31)); }
 
 struct F32Pol {
   using Dst = float;
@@ -56,27 +52,20 @@ struct F32Pol {
   static Dst out(Acc s, int32_t, double) { return s; }
 };
 
-template <class D>
-inline D narrow_result(int32_t v);
-template <>
-inline uint8_t narrow_result<uint8_t>(int32_t v) {
+template <class D> inline D narrow_result(int32_t v);
+template <> inline uint8_t narrow_result<uint8_t>(int32_t v) {
   return (uint8_t)(v < 1 ? 0 : v > 255 ? 255 : v);
 }
 // Sources of this result are unsigned bytes, so only the top is clamped;
 // a sum that a left shift wrapped below zero keeps its low 16 bits.
-template <>
-inline int16_t narrow_result<int16_t>(int32_t v) {
+template <> inline int16_t narrow_result<int16_t>(int32_t v) {
   return (int16_t)(v > 32767 ? 32767 : v);
 }
-template <>
-inline int32_t narrow_result<int32_t>(int32_t v) {
-  return v;
-}
+template <> inline int32_t narrow_result<int32_t>(int32_t v) { return v; }
 
 // Integer triples: 32-bit wrapping sums for a shift of 0 or above, f64 sums
 // for a negative one.
-template <class D, class S, Scale SC>
-struct IntPol {
+template <class D, class S, Scale SC> struct IntPol {
   using Dst = D;
   using Src = S;
   using Acc = std::conditional_t<SC == Scale::Right, double, uint32_t>;
@@ -97,8 +86,7 @@ struct IntPol {
   }
 };
 
-template <class P>
-inline double scale_of(int32_t shift) {
+template <class P> inline double scale_of(int32_t shift) {
   return shift < 0 ? right_scale(shift) : 1.0;
 }
 
@@ -118,8 +106,7 @@ struct VecList {
       step = (ptrdiff_t)(intptr_t)l[1];
     }
   }
-  template <class T>
-  const T *at(int32_t j) const {
+  template <class T> const T *at(int32_t j) const {
     return strided ? reinterpret_cast<const T *>(base + (ptrdiff_t)j * step)
                    : static_cast<const T *>(list[j]);
   }
@@ -205,9 +192,9 @@ void mm_fixed_n(int32_t m, int32_t kk, void *dst, ptrdiff_t ds, const void *a, p
 // the accumulators and the group's rows of b stay in the first-level cache.
 // The sum of each element still runs in the order of k.
 template <class P, int R, int G, bool Last>
-inline void mm_group(int32_t j0, int32_t j1, typename P::Acc *const *acc, const typename P::Src *const *ar,
-                     const typename P::Src *const *bk, typename P::Dst *const *dr, int32_t shift,
-                     double scale) {
+inline void mm_group(int32_t j0, int32_t j1, typename P::Acc *const *acc,
+                     const typename P::Src *const *ar, const typename P::Src *const *bk,
+                     typename P::Dst *const *dr, int32_t shift, double scale) {
   using S = typename P::Src;
   using A = typename P::Acc;
   S av[R][G];
@@ -244,9 +231,9 @@ inline void mm_group_any(bool last, int32_t j0, int32_t j1, typename P::Acc *con
 }
 
 template <class P, int R>
-void mm_rows(int32_t i0, int32_t kk, int32_t j0, int32_t j1, typename P::Acc *const *acc,
-             void *dst, ptrdiff_t ds, const void *a, ptrdiff_t as, const void *b, ptrdiff_t bs,
-             int32_t shift, double scale) {
+void mm_rows(int32_t i0, int32_t kk, int32_t j0, int32_t j1, typename P::Acc *const *acc, void *dst,
+             ptrdiff_t ds, const void *a, ptrdiff_t as, const void *b, ptrdiff_t bs, int32_t shift,
+             double scale) {
   using S = typename P::Src;
   using D = typename P::Dst;
   D *dr[R];
@@ -285,7 +272,8 @@ void mm_general_run(int32_t m, int32_t kk, int32_t n, void *dst, ptrdiff_t ds, c
   for (int32_t j0 = 0; j0 < n; j0 += kColBlock) {
     const int32_t j1 = n - j0 > kColBlock ? j0 + kColBlock : n;
     int32_t i = 0;
-    for (; i + 4 <= m; i += 4) mm_rows<P, 4>(i, kk, j0, j1, acc, dst, ds, a, as, b, bs, shift, scale);
+    for (; i + 4 <= m; i += 4)
+      mm_rows<P, 4>(i, kk, j0, j1, acc, dst, ds, a, as, b, bs, shift, scale);
     switch (m - i) {
       case 3: mm_rows<P, 3>(i, kk, j0, j1, acc, dst, ds, a, as, b, bs, shift, scale); break;
       case 2: mm_rows<P, 2>(i, kk, j0, j1, acc, dst, ds, a, as, b, bs, shift, scale); break;
@@ -496,11 +484,11 @@ void mvn_general(SornXE *xe, int32_t m, int32_t kk, int32_t count, void *dst, pt
 // Row index and column index of the cells a pack word points at.
 inline int32_t pack_n(SornDimPack pack) { return (int32_t)(pack & 15); }
 
-}  // namespace sorn::mul
+}  // namespace sorn::matrix
 
 // ------------------------------------------------------------------ entry helpers
 
-namespace sorn::mul {
+namespace sorn::matrix {
 
 inline bool channels_ok(int32_t c) { return c >= 1 && c <= 4; }
 
@@ -531,4 +519,4 @@ inline SornFlags with_channel_format(SornFlags flags, int32_t chword) {
   return flags;
 }
 
-}  // namespace sorn::mul
+}  // namespace sorn::matrix

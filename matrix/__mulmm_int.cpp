@@ -1,11 +1,13 @@
 // The integer products. Each kernel exists three times, for a shift of 0,
 // above 0 and below 0, so that no loop tests the scale; their ladder is
 // shorter than that of f32, since the small shapes gain less here.
-#include "matrix/mul_impl.h"
+#include <sorn.h>
 
-using namespace sorn::mul;
+#include "matrix/mul_kernels.h"
 
-namespace sorn::mul {
+using namespace sorn::matrix;
+
+namespace sorn::matrix {
 
 using ct_u8 = uint8_t;
 using ct_s16 = int16_t;
@@ -48,8 +50,8 @@ void mvn_int(SornXE *xe, int32_t M, int32_t K, int32_t count, void *dst, ptrdiff
 }
 
 template <class D, class S, int K>
-void shape_k(int32_t m, int32_t n, void *dst, int32_t ds, const void *a, int32_t as,
-             const void *b, int32_t bs, int32_t shift) {
+void shape_k(int32_t m, int32_t n, void *dst, int32_t ds, const void *a, int32_t as, const void *b,
+             int32_t bs, int32_t shift) {
   if (shift == 0)
     mm_fixed_k<IntPol<D, S, Scale::None>, K>(m, n, dst, ds, a, as, b, bs, shift);
   else if (shift > 0)
@@ -70,13 +72,13 @@ void list_k(int32_t m, int32_t count, void *dst, int32_t ds, const void *a, int3
     mvn_fixed_k<IntPol<D, S, Scale::Right>, K>(m, count, dst, ds, a, as, v, shift);
 }
 
-}  // namespace sorn::mul
+}  // namespace sorn::matrix
 
-#define SHAPE_ARGS                                                                         \
-  int32_t m, int32_t k, int32_t n, void *dst, int32_t dstStride, const void *a,            \
-      int32_t aStride, const void *b, int32_t bStride, int32_t shift
-#define LIST_ARGS                                                                          \
-  int32_t m, int32_t k, int32_t count, void *dst, int32_t dstStride, const void *a,        \
+#define SHAPE_ARGS                                                                               \
+  int32_t m, int32_t k, int32_t n, void *dst, int32_t dstStride, const void *a, int32_t aStride, \
+      const void *b, int32_t bStride, int32_t shift
+#define LIST_ARGS                                                                   \
+  int32_t m, int32_t k, int32_t count, void *dst, int32_t dstStride, const void *a, \
       int32_t aStride, const void *const *vectors, int32_t shift
 
 #define SORN_MUL_INT_DEFS(d, s)                                                                    \
@@ -95,11 +97,10 @@ void list_k(int32_t m, int32_t count, void *dst, int32_t ds, const void *a, int3
   void _T_sorna__mulmvn_##d##s##_w2(LIST_ARGS) {                                                   \
     list_k<ct_##d, ct_##s, 2>(m, count, dst, dstStride, a, aStride, vectors, shift);               \
   }                                                                                                \
-  SornStatus sorna__mulmm_##d##s(SornXE *xe, SornFlags flags, SornDimPack pack,                   \
-                                 const int32_t *dims1, const int32_t *dims2, void *dst,           \
-                                 const int32_t *dstStrides, const void *src1,                     \
-                                 const int32_t *strides1, const void *src2,                       \
-                                 const int32_t *strides2, int32_t shift, uint32_t reserved) {     \
+  SornStatus sorna__mulmm_##d##s(                                                                  \
+      SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1, const int32_t *dims2,   \
+      void *dst, const int32_t *dstStrides, const void *src1, const int32_t *strides1,             \
+      const void *src2, const int32_t *strides2, int32_t shift, uint32_t reserved) {               \
     const int32_t n = pack_n(pack);                                                                \
     const int32_t M = dims1[n - 3], K = dims1[n - 2], N = dims2[n - 2];                            \
     const int32_t ds = dstStrides[n - 3], as = strides1[n - 3], bs = strides2[n - 3];              \
@@ -109,12 +110,11 @@ void list_k(int32_t m, int32_t count, void *dst, int32_t ds, const void *a, int3
       return mm_int<ct_##d, ct_##s, Scale::Left>(xe, M, K, N, dst, ds, src1, as, src2, bs, shift); \
     return mm_int<ct_##d, ct_##s, Scale::Right>(xe, M, K, N, dst, ds, src1, as, src2, bs, shift);  \
   }                                                                                                \
-  SornStatus sorna__mulmvn_##d##s(SornXE *xe, SornFlags flags, SornDimPack pack,                  \
-                                  const int32_t *dims1, const int32_t *dims2, void *dst,          \
-                                  const int32_t *dstStrides, const void *src1,                    \
-                                  const int32_t *strides1, const void *const *vectors,            \
-                                  const int32_t *strides2, int32_t count, int32_t shift,          \
-                                  uint32_t reserved) {                                            \
+  SornStatus sorna__mulmvn_##d##s(                                                                 \
+      SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1, const int32_t *dims2,   \
+      void *dst, const int32_t *dstStrides, const void *src1, const int32_t *strides1,             \
+      const void *const *vectors, const int32_t *strides2, int32_t count, int32_t shift,           \
+      uint32_t reserved) {                                                                         \
     const int32_t n = pack_n(pack);                                                                \
     const int32_t M = dims1[n - 3], K = dims1[n - 2];                                              \
     const int32_t ds = dstStrides[n - 3], as = strides1[n - 3];                                    \

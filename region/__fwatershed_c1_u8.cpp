@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <cstring>
 
-#include "watershed_common.h"
+#include "region/flooding.h"
 
-using namespace sorn_wts;
+using namespace sorn::region;
 
 namespace {
 
@@ -17,8 +17,7 @@ constexpr uint32_t kIndexMask = 0x0FFFFFFFu;
 constexpr uint32_t kMaxPixels = 0x7FFFFFFu;
 
 // Pointers that grow by doubling; a push that can't grow is left out.
-template <class T>
-struct PtrStack {
+template <class T> struct PtrStack {
   T **items;
   int64_t count;
   int64_t capacity;
@@ -147,8 +146,7 @@ struct Shadow {
   void pop(uint32_t level, const uint32_t *W, int64_t cols) {
     const int64_t m = --count[level];
     if (m < kReturnsAhead) return;
-    prefetch_rows<kForWrite>(W + base[level][m - kReturnsAhead],
-                             cols * (int64_t)sizeof(uint32_t));
+    prefetch_rows<kForWrite>(W + base[level][m - kReturnsAhead], cols * (int64_t)sizeof(uint32_t));
   }
 };
 
@@ -429,9 +427,9 @@ SornStatus __sorna__fwatershed_c1_u8(SornXE *xe, SornFlags flags, SornWTSState *
 }
 
 SornStatus __sorna__fwatershed_xm_c1_u8(SornXE *xe, SornFlags flags, SornWTSState *state,
-                                        SornDimPack code, const int32_t *dims,
-                                        const uint8_t *src, const int32_t *strides,
-                                        const uint8_t *mask, const int32_t *maskstrides) {
+                                        SornDimPack code, const int32_t *dims, const uint8_t *src,
+                                        const int32_t *strides, const uint8_t *mask,
+                                        const int32_t *maskstrides) {
   int32_t mst[2];
   mask_steps(code, maskstrides, mst);
   return run(xe, flags, state, frame_of(code, dims, strides), src, mask, mst);

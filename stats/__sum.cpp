@@ -4,17 +4,16 @@
 
 #include <type_traits>
 
-#include "stats/stats_common.h"
+#include "stats/stat_layers.h"
 
-using namespace sorn_stats;
+using namespace sorn::stats;
 using sorn::Rows;
 
 namespace {
 
 // Accumulators. fastsum keeps the narrowest exact-enough word, 32 bits for
 // integers and float for floats; sum widens to 64 bits and double.
-template <class T, bool Fast>
-struct Acc {
+template <class T, bool Fast> struct Acc {
   using type = std::conditional_t<std::is_same_v<T, float>, std::conditional_t<Fast, float, double>,
                                   std::conditional_t<Fast, uint32_t, uint64_t>>;
   static double result(type a) {
@@ -36,8 +35,7 @@ struct Acc {
 // Up to this many pixels the 32-bit total of a sum kernel is exact, and the
 // fastsum kernel does the work: 255 * 8421504 and 32768 * 65538 stay within
 // 2^31 plus a row.
-template <class T>
-constexpr int64_t narrow_limit() {
+template <class T> constexpr int64_t narrow_limit() {
   if constexpr (std::is_same_v<T, uint8_t>)
     return 8421505;
   else if constexpr (std::is_same_v<T, int16_t>)
@@ -50,8 +48,7 @@ constexpr int64_t narrow_limit() {
 // totals of 256 bytes fit 16 bits (256 * 255 < 65536), so the inner loop runs
 // in 16-bit lanes; integer addition is exact in any order, and a block total
 // wraps into the accumulator exactly as its bytes one by one would.
-template <class acc_t>
-inline acc_t u8_row_total(const uint8_t *__restrict p, int32_t cols) {
+template <class acc_t> inline acc_t u8_row_total(const uint8_t *__restrict p, int32_t cols) {
   acc_t t = 0;
   int32_t x = 0;
   for (; x + 256 <= cols; x += 256) {
@@ -133,32 +130,28 @@ SornStatus wide_kernel(SornFlags flags, int32_t n, const int32_t *dims, const vo
 
 }  // namespace
 
-#define SUM_KERNELS1(c, t)                                                                    \
-  SornStatus sorna__sum_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,                  \
-                                   const int32_t *dims, const void *src,                    \
-                                   const int32_t *strides, double *sums) {                  \
-    return wide_kernel<sorn::tok::t, c, false>(flags, n, dims, src, strides, nullptr, nullptr,    \
-                                           sums);                                             \
-  }                                                                                           \
-  SornStatus sorna__fastsum_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,              \
-                                       const int32_t *dims, const void *src,                \
-                                       const int32_t *strides, double *sums) {              \
-    return sum_kernel<sorn::tok::t, c, true, false>(flags, n, dims, src, strides, nullptr,        \
-                                                nullptr, sums);                               \
-  }                                                                                           \
-  SornStatus sorna__sum_xm_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,               \
-                                      const int32_t *dims, const void *src,                 \
-                                      const int32_t *strides, const uint8_t *mask,          \
-                                      const int32_t *mstrides, double *sums) {              \
-    return wide_kernel<sorn::tok::t, c, true>(flags, n, dims, src, strides, mask, mstrides,       \
-                                          sums);                                              \
-  }                                                                                           \
-  SornStatus sorna__fastsum_xm_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,           \
-                                          const int32_t *dims, const void *src,             \
-                                          const int32_t *strides, const uint8_t *mask,      \
-                                          const int32_t *mstrides, double *sums) {          \
-    return sum_kernel<sorn::tok::t, c, true, true>(flags, n, dims, src, strides, mask, mstrides,  \
-                                               sums);                                         \
+#define SUM_KERNELS1(c, t)                                                                         \
+  SornStatus sorna__sum_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,    \
+                                   const void *src, const int32_t *strides, double *sums) {        \
+    return wide_kernel<sorn::tok::t, c, false>(flags, n, dims, src, strides, nullptr, nullptr,     \
+                                               sums);                                              \
+  }                                                                                                \
+  SornStatus sorna__fastsum_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,                     \
+                                       const int32_t *dims, const void *src,                       \
+                                       const int32_t *strides, double *sums) {                     \
+    return sum_kernel<sorn::tok::t, c, true, false>(flags, n, dims, src, strides, nullptr,         \
+                                                    nullptr, sums);                                \
+  }                                                                                                \
+  SornStatus sorna__sum_xm_c##c##_##t(                                                             \
+      SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, const void *src,                \
+      const int32_t *strides, const uint8_t *mask, const int32_t *mstrides, double *sums) {        \
+    return wide_kernel<sorn::tok::t, c, true>(flags, n, dims, src, strides, mask, mstrides, sums); \
+  }                                                                                                \
+  SornStatus sorna__fastsum_xm_c##c##_##t(                                                         \
+      SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, const void *src,                \
+      const int32_t *strides, const uint8_t *mask, const int32_t *mstrides, double *sums) {        \
+    return sum_kernel<sorn::tok::t, c, true, true>(flags, n, dims, src, strides, mask, mstrides,   \
+                                                   sums);                                          \
   }
 #define SUM_KERNELS(t) SORN_STATS_CHANNELS(SUM_KERNELS1, t)
 SORN_SUM_TYPES(SUM_KERNELS)

@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-namespace sorn_mser {
+namespace sorn::region {
 
 /* ---------------- entries ---------------- */
 
@@ -58,8 +58,8 @@ constexpr int32_t kKeep = 3;
 // What an entry does with its checked operands: the type-generic layer
 // directly below rank 4, the frame with the slice form at rank 4.
 struct Route {
-  SornSliceProc plain;  // slice form without a mask
-  SornSliceProc masked; // slice form with one
+  SornSliceProc plain;   // slice form without a mask
+  SornSliceProc masked;  // slice form with one
 };
 
 template <class Filter, class Direct>
@@ -75,21 +75,19 @@ SornStatus generate(SornXE *xe, SornFlags flags, const SornArray *image, const S
   if (nd == 4) {
     SornPack pack;
     return sorna_call(sorna_genpackL(&pack, SORN_TAG_MSER, route.plain, xe, flags, filter, dp,
-                                     kKeep, op.roi.size, op.type, based(&op), nullptr,
-                                     op.strides));
+                                     kKeep, op.roi.size, op.type, based(&op), nullptr, op.strides));
   }
   return direct(xe, flags, dp, op.roi.size + first, op.type, op.data, op.roi.origin + first,
                 op.strides + first, filter);
 }
 
 template <class Filter, class DirectXm, class Slice>
-SornStatus generate_ex(SornXE *xe, SornFlags flags, const SornArray *image,
-                       const SornArray *mask, const SornVolume *roi, const SornVolume *maskroi,
-                       Filter *filter, const Route &route, DirectXm direct_xm, Slice slice_xm) {
+SornStatus generate_ex(SornXE *xe, SornFlags flags, const SornArray *image, const SornArray *mask,
+                       const SornVolume *roi, const SornVolume *maskroi, Filter *filter,
+                       const Route &route, DirectXm direct_xm, Slice slice_xm) {
   if (filter == nullptr || bad_image(image) || bad_mask(image, mask)) return SORN_EINVAL;
   Operand op, mop;
-  if (!sorn_arr_negotiateRoi(image, mask, &op.roi, &mop.roi, roi, maskroi, 3))
-    return SORN_ENOSPC;
+  if (!sorn_arr_negotiateRoi(image, mask, &op.roi, &mop.roi, roi, maskroi, 3)) return SORN_ENOSPC;
   take(image, &op);
   take(mask, &mop);
   const int32_t nd = image->ndims, first = 4 - nd;
@@ -97,13 +95,13 @@ SornStatus generate_ex(SornXE *xe, SornFlags flags, const SornArray *image,
   if (nd == 4) {
     SornPack pack;
     return sorna_call(sorna_mappackL(&pack, SORN_TAG_MSRX, route.masked, xe, flags, filter, dp,
-                                     kKeep, op.roi.size, op.type, based(&op), nullptr,
-                                     op.strides, mop.type, based(&mop), nullptr, mop.strides));
+                                     kKeep, op.roi.size, op.type, based(&op), nullptr, op.strides,
+                                     mop.type, based(&mop), nullptr, mop.strides));
   }
   if (mop.type == SORN_U8)
-    return direct_xm(xe, flags, dp, op.roi.size + first, op.type, op.data,
-                     op.roi.origin + first, op.strides + first, mop.data,
-                     mop.roi.origin + first, mop.strides + first, filter);
+    return direct_xm(xe, flags, dp, op.roi.size + first, op.type, op.data, op.roi.origin + first,
+                     op.strides + first, mop.data, mop.roi.origin + first, mop.strides + first,
+                     filter);
   return slice_xm(xe, flags, filter, dp, op.roi.size + first, op.type, op.data,
                   op.roi.origin + first, op.strides + first, mop.type, mop.data,
                   mop.roi.origin + first, mop.strides + first);
@@ -136,8 +134,7 @@ SornMSERParams params_of(const Filter *f, SornDimPack code, const int32_t *dims,
 }
 
 // Copies mode to seed of a filter onto polarity to seed of a run.
-template <class Filter>
-void state_from(SornWTSState *st, const Filter *f) {
+template <class Filter> void state_from(SornWTSState *st, const Filter *f) {
   static_assert(offsetof(Filter, seed) - offsetof(Filter, mode) ==
                     offsetof(SornWTSState, seed) - offsetof(SornWTSState, polarity),
                 "mode to seed is laid out as polarity to seed");
@@ -161,9 +158,7 @@ inline void append(SornVec *v, void *item) {
 }
 
 // (s - x) / s in f32 from the signed 32-bit difference.
-inline float relative(uint32_t s, uint32_t x) {
-  return (float)(int32_t)(s - x) / (float)s;
-}
+inline float relative(uint32_t s, uint32_t x) { return (float)(int32_t)(s - x) / (float)s; }
 
 // Regions of the f form.
 struct FRegions {
@@ -206,13 +201,13 @@ void remove_duplicates(typename P::R *region, typename P::R *list, float thresho
   }
 }
 
-template <class P>
-int32_t detect(SornVec *vec, typename P::R *r, const SornMSERParams *prm) {
+template <class P> int32_t detect(SornVec *vec, typename P::R *r, const SornMSERParams *prm) {
   P::flag(r) = 0;
   uint32_t below = 0;  // some descendant was picked
   const int64_t level = P::level(r);
   if (level >= prm->delta)
-    for (typename P::R *x = P::child(r); x; x = P::next(x)) below |= (uint32_t)detect<P>(vec, x, prm);
+    for (typename P::R *x = P::child(r); x; x = P::next(x))
+      below |= (uint32_t)detect<P>(vec, x, prm);
   const int64_t size = P::size(r);
   if (size < prm->minpixels) return 0;
   if (below == 0 && size > prm->maxpixels) return 0;
@@ -260,4 +255,4 @@ inline void drop_regions(SornVec *v) {
   v->count = 0;
 }
 
-}  // namespace sorn_mser
+}  // namespace sorn::region

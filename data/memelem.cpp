@@ -6,21 +6,20 @@
 #include <cmath>
 #include <cstdint>
 
-namespace sorn::memelem {
+namespace {
 
 // Nearest integer, ties to even; anything outside 32 bits (NaN too) becomes
 // 0x80000000, as every float-to-integer conversion of the library does.
-static int32_t round_i32(double v) {
+int32_t round_i32(double v) {
   const double r = std::nearbyint(v);
   if (!(r >= -2147483648.0 && r <= 2147483647.0)) return INT32_MIN;
   return (int32_t)r;
 }
 
-static int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : v > hi ? hi : v; }
+int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : v > hi ? hi : v; }
 
 template <class T, bool Equal>
-static int32_t search_int(const void *base, int32_t rowStride, int32_t rows, int32_t cols,
-                          T value) {
+int32_t search_int(const void *base, int32_t rowStride, int32_t rows, int32_t cols, T value) {
   const unsigned char *row = static_cast<const unsigned char *>(base);
   for (int32_t y = 0; y < rows; ++y, row += rowStride) {
     const T *p = reinterpret_cast<const T *>(row);
@@ -31,8 +30,7 @@ static int32_t search_int(const void *base, int32_t rowStride, int32_t rows, int
 }
 
 template <bool Equal>
-static int32_t search_f32(const void *base, int32_t rowStride, int32_t rows, int32_t cols,
-                          float value) {
+int32_t search_f32(const void *base, int32_t rowStride, int32_t rows, int32_t cols, float value) {
   const unsigned char *row = static_cast<const unsigned char *>(base);
   for (int32_t y = 0; y < rows; ++y, row += rowStride) {
     const float *p = reinterpret_cast<const float *>(row);
@@ -44,8 +42,8 @@ static int32_t search_f32(const void *base, int32_t rowStride, int32_t rows, int
 }
 
 template <bool Equal>
-static int32_t search(SornElemType type, const void *base, int32_t rowStride, int32_t rows,
-                      int32_t cols, double value) {
+int32_t search(SornElemType type, const void *base, int32_t rowStride, int32_t rows, int32_t cols,
+               double value) {
   if (rows <= 0 || cols <= 0) return -1;
   switch (type) {
     case SORN_U8:
@@ -57,18 +55,13 @@ static int32_t search(SornElemType type, const void *base, int32_t rowStride, in
     case SORN_S16:
       return search_int<int16_t, Equal>(base, rowStride, rows, cols,
                                         (int16_t)clamp(round_i32(value), -32768, 32767));
-    case SORN_S32:
-      return search_int<int32_t, Equal>(base, rowStride, rows, cols, round_i32(value));
-    case SORN_F32:
-      return search_f32<Equal>(base, rowStride, rows, cols, (float)value);
-    default:
-      return -1;
+    case SORN_S32: return search_int<int32_t, Equal>(base, rowStride, rows, cols, round_i32(value));
+    case SORN_F32: return search_f32<Equal>(base, rowStride, rows, cols, (float)value);
+    default: return -1;
   }
 }
 
-}  // namespace sorn::memelem
-
-using namespace sorn::memelem;
+}  // namespace
 
 int32_t sorn_memelem2d(SornElemType type, const void *base, int32_t rowStride, int32_t rows,
                        int32_t cols, double value) {

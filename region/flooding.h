@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-namespace sorn_wts {
+namespace sorn::region {
 
 constexpr uint32_t kListEnd = 0x7FFFFFFFu;
 constexpr uint32_t kFloodable = 0x80000000u;
@@ -22,8 +22,7 @@ constexpr uint32_t kFloodable = 0x80000000u;
 constexpr int64_t kReturnsAhead = 16;
 constexpr int kForRead = 0, kForWrite = 1;
 
-template <int Use>
-inline void prefetch_rows(const void *p, int64_t rowbytes) {
+template <int Use> inline void prefetch_rows(const void *p, int64_t rowbytes) {
   const uintptr_t a = reinterpret_cast<uintptr_t>(p);
   __builtin_prefetch(reinterpret_cast<const void *>(a - (uintptr_t)rowbytes), Use, 3);
   __builtin_prefetch(p, Use, 3);
@@ -65,9 +64,8 @@ inline bool seed_in(const Frame &f, const SornWTSState *st) {
 // not the top left). False when no pixel is inside. A run given the top
 // left drops the rows above the seed it finds, so its tree counts rows
 // from the first row kept.
-inline bool find_seed(Frame &f, const uint8_t *&src, const uint8_t *&mask,
-                      const int32_t *mstrides3, uint8_t excl, int32_t &seedrow,
-                      int32_t &seedcol) {
+inline bool find_seed(Frame &f, const uint8_t *&src, const uint8_t *&mask, const int32_t *mstrides3,
+                      uint8_t excl, int32_t &seedrow, int32_t &seedcol) {
   const int32_t mrow = mstrides3[0], mpix = mstrides3[1];
   auto inside = [&](int32_t r, int32_t c) {
     return mask[(int64_t)r * mrow + (int64_t)c * mpix] != excl;
@@ -102,4 +100,4 @@ inline void mask_steps(SornDimPack code, const int32_t *mstrides, int32_t out[2]
   out[1] = n >= 2 ? mstrides[n - 2] : 1;
 }
 
-}  // namespace sorn_wts
+}  // namespace sorn::region

@@ -1,14 +1,16 @@
 // The f32 products: the full ladder of shapes. Small and narrow shapes never
 // reach the general path, which is worth its scratch only when every side
 // is long.
-#include "matrix/mul_impl.h"
+#include <sorn.h>
 
 #include <array>
 #include <utility>
 
-using namespace sorn::mul;
+#include "matrix/mul_kernels.h"
 
-namespace sorn::mul {
+using namespace sorn::matrix;
+
+namespace sorn::matrix {
 
 using FixedMM = void (*)(void *, ptrdiff_t, const void *, ptrdiff_t, const void *, ptrdiff_t,
                          int32_t);
@@ -48,40 +50,74 @@ void mm_column(int32_t m, int32_t kk, void *dst, ptrdiff_t ds, const void *a, pt
   }
 }
 
-}  // namespace sorn::mul
+}  // namespace sorn::matrix
 
-#define SHAPE_ARGS                                                                         \
-  int32_t m, int32_t k, int32_t n, void *dst, int32_t dstStride, const void *a,            \
-      int32_t aStride, const void *b, int32_t bStride, int32_t shift
-#define LIST_ARGS                                                                          \
-  int32_t m, int32_t k, int32_t count, void *dst, int32_t dstStride, const void *a,        \
+#define SHAPE_ARGS                                                                               \
+  int32_t m, int32_t k, int32_t n, void *dst, int32_t dstStride, const void *a, int32_t aStride, \
+      const void *b, int32_t bStride, int32_t shift
+#define LIST_ARGS                                                                   \
+  int32_t m, int32_t k, int32_t count, void *dst, int32_t dstStride, const void *a, \
       int32_t aStride, const void *const *vectors, int32_t shift
 
-void __sorna__mulmm_f32f32_w11(SHAPE_ARGS) { mm_fixed_k<F32Pol, 1>(m, n, dst, dstStride, a, aStride, b, bStride, 0); }
+void __sorna__mulmm_f32f32_w11(SHAPE_ARGS) {
+  mm_fixed_k<F32Pol, 1>(m, n, dst, dstStride, a, aStride, b, bStride, 0);
+}
 void __sorna__mulmm_f32f32_w12(SHAPE_ARGS) {
-  if (n == 2) return __sorna__mulmm_f32f32_w12_w22(m, k, n, dst, dstStride, a, aStride, b, bStride, shift);
+  if (n == 2)
+    return __sorna__mulmm_f32f32_w12_w22(m, k, n, dst, dstStride, a, aStride, b, bStride, shift);
   mm_fixed_k<F32Pol, 2>(m, n, dst, dstStride, a, aStride, b, bStride, 0);
 }
 void __sorna__mulmm_f32f32_w13(SHAPE_ARGS) {
-  if (n == 3) return __sorna__mulmm_f32f32_w13_w23(m, k, n, dst, dstStride, a, aStride, b, bStride, shift);
+  if (n == 3)
+    return __sorna__mulmm_f32f32_w13_w23(m, k, n, dst, dstStride, a, aStride, b, bStride, shift);
   mm_fixed_k<F32Pol, 3>(m, n, dst, dstStride, a, aStride, b, bStride, 0);
 }
-void __sorna__mulmm_f32f32_w14(SHAPE_ARGS) { mm_fixed_k<F32Pol, 4>(m, n, dst, dstStride, a, aStride, b, bStride, 0); }
-void __sorna__mulmm_f32f32_w15_h1(SHAPE_ARGS) { mm_fixed_k<F32Pol, 5>(m, n, dst, dstStride, a, aStride, b, bStride, 0); }
-void __sorna__mulmm_f32f32_w22(SHAPE_ARGS) { mm_fixed_n<F32Pol, 2>(m, k, dst, dstStride, a, aStride, b, bStride, 0); }
-void __sorna__mulmm_f32f32_w23(SHAPE_ARGS) { mm_fixed_n<F32Pol, 3>(m, k, dst, dstStride, a, aStride, b, bStride, 0); }
-void __sorna__mulmm_f32f32_w24(SHAPE_ARGS) { mm_fixed_n<F32Pol, 4>(m, k, dst, dstStride, a, aStride, b, bStride, 0); }
-void __sorna__mulmm_f32f32_w12_w22(SHAPE_ARGS) { mm_fixed_kn<2, 2>(m, dst, dstStride, a, aStride, b, bStride); }
-void __sorna__mulmm_f32f32_w13_w23(SHAPE_ARGS) { mm_fixed_kn<3, 3>(m, dst, dstStride, a, aStride, b, bStride); }
+void __sorna__mulmm_f32f32_w14(SHAPE_ARGS) {
+  mm_fixed_k<F32Pol, 4>(m, n, dst, dstStride, a, aStride, b, bStride, 0);
+}
+void __sorna__mulmm_f32f32_w15_h1(SHAPE_ARGS) {
+  mm_fixed_k<F32Pol, 5>(m, n, dst, dstStride, a, aStride, b, bStride, 0);
+}
+void __sorna__mulmm_f32f32_w22(SHAPE_ARGS) {
+  mm_fixed_n<F32Pol, 2>(m, k, dst, dstStride, a, aStride, b, bStride, 0);
+}
+void __sorna__mulmm_f32f32_w23(SHAPE_ARGS) {
+  mm_fixed_n<F32Pol, 3>(m, k, dst, dstStride, a, aStride, b, bStride, 0);
+}
+void __sorna__mulmm_f32f32_w24(SHAPE_ARGS) {
+  mm_fixed_n<F32Pol, 4>(m, k, dst, dstStride, a, aStride, b, bStride, 0);
+}
+void __sorna__mulmm_f32f32_w12_w22(SHAPE_ARGS) {
+  mm_fixed_kn<2, 2>(m, dst, dstStride, a, aStride, b, bStride);
+}
+void __sorna__mulmm_f32f32_w13_w23(SHAPE_ARGS) {
+  mm_fixed_kn<3, 3>(m, dst, dstStride, a, aStride, b, bStride);
+}
 
-void __sorna__mulmvn_f32f32_n1(LIST_ARGS) { mvn_fixed_count<F32Pol, 1>(m, k, dst, dstStride, a, aStride, VecList(vectors, 1), 0); }
-void __sorna__mulmvn_f32f32_n2(LIST_ARGS) { mvn_fixed_count<F32Pol, 2>(m, k, dst, dstStride, a, aStride, VecList(vectors, 2), 0); }
-void __sorna__mulmvn_f32f32_n3(LIST_ARGS) { mvn_fixed_count<F32Pol, 3>(m, k, dst, dstStride, a, aStride, VecList(vectors, 3), 0); }
-void __sorna__mulmvn_f32f32_n4(LIST_ARGS) { mvn_fixed_count<F32Pol, 4>(m, k, dst, dstStride, a, aStride, VecList(vectors, 4), 0); }
-void __sorna__mulmvn_f32f32_w1(LIST_ARGS) { mvn_fixed_k<F32Pol, 1>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0); }
-void __sorna__mulmvn_f32f32_w2(LIST_ARGS) { mvn_fixed_k<F32Pol, 2>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0); }
-void __sorna__mulmvn_f32f32_w3(LIST_ARGS) { mvn_fixed_k<F32Pol, 3>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0); }
-void __sorna__mulmvn_f32f32_w4(LIST_ARGS) { mvn_fixed_k<F32Pol, 4>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0); }
+void __sorna__mulmvn_f32f32_n1(LIST_ARGS) {
+  mvn_fixed_count<F32Pol, 1>(m, k, dst, dstStride, a, aStride, VecList(vectors, 1), 0);
+}
+void __sorna__mulmvn_f32f32_n2(LIST_ARGS) {
+  mvn_fixed_count<F32Pol, 2>(m, k, dst, dstStride, a, aStride, VecList(vectors, 2), 0);
+}
+void __sorna__mulmvn_f32f32_n3(LIST_ARGS) {
+  mvn_fixed_count<F32Pol, 3>(m, k, dst, dstStride, a, aStride, VecList(vectors, 3), 0);
+}
+void __sorna__mulmvn_f32f32_n4(LIST_ARGS) {
+  mvn_fixed_count<F32Pol, 4>(m, k, dst, dstStride, a, aStride, VecList(vectors, 4), 0);
+}
+void __sorna__mulmvn_f32f32_w1(LIST_ARGS) {
+  mvn_fixed_k<F32Pol, 1>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0);
+}
+void __sorna__mulmvn_f32f32_w2(LIST_ARGS) {
+  mvn_fixed_k<F32Pol, 2>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0);
+}
+void __sorna__mulmvn_f32f32_w3(LIST_ARGS) {
+  mvn_fixed_k<F32Pol, 3>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0);
+}
+void __sorna__mulmvn_f32f32_w4(LIST_ARGS) {
+  mvn_fixed_k<F32Pol, 4>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0);
+}
 
 void __sorna__mulmm_transpose_f32_w2(void *out, const void *src, int32_t rowBytes,
                                      int32_t srcStride, int32_t k) {
@@ -160,12 +196,11 @@ SornStatus sorna__mulmm_f32f32(SornXE *xe, SornFlags flags, SornDimPack pack, co
   return mm_general<F32Pol>(xe, M, K, N, dst, ds, src1, as, src2, bs, 0);
 }
 
-SornStatus sorna__mulmvn_f32f32(SornXE *xe, SornFlags flags, SornDimPack pack,
-                                const int32_t *dims1, const int32_t *dims2, void *dst,
-                                const int32_t *dstStrides, const void *src1,
-                                const int32_t *strides1, const void *const *vectors,
-                                const int32_t *strides2, int32_t count, int32_t shift,
-                                uint32_t reserved) {
+SornStatus sorna__mulmvn_f32f32(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
+                                const int32_t *dims2, void *dst, const int32_t *dstStrides,
+                                const void *src1, const int32_t *strides1,
+                                const void *const *vectors, const int32_t *strides2, int32_t count,
+                                int32_t shift, uint32_t reserved) {
   const int32_t n = pack_n(pack);
   const int32_t M = dims1[n - 3], K = dims1[n - 2];
   const int32_t ds = dstStrides[n - 3], as = strides1[n - 3];
@@ -225,7 +260,7 @@ SornStatus sorna__mulmvn_f32f32(SornXE *xe, SornFlags flags, SornDimPack pack,
   if (K == 3 || K == 4) {
     PackedList pl(xe, M, K, count, vectors, (int32_t)sizeof(float));
     (K == 3 ? &__sorna__mulmvn_f32f32_w3 : &__sorna__mulmvn_f32f32_w4)(M, K, count, dst, ds, src1,
-                                                                        as, pl.list, 0);
+                                                                       as, pl.list, 0);
     pl.release();
     return SORN_OK;
   }

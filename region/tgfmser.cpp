@@ -1,10 +1,11 @@
-// Stable region generation, f form: one or two f floodings into results,
-// then the selection on each result's tree.
+// Stable region generation, f form, the type-generic layer and its slice
+// forms: one or two f floodings into results, then the selection on each
+// result's tree.
 #include <sorn.h>
 
-#include "MSERcommon.h"
+#include "region/stable_regions.h"
 
-using namespace sorn_mser;
+using namespace sorn::region;
 
 namespace {
 
@@ -48,9 +49,8 @@ extern "C" {
 
 SornStatus sorna_fmser_xm(SornXE *xe, SornFlags flags, SornDimPack code, const int32_t *dims,
                           uint32_t type, const void *base, const int32_t *loffs,
-                          const int32_t *strides, const void *maskbase,
-                          const int32_t *maskloffs, const int32_t *maskstrides,
-                          SornFMSERFilter *f) {
+                          const int32_t *strides, const void *maskbase, const int32_t *maskloffs,
+                          const int32_t *maskstrides, SornFMSERFilter *f) {
   if (f == nullptr || dims == nullptr || strides == nullptr) return SORN_EINVAL;
   sorn_fmserf_setimvol(f, code, dims, strides);
   SornFWTSRES *r1 = f->mode != SORN_MSER_BRIGHT ? result_for(f->res1, &f->res1own) : nullptr;
@@ -107,30 +107,13 @@ SornStatus SornTGAgenerateFMSERs(SornXE *xe, SornFlags flags, void *filter, Sorn
                      static_cast<SornFMSERFilter *>(filter));
 }
 
-SornStatus SornTGAgenerateFMSERsEx(SornXE *xe, SornFlags flags, void *filter,
-                                   SornDimPack code, int32_t *dims, uint32_t type, void *base,
-                                   int32_t *loffs, int32_t *strides, uint32_t masktype,
-                                   void *maskbase, int32_t *maskloffs, int32_t *maskstrides) {
+SornStatus SornTGAgenerateFMSERsEx(SornXE *xe, SornFlags flags, void *filter, SornDimPack code,
+                                   int32_t *dims, uint32_t type, void *base, int32_t *loffs,
+                                   int32_t *strides, uint32_t masktype, void *maskbase,
+                                   int32_t *maskloffs, int32_t *maskstrides) {
   if (masktype != SORN_U8) return SORN_EINVAL;
   return sorna_fmser_xm(xe, flags, code, dims, type, base, loffs, strides, maskbase, maskloffs,
                         maskstrides, static_cast<SornFMSERFilter *>(filter));
-}
-
-SornStatus SornGenerateFMSERs(SornXE *xe, SornFlags flags, const SornArray *image,
-                              const SornVolume *roi, SornFMSERFilter *filter) {
-  const Route route{(SornSliceProc)(void (*)(void))SornTGAgenerateFMSERs,
-                    (SornSliceProc)(void (*)(void))SornTGAgenerateFMSERsEx};
-  return generate(xe, flags, image, roi, filter, route, sorna_fmser);
-}
-
-SornStatus SornGenerateFMSERsEx(SornXE *xe, SornFlags flags, const SornArray *image,
-                                const SornArray *mask, const SornVolume *roi,
-                                const SornVolume *maskroi, SornFMSERFilter *filter) {
-  if (mask == nullptr) return SornGenerateFMSERs(xe, flags, image, roi, filter);
-  const Route route{(SornSliceProc)(void (*)(void))SornTGAgenerateFMSERs,
-                    (SornSliceProc)(void (*)(void))SornTGAgenerateFMSERsEx};
-  return generate_ex(xe, flags, image, mask, roi, maskroi, filter, route, sorna_fmser_xm,
-                     SornTGAgenerateFMSERsEx);
 }
 
 }  // extern "C"

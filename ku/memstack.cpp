@@ -60,8 +60,8 @@
 // Every entry accepts a null stack and then does nothing (or answers null).
 // Nothing here ever aborts: a request that cannot be met answers null.
 #include <sorn.h>
-#include <sys/mman.h>
 
+#include <sys/mman.h>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -129,8 +129,8 @@ Chunk *chunk_new(size_t usable) {
     // Map a huge page more than needed and cut the mapping down to an
     // aligned run of whole huge pages.
     const size_t len = (bytes + kHugePage - 1) & ~(kHugePage - 1);
-    void *m = mmap(nullptr, len + kHugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS,
-                   -1, 0);
+    void *m =
+        mmap(nullptr, len + kHugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (m != MAP_FAILED) {
       const uintptr_t raw = reinterpret_cast<uintptr_t>(m);
       const uintptr_t at = (raw + kHugePage - 1) & ~(uintptr_t)(kHugePage - 1);

@@ -7,13 +7,13 @@
 
 #include <cstring>
 
-namespace sorn::prim {
+namespace {
 
 // A row of B bytes moved through a fixed-size copy, which the compiler turns
 // into one or two register moves.
 template <size_t B>
-static void copy_rows_fixed(unsigned char *d, const unsigned char *s, ptrdiff_t ds, ptrdiff_t ss,
-                            int32_t rows) {
+void copy_rows_fixed(unsigned char *d, const unsigned char *s, ptrdiff_t ds, ptrdiff_t ss,
+                     int32_t rows) {
   for (int32_t r = 0; r < rows; ++r) {
     unsigned char tmp[B];
     std::memcpy(tmp, s, B);
@@ -23,7 +23,7 @@ static void copy_rows_fixed(unsigned char *d, const unsigned char *s, ptrdiff_t 
   }
 }
 
-static bool spans_meet(const unsigned char *a, const unsigned char *b, size_t len) {
+bool spans_meet(const unsigned char *a, const unsigned char *b, size_t len) {
   return a < b + len && b < a + len;
 }
 
@@ -40,35 +40,30 @@ struct FillBlock {
   }
 };
 
-static void fill_run(unsigned char *d, size_t bytes, const FillBlock &blk) {
+void fill_run(unsigned char *d, size_t bytes, const FillBlock &blk) {
   size_t i = 0;
   for (; i + FillBlock::kBytes <= bytes; i += FillBlock::kBytes)
     std::memcpy(d + i, blk.b, FillBlock::kBytes);
   std::memcpy(d + i, blk.b, bytes - i);
 }
 
-template <class T>
-static void add_run(T *dst, const T *a, const T *b, int32_t n) {
+template <class T> void add_run(T *dst, const T *a, const T *b, int32_t n) {
   for (int32_t i = 0; i < n; ++i) dst[i] = (T)(a[i] + b[i]);
 }
 
-template <class T>
-static void suba_run(T *dst, const T *acc, const T *a, const T *b, int32_t n) {
+template <class T> void suba_run(T *dst, const T *acc, const T *a, const T *b, int32_t n) {
   for (int32_t i = 0; i < n; ++i) dst[i] = (T)(a[i] - b[i] + acc[i]);
 }
 
-template <class Op>
-static void vcf_run(float *dst, const float *src, int32_t n, float c, Op op) {
+template <class Op> void vcf_run(float *dst, const float *src, int32_t n, float c, Op op) {
   if (!src) src = dst;
   for (int32_t i = 0; i < n; ++i) dst[i] = op(src[i], c);
 }
 
-}  // namespace sorn::prim
+}  // namespace
 
-using namespace sorn::prim;
-
-void C_sorn_bcopy2d(void *dst, const void *src, int32_t dstStride, int32_t srcStride,
-                    int32_t rows, size_t bytes) {
+void C_sorn_bcopy2d(void *dst, const void *src, int32_t dstStride, int32_t srcStride, int32_t rows,
+                    size_t bytes) {
   if (rows <= 0 || bytes == 0) return;
   unsigned char *d = static_cast<unsigned char *>(dst);
   const unsigned char *s = static_cast<const unsigned char *>(src);

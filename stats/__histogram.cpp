@@ -6,19 +6,20 @@
 #include <cstring>
 #include <type_traits>
 
-#include "stats/stats_common.h"
+#include "stats/stat_layers.h"
 
-using namespace sorn_stats;
+using namespace sorn::stats;
 using sorn::Rows;
 
 namespace {
 
 // The low end of the range, brought into the element's own range; an s32
 // low end is used as it stands.
-template <class T>
-inline int32_t low_of(int32_t ilow) {
-  if constexpr (sizeof(T) < 4) return sorn::sat32<T>(ilow);
-  else return ilow;
+template <class T> inline int32_t low_of(int32_t ilow) {
+  if constexpr (sizeof(T) < 4)
+    return sorn::sat32<T>(ilow);
+  else
+    return ilow;
 }
 
 // The bin of value offset d = x - ilow: itself when the range has as many
@@ -64,8 +65,7 @@ inline bool unmappable(const SornHist *h) { return h->irange == 0 && (int32_t)h-
 /* ---- 8-bit elements ---- */
 
 // Index of an 8-bit element as a table offset.
-template <class T>
-inline int32_t ix(T v) { return (int32_t)v; }
+template <class T> inline int32_t ix(T v) { return (int32_t)v; }
 
 // One row into the eight banks. banks[b] is bank b + 1 shifted so that it is
 // indexed by the element's value. Neighbouring bytes go to different banks,
@@ -238,8 +238,7 @@ SornStatus count_f32(SornFlags flags, int32_t n, const int32_t *dims, const void
   return SORN_OK;
 }
 
-template <class T>
-struct Kernels {
+template <class T> struct Kernels {
   static SornStatus plain(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
                           const void *src, const int32_t *strides, SornHist *h) {
     if constexpr (sizeof(T) == 1)
@@ -264,24 +263,22 @@ struct Kernels {
 }  // namespace
 
 // Only one channel is ever counted: the c3 and c4 forms are refusals.
-#define HIST_KERNEL(c, t)                                                                     \
-  SornStatus sorna__histogram_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,            \
-                                         const int32_t *dims, const void *src,              \
-                                         const int32_t *strides, SornHist *hists) {         \
-    if (c != 1) return SORN_ENOTSUP;                                                          \
-    return Kernels<sorn::tok::t>::plain(xe, flags, n, dims, src, strides, hists);                 \
+#define HIST_KERNEL(c, t)                                                           \
+  SornStatus sorna__histogram_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,    \
+                                         const int32_t *dims, const void *src,      \
+                                         const int32_t *strides, SornHist *hists) { \
+    if (c != 1) return SORN_ENOTSUP;                                                \
+    return Kernels<sorn::tok::t>::plain(xe, flags, n, dims, src, strides, hists);   \
   }
 #define HIST_KERNELS(t) SORN_STATS_CHANNELS(HIST_KERNEL, t)
 SORN_HIST_TYPES(HIST_KERNELS)
 
-#define HIST_XM_KERNEL(c, t)                                                                  \
-  SornStatus sorna__histogram_xm_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,         \
-                                            const int32_t *dims, const void *src,           \
-                                            const int32_t *strides, const uint8_t *mask,    \
-                                            const int32_t *mstrides, SornHist *hists) {     \
-    if (c != 1) return SORN_ENOTSUP;                                                          \
-    return Kernels<sorn::tok::t>::masked(xe, flags, n, dims, src, strides, mask, mstrides,        \
-                                     hists);                                                  \
+#define HIST_XM_KERNEL(c, t)                                                                       \
+  SornStatus sorna__histogram_xm_c##c##_##t(                                                       \
+      SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, const void *src,                \
+      const int32_t *strides, const uint8_t *mask, const int32_t *mstrides, SornHist *hists) {     \
+    if (c != 1) return SORN_ENOTSUP;                                                               \
+    return Kernels<sorn::tok::t>::masked(xe, flags, n, dims, src, strides, mask, mstrides, hists); \
   }
 #define HIST_XM_KERNELS(t) SORN_STATS_CHANNELS(HIST_XM_KERNEL, t)
 SORN_HIST_XM_TYPES(HIST_XM_KERNELS)
