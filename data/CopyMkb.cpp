@@ -10,9 +10,8 @@
 /* ---------------- layer 2 ---------------- */
 
 SornStatus sorna_copy(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                      uint32_t type, void *dst, const int32_t *dstOrigin,
-                      const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
-                      const int32_t *srcStrides) {
+                      uint32_t type, void *dst, const int32_t *dstOrigin, const int32_t *dstStrides,
+                      const void *src, const int32_t *srcOrigin, const int32_t *srcStrides) {
   return sorna__copy(xe, flags, pack, dims, type, sorn::at_origin(dst, pack, dstOrigin, dstStrides),
                      dstStrides, sorn::at_origin(src, pack, srcOrigin, srcStrides), srcStrides);
 }
@@ -77,8 +76,8 @@ SornStatus sorna_copymkb(SornXE *xe, SornFlags flags, SornDimPack pack, const in
   }
   return sorna__copymkb(xe, flags, pack, dims, type,
                         sorn::at_origin(dst, pack, dstOrigin, dstStrides), dstStrides,
-                        sorn::at_origin(src, pack, srcOrigin, srcStrides), srcStrides, kind,
-                        border, sites != nullptr ? &local : nullptr);
+                        sorn::at_origin(src, pack, srcOrigin, srcStrides), srcStrides, kind, border,
+                        sites != nullptr ? &local : nullptr);
 }
 
 /* ---------------- slice forms ---------------- */
@@ -104,10 +103,9 @@ SornStatus SornTGAcopyEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pa
                       strides0, base1, origin1, strides1, base2, origin2, strides2);
 }
 
-SornStatus SornTGAcopymkb(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
-                          int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
-                          int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
-                          int32_t *strides1) {
+SornStatus SornTGAcopymkb(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                          uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
+                          uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1) {
   if (type0 != type1) return SORN_EINVAL;
   const SornCopyMkbArgs *args = static_cast<const SornCopyMkbArgs *>(data);
   return sorna_copymkb(xe, flags, pack, dims, type0, base0, origin0, strides0, base1, origin1,
@@ -122,8 +120,7 @@ namespace {
 // dst and src of a copy: both images, src beside dst, one element type.
 bool copy_pair(const SornArray *dst, const SornArray *src) {
   if (dst == nullptr || src == nullptr) return false;
-  return good_image(dst) && fits_image(src, dst, Channels::Same) &&
-         src->elemtype == dst->elemtype;
+  return good_image(dst) && fits_image(src, dst, Channels::Same) && src->elemtype == dst->elemtype;
 }
 
 // The smaller of two extents in the three cells that a border copy fits.
@@ -187,8 +184,8 @@ SornStatus SornCopy(SornXE *xe, SornFlags flags, const SornArray *dst, const Sor
 }
 
 SornStatus SornCopyEx(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
-                      const SornArray *mask, const SornVolume *dstRoi,
-                      const SornVolume *srcSite, const SornVolume *maskSite) {
+                      const SornArray *mask, const SornVolume *dstRoi, const SornVolume *srcSite,
+                      const SornVolume *maskSite) {
   if (mask == nullptr) return SornCopy(xe, flags, dst, src, dstRoi, srcSite);
   if (!data::copy_pair(dst, src)) return SORN_EINVAL;
   if (!fits_image(mask, dst, Channels::OneOrSame)) return SORN_EINVAL;
@@ -229,6 +226,13 @@ SornStatus bordered(SornXE *xe, SornFlags flags, const SornArray *dst, const Sor
       if (!fit_extents(&region, inner)) return SORN_ENOSPC;
     }
     if (!fit_border(&br, box, &region)) return SORN_ENOSPC;
+    // A record whose values wrap the fitting's 32-bit arithmetic may still
+    // not fit: it is refused rather than written past the box.
+    for (int k = 1; k < 3; ++k) {
+      const int64_t block = (int64_t)region.size[k] + (br.lo[k] < 0 ? -(int64_t)br.lo[k] : 0) +
+                            (br.hi[k] > 0 ? br.hi[k] : 0);
+      if (block > box.size[k]) return SORN_EINVAL;
+    }
   }
   return border_copy(xe, flags, dst, src, box, region, kind, &br);
 }

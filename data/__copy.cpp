@@ -55,8 +55,8 @@ void em_rows(const Rows &r, int32_t c, uint8_t *d, int32_t dps, const uint8_t *s
 
 // Whole pixels of C elements where the mask byte is not the skip value.
 template <class U, int C>
-void xm_rows(const Rows &r, uint8_t *d, int32_t dps, const uint8_t *s, ptrdiff_t sstep,
-             int32_t sps, const uint8_t *m, int32_t mps, uint8_t skip) {
+void xm_rows(const Rows &r, uint8_t *d, int32_t dps, const uint8_t *s, ptrdiff_t sstep, int32_t sps,
+             const uint8_t *m, int32_t mps, uint8_t skip) {
   for (int32_t y = 0; y < r.rows; ++y) {
     U *__restrict dr = reinterpret_cast<U *>(d);
     const U *__restrict sr = reinterpret_cast<const U *>(s);
@@ -130,18 +130,16 @@ SornStatus xm_by_channels(int32_t c, const Rows &r, uint8_t *d, int32_t dps, con
 }  // namespace
 }  // namespace sorn::data
 
-SornStatus _T_sorna__copyem(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
-                            void *dst, const int32_t *dstStrides, const void *src,
-                            const int32_t *srcStrides, const void *mask,
-                            const int32_t *maskStrides) {
+SornStatus _T_sorna__copyem(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,
+                            const int32_t *dstStrides, const void *src, const int32_t *srcStrides,
+                            const void *mask, const int32_t *maskStrides) {
   return sorn::data::em<sorn::data::FromSource>(n, dims, dst, dstStrides, src, srcStrides, mask,
                                                 maskStrides);
 }
 
-SornStatus _T_sorna__copyemc(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
-                             void *dst, const int32_t *dstStrides, const void *src,
-                             const int32_t *srcStrides, const void *mask,
-                             const int32_t *maskStrides) {
+SornStatus _T_sorna__copyemc(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,
+                             const int32_t *dstStrides, const void *src, const int32_t *srcStrides,
+                             const void *mask, const int32_t *maskStrides) {
   return sorn::data::em<sorn::data::FromSourceInverse>(n, dims, dst, dstStrides, src, srcStrides,
                                                        mask, maskStrides);
 }
@@ -151,8 +149,7 @@ SornStatus _T_sorna__copyemc(SornXE *xe, SornFlags flags, int32_t n, const int32
 // instead, so that there too the bits of the mask byte count.
 SornStatus sorna__copyxm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                          uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
-                         const int32_t *srcStrides, const void *mask,
-                         const int32_t *maskStrides) {
+                         const int32_t *srcStrides, const void *mask, const int32_t *maskStrides) {
   using namespace sorn::data;
   const sorn::Inner in = sorn::inner3(pack, dims, dstStrides, maskStrides);
   const sorn::Inner sin = sorn::inner3(pack, dims, srcStrides);
@@ -182,8 +179,7 @@ SornStatus sorna__copyxm(SornXE *xe, SornFlags flags, SornDimPack pack, const in
 
 SornStatus sorna__copyem(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                          uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
-                         const int32_t *srcStrides, const void *mask,
-                         const int32_t *maskStrides) {
+                         const int32_t *srcStrides, const void *mask, const int32_t *maskStrides) {
   const sorn::Inner in = sorn::inner3(pack, dims, dstStrides, maskStrides);
   const sorn::Inner sin = sorn::inner3(pack, dims, srcStrides);
   if (flags & SORN_F_INVMASK)

@@ -25,8 +25,7 @@ enum class Kind { Replicate, Wrap, Reflect, Reflect101 };
 // -2, ... and `after` cells at n, n+1, ... A Line copies a cell of the data
 // to a cell outside (put), or a run of cells already written in the
 // destination to another place of it (dup, never overlapping).
-template <class Line>
-void extend(Line &line, Kind kind, int32_t n, int32_t before, int32_t after) {
+template <class Line> void extend(Line &line, Kind kind, int32_t n, int32_t before, int32_t after) {
   if (n < 1) return;
   if (kind == Kind::Reflect101 && n == 1) kind = Kind::Replicate;
   // The period of the rule and the cells that the first bounces write.
@@ -74,8 +73,7 @@ void extend(Line &line, Kind kind, int32_t n, int32_t before, int32_t after) {
 
 // A row of pixels of PS bytes (0: of ps bytes, given at run time): the data
 // read from src, the cells written around dst.
-template <int PS>
-struct PixelLine {
+template <int PS> struct PixelLine {
   uint8_t *dst;
   const uint8_t *src;
   int32_t ps;
@@ -87,8 +85,8 @@ struct PixelLine {
   }
   void run(int32_t i, int32_t j, int32_t m) {
     if (m > 0)
-      std::memcpy(dst + (ptrdiff_t)i * (ptrdiff_t)bytes(),
-                  src + (ptrdiff_t)j * (ptrdiff_t)bytes(), (size_t)m * bytes());
+      std::memcpy(dst + (ptrdiff_t)i * (ptrdiff_t)bytes(), src + (ptrdiff_t)j * (ptrdiff_t)bytes(),
+                  (size_t)m * bytes());
   }
   void dup(int32_t i, int32_t j, int32_t m) {
     std::memcpy(dst + (ptrdiff_t)i * (ptrdiff_t)bytes(), dst + (ptrdiff_t)j * (ptrdiff_t)bytes(),
@@ -128,6 +126,8 @@ struct Frame {
 };
 
 int32_t margin(int32_t v) { return v > 0 ? v : 0; }
+// The cells before the data: -lo, none for a positive lo.
+int32_t before(int32_t lo) { return lo < 0 ? (lo == INT32_MIN ? INT32_MAX : -lo) : 0; }
 
 // The geometry of a call; false when nothing is to be written.
 bool frame_of(SornFlags flags, SornDimPack pack, const int32_t *dims, uint8_t *dst,
@@ -144,9 +144,9 @@ bool frame_of(SornFlags flags, SornDimPack pack, const int32_t *dims, uint8_t *d
   f->ps = in.strides[n - 2];
   if (f->rows < 1 || f->cols < 1) return false;
   // Margins of the depth cell don't exist: the frame runs planes.
-  f->top = n >= 3 ? margin(-br->lo[1]) : 0;
+  f->top = n >= 3 ? before(br->lo[1]) : 0;
   f->bottom = n >= 3 ? margin(br->hi[1]) : 0;
-  f->left = margin(-br->lo[2]);
+  f->left = before(br->lo[2]);
   f->right = margin(br->hi[2]);
   f->d = dst + (ptrdiff_t)f->top * f->drs + (ptrdiff_t)f->left * f->ps;
   f->s = src;
@@ -229,8 +229,7 @@ void copy_data(SornFlags flags, const Frame &f) {
 
 // Side margins of every row, then the rows above and below, for one kind
 // and one pixel size.
-template <int PS>
-void extend_block(Kind kind, const Frame &f, bool from_dst) {
+template <int PS> void extend_block(Kind kind, const Frame &f, bool from_dst) {
   if (f.left > 0 || f.right > 0) {
     for (int32_t r = 0; r < f.rows; ++r) {
       uint8_t *d = f.d + (ptrdiff_t)r * f.drs;
@@ -282,13 +281,12 @@ using sorn::data::Kind;
 
 // The kernels of the kinds that copy cells of the data.
 #define SORN_COPYMKB_KERNEL(name, kind)                                                       \
-  SornStatus sorna__copymkb_##name(SornXE *xe, SornFlags flags, SornDimPack pack,            \
-                                   const int32_t *dims, uint32_t type, void *dst,            \
-                                   const int32_t *dstStrides, const void *src,               \
-                                   const int32_t *srcStrides, const SornBrShape *border,     \
-                                   const SornSites *sites) {                                 \
+  SornStatus sorna__copymkb_##name(                                                           \
+      SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, uint32_t type,      \
+      void *dst, const int32_t *dstStrides, const void *src, const int32_t *srcStrides,       \
+      const SornBrShape *border, const SornSites *sites) {                                    \
     return sorn::data::mkb(kind, flags, pack, dims, dst, dstStrides, src, srcStrides, border, \
-                           sites);                                                           \
+                           sites);                                                            \
   }
 SORN_COPYMKB_KERNEL(replicate, Kind::Replicate)
 SORN_COPYMKB_KERNEL(wrap, Kind::Wrap)
@@ -382,8 +380,8 @@ SornStatus sorna__copymkb(SornXE *xe, SornFlags flags, SornDimPack pack, const i
       return sorna__copymkb_const(xe, flags, pack, dims, type, dst, dstStrides, src, srcStrides,
                                   border, sites);
     case SORN_BORDER_REPLICATE:
-      return sorna__copymkb_replicate(xe, flags, pack, dims, type, dst, dstStrides, src,
-                                      srcStrides, border, sites);
+      return sorna__copymkb_replicate(xe, flags, pack, dims, type, dst, dstStrides, src, srcStrides,
+                                      border, sites);
     case SORN_BORDER_WRAP:
       return sorna__copymkb_wrap(xe, flags, pack, dims, type, dst, dstStrides, src, srcStrides,
                                  border, sites);

@@ -535,6 +535,20 @@ TEST(CopyMkbFailures, EmptyRegionsAndSitesHaveNoSpace) {
   EXPECT_TRUE(f.untouched());
 }
 
+TEST(CopyMkbFailures, ABorderWhoseValuesWrapIsInvalid) {
+  // -2^31 before the data: the fitting's 32-bit arithmetic wraps and keeps
+  // it; such a record is refused rather than written past the destination.
+  Failing f;
+  SornBrShape wild = border(0, 0, 0, 0);
+  wild.lo[2] = INT32_MIN;
+  EXPECT_EQ(SORN_EINVAL, SornCopyMkb(nullptr, 0, &f.d, &f.s, nullptr, nullptr, 4, &wild));
+  wild = border(0, 0, 0, 0);
+  wild.hi[1] = INT32_MAX;
+  wild.lo[1] = -10;  // 6 - 10 - (2^31 - 1) wraps to a large inner extent
+  EXPECT_EQ(SORN_EINVAL, SornCopyRMkb(nullptr, 0, &f.d, &f.s, nullptr, nullptr, 6, &wild));
+  EXPECT_TRUE(f.untouched());
+}
+
 TEST(CopyMkbFailures, ConstBorderOfATypeWithoutFillValuesIsNotSupported) {
   std::vector<uint64_t> sbuf(4, 7), dbuf(16, 9);
   SornArray s = make_record(sbuf.data(), 2, 2, 1, SORN_U64, 16);
