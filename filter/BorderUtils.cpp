@@ -109,6 +109,11 @@ int32_t *sorn_volume__narrow_$br(int32_t n, int32_t *out, const int32_t *dims,
   return step_extent(n, out, dims, br->hi, br->lo);
 }
 
+int32_t *sorn_volume__narrow_br(int32_t n, int32_t *out, const int32_t *dims,
+                                const SornBrShape *br) {
+  return sorn_volume__narrow_$br(n, out, dims, br);
+}
+
 int32_t *sorn_volume__narrow_$I$br(int32_t n, int32_t *dims, const SornBrShape *br) {
   return step_extent(n, dims, dims, br->hi, br->lo);
 }

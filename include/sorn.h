@@ -1516,6 +1516,160 @@ SornStatus sorn_xlat2d_u8(uint8_t *const *tables, void *dst, const void *src,
                           int32_t dstRowStride, int32_t srcRowStride, int32_t rows,
                           int32_t width, int32_t nchan);
 
+/* ---------------- Copy and border extension ----------------
+ * A region copied as it stands, copied where a mask selects, or copied with
+ * a frame around it (mkb, make border) whose pixels follow one of the
+ * border kinds from the pixels of the region:
+ *   0 none: a plain copy
+ *   3 const: the border record's fill, one value per channel
+ *   4 replicate: the edge pixel, i clamped to 0 .. n-1
+ *   5 wrap: i mod n
+ *   6 reflect: mirrored about the outer edge of the edge pixel,
+ *     ..1 0 | 0 1 .. n-1 | n-1 n-2..
+ *   7 reflect101: mirrored about the edge pixel itself, ..2 1 | 0 1 .. n-1 |
+ *     n-2.. (a single pixel is replicated)
+ * Only the low four bits of a kind count; the public entries take 2 for 7.
+ * A border far wider than the region goes on with the same period, and the
+ * corners follow from the rule along both axes. The border is a
+ * SornBrShape: -lo[1] rows above, -lo[2] columns before, hi[1] rows below,
+ * hi[2] columns after; the depth cell has none. */
+#define SORN_BORDER_NONE       0
+#define SORN_BORDER_UNKNOWN    2
+#define SORN_BORDER_CONST      3
+#define SORN_BORDER_REPLICATE  4
+#define SORN_BORDER_WRAP       5
+#define SORN_BORDER_REFLECT    6
+#define SORN_BORDER_REFLECT101 7
+/* Border copy: the centre is in place already; only the border is written. */
+#define SORN_F_BORDER_ONLY 0x2000ull
+#define SORN_TAG_COPY SORN_FOURCC('c', 'o', 'p', 'y')
+#define SORN_TAG_CPEX SORN_FOURCC('c', 'p', 'e', 'x')
+#define SORN_TAG_CMKB SORN_FOURCC('c', 'm', 'k', 'b')
+
+struct SornBrShape;
+struct SornSites;
+
+/* The region of dstRoi (cut to dst) from srcSite's origin on in src. Same
+ * element type and channel count; src of dst's rank, or rank 3 under a
+ * rank-4 dst. */
+SornStatus SornCopy(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                    const SornVolume *dstRoi, const SornVolume *srcSite);
+/* The same where mask (u8, one channel or the image's) selects: a
+ * one-channel mask selects whole pixels (a byte other than the skip value,
+ * 0, or 255 under SORN_F_INVMASK) unless SORN_F_ELEMMASK asks for the
+ * element form, where the mask byte, sign-extended to the element, selects
+ * bits: (m & src) | (~m & dst), or (~m & src) | (m & dst) under
+ * SORN_F_INVMASK. One-channel images of 1- or 2-byte elements always take
+ * the element form. A null mask is SornCopy. */
+SornStatus SornCopyEx(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                      const SornArray *mask, const SornVolume *dstRoi,
+                      const SornVolume *srcSite, const SornVolume *maskSite);
+/* The region srcRoi of src, with a border around it, into dst from the
+ * origin of dstSite on: the border's corner at dstSite's origin, the region
+ * -lo after it. A border larger than the room dst leaves is shared out in
+ * proportion; a region larger than dst is cut. Pixels that src (or its
+ * parent) really has around the region are copied as they are rather than
+ * made by the border's rule, unless SORN_F_NOMARGIN; SORN_F_SITEMARGIN
+ * keeps them to src's own site. A null src works in dst itself, and then a
+ * null dstSite is srcRoi. Kind 0 needs no border. */
+SornStatus SornCopyMkb(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                       const SornVolume *dstSite, const SornVolume *srcRoi, int32_t kind,
+                       const struct SornBrShape *border);
+/* The same with the boxes turned: dstRoi is the whole bordered block, the
+ * region is that block narrowed by the border (or less, as far as src
+ * reaches from srcSite's origin). */
+SornStatus SornCopyRMkb(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                        const SornVolume *dstRoi, const SornVolume *srcSite, int32_t kind,
+                        const struct SornBrShape *border);
+
+/* Slice forms. SornTGAcopyEx takes the mask form in data (a SornCopyArgs);
+ * SornTGAcopymkb its kind, border and sites (a SornCopyMkbArgs). */
+typedef struct SornCopyArgs {
+  uint64_t elemform; /* 0: the pixel mask; otherwise the element mask */
+} SornCopyArgs;
+typedef struct SornCopyMkbArgs {
+  uint32_t kind;
+  const struct SornBrShape *border;
+  const struct SornSites *sites;
+} SornCopyMkbArgs;
+SornStatus SornTGAcopy(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                       uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
+                       uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1);
+SornStatus SornTGAcopyEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                         uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
+                         uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1,
+                         uint32_t type2, void *base2, int32_t *origin2, int32_t *strides2);
+SornStatus SornTGAcopymkb(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                          int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                          int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                          int32_t *strides1);
+
+/* Layer 2: origins applied to the bases. sorna_copymkb takes the sites
+ * relative to the source's origin (an empty site is the region itself). */
+SornStatus sorna_copy(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                      uint32_t type, void *dst, const int32_t *dstOrigin,
+                      const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                      const int32_t *srcStrides);
+SornStatus sorna_copyxm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, void *dst, const int32_t *dstOrigin,
+                        const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                        const int32_t *srcStrides, const void *mask, const int32_t *maskOrigin,
+                        const int32_t *maskStrides);
+SornStatus sorna_copyem(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, void *dst, const int32_t *dstOrigin,
+                        const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                        const int32_t *srcStrides, const void *mask, const int32_t *maskOrigin,
+                        const int32_t *maskStrides);
+SornStatus sorna_copymkb(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, void *dst, const int32_t *dstOrigin,
+                         const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                         const int32_t *srcStrides, int32_t kind,
+                         const struct SornBrShape *border, const struct SornSites *sites);
+
+/* Layer 3, on the last three cells. sorna__copy moves whole pixels: rows of
+ * dims[n-2] times the pixel stride bytes, whatever the element type. The
+ * element mask reads its byte of element c of pixel x at x * mstrides[n-2] +
+ * c * mstrides[n-1]. sorna__copymkb writes the region of dims from src at
+ * -lo from dst, and the border around it; SORN_EINVAL for an unknown kind. */
+SornStatus sorna__copy(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                       uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                       const int32_t *srcStrides);
+SornStatus sorna__copyxm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                         const int32_t *srcStrides, const void *mask,
+                         const int32_t *maskStrides);
+SornStatus sorna__copyem(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                         const int32_t *srcStrides, const void *mask,
+                         const int32_t *maskStrides);
+SornStatus sorna__copymkb(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                          uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                          const int32_t *srcStrides, int32_t kind,
+                          const struct SornBrShape *border, const struct SornSites *sites);
+#define SORN_COPYMKB_KERNEL_DECL(kind)                                                        \
+  SornStatus sorna__copymkb_##kind(SornXE *xe, SornFlags flags, SornDimPack pack,            \
+                                   const int32_t *dims, uint32_t type, void *dst,            \
+                                   const int32_t *dstStrides, const void *src,               \
+                                   const int32_t *srcStrides,                                \
+                                   const struct SornBrShape *border,                         \
+                                   const struct SornSites *sites);
+SORN_COPYMKB_KERNEL_DECL(const)
+SORN_COPYMKB_KERNEL_DECL(replicate)
+SORN_COPYMKB_KERNEL_DECL(wrap)
+SORN_COPYMKB_KERNEL_DECL(reflect)
+SORN_COPYMKB_KERNEL_DECL(reflect101)
+#undef SORN_COPYMKB_KERNEL_DECL
+/* The element-mask loops, on a plain count n of cells; element sizes 1, 2,
+ * 4 and 8 (the element stride), else SORN_EINVAL. */
+SornStatus _T_sorna__copyem(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                            void *dst, const int32_t *dstStrides, const void *src,
+                            const int32_t *srcStrides, const void *mask,
+                            const int32_t *maskStrides);
+SornStatus _T_sorna__copyemc(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                             void *dst, const int32_t *dstStrides, const void *src,
+                             const int32_t *srcStrides, const void *mask,
+                             const int32_t *maskStrides);
+
 /* ---------------- Sort and search ----------------
  * Sequences of n records of size bytes each from base, ordered by a
  * caller's comparison: below 0 when a sorts before b, 0 when they are
@@ -2006,6 +2160,9 @@ int32_t *sorn_volume__widen_$br(int32_t n, int32_t *out, const int32_t *dims,
 int32_t *sorn_volume__narrow_$I$br(int32_t n, int32_t *dims, const SornBrShape *br);
 int32_t *sorn_volume__narrow_$br(int32_t n, int32_t *out, const int32_t *dims,
                                  const SornBrShape *br);
+/* The same under the name some callers know it by. */
+int32_t *sorn_volume__narrow_br(int32_t n, int32_t *out, const int32_t *dims,
+                                const SornBrShape *br);
 
 /* The box a window reads around a region, need (the region (origin, size),
  * or site when size is null, widened by the window), and the part of it
