@@ -39,15 +39,8 @@ struct Picture {
           std::memcpy(p, &s, 4);
         }
       }
-    std::memset(&rec, 0, sizeof rec);
-    rec.dims[0] = 1; rec.dims[1] = rows; rec.dims[2] = cols; rec.dims[3] = 1;
-    rec.bounds[0] = 1; rec.bounds[1] = rows; rec.bounds[2] = cols; rec.bounds[3] = 1;
-    rec.strides[1] = cols * es; rec.strides[2] = es; rec.strides[3] = es;
-    rec.ndims = 3;
-    rec.ndimsall = 3;
-    rec.elemtype = type;
-    rec.marker = 0x22;
-    rec.data = store.data();
+    const int32_t d[3] = {rows, cols, 1}, st[3] = {cols * es, es, es};
+    __sorn_array__$xtrn(&rec, 3 | 3 << 8, d, type, store.data(), nullptr, st);
   }
 };
 

@@ -12,6 +12,7 @@
 
 #include "alloc_failure.h"
 #include "compare_reference.h"
+#include "scratch_env.h"
 #include "testkit.h"
 
 using sorn_test::Image;
@@ -24,26 +25,7 @@ namespace {
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 const double kEps = 1.1920928955078125e-7;  // 2^-23
 
-class Env {
- public:
-  Env() {
-    std::memset(&xe_, 0, sizeof xe_);
-    SornXEinit(&xe_, nullptr);
-    mark_ = probe();
-  }
-  ~Env() { SornXEfini(&xe_); }
-  SornXE *xe() { return &xe_; }
-  bool at_mark() { return probe() == mark_; }
-
- private:
-  void *probe() {
-    void *p = SornXEalloca(&xe_, 16, 0);
-    SornXEfreea(&xe_, p);
-    return p;
-  }
-  SornXE xe_;
-  void *mark_;
-};
+using Env = sorn_test::ScratchEnv;
 
 SornThresholdCriterion sheer(uint32_t op, double t, double v) {
   SornThresholdCriterion c;
