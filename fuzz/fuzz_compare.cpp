@@ -148,6 +148,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       c.thresh[k] = decode_double(in);
       c.value[k] = decode_double(in);
     }
+    // A NaN first threshold makes a condition adaptive, reading a pointer
+    // from the next one: only the adaptive conditions made here have one.
+    if (std::isnan(c.thresh[0])) c.thresh[0] = 0;
     if (in.chance(64)) {
       c.thresh[0] = NAN;
       const SornArray *a = in.chance(220) ? &extra.rec : nullptr;
@@ -205,7 +208,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       FUZZ_CHECK(is_status(b));
       if (b != SORN_OK) break;
       if (src.shape.type != SORN_U8 || dst.shape.type != SORN_U8 || bad_image(src.rec) ||
-          src.channels != nchan)
+          bad_image(dst.rec) || src.channels != nchan)
         break;
       const int32_t rows = std::min(std::max(ss.rows, 0), std::max(ds.rows, 0));
       const int32_t cols = std::min(std::max(ss.cols, 0), std::max(ds.cols, 0));
