@@ -621,7 +621,6 @@ SORN_ARITH2_ENTRY_DECL(Subsq)
 SORN_ARITH2_ENTRY_DECL(RSub)
 SORN_ARITH2_ENTRY_DECL(RSubq)
 SORN_ARITH2_ENTRY_DECL(RSubsq)
-#undef SORN_ARITH2_ENTRY_DECL
 
 /* Layer 2 (origins to base pointers) and layer 3 (the dispatchers). */
 #define SORN_ARITH2_LAYER2_DECL(op)                                                           \
@@ -649,7 +648,6 @@ SornStatus sorna_addC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32
                       const int32_t *dststrides, uint32_t atype, const void *abase,
                       const int32_t *aorigin, const int32_t *astrides, const double *cvec,
                       int32_t sf, uint32_t extra);
-#undef SORN_ARITH2_LAYER2_DECL
 
 #define SORN_ARITH2_DISPATCH_DECL(op)                                                         \
   SornStatus sorna__##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
@@ -671,7 +669,6 @@ SornStatus sorna__addC(SornXE *xe, SornFlags flags, SornDimPack pack, const int3
                        uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
                        const void *aptr, const int32_t *astrides, const double *cvec, int32_t sf,
                        uint32_t extra);
-#undef SORN_ARITH2_DISPATCH_DECL
 
 /* Lookups: key dsttype << 8 | atype << 4 | btype (or the constant's type T).
  * A missing key gives sorna_proc_enotsup for known codes, sorna_proc_einval
@@ -773,6 +770,337 @@ SORN_ADDQC_OWN_TRIPLES(SORN_DECL_RSUBQC)
 #undef SORN_DECL_ADDQC
 #undef SORN_DECL_SUBQC
 #undef SORN_DECL_RSUBQC
+
+/* ---------------- Unary functions ----------------
+ * Negation, saturating negation, the square (kernels only: the
+ * multiplications call them for like sources), the exponential, the natural
+ * logarithm and the sigmoid with a slope. The exponential and the logarithm
+ * take f32 to f32 only. */
+
+/* Accuracy of exp and ln, in this order of precedence: accurate (the
+ * default), fast (exp only), superfast. */
+#define SORN_F_EXP_ACCURATE  0x100000ull
+#define SORN_F_EXP_FAST      0x200000ull
+#define SORN_F_EXP_SUPERFAST 0x400000ull
+
+/* Kernels of one source: rows of dims[n-3], cols dims[n-2]. */
+typedef SornStatus (*SornArith1Kernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                       void *dst, const int32_t *dststrides, const void *a,
+                                       const int32_t *astrides, int32_t sf, uint32_t extra);
+
+/* Shared entry of the one-source operations; tag selects the operation. */
+SornStatus _T_SornArith(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                        const SornArray *a, const SornVolume *dstroi, const SornVolume *aroi,
+                        int32_t sf, uint32_t extra);
+
+#define SORN_ARITH1_ENTRY_DECL(name)                                                          \
+  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a, \
+                        const SornVolume *dstroi, const SornVolume *aroi, int32_t sf,          \
+                        uint32_t extra);
+SORN_ARITH1_ENTRY_DECL(Negate)
+SORN_ARITH1_ENTRY_DECL(Negateq)
+SORN_ARITH1_ENTRY_DECL(Exp)
+SORN_ARITH1_ENTRY_DECL(Ln)
+/* dst = 1 / (E(alpha * a) + 1) with alpha the slope of the channel (one
+ * f64 per channel, all equal for more than one channel): a positive slope
+ * gives a falling curve. */
+SornStatus SornSigmoidAlpha(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
+                            const double *cvec, const SornVolume *dstroi, const SornVolume *aroi,
+                            int32_t sf, uint32_t extra);
+
+#define SORN_ARITH1_LAYER2_DECL(op)                                                           \
+  SornStatus sorna_##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,  \
+                        uint32_t dsttype, void *dstbase, const int32_t *dstorigin,            \
+                        const int32_t *dststrides, uint32_t atype, const void *abase,         \
+                        const int32_t *aorigin, const int32_t *astrides, int32_t sf,          \
+                        uint32_t extra);
+#define SORN_ARITH1_DISPATCH_DECL(op)                                                         \
+  SornStatus sorna__##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
+                         uint32_t dsttype, void *dstptr, const int32_t *dststrides,          \
+                         uint32_t atype, const void *aptr, const int32_t *astrides,          \
+                         int32_t sf, uint32_t extra);
+SORN_ARITH1_LAYER2_DECL(neg)
+SORN_ARITH1_LAYER2_DECL(negq)
+SORN_ARITH1_LAYER2_DECL(exp)
+SORN_ARITH1_LAYER2_DECL(ln)
+SORN_ARITH1_DISPATCH_DECL(neg)
+SORN_ARITH1_DISPATCH_DECL(negq)
+SORN_ARITH1_DISPATCH_DECL(exp)
+SORN_ARITH1_DISPATCH_DECL(ln)
+/* The sigmoid with a slope of 1 and of -1, on the way of the sigmoid. */
+SORN_ARITH1_DISPATCH_DECL(sigmoid1)
+SORN_ARITH1_DISPATCH_DECL(sigmoid_1)
+#undef SORN_ARITH1_ENTRY_DECL
+#undef SORN_ARITH1_LAYER2_DECL
+#undef SORN_ARITH1_DISPATCH_DECL
+SornStatus sorna_sigmoidalpha(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                              uint32_t dsttype, void *dstbase, const int32_t *dstorigin,
+                              const int32_t *dststrides, uint32_t atype, const void *abase,
+                              const int32_t *aorigin, const int32_t *astrides,
+                              const double *cvec, int32_t sf, uint32_t extra);
+SornStatus sorna__sigmoidalpha(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                               uint32_t dsttype, void *dstptr, const int32_t *dststrides,
+                               uint32_t atype, const void *aptr, const int32_t *astrides,
+                               const double *cvec, int32_t sf, uint32_t extra);
+
+/* Lookups: key dsttype << 4 | atype. */
+SornArith1Kernel sorna__anegfun_imp(uint32_t dsttype, uint32_t atype, SornStatus *status);
+SornArith1Kernel sorna__anegqfun_imp(uint32_t dsttype, uint32_t atype, SornStatus *status);
+
+/* The type tables of the one-source kernels: destination, source. */
+#define SORN_NEG_PAIRS(X)                                                                    \
+  X(u8, u8) X(u8, s16) X(u8, s32) X(u8, f32) X(s16, u8) X(s16, s16) X(s16, s32) X(s16, f32)  \
+  X(s32, u8) X(s32, s16) X(s32, s32) X(s32, f32) X(f32, u8) X(f32, s16) X(f32, s32)          \
+  X(f32, f32)
+/* Saturating negations of their own; the other keys of the negq lookup name
+ * the plain kernels. */
+#define SORN_NEGQ_OWN_PAIRS(X) \
+  X(u8, s16) X(u8, s32) X(u8, f32) X(s16, s16) X(s16, s32) X(s16, f32) X(s32, s32)
+#define SORN_NEGQ_PLAIN_PAIRS(X) \
+  X(s16, u8) X(s32, u8) X(s32, s16) X(s32, f32) X(f32, u8) X(f32, s16) X(f32, s32) X(f32, f32)
+#define SORN_SQR_PAIRS(X)                                                                    \
+  X(u8, u8) X(u8, s16) X(s16, u8) X(s16, s16) X(s32, u8) X(s32, s16) X(s32, s32) X(s32, f32) \
+  X(f32, u8) X(f32, s16) X(f32, s32) X(f32, f32)
+
+#define SORN_ARITH1_KERNEL_DECL(fam, d, a)                                                    \
+  SornStatus sorna__##fam##_c1_##d##a(SornXE *xe, SornFlags flags, int32_t n,               \
+                                      const int32_t *dims, void *dst,                       \
+                                      const int32_t *dststrides, const void *pa,            \
+                                      const int32_t *astrides, int32_t sf, uint32_t extra);
+#define SORN_DECL_NEG(d, a) SORN_ARITH1_KERNEL_DECL(neg, d, a)
+#define SORN_DECL_NEGQ(d, a) SORN_ARITH1_KERNEL_DECL(negq, d, a)
+#define SORN_DECL_SQR(d, a) SORN_ARITH1_KERNEL_DECL(sqr, d, a)
+SORN_NEG_PAIRS(SORN_DECL_NEG)
+SORN_NEGQ_OWN_PAIRS(SORN_DECL_NEGQ)
+SORN_SQR_PAIRS(SORN_DECL_SQR)
+#undef SORN_DECL_NEG
+#undef SORN_DECL_NEGQ
+#undef SORN_DECL_SQR
+#undef SORN_ARITH1_KERNEL_DECL
+
+/* The element functions of exp and ln, by accuracy. */
+float _T_sorna__exp_fast_acc(float x);
+float _T_sorna__exp_fast(float x);
+float _T_sorna__exp_superfast(float x);
+float _T_sorna__ln_fast_acc(float x);
+float _T_sorna__ln_superfast(float x);
+
+/* ---------------- Multiplication and division ----------------
+ * Products clamp at every scale factor, also at 0, where a sum would wrap.
+ * Quotients are truncated (div) or rounded (divr); the R forms divide the
+ * second operand, or the constant, by the first. An integer division by a
+ * zero divisor is not checked, and what it gives is not promised. */
+SORN_ARITH2_ENTRY_DECL(Mul)
+SORN_ARITH2_ENTRY_DECL(Div)
+SORN_ARITH2_ENTRY_DECL(Divr)
+SORN_ARITH2_ENTRY_DECL(RDiv)
+SORN_ARITH2_ENTRY_DECL(RDivr)
+SORN_ARITH2_LAYER2_DECL(mul)
+SORN_ARITH2_LAYER2_DECL(div)
+SORN_ARITH2_LAYER2_DECL(divr)
+SORN_ARITH2_LAYER2_DECL(rdiv)
+SORN_ARITH2_LAYER2_DECL(rdivr)
+SORN_ARITH2_DISPATCH_DECL(mul)
+SORN_ARITH2_DISPATCH_DECL(div)
+SORN_ARITH2_DISPATCH_DECL(divr)
+SORN_ARITH2_DISPATCH_DECL(rdiv)
+SORN_ARITH2_DISPATCH_DECL(rdivr)
+
+/* Kernels of the constant divisions: the constants stay f64 in cvec, one
+ * per channel; the last word is 0. */
+typedef SornStatus (*SornDivCKernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                     void *dst, const int32_t *dststrides, const void *a,
+                                     const int32_t *astrides, const double *cvec, int32_t sf,
+                                     uint32_t extra, int32_t zero);
+
+SornArith2Kernel sorna__amulfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                    SornStatus *status);
+SornArith2cKernel sorna__amulcfun_imp(uint32_t dsttype, uint32_t atype, uint32_t ctype,
+                                      SornStatus *status);
+SornArith2Kernel sorna__adivfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                    SornStatus *status);
+SornArith2Kernel sorna__adivrfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                     SornStatus *status);
+/* Keyed by types and the channel count (the last dims cell, & 15): 1, 3
+ * and 4 have kernels, any other count is invalid. */
+SornDivCKernel sorna__adivcfun_imp(uint32_t dsttype, uint32_t atype, int32_t channels,
+                                   SornStatus *status);
+SornDivCKernel sorna__adivrcfun_imp(uint32_t dsttype, uint32_t atype, int32_t channels,
+                                    SornStatus *status);
+SornDivCKernel sorna__ardivcfun_imp(uint32_t dsttype, uint32_t atype, int32_t channels,
+                                    SornStatus *status);
+SornDivCKernel sorna__ardivrcfun_imp(uint32_t dsttype, uint32_t atype, int32_t channels,
+                                     SornStatus *status);
+
+/* The type tables of the group. The multiplications of two arrays have the
+ * triples of SORN_ADD_TRIPLES. */
+#define SORN_MUL_TRIPLES(X) SORN_ADD_TRIPLES(X)
+/* By a constant: destination, source, constant type. */
+#define SORN_MULC_TRIPLES(X)                                                                  \
+  X(u8, u8, u8) X(u8, u8, s32) X(u8, u8, f32) X(u8, s16, s16) X(s8, u8, u8) X(s16, u8, u8)    \
+  X(s16, u8, s32) X(s16, s16, s16) X(s32, u8, u8) X(s32, u8, s32) X(s32, u8, f32)             \
+  X(s32, u8, f64) X(s32, s16, s16) X(s32, s16, s32) X(s32, s16, f32) X(s32, s16, f64)         \
+  X(s32, s32, s32) X(s32, s32, f32) X(s32, s32, f64) X(s32, f32, f32) X(s32, f32, f64)        \
+  X(f32, u8, u8) X(f32, u8, s32) X(f32, u8, f32) X(f32, s16, s16) X(f32, s16, s32)            \
+  X(f32, s16, f32) X(f32, s32, s32) X(f32, s32, f32) X(f32, s32, f64) X(f32, f32, f32)        \
+  X(f32, f32, f64)
+/* Division of two arrays: one type only. divr has kernels of its own for
+ * the integer types; its f32 key names the plain kernel. */
+#define SORN_DIV_TRIPLES(X) X(u8, u8, u8) X(s16, s16, s16) X(s32, s32, s32) X(f32, f32, f32)
+#define SORN_DIVR_OWN_TRIPLES(X) X(u8, u8, u8) X(s16, s16, s16) X(s32, s32, s32)
+/* Division by constants: destination and source types, each with kernels
+ * for 1, 3 and 4 channels (SORN_CONST_CHANNELS). The rounded forms name the
+ * plain f32 kernels. */
+#define SORN_DIVC_PAIRS(X) X(u8, u8) X(s16, s16) X(s32, s32) X(f32, f32)
+#define SORN_DIVRC_OWN_PAIRS(X) X(u8, u8) X(s16, s16) X(s32, s32)
+/* The channel counts that kernels keyed by channels exist for; X(c, ...)
+ * with the further arguments passed on. */
+#define SORN_CONST_CHANNELS(X, ...) X(1, __VA_ARGS__) X(3, __VA_ARGS__) X(4, __VA_ARGS__)
+
+#define SORN_DECL_MUL(d, a, b) SORN_ARITH2_KERNEL_DECL(mul, d, a, b)
+#define SORN_DECL_MULC(d, a, t) SORN_ARITH2C_KERNEL_DECL(mul, d, a, t)
+#define SORN_DECL_DIV(d, a, b) SORN_ARITH2_KERNEL_DECL(div, d, a, b)
+#define SORN_DECL_DIVR(d, a, b) SORN_ARITH2_KERNEL_DECL(divr, d, a, b)
+SORN_MUL_TRIPLES(SORN_DECL_MUL)
+SORN_MULC_TRIPLES(SORN_DECL_MULC)
+SORN_DIV_TRIPLES(SORN_DECL_DIV)
+SORN_DIVR_OWN_TRIPLES(SORN_DECL_DIVR)
+#undef SORN_DECL_MUL
+#undef SORN_DECL_MULC
+#undef SORN_DECL_DIV
+#undef SORN_DECL_DIVR
+/* sorna__<family>_c<channels>_<dst><src>. */
+#define SORN_DIVC_KERNEL_DECL(c, fam, d, a)                                                   \
+  SornStatus sorna__##fam##_c##c##_##d##a(SornXE *xe, SornFlags flags, int32_t n,           \
+                                          const int32_t *dims, void *dst,                   \
+                                          const int32_t *dststrides, const void *pa,        \
+                                          const int32_t *astrides, const double *cvec,      \
+                                          int32_t sf, uint32_t extra, int32_t zero);
+#define SORN_DECL_DIVC(d, a) SORN_CONST_CHANNELS(SORN_DIVC_KERNEL_DECL, divC, d, a)
+#define SORN_DECL_RDIVC(d, a) SORN_CONST_CHANNELS(SORN_DIVC_KERNEL_DECL, rdivC, d, a)
+#define SORN_DECL_DIVRC(d, a) SORN_CONST_CHANNELS(SORN_DIVC_KERNEL_DECL, divrC, d, a)
+#define SORN_DECL_RDIVRC(d, a) SORN_CONST_CHANNELS(SORN_DIVC_KERNEL_DECL, rdivrC, d, a)
+SORN_DIVC_PAIRS(SORN_DECL_DIVC)
+SORN_DIVC_PAIRS(SORN_DECL_RDIVC)
+SORN_DIVRC_OWN_PAIRS(SORN_DECL_DIVRC)
+SORN_DIVRC_OWN_PAIRS(SORN_DECL_RDIVRC)
+#undef SORN_DECL_DIVC
+#undef SORN_DECL_RDIVC
+#undef SORN_DECL_DIVRC
+#undef SORN_DECL_RDIVRC
+#undef SORN_DIVC_KERNEL_DECL
+
+/* ---------------- Logical operations ----------------
+ * Bitwise and, or, xor, complement, on arrays of one type (u8, s16, s32),
+ * without scale factor. The constants of the C forms are rounded into the
+ * type once per call. */
+SornStatus _T_SornLogic2(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                         const SornArray *a, const SornArray *b, const SornVolume *dstroi,
+                         const SornVolume *aroi, const SornVolume *broi);
+SornStatus _T_SornLogic2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                          const SornArray *a, const double *cvec, const SornVolume *dstroi,
+                          const SornVolume *aroi);
+
+#define SORN_LOGIC_ENTRY_DECL(name)                                                           \
+  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a, \
+                        const SornArray *b, const SornVolume *dstroi, const SornVolume *aroi,  \
+                        const SornVolume *broi);                                               \
+  SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                  \
+                           const SornArray *a, const double *cvec, const SornVolume *dstroi,   \
+                           const SornVolume *aroi);
+SORN_LOGIC_ENTRY_DECL(And)
+SORN_LOGIC_ENTRY_DECL(Orr)
+SORN_LOGIC_ENTRY_DECL(Xor)
+#undef SORN_LOGIC_ENTRY_DECL
+SornStatus SornNot(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
+                   const SornVolume *dstroi, const SornVolume *aroi);
+
+/* The operators' names pass whole: and, xor and not are operator tokens in
+ * C++ and cannot be pasted. */
+#define SORN_LOGIC_LAYERS_DECL(l2, l2c, l3, l3c)                                              \
+  SornStatus l2(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,           \
+                uint32_t dsttype, void *dstbase, const int32_t *dstorigin,                    \
+                const int32_t *dststrides, uint32_t atype, const void *abase,                 \
+                const int32_t *aorigin, const int32_t *astrides, uint32_t btype,              \
+                const void *bbase, const int32_t *borigin, const int32_t *bstrides);          \
+  SornStatus l2c(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,          \
+                 uint32_t dsttype, void *dstbase, const int32_t *dstorigin,                   \
+                 const int32_t *dststrides, uint32_t atype, const void *abase,                \
+                 const int32_t *aorigin, const int32_t *astrides, const double *cvec);        \
+  SornStatus l3(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,           \
+                uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,    \
+                const void *aptr, const int32_t *astrides, uint32_t btype, const void *bptr,  \
+                const int32_t *bstrides);                                                     \
+  SornStatus l3c(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,          \
+                 uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,   \
+                 const void *aptr, const int32_t *astrides, const double *cvec);
+SORN_LOGIC_LAYERS_DECL(sorna_and, sorna_andC, sorna__and, sorna__andC)
+SORN_LOGIC_LAYERS_DECL(sorna_orr, sorna_orrC, sorna__orr, sorna__orrC)
+SORN_LOGIC_LAYERS_DECL(sorna_xor, sorna_xorC, sorna__xor, sorna__xorC)
+#undef SORN_LOGIC_LAYERS_DECL
+SornStatus sorna_not(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                     uint32_t dsttype, void *dstbase, const int32_t *dstorigin,
+                     const int32_t *dststrides, uint32_t atype, const void *abase,
+                     const int32_t *aorigin, const int32_t *astrides);
+SornStatus sorna__not(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                      uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
+                      const void *aptr, const int32_t *astrides);
+
+typedef SornStatus (*SornLogic2Kernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                       void *dst, const int32_t *dststrides, const void *a,
+                                       const int32_t *astrides, const void *b,
+                                       const int32_t *bstrides);
+typedef SornStatus (*SornLogic1Kernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                       void *dst, const int32_t *dststrides, const void *a,
+                                       const int32_t *astrides);
+/* The constants stay f64 in cvec, one per channel; the last word is 0. */
+typedef SornStatus (*SornLogicCKernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                       void *dst, const int32_t *dststrides, const void *a,
+                                       const int32_t *astrides, const double *cvec,
+                                       int32_t zero);
+
+/* Keys: u8u8u8, s16s16s16, s32s32s32; u8u8, s16s16, s32s32 for not. */
+SornLogic2Kernel sorna__landfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                    SornStatus *status);
+SornLogic2Kernel sorna__lorrfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                    SornStatus *status);
+SornLogic2Kernel sorna__lxorfun_imp(uint32_t dsttype, uint32_t atype, uint32_t btype,
+                                    SornStatus *status);
+SornLogic1Kernel sorna__lnotfun_imp(uint32_t dsttype, uint32_t atype, SornStatus *status);
+/* Keyed by types and the channel count: 1, 3 and 4 have kernels, any other
+ * count is invalid. */
+SornLogicCKernel sorna__landcfun_imp(uint32_t dsttype, uint32_t atype, int32_t channels,
+                                     SornStatus *status);
+SornLogicCKernel sorna__lorrcfun_imp(uint32_t dsttype, uint32_t atype, int32_t channels,
+                                     SornStatus *status);
+SornLogicCKernel sorna__lxorcfun_imp(uint32_t dsttype, uint32_t atype, int32_t channels,
+                                     SornStatus *status);
+
+/* The element types of the logical kernels. */
+#define SORN_LOGIC_TYPES(X) X(u8) X(s16) X(s32)
+
+#define SORN_LOGIC2_KERNEL_DECL(prefix, t)                                                     \
+  SornStatus prefix##t##t##t(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,     \
+                             void *dst, const int32_t *dststrides, const void *pa,            \
+                             const int32_t *astrides, const void *pb, const int32_t *bstrides);
+#define SORN_LOGICC_KERNEL_DECL(c, prefix, t)                                                  \
+  SornStatus prefix##c##_##t##t(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,  \
+                                void *dst, const int32_t *dststrides, const void *pa,         \
+                                const int32_t *astrides, const double *cvec, int32_t zero);
+#define SORN_DECL_LOGIC(t)                                                                     \
+  SORN_LOGIC2_KERNEL_DECL(sorna__and_c1_, t)                                                   \
+  SORN_LOGIC2_KERNEL_DECL(sorna__orr_c1_, t)                                                   \
+  SORN_LOGIC2_KERNEL_DECL(sorna__xor_c1_, t)                                                   \
+  SornStatus sorna__not_c1_##t##t(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, \
+                                  void *dst, const int32_t *dststrides, const void *pa,        \
+                                  const int32_t *astrides);                                    \
+  SORN_CONST_CHANNELS(SORN_LOGICC_KERNEL_DECL, sorna__andC_c, t)                               \
+  SORN_CONST_CHANNELS(SORN_LOGICC_KERNEL_DECL, sorna__orrC_c, t)                               \
+  SORN_CONST_CHANNELS(SORN_LOGICC_KERNEL_DECL, sorna__xorC_c, t)
+SORN_LOGIC_TYPES(SORN_DECL_LOGIC)
+#undef SORN_DECL_LOGIC
+#undef SORN_LOGIC2_KERNEL_DECL
+#undef SORN_LOGICC_KERNEL_DECL
 
 /* ======================================================================
  * Comparison, conversion and data movement
@@ -2707,6 +3035,445 @@ SornWTSRegion *SornGatherMSERFeatures(SornWTSRegion *region, SornSTB *builder,
                                       SornWTSLSC *lsc);
 SornWTSRegion *SornGatherMSERFeature(SornWTSRegion *region, SornSTB *builder, SornWTSLSC *lsc,
                                      int32_t index, uint32_t magic);
+
+/* ---------------- Measures of fetched regions ----------------
+ * Each measure appends to out (a SornVec of records, grown as needed) one
+ * record per SornFwtsrPixReg of pixregs, over all `size` points of the
+ * region, its descendants' included. Points are (row, column): the first
+ * coordinate is the row. A vector that cannot grow gets only the records
+ * that fit. Records: */
+/* SornWTSMF: count, then the sums of r, c, r r, r c, c c, taken exactly in
+ * 64-bit integers and converted per region (an empty region: zeros). */
+SornVec *sorn_fwtsr_mf_$2d(SornVec *out, const SornVec *pixregs);
+SornVec *sorn_fwtsr_m1_$2d(SornVec *out, const SornVec *pixregs);   /* SornR2dPt */
+SornVec *sorn_fwtsr_m2_$2d(SornVec *out, const SornVec *pixregs);   /* SornMoment2 */
+SornVec *sorn_fwtsr_m2c_$2d(SornVec *out, const SornVec *pixregs);  /* SornMoment2 */
+SornVec *sorn_fwtsr_brect_$2d(SornVec *out, const SornVec *pixregs); /* Sorn2dRect */
+SornVec *sorn_fwtsr_minbquad_$f2d(SornVec *out, const SornVec *pixregs); /* SornF2dQuad */
+SornVec *sorn_fwtsr_minbquad_$r2d(SornVec *out, const SornVec *pixregs); /* SornR2dQuad */
+/* The ellipse of the central moments, scale 2: SornF2dEll or SornR2dEll. */
+SornVec *sorn_fwtsr_ellipse_$f2d(SornVec *out, const SornVec *pixregs);
+SornVec *sorn_fwtsr_ellipse_$r2d(SornVec *out, const SornVec *pixregs);
+/* One region: count, then the means (not the sums) of r, c, r r, r c, c c. */
+SornWTSMF *sorn_fwtsr_mf1_$2d(SornWTSMF *out, const SornFwtsrPixReg *pixreg);
+
+/* The picked regions of a SornFMSERFilter fetched, or fetched and measured,
+ * in one call. which: 0 the dark pass, 1 the bright pass, any other value
+ * both, dark first. The answer is the number of regions delivered: 0 when
+ * the chosen passes have no result or no region. The measuring forms fetch
+ * anew on every call into blocks of their own, which they give back. */
+int32_t sorn_fmserf_pixreg_$2d(const SornFMSERFilter *filter, SornVec *regs, SornVec *points,
+                               int32_t which);
+int32_t sorn_fmserf_mf_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_m1_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_m2_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_m2c_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_brect_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_minbquad_$f2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_minbquad_$r2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_ellipse_$f2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_ellipse_$r2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+
+/* ======================================================================
+ * Plane geometry
+ * ====================================================================== */
+
+/* Three coordinate families, told by the prefix of a name: 2d (s32 cells),
+ * f2d (f32) and r2d (f64). A suffix $i, $f or $r names the family on the
+ * other side of a conversion, $I an in-place form, $c central moments.
+ * The first coordinate is called x and the second y; in the region analysis
+ * x is the row.
+ *
+ * Every function here is pure: it writes only its output (the first
+ * argument) and answers that output, or a value. There are no statuses and
+ * no checks: degenerate input gives what the arithmetic gives (an empty
+ * list's moments are not numbers, for one). Where a null pointer is allowed
+ * the comment says so. */
+
+/* Sorn2dPt, the integer point, is declared with the region results above. */
+typedef struct SornF2dPt {
+  float x, y;
+} SornF2dPt;
+typedef struct SornR2dPt {
+  double x, y;
+} SornR2dPt;
+
+/* A rectangle by its origin and extents. */
+typedef struct Sorn2dRect {
+  int32_t x, y, width, height;
+} Sorn2dRect;
+typedef struct SornF2dRect {
+  float x, y, width, height;
+} SornF2dRect;
+typedef struct SornR2dRect {
+  double x, y, width, height;
+} SornR2dRect;
+
+/* A rectangle by two corners. */
+typedef struct Sorn2dRcpt {
+  int32_t x0, y0, x1, y1;
+} Sorn2dRcpt;
+typedef struct SornF2dRcpt {
+  float x0, y0, x1, y1;
+} SornF2dRcpt;
+typedef struct SornR2dRcpt {
+  double x0, y0, x1, y1;
+} SornR2dRcpt;
+
+/* Four corners; from a rectangle they go (x0, y0), (x0, y1), (x1, y1),
+ * (x1, y0). There is no integer quadrilateral. */
+typedef struct SornF2dQuad {
+  SornF2dPt q[4];
+} SornF2dQuad;
+typedef struct SornR2dQuad {
+  SornR2dPt q[4];
+} SornR2dQuad;
+
+/* An ellipse: centre, semi-axes a and b, rotation in radians. At rotation
+ * 0, a lies along the first coordinate; from moments, b is the longer one. */
+typedef struct SornF2dEll {
+  float cx, cy, a, b, rotation;
+} SornF2dEll;
+typedef struct SornR2dEll {
+  double cx, cy, a, b, rotation;
+} SornR2dEll;
+
+/* Second moments. */
+typedef struct SornMoment2 {
+  double m20, m11, m02;
+} SornMoment2;
+
+/* ---------------- Moments and small solvers ----------------
+ * Pairs of roots and eigenvalues come smaller first. A symmetric 2x2 matrix
+ * is four cells a, b, b, d (the second b is not read). */
+
+double *sorn_f64_quadequ_solve(double *out, double a, double b, double c);
+double *sorn_f64_quadequ_solve_$mm(double *out, const double *coeffs);
+double *sorn_f64_quadequ_solve_$simple(double *out, double p, double q);
+double *sorn_f64_symmat2x2_eigvals(double *out, const double *m);
+/* The x forms answer the rotation, atan2(2 b, d - a) / 2. */
+double sorn_f64_symmat2x2_xeigvals(double *out, const double *m);
+/* centre: the first moments. */
+SornMoment2 *sorn_r2d_moment2_centralize(SornMoment2 *out, const SornMoment2 *m,
+                                         const SornR2dPt *centre);
+SornMoment2 *sorn_r2d_moment2_centralize_$I(SornMoment2 *m, const SornR2dPt *centre);
+/* Rotation 0 for a set elongated along the second coordinate. */
+double sorn_r2d_moment2c_rotation(const SornMoment2 *m);
+double *sorn_r2d_moment2c_covariance(double *out, const SornMoment2 *m);
+double *sorn_r2d_moment2c_eigvals(double *out, const SornMoment2 *m);
+double sorn_r2d_moment2c_xeigvals(double *out, const SornMoment2 *m);
+
+/* ---------------- Points and rectangles ---------------- */
+
+/* With a null base, out moves by (dx, dy); else out = base + (dx, dy). */
+Sorn2dPt *sorn_2d_pt_advance(Sorn2dPt *out, const Sorn2dPt *base, int32_t dx, int32_t dy);
+/* out = (dx, dy), plus base when there is one. */
+Sorn2dPt *sorn_2d_pt_setadv(Sorn2dPt *out, const Sorn2dPt *base, int32_t dx, int32_t dy);
+
+/* Conversions between the two rectangle forms; a null source, or one that
+ * is out, converts out in place. */
+Sorn2dRcpt *sorn_2d_rcpt_convert(Sorn2dRcpt *out, const Sorn2dRect *rect);
+Sorn2dRect *sorn_2d_rect_convert(Sorn2dRect *out, const Sorn2dRcpt *rcpt);
+SornF2dRcpt *sorn_f2d_rcpt_convert(SornF2dRcpt *out, const SornF2dRect *rect);
+SornF2dRect *sorn_f2d_rect_convert(SornF2dRect *out, const SornF2dRcpt *rcpt);
+SornR2dRcpt *sorn_r2d_rcpt_convert(SornR2dRcpt *out, const SornR2dRect *rect);
+SornR2dRect *sorn_r2d_rect_convert(SornR2dRect *out, const SornR2dRcpt *rcpt);
+
+/* general is the union. intersec takes the larger value in all four cells,
+ * the far corner included: its result reaches as far as the further of the
+ * two, by definition. A null a is out. */
+Sorn2dRcpt *sorn_2d_rcpt_intersec(Sorn2dRcpt *out, const Sorn2dRcpt *a, const Sorn2dRcpt *b);
+Sorn2dRcpt *sorn_2d_rcpt_general(Sorn2dRcpt *out, const Sorn2dRcpt *a, const Sorn2dRcpt *b);
+SornF2dRcpt *sorn_f2d_rcpt_intersec(SornF2dRcpt *out, const SornF2dRcpt *a, const SornF2dRcpt *b);
+SornF2dRcpt *sorn_f2d_rcpt_general(SornF2dRcpt *out, const SornF2dRcpt *a, const SornF2dRcpt *b);
+SornR2dRcpt *sorn_r2d_rcpt_intersec(SornR2dRcpt *out, const SornR2dRcpt *a, const SornR2dRcpt *b);
+SornR2dRcpt *sorn_r2d_rcpt_general(SornR2dRcpt *out, const SornR2dRcpt *a, const SornR2dRcpt *b);
+/* The same through corners; the $I forms take out as a. */
+Sorn2dRect *sorn_2d_rect_intersec(Sorn2dRect *out, const Sorn2dRect *a, const Sorn2dRect *b);
+Sorn2dRect *sorn_2d_rect_intersec_$I(Sorn2dRect *out, const Sorn2dRect *b);
+Sorn2dRect *sorn_2d_rect_general(Sorn2dRect *out, const Sorn2dRect *a, const Sorn2dRect *b);
+Sorn2dRect *sorn_2d_rect_general_$I(Sorn2dRect *out, const Sorn2dRect *b);
+SornF2dRect *sorn_f2d_rect_intersec(SornF2dRect *out, const SornF2dRect *a, const SornF2dRect *b);
+SornF2dRect *sorn_f2d_rect_intersec_$I(SornF2dRect *out, const SornF2dRect *b);
+SornF2dRect *sorn_f2d_rect_general(SornF2dRect *out, const SornF2dRect *a, const SornF2dRect *b);
+SornF2dRect *sorn_f2d_rect_general_$I(SornF2dRect *out, const SornF2dRect *b);
+SornR2dRect *sorn_r2d_rect_intersec(SornR2dRect *out, const SornR2dRect *a, const SornR2dRect *b);
+SornR2dRect *sorn_r2d_rect_intersec_$I(SornR2dRect *out, const SornR2dRect *b);
+SornR2dRect *sorn_r2d_rect_general(SornR2dRect *out, const SornR2dRect *a, const SornR2dRect *b);
+SornR2dRect *sorn_r2d_rect_general_$I(SornR2dRect *out, const SornR2dRect *b);
+
+/* Moments of a rectangle: the centre (moment1), and second moments that
+ * are area moments, not divided by the area, with m20 from the second
+ * extent and m02 from the first: both deliberate. The centroid forms
+ * compute the centre in f32. */
+SornR2dPt *sorn_2d_rcpt_moment1(SornR2dPt *out, const Sorn2dRcpt *r);
+SornMoment2 *sorn_2d_rcpt_moment2(SornMoment2 *out, const Sorn2dRcpt *r);
+SornMoment2 *sorn_2d_rcpt_moment2_$c(SornMoment2 *out, const Sorn2dRcpt *r);
+SornF2dPt *sorn_2d_rcpt_centroid_$f(SornF2dPt *out, const Sorn2dRcpt *r);
+SornR2dPt *sorn_f2d_rcpt_moment1(SornR2dPt *out, const SornF2dRcpt *r);
+SornMoment2 *sorn_f2d_rcpt_moment2(SornMoment2 *out, const SornF2dRcpt *r);
+SornMoment2 *sorn_f2d_rcpt_moment2_$c(SornMoment2 *out, const SornF2dRcpt *r);
+SornF2dPt *sorn_f2d_rcpt_centroid(SornF2dPt *out, const SornF2dRcpt *r);
+SornR2dPt *sorn_r2d_rcpt_moment1(SornR2dPt *out, const SornR2dRcpt *r);
+SornMoment2 *sorn_r2d_rcpt_moment2(SornMoment2 *out, const SornR2dRcpt *r);
+SornMoment2 *sorn_r2d_rcpt_moment2_$c(SornMoment2 *out, const SornR2dRcpt *r);
+SornR2dPt *sorn_2d_rect_moment1(SornR2dPt *out, const Sorn2dRect *r);
+SornMoment2 *sorn_2d_rect_moment2(SornMoment2 *out, const Sorn2dRect *r);
+SornMoment2 *sorn_2d_rect_moment2_$c(SornMoment2 *out, const Sorn2dRect *r);
+SornF2dPt *sorn_2d_rect_centroid_$f(SornF2dPt *out, const Sorn2dRect *r);
+SornR2dPt *sorn_f2d_rect_moment1(SornR2dPt *out, const SornF2dRect *r);
+SornMoment2 *sorn_f2d_rect_moment2(SornMoment2 *out, const SornF2dRect *r);
+SornMoment2 *sorn_f2d_rect_moment2_$c(SornMoment2 *out, const SornF2dRect *r);
+SornF2dPt *sorn_f2d_rect_centroid(SornF2dPt *out, const SornF2dRect *r);
+SornR2dPt *sorn_r2d_rect_moment1(SornR2dPt *out, const SornR2dRect *r);
+SornMoment2 *sorn_r2d_rect_moment2(SornMoment2 *out, const SornR2dRect *r);
+SornMoment2 *sorn_r2d_rect_moment2_$c(SornMoment2 *out, const SornR2dRect *r);
+
+/* border: four cells left, top, right, bottom. A null rect extends out in
+ * place. */
+Sorn2dRect *sorn_2d_rect_extend(Sorn2dRect *out, const Sorn2dRect *rect, const int32_t *border);
+Sorn2dRect *sorn_2d_rect_extend_$I(Sorn2dRect *out, const int32_t *border);
+/* extended gets rect widened by border, out its intersec with limit. The
+ * answer: 1 if extended is at most as wide and as high as out, else 0. */
+int sorn_2d_rect_rextend(Sorn2dRect *out, Sorn2dRect *extended, const Sorn2dRect *rect,
+                         const int32_t *border, const Sorn2dRect *limit);
+/* rect (null: out) grown by dx, dy on every side, then intersec with
+ * (0, 0, width, height). */
+Sorn2dRect *sorn_2d_rect_srextend(Sorn2dRect *out, const Sorn2dRect *rect, int32_t dx, int32_t dy,
+                                  int32_t width, int32_t height);
+
+/* 1 if (x, y) lies in the rectangle, both edges included. */
+int sorn_f2d_rect_inside2(const SornF2dRect *rect, float x, float y);
+int sorn_r2d_rect_inside2(const SornR2dRect *rect, double x, double y);
+
+/* ---------------- Quadrilaterals ---------------- */
+
+SornF2dQuad *__sorn_f2d_quad__$rcpt(SornF2dQuad *out, const SornF2dRcpt *r);
+SornF2dQuad *__sorn_f2d_quad__$rcpt$i(SornF2dQuad *out, const Sorn2dRcpt *r);
+SornF2dQuad *__sorn_f2d_quad__$rcpt$r(SornF2dQuad *out, const SornR2dRcpt *r);
+SornF2dQuad *__sorn_f2d_quad__$rect(SornF2dQuad *out, const SornF2dRect *r);
+SornF2dQuad *__sorn_f2d_quad__$rect$i(SornF2dQuad *out, const Sorn2dRect *r);
+SornF2dQuad *__sorn_f2d_quad__$rect$r(SornF2dQuad *out, const SornR2dRect *r);
+SornF2dQuad *__sorn_f2d_quad__$cast$r(SornF2dQuad *out, const SornR2dQuad *q);
+SornR2dQuad *__sorn_r2d_quad__$rcpt(SornR2dQuad *out, const SornR2dRcpt *r);
+SornR2dQuad *__sorn_r2d_quad__$rcpt$i(SornR2dQuad *out, const Sorn2dRcpt *r);
+SornR2dQuad *__sorn_r2d_quad__$rcpt$f(SornR2dQuad *out, const SornF2dRcpt *r);
+SornR2dQuad *__sorn_r2d_quad__$rect(SornR2dQuad *out, const SornR2dRect *r);
+SornR2dQuad *__sorn_r2d_quad__$rect$i(SornR2dQuad *out, const Sorn2dRect *r);
+SornR2dQuad *__sorn_r2d_quad__$rect$f(SornR2dQuad *out, const SornF2dRect *r);
+SornR2dQuad *__sorn_r2d_quad__$cast$f(SornR2dQuad *out, const SornF2dQuad *q);
+
+/* Width: from q0 to q1; height: from q0 to q3; in the family's float type.
+ * The area is the product of the two, in f64; the rotation is
+ * atan2(q1.x - q0.x, q1.y - q0.y), 0 for a quad from a rectangle. */
+float sorn_f2d_quad_width_sqr(const SornF2dQuad *q);
+float sorn_f2d_quad_width(const SornF2dQuad *q);
+float sorn_f2d_quad_height_sqr(const SornF2dQuad *q);
+float sorn_f2d_quad_height(const SornF2dQuad *q);
+double sorn_f2d_quad_area(const SornF2dQuad *q);
+double sorn_f2d_quad_rotation(const SornF2dQuad *q);
+double sorn_r2d_quad_width_sqr(const SornR2dQuad *q);
+double sorn_r2d_quad_width(const SornR2dQuad *q);
+double sorn_r2d_quad_height_sqr(const SornR2dQuad *q);
+double sorn_r2d_quad_height(const SornR2dQuad *q);
+double sorn_r2d_quad_area(const SornR2dQuad *q);
+double sorn_r2d_quad_rotation(const SornR2dQuad *q);
+
+/* ---------------- Ellipses ---------------- */
+
+/* From central second moments (or a four-cell covariance): the semi-axes
+ * are the square roots of the eigenvalues times scale, smaller one a; the
+ * library's own callers pass a scale of 2.0, which gives back the semi-axes
+ * of a filled ellipse from its normalised moments. */
+SornF2dEll *__sorn_f2d_ellipse__$moment2$c(SornF2dEll *out, const SornF2dPt *centre,
+                                           const SornMoment2 *m, double scale);
+SornF2dEll *__sorn_f2d_ellipse__$covariance(SornF2dEll *out, const SornF2dPt *centre,
+                                            const double *cov, double scale);
+SornF2dEll *__sorn_f2d_ellipse__$cast$r(SornF2dEll *out, const SornR2dEll *e);
+SornR2dEll *__sorn_r2d_ellipse__$moment2$c(SornR2dEll *out, const SornR2dPt *centre,
+                                           const SornMoment2 *m, double scale);
+SornR2dEll *__sorn_r2d_ellipse__$covariance(SornR2dEll *out, const SornR2dPt *centre,
+                                            const double *cov, double scale);
+SornR2dEll *__sorn_r2d_ellipse__$cast$f(SornR2dEll *out, const SornF2dEll *e);
+
+/* Area pi a b. The moments are area moments that take no account of the
+ * rotation, m20 from b and m02 from a, like those of a rectangle. */
+double sorn_f2d_ell_area(const SornF2dEll *e);
+SornMoment2 *sorn_f2d_ell_moment2(SornMoment2 *out, const SornF2dEll *e);
+SornMoment2 *sorn_f2d_ell_moment2_$c(SornMoment2 *out, const SornF2dEll *e);
+/* The axis-aligned rectangle around the ellipse. */
+SornF2dRect *sorn_f2d_ell_brect(SornF2dRect *out, const SornF2dEll *e);
+/* The rotated box of the axes: corners for (u, v) = (-a, -b), (-a, b),
+ * (a, b), (a, -b) at (cx + u cos + v sin, cy - u sin + v cos). */
+SornF2dQuad *sorn_f2d_ell_bquad(SornF2dQuad *out, const SornF2dEll *e);
+SornR2dQuad *sorn_f2d_ell_bquad_$r(SornR2dQuad *out, const SornF2dEll *e);
+/* 1 inside or on the ellipse. It turns by the rotation in the sense
+ * opposite to that of the bquad: both are kept as they are. */
+int sorn_f2d_ell_inside2(const SornF2dEll *e, float x, float y);
+double sorn_r2d_ell_area(const SornR2dEll *e);
+SornMoment2 *sorn_r2d_ell_moment2(SornMoment2 *out, const SornR2dEll *e);
+SornMoment2 *sorn_r2d_ell_moment2_$c(SornMoment2 *out, const SornR2dEll *e);
+SornR2dRect *sorn_r2d_ell_brect(SornR2dRect *out, const SornR2dEll *e);
+SornR2dQuad *sorn_r2d_ell_bquad(SornR2dQuad *out, const SornR2dEll *e);
+SornF2dQuad *sorn_r2d_ell_bquad_$f(SornF2dQuad *out, const SornR2dEll *e);
+int sorn_r2d_ell_inside2(const SornR2dEll *e, double x, double y);
+
+/* ---------------- Point lists ----------------
+ * A point list is an array of points and an s32 count. The float families
+ * compare with the tolerance 2^-23 (as an f64 value), the integer family
+ * exactly, with sums in 64 bits. Hulls come out in the order of the sort:
+ * around the lowest point (smallest x, then smallest y), by the angle
+ * atan2(dx, dy). */
+
+/* Half the sum of cur.x prev.y - prev.x cur.y around the ring; a list that
+ * turns from x toward y gives a negative value. 0 below two points. */
+double sorn_2d_ptv___sarea(const Sorn2dPt *points, int32_t n);
+double sorn_f2d_ptv___sarea(const SornF2dPt *points, int32_t n);
+double sorn_r2d_ptv___sarea(const SornR2dPt *points, int32_t n);
+/* 1 if every turn has the sense of the first one; only the first turn is
+ * the reference. 0 below three points. */
+int sorn_2d_ptv_isconvex(const Sorn2dPt *points, int32_t n);
+int sorn_f2d_ptv_isconvex(const SornF2dPt *points, int32_t n);
+int sorn_r2d_ptv_isconvex(const SornR2dPt *points, int32_t n);
+/* 1 if every three neighbours lie on a line (not around the ring); 1 below
+ * three points. */
+int sorn_2d_ptv_all_colinear(const Sorn2dPt *points, int32_t n);
+int sorn_f2d_ptv_all_colinear(const SornF2dPt *points, int32_t n);
+int sorn_r2d_ptv_all_colinear(const SornR2dPt *points, int32_t n);
+/* The point of smallest x, and of smallest y among equal x; points itself
+ * below two points. */
+const Sorn2dPt *sorn_2d_ptv_lowest(const Sorn2dPt *points, int32_t n);
+const SornF2dPt *sorn_f2d_ptv_lowest(const SornF2dPt *points, int32_t n);
+const SornR2dPt *sorn_r2d_ptv_lowest(const SornR2dPt *points, int32_t n);
+/* Sorts around the lowest point, by angle and then by distance; no
+ * recursion and no allocation. */
+Sorn2dPt *sorn_2d_ptv_sort_$I(Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_f2d_ptv_sort_$I(SornF2dPt *points, int32_t n);
+SornR2dPt *sorn_r2d_ptv_sort_$I(SornR2dPt *points, int32_t n);
+/* The comparison of the sort: below 0 when a goes before b. The plain name
+ * is the f2d form. */
+int32_t _T_ptv_sort_compare(const SornF2dPt *a, const SornF2dPt *b, const SornF2dPt *pivot);
+int32_t _T_2d_ptv_sort_compare(const Sorn2dPt *a, const Sorn2dPt *b, const Sorn2dPt *pivot);
+int32_t _T_r2d_ptv_sort_compare(const SornR2dPt *a, const SornR2dPt *b, const SornR2dPt *pivot);
+
+/* Convex hulls; each answers the hull's point count. The in-place form
+ * leaves fewer than four points as they are, and keeps all points (sorted)
+ * when they lie on one line. convexhull copies the n points to out first
+ * (0 for n below 1). aconvexhull sets *outpointer to null, then for n of 1
+ * or more works in a block from malloc, which the caller gives back with
+ * free; it answers 0 when there is no block. */
+int32_t sorn_2d_ptv_convexhull_$I(Sorn2dPt *points, int32_t n);
+int32_t sorn_2d_ptv_convexhull(Sorn2dPt *out, const Sorn2dPt *points, int32_t n);
+int32_t sorn_2d_ptv_aconvexhull(Sorn2dPt **outpointer, const Sorn2dPt *points, int32_t n);
+int32_t sorn_f2d_ptv_convexhull_$I(SornF2dPt *points, int32_t n);
+int32_t sorn_f2d_ptv_convexhull(SornF2dPt *out, const SornF2dPt *points, int32_t n);
+int32_t sorn_f2d_ptv_aconvexhull(SornF2dPt **outpointer, const SornF2dPt *points, int32_t n);
+int32_t sorn_r2d_ptv_convexhull_$I(SornR2dPt *points, int32_t n);
+int32_t sorn_r2d_ptv_convexhull(SornR2dPt *out, const SornR2dPt *points, int32_t n);
+int32_t sorn_r2d_ptv_aconvexhull(SornR2dPt **outpointer, const SornR2dPt *points, int32_t n);
+
+/* Means of x and y (moment1), of x x, x y, y y (moment2), the central
+ * moments, and those as four cells m20, m11, m11, m02. An empty list gives
+ * values that are not numbers. */
+SornR2dPt *sorn_2d_ptv_moment1(SornR2dPt *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_ptv_moment2(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_ptv_moment2_$c(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+double *sorn_2d_ptv_covariance(double *out, const Sorn2dPt *points, int32_t n);
+SornR2dPt *sorn_f2d_ptv_moment1(SornR2dPt *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_ptv_moment2(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_ptv_moment2_$c(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+double *sorn_f2d_ptv_covariance(double *out, const SornF2dPt *points, int32_t n);
+SornR2dPt *sorn_r2d_ptv_moment1(SornR2dPt *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_ptv_moment2(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_ptv_moment2_$c(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+double *sorn_r2d_ptv_covariance(double *out, const SornR2dPt *points, int32_t n);
+/* The mean point, as f32, or for sorn_2d_ptv_centroid rounded to s32. */
+Sorn2dPt *sorn_2d_ptv_centroid(Sorn2dPt *out, const Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_2d_ptv_centroid_$f(SornF2dPt *out, const Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_f2d_ptv_centroid(SornF2dPt *out, const SornF2dPt *points, int32_t n);
+SornF2dPt *sorn_r2d_ptv_centroid_$f(SornF2dPt *out, const SornR2dPt *points, int32_t n);
+
+/* Bounding rectangle (extents without a plus one) and the same as a quad.
+ * An empty list gives the start values of the scan: the largest value of
+ * the scan's type as the smallest coordinate and the lowest as the largest
+ * (so an empty sorn_2d_ptv_brect is (0x7FFFFFFF, 0x7FFFFFFF, 1, 1)). */
+Sorn2dRect *sorn_2d_ptv_brect(Sorn2dRect *out, const Sorn2dPt *points, int32_t n);
+SornF2dRect *sorn_f2d_ptv_brect(SornF2dRect *out, const SornF2dPt *points, int32_t n);
+SornR2dRect *sorn_r2d_ptv_brect(SornR2dRect *out, const SornR2dPt *points, int32_t n);
+SornF2dQuad *sorn_2d_ptv_bquad_$f(SornF2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornR2dQuad *sorn_2d_ptv_bquad_$r(SornR2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornF2dQuad *sorn_f2d_ptv_bquad(SornF2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_f2d_ptv_bquad_$r(SornR2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_r2d_ptv_bquad(SornR2dQuad *out, const SornR2dPt *points, int32_t n);
+SornF2dQuad *sorn_r2d_ptv_bquad_$f(SornF2dQuad *out, const SornR2dPt *points, int32_t n);
+
+/* The bounding quadrilateral of least area, by rotating calipers over the
+ * convex hull: null for n below 1, the bquad below three points or for a
+ * hull of one or two points, null when the hull's block could not be had.
+ * Lists of up to 32 points need no allocation. The __ forms run the
+ * calipers on a hull of three points or more, in f64. */
+SornF2dQuad *sorn_2d_ptv_minbquad_$f(SornF2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornR2dQuad *sorn_2d_ptv_minbquad_$r(SornR2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornR2dQuad *sorn_2d_ptv__minbquad_$r(SornR2dQuad *out, const Sorn2dPt *hull, int32_t n);
+SornF2dQuad *sorn_f2d_ptv_minbquad(SornF2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_f2d_ptv_minbquad_$r(SornR2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_f2d_ptv__minbquad_$r(SornR2dQuad *out, const SornF2dPt *hull, int32_t n);
+SornR2dQuad *sorn_r2d_ptv_minbquad(SornR2dQuad *out, const SornR2dPt *points, int32_t n);
+SornF2dQuad *sorn_r2d_ptv_minbquad_$f(SornF2dQuad *out, const SornR2dPt *points, int32_t n);
+SornR2dQuad *sorn_r2d_ptv__minbquad(SornR2dQuad *out, const SornR2dPt *hull, int32_t n);
+/* One step of the calipers: of the jaw pair[0] and its opposite, the one or
+ * two whose next edge turns least; answers how many, written to pair. jaws
+ * holds the four vertex indexes. The plain name is the f2d form. */
+int32_t _T_calipers__dorotjawsel(int32_t *pair, const int32_t *jaws, const SornF2dPt *hull,
+                                 int32_t n);
+int32_t _T_2d_calipers__dorotjawsel(int32_t *pair, const int32_t *jaws, const Sorn2dPt *hull,
+                                    int32_t n);
+int32_t _T_r2d_calipers__dorotjawsel(int32_t *pair, const int32_t *jaws, const SornR2dPt *hull,
+                                     int32_t n);
+
+/* ---------------- Polygons ----------------
+ * A point list read as a closed ring. */
+
+/* Even-odd crossing of a ray along the second coordinate: an edge counts
+ * when x lies in its half-open span, and flips the answer when (x, y) lies
+ * above it in y. So of the boundary, the sides of largest x and of largest
+ * y count in, the others out. 0 below two points. */
+int sorn_2d_poly_inside2(const Sorn2dPt *points, int32_t n, int32_t x, int32_t y);
+int sorn_f2d_poly_inside2(const SornF2dPt *points, int32_t n, float x, float y);
+int sorn_r2d_poly_inside2(const SornR2dPt *points, int32_t n, double x, double y);
+/* The absolute signed area. */
+double sorn_2d_poly_area(const Sorn2dPt *points, int32_t n);
+double sorn_f2d_poly_area(const SornF2dPt *points, int32_t n);
+double sorn_r2d_poly_area(const SornR2dPt *points, int32_t n);
+/* Moments of the enclosed area over the ring's edges but the one from the
+ * second last point to the last, which the walk leaves out by definition.
+ * moment1 of fewer than two points is zeros; a ring of zero area gives
+ * values that are not numbers. */
+SornR2dPt *sorn_2d_poly_moment1(SornR2dPt *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_poly_moment2(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_poly_moment2_$c(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+double *sorn_2d_poly_covariance(double *out, const Sorn2dPt *points, int32_t n);
+Sorn2dPt *sorn_2d_poly_centroid(Sorn2dPt *out, const Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_2d_poly_centroid_$f(SornF2dPt *out, const Sorn2dPt *points, int32_t n);
+double sorn_2d_poly_rotation(const Sorn2dPt *points, int32_t n);
+SornF2dEll *sorn_2d_poly_fitell_$f(SornF2dEll *out, const Sorn2dPt *points, int32_t n);
+SornR2dEll *sorn_2d_poly_fitell_$r(SornR2dEll *out, const Sorn2dPt *points, int32_t n);
+SornR2dPt *sorn_f2d_poly_moment1(SornR2dPt *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_poly_moment2(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_poly_moment2_$c(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+double *sorn_f2d_poly_covariance(double *out, const SornF2dPt *points, int32_t n);
+SornF2dPt *sorn_f2d_poly_centroid(SornF2dPt *out, const SornF2dPt *points, int32_t n);
+double sorn_f2d_poly_rotation(const SornF2dPt *points, int32_t n);
+SornF2dEll *sorn_f2d_poly_fitell(SornF2dEll *out, const SornF2dPt *points, int32_t n);
+SornR2dEll *sorn_f2d_poly_fitell_$r(SornR2dEll *out, const SornF2dPt *points, int32_t n);
+SornR2dPt *sorn_r2d_poly_moment1(SornR2dPt *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_poly_moment2(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_poly_moment2_$c(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+double *sorn_r2d_poly_covariance(double *out, const SornR2dPt *points, int32_t n);
+SornF2dPt *sorn_r2d_poly_centroid_$f(SornF2dPt *out, const SornR2dPt *points, int32_t n);
+double sorn_r2d_poly_rotation(const SornR2dPt *points, int32_t n);
+SornR2dEll *sorn_r2d_poly_fitell(SornR2dEll *out, const SornR2dPt *points, int32_t n);
+SornF2dEll *sorn_r2d_poly_fitell_$f(SornF2dEll *out, const SornR2dPt *points, int32_t n);
 
 #ifdef __cplusplus
 }

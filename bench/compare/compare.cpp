@@ -223,6 +223,8 @@ struct Row {
 };
 
 std::vector<Row> g_rows;
+// Paragraphs that families add under the table, in the order they ran.
+std::vector<std::string> g_notes;
 // Single-thread memcpy bandwidth, by bytes copied: (bytes, GB/s).
 std::vector<std::pair<size_t, double>> g_bandwidth;
 
@@ -295,6 +297,8 @@ void add_sized_row(const std::string &op, const std::string &size, const std::st
   std::fflush(stdout);
   g_rows.push_back(r);
 }
+
+void add_note(const std::string &paragraph) { g_notes.push_back(paragraph); }
 
 // ---------------------------------------------------------------- report
 
@@ -430,6 +434,7 @@ void write_markdown(const std::string &path, const Options &opt, const Scenes &s
        "check, not expected to agree. The 4-megapixel image is the photograph scaled up, smoother "
        "than a photograph taken at that size, hence fewer regions than at 1 megapixel. The row "
        "*component trees* times Sorn's two floodings alone, the bulk of its region detection.\n";
+  for (const std::string &note : g_notes) o << "\n" << note << "\n";
   o << "\n![Ratios](compare/ratios.svg)\n";
 }
 
