@@ -1669,6 +1669,145 @@ SornStatus _T_sorna__copyemc(SornXE *xe, SornFlags flags, int32_t n, const int32
                              void *dst, const int32_t *dstStrides, const void *src,
                              const int32_t *srcStrides, const void *mask,
                              const int32_t *maskStrides);
+/* ---------------- Thresholding ----------------
+ * Replaces the elements of an image that meet one or two conditions; all
+ * element work is done by the comparison above. A condition is constant
+ * ("sheer": one threshold per channel) or adaptive (a threshold image).
+ * Constant thresholds can come from Otsu's method, on the image itself or on
+ * a copy with its slow background taken out ("usto"); adaptive ones from a
+ * box-blurred copy ("blur"). */
+#define SORN_TAG_THRH SORN_FOURCC('t', 'h', 'r', 'h')
+#define SORN_TAG_CTHH SORN_FOURCC('c', 't', 'h', 'h')
+
+/* Methods, low four bits of SornThresholdSpec.method (sorn_thhmethod_str
+ * names them); bit 4 takes every default and leaves the rest of the record
+ * unread. */
+#define SORN_THH_IMMEDIATE 0u
+#define SORN_THH_OTSU      3u
+#define SORN_THH_USTO      4u
+#define SORN_THH_BLUR      5u
+#define SORN_THH_DEFAULTS  16u
+
+/* The method record. For Otsu and usto: per channel the range of the
+ * histogram (lo NaN: the default, 0 to the type's top; lo infinite or above
+ * hi: the image is measured) and its bins (below 2: the default, 256 for
+ * u8, s16, s32 and 384 for the other types); usto's two boxes, size cells
+ * plane, rows, columns, channels (an empty blurSize makes usto plain Otsu).
+ * For the blur method the first 32 bytes of vrng hold instead one
+ * SornVolume, the blur box as a window (origin the anchor, size the size;
+ * zero sizes are the default box of 5 by 5): write it there with memcpy. */
+typedef struct SornThresholdSpec {
+  uint32_t method;
+  SornVrng vrng[4];
+  int32_t bins[4];
+  int32_t blurSize[4];
+  int32_t flatSize[4];
+} SornThresholdSpec;
+
+/* One condition. `value` is written where it holds: in a constant
+ * condition a NaN value means the threshold itself. A NaN thresh[0] makes
+ * the condition adaptive: the eight bytes of thresh[1] then hold a pointer
+ * to the SornArray of thresholds (write it with memcpy), of the image's
+ * type and channels, covering the region from its own first pixel. */
+typedef struct SornThresholdCriterion {
+  uint32_t op;
+  double thresh[4];
+  double value[4];
+} SornThresholdCriterion;
+
+/* SornThreshold: a null src thresholds dst in place (a null srcSite then
+ * takes dstRoi); a null spec is the immediate method. count is the number
+ * of conditions in criteria; the Otsu and blur methods take at most 2, and
+ * with none they make their own: below the threshold 0, at or above it the
+ * type's top (255 for u8, s16, s32, else 1.0). Elements that meet no
+ * condition are copied from the source. With two conditions the second sees
+ * the first one's output, unless the pair can be done in one pass.
+ * SornComputeThresholdByOtsu gives the threshold of each channel selected
+ * by flag bits 4-7 (0: all); vranges and bins are as in the method record,
+ * may be null, and take the ranges measured and the bins used. Otsu works
+ * on one-channel images: three or four channels answer SORN_ENOTSUP. */
+SornStatus SornThreshold(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                         const SornVolume *dstRoi, const SornVolume *srcSite,
+                         const SornThresholdSpec *spec, const SornThresholdCriterion *criteria,
+                         int32_t count);
+SornStatus SornComputeThresholdByOtsu(SornXE *xe, SornFlags flags, const SornArray *src,
+                                      const SornVolume *roi, double *thresholds,
+                                      SornVrng *vranges, int32_t *bins);
+
+/* The arguments the slice forms take from data. */
+typedef struct SornThresholdArgs {
+  const SornThresholdSpec *spec;
+  const SornThresholdCriterion *criteria;
+  int32_t count;
+  const struct SornSites *sites; /* the source's site pair, for the filters */
+} SornThresholdArgs;
+typedef struct SornOtsuArgs {
+  double *thresholds;
+  SornVrng *vranges;
+  int32_t *bins;
+} SornOtsuArgs;
+SornStatus SornTGAthreshold(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                            int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                            int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                            int32_t *strides1);
+SornStatus SornTGAcomputeThresholdByOtsu(SornXE *xe, SornFlags flags, void *data,
+                                         SornDimPack pack, int32_t *dims, uint32_t type0,
+                                         void *base0, int32_t *origin0, int32_t *strides0);
+
+/* Type-generic layer (bases moved to their origins) and dispatchers. The
+ * method forms take the source's site pair; dst and src have one type. */
+#define SORN_THRESHOLD_LAYERS_DECL(name)                                                      \
+  SornStatus sorna_##name(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
+                          uint32_t type, void *dst, const int32_t *dstorigin,                 \
+                          const int32_t *dststrides, const void *src,                         \
+                          const int32_t *srcorigin, const int32_t *srcstrides,                \
+                          const SornThresholdCriterion *criteria, int32_t count);             \
+  SornStatus sorna__##name(SornXE *xe, SornFlags flags, SornDimPack pack,                     \
+                           const int32_t *dims, uint32_t type, void *dst,                     \
+                           const int32_t *dststrides, const void *src,                        \
+                           const int32_t *srcstrides, const SornThresholdCriterion *criteria, \
+                           int32_t count);
+#define SORN_ETHRESHOLD_LAYERS_DECL(name)                                                     \
+  SornStatus sorna_##name(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
+                          uint32_t type, void *dst, const int32_t *dstorigin,                 \
+                          const int32_t *dststrides, const void *src,                         \
+                          const int32_t *srcorigin, const int32_t *srcstrides,                \
+                          const SornThresholdSpec *spec,                                      \
+                          const SornThresholdCriterion *criteria, int32_t count,              \
+                          const struct SornSites *sites);                                     \
+  SornStatus sorna__##name(SornXE *xe, SornFlags flags, SornDimPack pack,                     \
+                           const int32_t *dims, uint32_t type, void *dst,                     \
+                           const int32_t *dststrides, const void *src,                        \
+                           const int32_t *srcstrides, const SornThresholdSpec *spec,          \
+                           const SornThresholdCriterion *criteria, int32_t count,             \
+                           const struct SornSites *sites);
+SORN_THRESHOLD_LAYERS_DECL(threshold)
+SORN_THRESHOLD_LAYERS_DECL(sheer_threshold_n1)
+SORN_THRESHOLD_LAYERS_DECL(sheer_threshold_n2)
+SORN_THRESHOLD_LAYERS_DECL(adaptive_threshold_n1)
+SORN_THRESHOLD_LAYERS_DECL(adaptive_threshold_n2)
+SORN_ETHRESHOLD_LAYERS_DECL(ethreshold)
+SORN_ETHRESHOLD_LAYERS_DECL(ethreshold_otsu)
+SORN_ETHRESHOLD_LAYERS_DECL(ethreshold_usto)
+SORN_ETHRESHOLD_LAYERS_DECL(ethreshold_blur)
+#undef SORN_THRESHOLD_LAYERS_DECL
+#undef SORN_ETHRESHOLD_LAYERS_DECL
+SornStatus sorna_compute_threshold_otsu(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                        const int32_t *dims, uint32_t type, const void *src,
+                                        const int32_t *origin, const int32_t *strides,
+                                        double *thresholds, SornVrng *vranges, int32_t *bins);
+SornStatus sorna__compute_threshold_otsu(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                         const int32_t *dims, uint32_t type, const void *src,
+                                         const int32_t *strides, double *thresholds,
+                                         SornVrng *vranges, int32_t *bins);
+
+/* The Otsu threshold of one filled histogram, in double precision over the
+ * values i * width + low of its bins: the bin that best parts the pixels
+ * into two classes (a later bin must beat the best by more than 2^-23),
+ * plus one bin width less 2^-23, so that "less than" the result takes that
+ * bin's class below. The _i form rounds it to nearest. */
+double sorna_calculate_threshold_otsu_f(const struct SornHist *hist);
+double sorna_calculate_threshold_otsu_i(const struct SornHist *hist);
 
 /* ---------------- Sort and search ----------------
  * Sequences of n records of size bytes each from base, ordered by a

@@ -1,6 +1,7 @@
 // Sorn against OpenCV where both define a result the same way: saturating
 // arithmetic on 8- and 16-bit elements, float addition, histogram counts,
-// sums, means with and without a mask, fill. On random images of random
+// sums, means with and without a mask, fill, comparison masks, extremes
+// with their first places, Otsu's threshold. On random images of random
 // shapes (odd widths, 1 to 4 channels, padded rows) the outputs must agree
 // element for element. Where the two differ by design, the test says why
 // and checks only what they share.
@@ -537,6 +538,145 @@ TEST(OracleMser, FlatSquaresAreFoundWithTheirExactAreas) {
   // Nothing else is stable in this picture for Sorn: the grey background
   // is too large, and the root is never a candidate.
   EXPECT_EQ(sorn_areas, areas);
+}
+
+// ---------------------------------------------------------------- comparison
+
+// Integer sources compare exactly in both, and both write 255 where the
+// comparison holds. OpenCV's operators 0..5 are Sorn's codes 3, 6, 7, 4, 5, 8.
+const int kCvOps[6] = {cv::CMP_EQ, cv::CMP_GT, cv::CMP_GE, cv::CMP_LT, cv::CMP_LE, cv::CMP_NE};
+const uint32_t kSornOps[6] = {SORN_CMP_EQ, SORN_CMP_GT, SORN_CMP_GE,
+                              SORN_CMP_LT, SORN_CMP_LE, SORN_CMP_NE};
+
+TEST(OracleCompare, IntegerImagesMatchCvCompare) {
+  auto rng = rng_for("compare");
+  Env env;
+  for (int depth : {CV_8U, CV_16S, CV_32S})
+    for (int i = 0; i < 30; ++i) {
+      const Shape s = random_shape(rng);
+      const int type = CV_MAKETYPE(depth, s.channels);
+      cv::Mat a = padded(s.rows, s.cols, type, rng), b = padded(s.rows, s.cols, type, rng);
+      // A narrow range makes equal elements common.
+      fill_random(a, rng, -3, 4);
+      fill_random(b, rng, -3, 4);
+      cv::Mat d = padded(s.rows, s.cols, CV_MAKETYPE(CV_8U, s.channels), rng), c;
+      const SornArray ra = rec_of(a), rb = rec_of(b), rd = rec_of(d);
+      for (int k = 0; k < 6; ++k) {
+        ASSERT_EQ(SornCompare(&env.xe, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, kSornOps[k]),
+                  SORN_OK);
+        cv::compare(a.reshape(1), b.reshape(1), c, kCvOps[k]);
+        expect_same(d.reshape(1), c, "SornCompare");
+      }
+    }
+}
+
+TEST(OracleCompare, ByteImagesAgainstAnIntegerConstantMatchCvCompare) {
+  // Below and above the table limit. OpenCV takes a fractional constant
+  // by its own rounding rule for each operator; Sorn rounds it to nearest
+  // into the source type first: only integral constants are shared.
+  auto rng = rng_for("compareC");
+  Env env;
+  for (int cols : {100, 300}) {
+    cv::Mat a = padded(64, cols, CV_8UC1, rng);
+    fill_random(a, rng, 0, 256);
+    cv::Mat d = padded(64, cols, CV_8UC1, rng), c;
+    const SornArray ra = rec_of(a), rd = rec_of(d);
+    for (int k = 0; k < 6; ++k)
+      for (double v : {0.0, 1.0, 77.0, 254.0, 255.0}) {
+        ASSERT_EQ(SornCompareC(&env.xe, 0, &rd, &ra, &v, nullptr, nullptr, kSornOps[k]), SORN_OK);
+        cv::compare(a, cv::Scalar(v), c, kCvOps[k]);
+        expect_same(d, c, "SornCompareC");
+      }
+  }
+}
+
+TEST(OracleCompare, FloatsApartMoreThanTheToleranceMatchCvCompare) {
+  // Sorn compares floats within 1.1920929e-7, OpenCV exactly: on values
+  // that are equal or further apart than that, they agree.
+  auto rng = rng_for("compare f32");
+  Env env;
+  for (int i = 0; i < 30; ++i) {
+    const Shape s = random_shape(rng);
+    cv::Mat a = padded(s.rows, s.cols, CV_32FC1, rng), b = padded(s.rows, s.cols, CV_32FC1, rng);
+    // Quarters: two values are equal or a quarter apart.
+    for (int y = 0; y < s.rows; ++y)
+      for (int x = 0; x < s.cols; ++x) {
+        a.at<float>(y, x) = 0.25f * (float)((int)(rng() % 9) - 4);
+        b.at<float>(y, x) = 0.25f * (float)((int)(rng() % 9) - 4);
+      }
+    cv::Mat d(s.rows, s.cols, CV_8UC1), c;
+    const SornArray ra = rec_of(a), rb = rec_of(b), rd = rec_of(d);
+    for (int k = 0; k < 6; ++k) {
+      ASSERT_EQ(SornCompare(&env.xe, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, kSornOps[k]),
+                SORN_OK);
+      cv::compare(a, b, c, kCvOps[k]);
+      expect_same(d, c, "SornCompare f32");
+    }
+  }
+}
+
+// ---------------------------------------------------------------- min and max
+
+TEST(OracleMinmax, ValuesAndFirstPlacesMatchMinMaxLoc) {
+  // Both give the first occurrence in row order. Sorn also ends its walk
+  // once the type's ends are reached, which changes nothing here.
+  auto rng = rng_for("minmax");
+  Env env;
+  for (int depth : {CV_8U, CV_16S, CV_32S, CV_32F})
+    for (int i = 0; i < 40; ++i) {
+      const Shape s = random_shape(rng);
+      cv::Mat a = padded(s.rows, s.cols, CV_MAKETYPE(depth, 1), rng);
+      fill_random(a, rng, -20, 20 + (double)(rng() % 200));
+      SornMinmaxRec r;
+      std::memset(&r, 0, sizeof r);
+      r.what = SORN_MINMAX_POSITIONS | SORN_MINMAX_MINCOL | SORN_MINMAX_MAXCOL;
+      const SornArray ra = rec_of(a);
+      ASSERT_EQ(SornMinmax(&env.xe, 0, &ra, nullptr, &r), SORN_OK);
+      double mn, mx;
+      cv::Point pmin, pmax;
+      cv::minMaxLoc(a, &mn, &mx, &pmin, &pmax);
+      const double smin = depth == CV_32F ? r.min[0].fvalue : r.min[0].ivalue;
+      const double smax = depth == CV_32F ? r.max[0].fvalue : r.max[0].ivalue;
+      EXPECT_EQ(smin, mn);
+      EXPECT_EQ(smax, mx);
+      EXPECT_EQ(r.min[0].col, pmin.x);
+      EXPECT_EQ(r.min[0].row, pmin.y);
+      EXPECT_EQ(r.max[0].col, pmax.x);
+      EXPECT_EQ(r.max[0].row, pmax.y);
+    }
+}
+
+// ---------------------------------------------------------------- Otsu
+
+TEST(OracleOtsu, U8ThresholdsAndResultsMatchCvThreshold) {
+  // OpenCV's Otsu threshold t puts the values up to t below; Sorn's is
+  // just under t + 1 and puts the values below it below, so the two part
+  // the pixels alike. Both keep the first of equal scores (Sorn unless a
+  // later one is better by more than 2^-23, on unnormalised scores): images
+  // of well-parted levels have no near ties.
+  auto rng = rng_for("otsu");
+  Env env;
+  for (int i = 0; i < 30; ++i) {
+    const int rows = 20 + (int)(rng() % 60), cols = 20 + (int)(rng() % 90);
+    cv::Mat a(rows, cols, CV_8UC1);
+    const int lo = (int)(rng() % 80), hi = 140 + (int)(rng() % 80), spread = 5 + (int)(rng() % 25);
+    for (int y = 0; y < rows; ++y)
+      for (int x = 0; x < cols; ++x)
+        a.at<uint8_t>(y, x) = (uint8_t)((rng() % 3 ? lo : hi) + (int)(rng() % (uint64_t)spread));
+    const SornArray ra = rec_of(a);
+    double t = 0;
+    ASSERT_EQ(SornComputeThresholdByOtsu(&env.xe, 0, &ra, nullptr, &t, nullptr, nullptr), SORN_OK);
+    cv::Mat c;
+    const double cvt = cv::threshold(a, c, 0, 255, cv::THRESH_BINARY | cv::THRESH_OTSU);
+    EXPECT_EQ(std::floor(t), cvt) << i;
+    cv::Mat d(rows, cols, CV_8UC1);
+    const SornArray rd = rec_of(d);
+    SornThresholdSpec spec;
+    std::memset(&spec, 0, sizeof spec);
+    spec.method = SORN_THH_OTSU | SORN_THH_DEFAULTS;
+    ASSERT_EQ(SornThreshold(&env.xe, 0, &rd, &ra, nullptr, nullptr, &spec, nullptr, 0), SORN_OK);
+    expect_same(d, c, "SornThreshold with Otsu");
+  }
 }
 
 }  // namespace

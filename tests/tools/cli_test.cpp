@@ -49,7 +49,7 @@ TEST(ToolHelp, ListsEveryCommand) {
   ToolRun r = run_tool({"--help"});
   EXPECT_EQ(r.code, 0);
   EXPECT_EQ(r.err, "");
-  for (const char *c : {"mser", "hist", "stats", "add"}) {
+  for (const char *c : {"mser", "hist", "stats", "add", "threshold"}) {
     EXPECT_NE(r.out.find(std::string("  ") + c + " "), std::string::npos) << c;
   }
 }
@@ -168,7 +168,7 @@ TEST(ToolStats, SumAndMeanOfEachChannel) {
   EXPECT_EQ(number_after(r.out, "green "), 120);       // 4 * (0+10+20)
   EXPECT_EQ(number_after(r.out, "blue "), 2400);
   auto lines = lines_of(r.out);
-  ASSERT_EQ(lines.size(), 5u) << r.out;
+  ASSERT_EQ(lines.size(), 9u) << r.out;  // image, sums and means, extremes
   std::istringstream red(lines[2]);
   std::string name;
   double sum, mean;

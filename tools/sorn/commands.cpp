@@ -8,8 +8,11 @@ const std::vector<Command> &commands() {
   static const std::vector<Command> table = {
       {"mser", "maximally stable extremal regions, drawn over the picture", kMserHelp, run_mser},
       {"hist", "256-bin histogram per channel, as a table and a bar plot", kHistHelp, run_hist},
-      {"stats", "sum and mean per channel, optionally under a mask", kStatsHelp, run_stats},
+      {"stats", "sum, mean, minimum and maximum per channel, optionally under a mask", kStatsHelp,
+       run_stats},
       {"add", "element-wise sum of two images", kAddHelp, run_add},
+      {"threshold", "black and white by a fixed threshold, Otsu's, or the local mean",
+       kThresholdHelp, run_threshold},
   };
   return table;
 }
