@@ -24,6 +24,7 @@
 
 #include <sorn.h>
 
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -125,57 +126,57 @@ struct Shaped;
 
 template <int B>
 struct Shaped<B, Shape::Same> {
-  static void copy(unsigned char *d, const unsigned char *s, int32_t n, int32_t) {
+  static void copy(unsigned char *d, const unsigned char *s, int32_t n) {
     std::memmove(d, s, (size_t)n * B);
   }
 };
 
 template <int B>
 struct Shaped<B, Shape::Halve> {
-  static void copy(unsigned char *d, const unsigned char *s, int32_t n, int32_t) {
+  static void copy(unsigned char *d, const unsigned char *s, int32_t n) {
     for (int32_t k = 0; k < n; ++k) copy_unit<B>(d + (size_t)k * B, s + (size_t)k * 2 * B);
   }
 };
 
-// Four destination pixels from source pixels 0, 0, 1, 2 of each pair.
+// Four destination pixels from source pixels 0, 0, 1, 2 of each pair (n
+// is a multiple of four).
 template <int B>
 struct Shaped<B, Shape::Twice> {
-  static void copy(unsigned char *d, const unsigned char *s, int32_t n, int32_t) {
+  static void copy(unsigned char *d, const unsigned char *s, int32_t n) {
     for (int32_t k = 0; k < n / 4; ++k) {
-      unsigned char *o = d + (size_t)k * 4 * B;
-      const unsigned char *i = s + (size_t)k * 2 * B;
-      copy_unit<B>(o, i);
-      copy_unit<B>(o + B, i);
-      copy_unit<B>(o + 2 * B, i + B);
-      copy_unit<B>(o + 3 * B, i + 2 * B);
+      copy_unit<B>(d + (size_t)(4 * k) * B, s + (size_t)(2 * k) * B);
+      copy_unit<B>(d + (size_t)(4 * k + 1) * B, s + (size_t)(2 * k) * B);
+      copy_unit<B>(d + (size_t)(4 * k + 2) * B, s + (size_t)(2 * k + 1) * B);
+      copy_unit<B>(d + (size_t)(4 * k + 3) * B, s + (size_t)(2 * k + 2) * B);
     }
   }
 };
 
-// Bytes: a four-byte group is built from the byte pair of its block and the
-// first byte of the next pair, which the vectoriser widens and shifts as
-// lanes. The next pair is read whole, so the last block whose next pair
-// would reach past the row (avail bytes from s) is left to the walk.
+// Bytes, where the machine stores the low byte first: a group of four is
+// one 32-bit lane, built from the byte pair of its block and the first byte
+// of the next pair, so that the vectoriser widens and shifts lanes instead
+// of permuting bytes. The last block reads its third byte alone, so that
+// nothing past the span is read.
 template <>
 struct Shaped<1, Shape::Twice> {
-  static void copy(unsigned char *d, const unsigned char *s, int32_t n, int32_t avail) {
-    int32_t blocks = n / 4;
-    const int32_t whole = (avail - 2) / 2;  // blocks whose next pair lies inside
-    if (blocks > whole) blocks = whole > 0 ? whole : 0;
-    for (int32_t k = 0; k < blocks; ++k) {
-      uint16_t a, b;
-      std::memcpy(&a, s + 2 * k, 2);
-      std::memcpy(&b, s + 2 * k + 2, 2);
-      const uint32_t lo = (uint32_t)(a & 0xffu), hi = (uint32_t)(a >> 8);
-      const uint32_t out = lo | lo << 8 | hi << 16 | (uint32_t)(b & 0xffu) << 24;
-      unsigned char q[4];
-      q[0] = (unsigned char)out;
-      q[1] = (unsigned char)(out >> 8);
-      q[2] = (unsigned char)(out >> 16);
-      q[3] = (unsigned char)(out >> 24);
-      std::memcpy(d + 4 * k, q, 4);
+  static void copy(unsigned char *d, const unsigned char *s, int32_t n) {
+    const int32_t blocks = n / 4;
+    if constexpr (std::endian::native == std::endian::little) {
+      for (int32_t k = 0; k + 1 < blocks; ++k) {
+        uint16_t a, b;
+        std::memcpy(&a, s + 2 * k, 2);
+        std::memcpy(&b, s + 2 * k + 2, 2);
+        const uint32_t lo = a & 0xffu, hi = (uint32_t)a >> 8;
+        const uint32_t out = lo | lo << 8 | hi << 16 | (uint32_t)(b & 0xffu) << 24;
+        std::memcpy(d + 4 * k, &out, 4);
+      }
     }
-    for (int32_t j = 4 * blocks; j < n; ++j) d[j] = s[shaped_column<Shape::Twice>(j)];
+    const int32_t k0 = std::endian::native == std::endian::little && blocks > 0 ? blocks - 1 : 0;
+    for (int32_t k = k0; k < blocks; ++k) {
+      d[4 * k] = d[4 * k + 1] = s[2 * k];
+      d[4 * k + 2] = s[2 * k + 1];
+      d[4 * k + 3] = s[2 * k + 2];
+    }
   }
 };
 
@@ -201,6 +202,20 @@ constexpr int32_t kStopMargin = 96;
 // distance, or a rounding down below the row's start), and a prefetch never
 // faults.
 inline void prefetch_at(uintptr_t a) { __builtin_prefetch(reinterpret_cast<const void *>(a), 0, 3); }
+constexpr uintptr_t line_of(uintptr_t a) { return a & ~(uintptr_t)(kLine - 1); }
+inline uintptr_t address(const unsigned char *p) { return reinterpret_cast<uintptr_t>(p); }
+
+// Every line from the one holding lo to the one holding hi.
+inline void prefetch_lines(uintptr_t lo, uintptr_t hi) {
+  for (uintptr_t x = line_of(lo); x <= hi; x += kLine) prefetch_at(x);
+}
+
+template <Prefetch K>
+constexpr uintptr_t ahead(const unsigned char *p) {
+  uintptr_t a = address(p) + (uintptr_t)K.distance;
+  if constexpr (K.align > 0) a &= ~(uintptr_t)(K.align - 1);
+  return a;
+}
 
 // The prefetches of one round whose first source pixel is at p, in a row
 // from row to end; next is the next source row to be used, or null.
@@ -209,45 +224,86 @@ inline void prefetch_round(const unsigned char *p, const unsigned char *row,
                            const unsigned char *end, const unsigned char *next) {
   if constexpr (K.lines > 0 || K.next > 0) {
     if (end - p < K.distance + kStopMargin) return;
-    uintptr_t a = reinterpret_cast<uintptr_t>(p) + (uintptr_t)K.distance;
-    if constexpr (K.align > 0) a &= ~(uintptr_t)(K.align - 1);
+    const uintptr_t a = ahead<K>(p);
     for (int32_t l = 0; l < K.lines; ++l) prefetch_at(a + (uintptr_t)(l * kLine));
     if (next != nullptr) {
-      const uintptr_t b = a - reinterpret_cast<uintptr_t>(row) + reinterpret_cast<uintptr_t>(next);
+      const uintptr_t b = a - address(row) + address(next);
       for (int32_t l = 0; l < K.next; ++l) prefetch_at(b + (uintptr_t)(l * kLine));
     }
   }
 }
 
-// Destination pixels per chunk of a shaped span: whole rounds, at least a
-// line of the destination, so that the copy runs as long vector loops with
-// the rounds' prefetches issued in front of it.
+// Destination pixels per chunk of a shaped span: whole rounds, about a
+// kilobyte of the destination, so that the copy runs as long vector loops
+// with the rounds' prefetches issued in front of them.
 template <int B, Prefetch K>
 constexpr int32_t chunk_pixels() {
-  const int32_t rounds = kLine / (K.round * B);
+  const int32_t rounds = 16 * kLine / (K.round * B);
   return K.round * (rounds > 1 ? rounds : 1);
 }
 
 /* ---------------- one row ---------------- */
 
-// The shaped span of a row, in chunks; answers how many pixels it copied.
+// Source pixels per four destination pixels of a shape: a round starting
+// at a multiple of four reads from there on, linearly.
+template <Shape S>
+constexpr int32_t per_four() {
+  return S == Shape::Same ? 4 : S == Shape::Halve ? 8 : 2;
+}
+
+// The shaped span of a row, in chunks (the last may be shorter).
+//
+// A shaped round starts a fixed number of source bytes after the one
+// before, so the lines its prefetches name follow on from the previous
+// round's. Where they join without a gap, the prefetches of a chunk's
+// rounds are the lines from the first round's first to the last round's
+// last, each asked for once instead of once for every round that names it
+// (rounds that advance less than a line name the same line again). The
+// pixels of a round lie side by side, so prefetching each of them at its
+// own address is prefetching each of their lines.
 template <int B, Prefetch K, Shape S>
-inline int32_t copy_shaped(unsigned char *d, const unsigned char *row, const unsigned char *end,
-                           const unsigned char *next, int32_t span) {
+inline void copy_shaped(unsigned char *d, const unsigned char *row, const unsigned char *end,
+                        const unsigned char *next, int32_t span) {
   constexpr int32_t C = chunk_pixels<B, K>();
   static_assert(C % 4 == 0, "a chunk holds whole groups of four");
-  int32_t j = 0;
-  for (; j + C <= span; j += C) {
+  constexpr bool fetches = K.lines > 0 || K.next > 0;
+  static_assert(!(fetches || K.each) || K.round % 4 == 0,
+                "prefetching rounds hold whole groups of four");
+  // Source bytes from one round's first pixel to the next round's.
+  constexpr ptrdiff_t advance = (ptrdiff_t)(K.round * per_four<S>() / 4) * B;
+  // The largest step between the first lines two rounds prefetch.
+  constexpr ptrdiff_t stride =
+      K.align > 0 ? (advance + K.align - 1) / K.align * K.align : advance;
+  constexpr bool joined =
+      (K.lines == 0 || stride <= K.lines * kLine) && (K.next == 0 || stride <= K.next * kLine);
+  for (int32_t j = 0; j < span;) {
+    const int32_t n = span - j < C ? span - j : C;
     const unsigned char *s = row + (size_t)shaped_column<S>(j) * B;
-    for (int32_t r = 0; r < C; r += K.round) {
-      prefetch_round<K>(row + (size_t)shaped_column<S>(j + r) * B, row, end, next);
-      if constexpr (K.each)
-        for (int32_t k = 0; k < K.round; ++k)
-          prefetch_at(reinterpret_cast<uintptr_t>(row + (size_t)shaped_column<S>(j + r + k) * B));
+    if constexpr (fetches && joined) {
+      // Rounds whose first pixel leaves room for the distance.
+      const ptrdiff_t room = end - s - (K.distance + kStopMargin);
+      if (room >= 0) {
+        const int32_t rounds = (n + K.round - 1) / K.round;
+        const int32_t last = room / advance < rounds - 1 ? (int32_t)(room / advance) : rounds - 1;
+        const uintptr_t a0 = ahead<K>(s), a1 = ahead<K>(s + last * advance);
+        if constexpr (K.lines > 0) prefetch_lines(a0, a1 + (uintptr_t)((K.lines - 1) * kLine));
+        if constexpr (K.next > 0) {
+          if (next != nullptr) {
+            const uintptr_t shift = address(next) - address(row);
+            prefetch_lines(a0 + shift, a1 + shift + (uintptr_t)((K.next - 1) * kLine));
+          }
+        }
+      }
+    } else if constexpr (fetches) {
+      for (int32_t r = 0; r < n; r += K.round) prefetch_round<K>(s + r / K.round * advance, row, end, next);
     }
-    Shaped<B, S>::copy(d + (size_t)j * B, s, C, (int32_t)(end - s));
+    if constexpr (K.each) {
+      const unsigned char *last = row + (size_t)shaped_column<S>(j + n - 1) * B + (B - 1);
+      prefetch_lines(address(s), address(last));
+    }
+    Shaped<B, S>::copy(d + (size_t)j * B, s, n);
+    j += n;
   }
-  return j;
 }
 
 // One destination row: the shaped span first, then the walk of the table
@@ -257,13 +313,14 @@ template <int B, Prefetch K>
 void copy_row(unsigned char *d, const unsigned char *row, const unsigned char *next,
               const uint32_t *table, int32_t width, int32_t srcWidth, Plan plan) {
   const unsigned char *const end = row + (size_t)srcWidth * B;
-  int32_t j = 0;
+  const int32_t j0 = plan.span;
   switch (plan.shape) {
-    case Shape::Same: j = copy_shaped<B, K, Shape::Same>(d, row, end, next, plan.span); break;
-    case Shape::Halve: j = copy_shaped<B, K, Shape::Halve>(d, row, end, next, plan.span); break;
-    case Shape::Twice: j = copy_shaped<B, K, Shape::Twice>(d, row, end, next, plan.span); break;
+    case Shape::Same: copy_shaped<B, K, Shape::Same>(d, row, end, next, j0); break;
+    case Shape::Halve: copy_shaped<B, K, Shape::Halve>(d, row, end, next, j0); break;
+    case Shape::Twice: copy_shaped<B, K, Shape::Twice>(d, row, end, next, j0); break;
     case Shape::Walk: break;
   }
+  int32_t j = j0;
   // The walk goes on from the pixel the span copied last.
   const unsigned char *p = row;
   if (j > 0) {

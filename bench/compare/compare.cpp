@@ -4,9 +4,10 @@
 // the date, to bench/RESULTS.md, and the ratios as a bar chart to
 // bench/compare/ratios.svg.
 //
-//   sorn_compare [--quick] [--samples N] [--photo FILE] [--out DIR] [--only sort]
+//   sorn_compare [--quick] [--samples N] [--photo FILE] [--out DIR] [--only sort|resize]
 //
-// --only sort times the sorting rows alone and prints them, writing nothing.
+// --only sort (or resize) times those rows alone and prints them, writing
+// nothing.
 // Each row times the Sorn call, the peer call and a memcpy that moves as
 // many bytes (read plus written) as the operation, in interleaved batches;
 // a batch runs long enough to be timed well, and the row reports the median
@@ -309,6 +310,40 @@ void add_timed_row(const std::string &op, int rows, int cols, const std::string 
               std::isnan(sorn_ms) ? "-" : fmt(sorn_ms / peer_ms, 2).c_str(), note.c_str());
   std::fflush(stdout);
   g_rows.push_back(r);
+}
+
+// ---------------------------------------------------------------- resizing
+
+// Nearest-neighbour resizing of u8 images of one and four channels by 1/2
+// and by 2, beside cv::resize with INTER_NEAREST. The two agree pixel for
+// pixel when shrinking; when enlarging they take their source pixels by
+// different rules (bench/compare/oracle_test.cpp names the difference),
+// and move the same bytes. The memcpy column moves what the resize reads
+// (the source rows it uses) plus what it writes.
+void resize_rows(const Scenes &scenes, int rows, int cols, int samples) {
+  Env env;
+  const cv::Mat grey = scenes.at(rows, cols, 4);
+  cv::Mat bgra;
+  cv::cvtColor(grey, bgra, cv::COLOR_GRAY2BGRA);
+  for (const cv::Mat *src : {&grey, (const cv::Mat *)&bgra}) {
+    const int ch = src->channels();
+    for (double f : {0.5, 2.0}) {
+      const int dw = (int)std::lround(cols * f), dh = (int)std::lround(rows * f);
+      cv::Mat ours(dh, dw, src->type()), theirs(dh, dw, src->type());
+      SornArray rs = rec_of(*src), rd = rec_of(ours);
+      const double factors[2] = {f, f};
+      const size_t row_bytes = (size_t)cols * ch;
+      const size_t read = (f < 1 ? (size_t)dh : (size_t)rows) * row_bytes;
+      const size_t written = (size_t)dw * dh * ch;
+      const std::string op = std::string("resize u8 ") + (ch == 1 ? "one channel" : "four channels") +
+                             (f < 1 ? ", x0.5" : ", x2");
+      add_row(op, rows, cols, "cv::resize NEAREST",
+              [&] { check(SornEResize(&env.xe, 0, &rd, &rs, nullptr, nullptr, 0, factors), "SornEResize"); },
+              [&] { cv::resize(*src, theirs, cv::Size(dw, dh), 0, 0, cv::INTER_NEAREST); },
+              read + written, f < 1 ? 0.6 : 0.3, samples,
+              f < 1 ? "same pixels as OpenCV" : "source pixels by its own rule (see oracle tests)");
+    }
+  }
 }
 
 // ---------------------------------------------------------------- sorting
@@ -711,7 +746,8 @@ void write_markdown(const std::string &path, const Options &opt, const Scenes &s
     << opt.samples << " batches. Times are of one call, in ms.\n\n";
   o << "Goals, on one thread: at 1920x1080 every element-wise operation, the histogram and the "
        "sum at most as slow as OpenCV (ratio <= 1.00); stable regions at least twice as fast as "
-       "OpenCV's on the same image (ratio <= 0.50); sorting a million records with a caller's "
+       "OpenCV's on the same image (ratio <= 0.50); nearest-neighbour resizing by 1/2 at most 0.6 "
+       "and by 2 at most 0.3 of OpenCV's time; sorting a million records with a caller's "
        "comparison at most as slow as the C library's qsort_r (ratio <= 1.00).\n\n";
   o << "Ratio is Sorn time over peer time: below 1.00 Sorn is faster. *memcpy* moves as many "
        "bytes (read plus written) as the operation does: the single-thread memory bandwidth "
@@ -758,7 +794,7 @@ int main(int argc, char **argv) {
     } else if (a == "--only" && i + 1 < argc) {
       opt.only = argv[++i];
     } else {
-      std::fprintf(stderr, "usage: %s [--quick] [--samples N] [--photo FILE] [--out DIR] [--only sort]\n", argv[0]);
+      std::fprintf(stderr, "usage: %s [--quick] [--samples N] [--photo FILE] [--out DIR] [--only sort|resize]\n", argv[0]);
       return 2;
     }
   }
@@ -776,8 +812,13 @@ int main(int argc, char **argv) {
     sort_rows(opt.samples);
     return g_failed ? 1 : 0;
   }
+  if (opt.only == "resize") {
+    for (const auto &s : sizes) resize_rows(scenes, s[0], s[1], opt.samples);
+    return g_failed ? 1 : 0;
+  }
   for (const auto &s : sizes) elementwise_rows(scenes, s[0], s[1], opt.samples);
   for (const auto &s : sizes) stats_rows(scenes, s[0], s[1], opt.samples);
+  for (const auto &s : sizes) resize_rows(scenes, s[0], s[1], opt.samples);
   // About 1 and 4 megapixels, in the photograph's proportions.
   const int msizes[2][2] = {{816, 1224}, {1632, 2448}};
   for (const auto &s : msizes) {
