@@ -306,6 +306,43 @@ inline void copy_shaped(unsigned char *d, const unsigned char *row, const unsign
   }
 }
 
+// The walk in rounds of K.round destination pixels, from pixel j on, with
+// p the source of the pixel before; answers where the rounds stopped.
+template <int B, Prefetch K>
+inline int32_t walk_rounds(unsigned char *d, const unsigned char *row, const unsigned char *end,
+                           const unsigned char *next, const uint32_t *table, int32_t width,
+                           int32_t j, const unsigned char *&p) {
+  for (; j + K.round <= width; j += K.round) {
+    prefetch_round<K>(p, row, end, next);
+    if constexpr (K.each || K.loads_first) {
+      const unsigned char *at[K.round];
+      for (int32_t w = 0; w < K.round / 4; ++w) {
+        uint32_t t = table[(j >> 2) + w];
+        for (int32_t k = 0; k < 4; ++k, t >>= 8) at[4 * w + k] = p += (size_t)(t & 255u) * B;
+      }
+      if constexpr (K.each)
+        for (int32_t k = 0; k < K.round; ++k) prefetch_at(address(at[k]));
+      if constexpr (K.loads_first) {
+        unsigned char held[K.round * B];
+        for (int32_t k = 0; k < K.round; ++k) copy_unit<B>(held + k * B, at[k]);
+        std::memcpy(d + (size_t)j * B, held, sizeof held);
+      } else {
+        for (int32_t k = 0; k < K.round; ++k) copy_unit<B>(d + (size_t)(j + k) * B, at[k]);
+      }
+    } else {
+      for (int32_t w = 0; w < K.round / 4; ++w) {
+        uint32_t t = table[(j >> 2) + w];
+        unsigned char *o = d + (size_t)(j + 4 * w) * B;
+        for (int32_t k = 0; k < 4; ++k, t >>= 8) {
+          p += (size_t)(t & 255u) * B;
+          copy_unit<B>(o + k * B, p);
+        }
+      }
+    }
+  }
+  return j;
+}
+
 // One destination row: the shaped span first, then the walk of the table
 // from where the span ended, in rounds, and a rest of fewer pixels than a
 // round one by one.
@@ -331,39 +368,7 @@ void copy_row(unsigned char *d, const unsigned char *row, const unsigned char *n
       case Shape::Walk: break;
     }
   }
-  if constexpr (K.round >= 4) {
-    for (; j + K.round <= width; j += K.round) {
-      prefetch_round<K>(p, row, end, next);
-      if constexpr (K.each || K.loads_first) {
-        const unsigned char *at[K.round];
-        for (int32_t w = 0; w < K.round / 4; ++w) {
-          uint32_t t = table[(j >> 2) + w];
-          for (int32_t k = 0; k < 4; ++k, t >>= 8) {
-            p += (size_t)(t & 255u) * B;
-            at[4 * w + k] = p;
-          }
-        }
-        if constexpr (K.each)
-          for (int32_t k = 0; k < K.round; ++k) prefetch_at(reinterpret_cast<uintptr_t>(at[k]));
-        if constexpr (K.loads_first) {
-          unsigned char held[K.round * B];
-          for (int32_t k = 0; k < K.round; ++k) copy_unit<B>(held + k * B, at[k]);
-          std::memcpy(d + (size_t)j * B, held, sizeof held);
-        } else {
-          for (int32_t k = 0; k < K.round; ++k) copy_unit<B>(d + (size_t)(j + k) * B, at[k]);
-        }
-      } else {
-        for (int32_t w = 0; w < K.round / 4; ++w) {
-          uint32_t t = table[(j >> 2) + w];
-          unsigned char *o = d + (size_t)(j + 4 * w) * B;
-          for (int32_t k = 0; k < 4; ++k, t >>= 8) {
-            p += (size_t)(t & 255u) * B;
-            copy_unit<B>(o + k * B, p);
-          }
-        }
-      }
-    }
-  }
+  if constexpr (K.round >= 4) j = walk_rounds<B, K>(d, row, end, next, table, width, j, p);
   for (; j < width; ++j) {
     p += (size_t)step_at(table, j) * B;
     copy_unit<B>(d + (size_t)j * B, p);
@@ -398,6 +403,18 @@ class Table {
 
 /* ---------------- a kernel ---------------- */
 
+// The bytes an operand of rows spans, lowest first, whatever the sign of
+// its row step.
+struct Span {
+  uintptr_t lo, hi;
+};
+inline Span span_of(const void *base, int32_t rows, int32_t step, size_t row_bytes) {
+  const uintptr_t b = reinterpret_cast<uintptr_t>(base);
+  const ptrdiff_t last = (ptrdiff_t)(rows - 1) * step;
+  const uintptr_t first = last < 0 ? b + (uintptr_t)last : b;
+  return {first, first + (uintptr_t)(last < 0 ? -last : last) + row_bytes};
+}
+
 template <int B, Prefetch K>
 SornStatus resize_rows(SornXE *xe, int32_t dstRows, int32_t dstCols, void *dst, int32_t dstStep,
                        int32_t srcRows, int32_t srcCols, const void *src, int32_t srcStep,
@@ -409,12 +426,26 @@ SornStatus resize_rows(SornXE *xe, int32_t dstRows, int32_t dstCols, void *dst, 
   const RowRule rule = row_rule(fy);
   unsigned char *const d = static_cast<unsigned char *>(dst);
   const unsigned char *const s = static_cast<const unsigned char *>(src);
-  int32_t sr = source_row(0, rule, srcRows);
+  const size_t row_bytes = (size_t)dstCols * B;
+  // A row whose source row is the row before's is a copy of the row
+  // before, when the table has to be walked for it and the destination
+  // does not overlap the source (in place, the row before may have
+  // written over its own source). Shaped rows are as fast to make again.
+  const Span ds = span_of(dst, dstRows, dstStep, row_bytes);
+  const Span ss = span_of(src, srcRows, srcStep, (size_t)srcCols * B);
+  const bool reuse = plan.span < dstCols && (ds.hi <= ss.lo || ss.hi <= ds.lo);
+  int32_t sr = source_row(0, rule, srcRows), before = -1;
   for (int32_t i = 0; i < dstRows; ++i) {
     const int32_t nr = i + 1 < dstRows ? source_row(i + 1, rule, srcRows) : sr;
-    const unsigned char *row = s + (ptrdiff_t)sr * srcStep;
-    const unsigned char *next = nr != sr ? s + (ptrdiff_t)nr * srcStep : nullptr;
-    copy_row<B, K>(d + (ptrdiff_t)i * dstStep, row, next, table.words(), dstCols, srcCols, plan);
+    unsigned char *out = d + (ptrdiff_t)i * dstStep;
+    if (reuse && sr == before) {
+      std::memcpy(out, out - dstStep, row_bytes);
+    } else {
+      const unsigned char *row = s + (ptrdiff_t)sr * srcStep;
+      const unsigned char *next = nr != sr ? s + (ptrdiff_t)nr * srcStep : nullptr;
+      copy_row<B, K>(out, row, next, table.words(), dstCols, srcCols, plan);
+    }
+    before = sr;
     sr = nr;
   }
   return SORN_OK;

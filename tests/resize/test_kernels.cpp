@@ -226,4 +226,33 @@ TEST(ResizeKernels, NothingToDoWritesNothing) {
   EXPECT_TRUE(env.at_mark());
 }
 
+
+// A destination row whose source row is the row before's is that row
+// copied; where destination and source share bytes, every row is made
+// from the source again, since the row before may have written over it.
+// In one buffer with the destination rows over the source's, the result
+// is that of making every pixel in order from the buffer as it stands.
+TEST(ResizeKernels, OverlappingRowsAreMadeAgainFromTheSource) {
+  // Columns shrink (each row reads at or ahead of where it writes) and rows
+  // repeat: a row made again from its source, which the row before has
+  // just overwritten, differs from a copy of the row before.
+  const int32_t sw = 14, sh = 10, dw = 10, dh = 13, stride = 16;
+  const double fx = 0.7, fy = 1.3;
+  for (int32_t shift : {0, 2, 5}) {
+    std::vector<uint8_t> buf((size_t)(shift + dh) * stride + 16);
+    for (size_t i = 0; i < buf.size(); ++i) buf[i] = (uint8_t)(i * 37 + 11);
+    std::vector<uint8_t> expected = buf;
+    const std::vector<int32_t> cols = resize_ref::served_columns(dw, fx, sw);
+    for (int32_t y = 0; y < dh; ++y)
+      for (int32_t x = 0; x < dw; ++x)
+        expected[(size_t)(shift + y) * stride + (size_t)x] =
+            expected[(size_t)resize_ref::row_by_rule(y, fy, sh) * stride + (size_t)cols[(size_t)x]];
+    Env env;
+    ASSERT_EQ(SORN_OK, __sorna__resize_nn_c1w8L16_10(env.xe(), dh, dw, buf.data() + shift * stride,
+                                                     stride, sh, sw, buf.data(), stride, fx, fy,
+                                                     nullptr));
+    EXPECT_EQ(expected, buf) << shift;
+  }
+}
+
 }  // namespace
