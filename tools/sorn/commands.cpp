@@ -10,6 +10,7 @@ const std::vector<Command> &commands() {
       {"hist", "256-bin histogram per channel, as a table and a bar plot", kHistHelp, run_hist},
       {"stats", "sum and mean per channel, optionally under a mask", kStatsHelp, run_stats},
       {"add", "element-wise sum of two images", kAddHelp, run_add},
+      {"resize", "nearest-neighbour resizing by factors or to a size", kResizeHelp, run_resize},
   };
   return table;
 }
