@@ -1,5 +1,7 @@
 // Add, saturating add and add-constant kernels with four-byte destinations (s32, f32).
-#include "arith/add_kernels.h"
+#include <sorn.h>
+
+#include "arith/addsub_kernels.h"
 
 #define SORN_KEEP_1(...)
 #define SORN_KEEP_2(...)

@@ -1,5 +1,8 @@
-// Subtract, reversed subtract, their saturating and constant kernels with four-byte destinations (s32, f32).
-#include "arith/add_kernels.h"
+// Subtract, reversed subtract, their saturating and constant kernels with four-byte destinations
+// (s32, f32).
+#include <sorn.h>
+
+#include "arith/addsub_kernels.h"
 
 #define SORN_KEEP_1(...)
 #define SORN_KEEP_2(...)

@@ -4,10 +4,9 @@
 
 #include <utility>
 
-#include "arith/dispatch2.h"
-#include "arith/dispatch2c.h"
+#include "arith/binary_dispatch.h"
 
-using namespace sorn_arith;
+using namespace sorn::arith;
 
 /* ---------------- kernel lookups ---------------- */
 
@@ -20,11 +19,11 @@ namespace {
 #define ADDC_ROW(d, a, t) SORN_TRIPLE_ROW(sorna__addC_c1_, d, a, t)
 #define ADDQC_ROW(d, a, t) SORN_TRIPLE_ROW(sorna__addqC_c1_, d, a, t)
 constexpr sorn::KernelRow<SornArith2Kernel> kAdd[] = {SORN_ADD_TRIPLES(ADD_ROW)};
-constexpr sorn::KernelRow<SornArith2Kernel> kAddq[] = {
-    SORN_ADDQ_OWN_TRIPLES(ADDQ_ROW) SORN_ADDQ_PLAIN_TRIPLES(ADD_ROW)};
+constexpr sorn::KernelRow<SornArith2Kernel> kAddq[] = {SORN_ADDQ_OWN_TRIPLES(ADDQ_ROW)
+                                                           SORN_ADDQ_PLAIN_TRIPLES(ADD_ROW)};
 constexpr sorn::KernelRow<SornArith2cKernel> kAddC[] = {SORN_ADDC_TRIPLES(ADDC_ROW)};
-constexpr sorn::KernelRow<SornArith2cKernel> kAddqC[] = {
-    SORN_ADDQC_OWN_TRIPLES(ADDQC_ROW) SORN_ADDQC_PLAIN_TRIPLES(ADDC_ROW)};
+constexpr sorn::KernelRow<SornArith2cKernel> kAddqC[] = {SORN_ADDQC_OWN_TRIPLES(ADDQC_ROW)
+                                                             SORN_ADDQC_PLAIN_TRIPLES(ADDC_ROW)};
 
 }  // namespace
 
@@ -35,59 +34,34 @@ SORN_TRIPLE_LOOKUP(sorna__aaddqcfun_imp, SornArith2cKernel, kAddqC)
 
 /* ---------------- dispatchers ---------------- */
 
-namespace {
-
-// Addition commutes: the sources are put in the order the kernels expect,
-// the wider first, a float before an integer of the same size.
-SornStatus add_family(Arith2Lookup lookup, SornXE *xe, SornFlags flags, SornDimPack pack,
-                      const int32_t *dims, uint32_t dsttype, void *dstptr,
-                      const int32_t *dststrides, uint32_t atype, const void *aptr,
-                      const int32_t *astrides, uint32_t btype, const void *bptr,
-                      const int32_t *bstrides, int32_t sf, uint32_t extra) {
-  if (wants_exchange_by_size(atype, btype)) {
-    std::swap(atype, btype);
-    std::swap(aptr, bptr);
-    std::swap(astrides, bstrides);
-  }
-  if (wants_exchange_by_float(atype, btype)) {
-    std::swap(atype, btype);
-    std::swap(aptr, bptr);
-    std::swap(astrides, bstrides);
-  }
-  return dispatch2(lookup, xe, flags, pack, dims, dsttype, dstptr, dststrides, atype, aptr,
-                   astrides, btype, bptr, bstrides, sf, extra);
-}
-
-}  // namespace
-
 SornStatus sorna__add(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                       uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
-                      const void *aptr, const int32_t *astrides, uint32_t btype,
-                      const void *bptr, const int32_t *bstrides, int32_t sf, uint32_t extra) {
-  return add_family(&sorna__aaddfun_imp, xe, flags, pack, dims, dsttype, dstptr, dststrides,
-                    atype, aptr, astrides, btype, bptr, bstrides, sf, extra);
+                      const void *aptr, const int32_t *astrides, uint32_t btype, const void *bptr,
+                      const int32_t *bstrides, int32_t sf, uint32_t extra) {
+  return dispatch_commuting(&sorna__aaddfun_imp, xe, flags, pack, dims, dsttype, dstptr, dststrides,
+                            atype, aptr, astrides, btype, bptr, bstrides, sf, extra);
 }
 
 SornStatus sorna__addq(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                        uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
-                       const void *aptr, const int32_t *astrides, uint32_t btype,
-                       const void *bptr, const int32_t *bstrides, int32_t sf, uint32_t extra) {
-  return add_family(&sorna__aaddqfun_imp, xe, flags, pack, dims, dsttype, dstptr, dststrides,
-                    atype, aptr, astrides, btype, bptr, bstrides, sf, extra);
+                       const void *aptr, const int32_t *astrides, uint32_t btype, const void *bptr,
+                       const int32_t *bstrides, int32_t sf, uint32_t extra) {
+  return dispatch_commuting(&sorna__aaddqfun_imp, xe, flags, pack, dims, dsttype, dstptr,
+                            dststrides, atype, aptr, astrides, btype, bptr, bstrides, sf, extra);
 }
 
 SornStatus sorna__addC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                        uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
                        const void *aptr, const int32_t *astrides, const double *cvec, int32_t sf,
                        uint32_t extra) {
-  return dispatch2c(&sorna__aaddcfun_imp, xe, flags, pack, dims, dsttype, dstptr, dststrides,
-                    atype, aptr, astrides, cvec, sf, extra);
+  return dispatch_constant(&sorna__aaddcfun_imp, xe, flags, pack, dims, dsttype, dstptr, dststrides,
+                           atype, aptr, astrides, cvec, sf, extra);
 }
 
 SornStatus sorna__addqC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                         uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
                         const void *aptr, const int32_t *astrides, const double *cvec, int32_t sf,
                         uint32_t extra) {
-  return dispatch2c(&sorna__aaddqcfun_imp, xe, flags, pack, dims, dsttype, dstptr, dststrides,
-                    atype, aptr, astrides, cvec, sf, extra);
+  return dispatch_constant(&sorna__aaddqcfun_imp, xe, flags, pack, dims, dsttype, dstptr,
+                           dststrides, atype, aptr, astrides, cvec, sf, extra);
 }

@@ -5,10 +5,9 @@
 
 #include <utility>
 
-#include "arith/dispatch2.h"
-#include "arith/dispatch2c.h"
+#include "arith/binary_dispatch.h"
 
-using namespace sorn_arith;
+using namespace sorn::arith;
 
 /* ---------------- kernel lookups ---------------- */
 
@@ -27,16 +26,16 @@ namespace {
 #define RSUBQC_ROW(d, a, t) SORN_TRIPLE_ROW(sorna__rsubqC_c1_, d, a, t)
 constexpr sorn::KernelRow<SornArith2Kernel> kSub[] = {SORN_ADD_TRIPLES(SUB_ROW)};
 constexpr sorn::KernelRow<SornArith2Kernel> kRSub[] = {SORN_ADD_TRIPLES(RSUB_ROW)};
-constexpr sorn::KernelRow<SornArith2Kernel> kSubq[] = {
-    SORN_ADDQ_OWN_TRIPLES(SUBQ_ROW) SORN_ADDQ_PLAIN_TRIPLES(SUB_ROW)};
-constexpr sorn::KernelRow<SornArith2Kernel> kRSubq[] = {
-    SORN_ADDQ_OWN_TRIPLES(RSUBQ_ROW) SORN_ADDQ_PLAIN_TRIPLES(RSUB_ROW)};
+constexpr sorn::KernelRow<SornArith2Kernel> kSubq[] = {SORN_ADDQ_OWN_TRIPLES(SUBQ_ROW)
+                                                           SORN_ADDQ_PLAIN_TRIPLES(SUB_ROW)};
+constexpr sorn::KernelRow<SornArith2Kernel> kRSubq[] = {SORN_ADDQ_OWN_TRIPLES(RSUBQ_ROW)
+                                                            SORN_ADDQ_PLAIN_TRIPLES(RSUB_ROW)};
 constexpr sorn::KernelRow<SornArith2cKernel> kSubC[] = {SORN_ADDC_TRIPLES(SUBC_ROW)};
 constexpr sorn::KernelRow<SornArith2cKernel> kRSubC[] = {SORN_ADDC_TRIPLES(RSUBC_ROW)};
-constexpr sorn::KernelRow<SornArith2cKernel> kSubqC[] = {
-    SORN_ADDQC_OWN_TRIPLES(SUBQC_ROW) SORN_ADDQC_PLAIN_TRIPLES(SUBC_ROW)};
-constexpr sorn::KernelRow<SornArith2cKernel> kRSubqC[] = {
-    SORN_ADDQC_OWN_TRIPLES(RSUBQC_ROW) SORN_ADDQC_PLAIN_TRIPLES(RSUBC_ROW)};
+constexpr sorn::KernelRow<SornArith2cKernel> kSubqC[] = {SORN_ADDQC_OWN_TRIPLES(SUBQC_ROW)
+                                                             SORN_ADDQC_PLAIN_TRIPLES(SUBC_ROW)};
+constexpr sorn::KernelRow<SornArith2cKernel> kRSubqC[] = {SORN_ADDQC_OWN_TRIPLES(RSUBQC_ROW)
+                                                              SORN_ADDQC_PLAIN_TRIPLES(RSUBC_ROW)};
 
 }  // namespace
 
@@ -75,32 +74,32 @@ SornStatus sub_pair(Arith2Lookup forward, Arith2Lookup reversed, SornXE *xe, Sor
     std::swap(astrides, bstrides);
     exchanged = !exchanged;
   }
-  return dispatch2(exchanged ? reversed : forward, xe, flags, pack, dims, dsttype, dstptr,
-                   dststrides, atype, aptr, astrides, btype, bptr, bstrides, sf, extra);
+  return dispatch_arrays(exchanged ? reversed : forward, xe, flags, pack, dims, dsttype, dstptr,
+                         dststrides, atype, aptr, astrides, btype, bptr, bstrides, sf, extra);
 }
 
 }  // namespace
 
 #define SORN_SUB_DISPATCHER(name, forward, reversed)                                           \
-  SornStatus name(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,         \
-                  uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,  \
-                  const void *aptr, const int32_t *astrides, uint32_t btype,                  \
-                  const void *bptr, const int32_t *bstrides, int32_t sf, uint32_t extra) {    \
-    return sub_pair(&forward, &reversed, xe, flags, pack, dims, dsttype, dstptr, dststrides,  \
-                    atype, aptr, astrides, btype, bptr, bstrides, sf, extra);                 \
+  SornStatus name(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,          \
+                  uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,   \
+                  const void *aptr, const int32_t *astrides, uint32_t btype, const void *bptr, \
+                  const int32_t *bstrides, int32_t sf, uint32_t extra) {                       \
+    return sub_pair(&forward, &reversed, xe, flags, pack, dims, dsttype, dstptr, dststrides,   \
+                    atype, aptr, astrides, btype, bptr, bstrides, sf, extra);                  \
   }
 SORN_SUB_DISPATCHER(sorna__sub, sorna__asubfun_imp, sorna__arsubfun_imp)
 SORN_SUB_DISPATCHER(sorna__rsub, sorna__arsubfun_imp, sorna__asubfun_imp)
 SORN_SUB_DISPATCHER(sorna__subq, sorna__asubqfun_imp, sorna__arsubqfun_imp)
 SORN_SUB_DISPATCHER(sorna__rsubq, sorna__arsubqfun_imp, sorna__asubqfun_imp)
 
-#define SORN_SUBC_DISPATCHER(name, lookup)                                                     \
-  SornStatus name(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,         \
-                  uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,  \
-                  const void *aptr, const int32_t *astrides, const double *cvec, int32_t sf,  \
-                  uint32_t extra) {                                                           \
-    return dispatch2c(&lookup, xe, flags, pack, dims, dsttype, dstptr, dststrides, atype,     \
-                      aptr, astrides, cvec, sf, extra);                                       \
+#define SORN_SUBC_DISPATCHER(name, lookup)                                                       \
+  SornStatus name(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,            \
+                  uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,     \
+                  const void *aptr, const int32_t *astrides, const double *cvec, int32_t sf,     \
+                  uint32_t extra) {                                                              \
+    return dispatch_constant(&lookup, xe, flags, pack, dims, dsttype, dstptr, dststrides, atype, \
+                             aptr, astrides, cvec, sf, extra);                                   \
   }
 SORN_SUBC_DISPATCHER(sorna__subC, sorna__asubcfun_imp)
 SORN_SUBC_DISPATCHER(sorna__rsubC, sorna__arsubcfun_imp)

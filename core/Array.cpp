@@ -13,7 +13,7 @@
 
 #include "core/VecSpaceUtils.h"
 
-using namespace sorn_core;
+using namespace sorn::core;
 
 namespace {
 
@@ -165,7 +165,8 @@ int sorn_arr__siteofAt_$g2(const SornArray *a, int32_t *o, int32_t *s, int32_t y
   return sorn_arr__siteofAt(a, 2, o, s, p);
 }
 
-SornVolume *sorn_arr_siteofAt_$gv(const SornArray *a, SornVolume *roi, int32_t n, const int32_t *v) {
+SornVolume *sorn_arr_siteofAt_$gv(const SornArray *a, SornVolume *roi, int32_t n,
+                                  const int32_t *v) {
   int32_t p[4];
   if ((n & 15) < 4) {
     sorn_vec_xassign(3, p, n, v);
@@ -245,15 +246,17 @@ SornVolume *sorn_arr_adjustRoi_$I(const SornArray *a, SornVolume *roi) {
   return roi;
 }
 
-SornVolume *sorn_arr_adjustRoi_I(const SornArray *a, SornVolume *roi) { return sorn_arr_adjustRoi_$I(a, roi); }
+SornVolume *sorn_arr_adjustRoi_I(const SornArray *a, SornVolume *roi) {
+  return sorn_arr_adjustRoi_$I(a, roi);
+}
 
 /* ---------------- negotiation ---------------- */
 
 // The first operand decides the extent; the second offers only a start
 // (the origin of its region; its size cells are never read) and an upper
 // bound.
-int sorn_arr__negotiateRoi(const SornArray *a, const SornArray *b, int32_t n, int32_t m, int32_t *oa,
-                           int32_t *sa, int32_t *ob, int32_t *sb, const int32_t *ra_o,
+int sorn_arr__negotiateRoi(const SornArray *a, const SornArray *b, int32_t n, int32_t m,
+                           int32_t *oa, int32_t *sa, int32_t *ob, int32_t *sb, const int32_t *ra_o,
                            const int32_t *ra_s, const int32_t *rb_at) {
   n = clamp_n(n);
   sorn_arr__adjorgetRoi(a, n, oa, sa, ra_o, ra_s);
@@ -308,8 +311,14 @@ int sorn_arr_negotiateRoiEx(const SornArray *a, const SornArray *b, SornVolume *
                             SornVolume *roiB, double *ratio, const SornVolume *inA,
                             const SornVolume *inB, int32_t m) {
   SornVolume ia, ib;
-  if (inA) ia = *inA; else sorn_arr_siteof(a, &ia);
-  if (inB) ib = *inB; else sorn_arr_siteof(b, &ib);
+  if (inA)
+    ia = *inA;
+  else
+    sorn_arr_siteof(a, &ia);
+  if (inB)
+    ib = *inB;
+  else
+    sorn_arr_siteof(b, &ib);
   if (m < 1 || m > 3) m = 3;
   return sorn_arr__negotiateRoiEx(a, b, 4, m, roiA->origin, roiA->size, roiB->origin, roiB->size,
                                   ratio, ia.origin, ia.size, ib.origin, ib.size);

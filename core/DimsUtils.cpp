@@ -8,7 +8,7 @@
 
 #include "core/VecSpaceUtils.h"
 
-using namespace sorn_core;
+using namespace sorn::core;
 
 namespace {
 
@@ -37,10 +37,18 @@ int32_t cells(SornDimPack pack) { return (pack_n(pack) + pack_off(pack)) & 15; }
 
 }  // namespace
 
-int32_t *__sorn_dims__$v(int32_t *out, int32_t n, const int32_t *v) { return expand_right(out, n & 15, v, 0); }
-int32_t *__sorn_dims__$gv(int32_t *out, int32_t n, const int32_t *v) { return expand_spatial(out, n & 15, v, 0); }
-int32_t *__sorn_Nvolume__$v(int32_t *out, int32_t n, const int32_t *v) { return expand_right(out, n & 15, v, 1); }
-int32_t *__sorn_Nvolume__$gv(int32_t *out, int32_t n, const int32_t *v) { return expand_spatial(out, n & 15, v, 1); }
+int32_t *__sorn_dims__$v(int32_t *out, int32_t n, const int32_t *v) {
+  return expand_right(out, n & 15, v, 0);
+}
+int32_t *__sorn_dims__$gv(int32_t *out, int32_t n, const int32_t *v) {
+  return expand_spatial(out, n & 15, v, 0);
+}
+int32_t *__sorn_Nvolume__$v(int32_t *out, int32_t n, const int32_t *v) {
+  return expand_right(out, n & 15, v, 1);
+}
+int32_t *__sorn_Nvolume__$gv(int32_t *out, int32_t n, const int32_t *v) {
+  return expand_spatial(out, n & 15, v, 1);
+}
 
 int32_t *__sorn_dims__$v$L(int32_t *out, SornDimPack pack, const int32_t *v) {
   return expand_right(out, cells(pack), lead(pack, v), 0);

@@ -9,7 +9,7 @@
 
 #include "core/VecSpaceUtils.h"
 
-using namespace sorn_core;
+using namespace sorn::core;
 
 /* ---------------- plain cell-wise vector arithmetic ---------------- */
 
@@ -54,45 +54,61 @@ int32_t *sorn_vec__add(int32_t n, int32_t *d, const int32_t *a, const int32_t *b
   for (int32_t i = 0; i < n; ++i) d[i] = wadd(a[i], b[i]);
   return d;
 }
-int32_t *sorn_vec__add_$I(int32_t n, int32_t *a, const int32_t *b) { return sorn_vec__add(n, a, a, b); }
+int32_t *sorn_vec__add_$I(int32_t n, int32_t *a, const int32_t *b) {
+  return sorn_vec__add(n, a, a, b);
+}
 int32_t *sorn_vec__add_$C(int32_t n, int32_t *d, const int32_t *a, int32_t x) {
   for (int32_t i = 0; i < n; ++i) d[i] = wadd(a[i], x);
   return d;
 }
-int32_t *sorn_vec__add_$C$I(int32_t n, int32_t *a, int32_t x) { return sorn_vec__add_$C(n, a, a, x); }
+int32_t *sorn_vec__add_$C$I(int32_t n, int32_t *a, int32_t x) {
+  return sorn_vec__add_$C(n, a, a, x);
+}
 
 int32_t *sorn_vec__sub(int32_t n, int32_t *d, const int32_t *a, const int32_t *b) {
   for (int32_t i = 0; i < n; ++i) d[i] = wsub(a[i], b[i]);
   return d;
 }
-int32_t *sorn_vec__sub_$I(int32_t n, int32_t *a, const int32_t *b) { return sorn_vec__sub(n, a, a, b); }
+int32_t *sorn_vec__sub_$I(int32_t n, int32_t *a, const int32_t *b) {
+  return sorn_vec__sub(n, a, a, b);
+}
 int32_t *sorn_vec__sub_$C(int32_t n, int32_t *d, const int32_t *a, int32_t x) {
   for (int32_t i = 0; i < n; ++i) d[i] = wsub(a[i], x);
   return d;
 }
-int32_t *sorn_vec__sub_$C$I(int32_t n, int32_t *a, int32_t x) { return sorn_vec__sub_$C(n, a, a, x); }
+int32_t *sorn_vec__sub_$C$I(int32_t n, int32_t *a, int32_t x) {
+  return sorn_vec__sub_$C(n, a, a, x);
+}
 
 int32_t *sorn_vec__rsb(int32_t n, int32_t *d, const int32_t *a, const int32_t *b) {
   for (int32_t i = 0; i < n; ++i) d[i] = wsub(b[i], a[i]);
   return d;
 }
-int32_t *sorn_vec__rsb_$I(int32_t n, int32_t *a, const int32_t *b) { return sorn_vec__rsb(n, a, a, b); }
+int32_t *sorn_vec__rsb_$I(int32_t n, int32_t *a, const int32_t *b) {
+  return sorn_vec__rsb(n, a, a, b);
+}
 int32_t *sorn_vec__rsb_$C(int32_t n, int32_t *d, const int32_t *a, int32_t x) {
   for (int32_t i = 0; i < n; ++i) d[i] = wsub(x, a[i]);
   return d;
 }
-int32_t *sorn_vec__rsb_$C$I(int32_t n, int32_t *a, int32_t x) { return sorn_vec__rsb_$C(n, a, a, x); }
+int32_t *sorn_vec__rsb_$C$I(int32_t n, int32_t *a, int32_t x) {
+  return sorn_vec__rsb_$C(n, a, a, x);
+}
 
 int32_t *sorn_vec__min(int32_t n, int32_t *d, const int32_t *a, const int32_t *b) {
   for (int32_t i = 0; i < n; ++i) d[i] = a[i] < b[i] ? a[i] : b[i];
   return d;
 }
-int32_t *sorn_vec__min_$I(int32_t n, int32_t *a, const int32_t *b) { return sorn_vec__min(n, a, a, b); }
+int32_t *sorn_vec__min_$I(int32_t n, int32_t *a, const int32_t *b) {
+  return sorn_vec__min(n, a, a, b);
+}
 int32_t *sorn_vec__max(int32_t n, int32_t *d, const int32_t *a, const int32_t *b) {
   for (int32_t i = 0; i < n; ++i) d[i] = a[i] > b[i] ? a[i] : b[i];
   return d;
 }
-int32_t *sorn_vec__max_$I(int32_t n, int32_t *a, const int32_t *b) { return sorn_vec__max(n, a, a, b); }
+int32_t *sorn_vec__max_$I(int32_t n, int32_t *a, const int32_t *b) {
+  return sorn_vec__max(n, a, a, b);
+}
 
 int sorn_vec__equal(int32_t n, const int32_t *a, const int32_t *b) {
   if (n < 1) return n == 0;
@@ -266,7 +282,7 @@ uint32_t spans_overlap(const Span &x, const Span &y) {
 Span make_span(const void *p, int32_t off, SornDimPack pack, const int32_t *o, const int32_t *s,
                const int32_t *st) {
   Span r;
-  r.start = (intptr_t)reinterpret_cast<uintptr_t>(p) + off + sorn_vec_mkloff_$LS(pack, o, st);
+  r.start = (intptr_t) reinterpret_cast<uintptr_t>(p) + off + sorn_vec_mkloff_$LS(pack, o, st);
   r.end = r.start + sorn_vec_mkloff_$LS(pack, s, st);
   r.n = pack_n(pack);
   r.s = s;
@@ -280,7 +296,8 @@ uint32_t sorn_xoverlappedLS(const void *p0, int32_t off0, SornDimPack pack0, con
                             const int32_t *s0, const int32_t *st0, const void *p1, int32_t off1,
                             SornDimPack pack1, const int32_t *o1, const int32_t *s1,
                             const int32_t *st1) {
-  return spans_overlap(make_span(p0, off0, pack0, o0, s0, st0), make_span(p1, off1, pack1, o1, s1, st1));
+  return spans_overlap(make_span(p0, off0, pack0, o0, s0, st0),
+                       make_span(p1, off1, pack1, o1, s1, st1));
 }
 
 uint32_t sorn_overlappedLS(SornDimPack pack, const int32_t *s, const void *p0, const int32_t *o0,
@@ -292,9 +309,9 @@ uint32_t sorn_overlappedLS(SornDimPack pack, const int32_t *s, const void *p0, c
 uint32_t sorn__overlapped(int32_t n, const int32_t *s, const void *p0, const int32_t *st0,
                           const void *p1, const int32_t *st1) {
   n &= 15;
-  Span x{(intptr_t)reinterpret_cast<uintptr_t>(p0), 0, n, s, st0};
+  Span x{(intptr_t) reinterpret_cast<uintptr_t>(p0), 0, n, s, st0};
   x.end = x.start + sorn_vec_mkloff(n, s, st0);
-  Span y{(intptr_t)reinterpret_cast<uintptr_t>(p1), 0, n, s, st1};
+  Span y{(intptr_t) reinterpret_cast<uintptr_t>(p1), 0, n, s, st1};
   y.end = y.start + sorn_vec_mkloff(n, s, st1);
   return spans_overlap(x, y);
 }

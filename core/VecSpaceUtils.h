@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace sorn_core {
+namespace sorn::core {
 
 // 32-bit wrapping cell arithmetic, done on unsigned words so that the wrap
 // is defined.
@@ -48,4 +48,4 @@ inline int intersect_cells(int32_t n, int32_t *oo, int32_t *so, const int32_t *o
   return ok;
 }
 
-}  // namespace sorn_core
+}  // namespace sorn::core

@@ -130,9 +130,7 @@ KuMark *SornXEgetmmsp(SornXE *xe, KuMark *mark) {
   return KuSMEMSTGgetstate(mark, SornXEmmstack(xe), 0);
 }
 
-void SornXEsetmmsp(SornXE *xe, const KuMark *mark) {
-  KuSMEMSTGsetstate(SornXEmmstack(xe), mark);
-}
+void SornXEsetmmsp(SornXE *xe, const KuMark *mark) { KuSMEMSTGsetstate(SornXEmmstack(xe), mark); }
 
 void *SornXEalloca(SornXE *xe, size_t size, size_t align) {
   return KuSMEMSTGaalloc(SornXEmmstack(xe), size, align ? align : kDefaultAlign, 0);

@@ -77,12 +77,12 @@ SornStatus invoke(SornPack *pack, int32_t mode, SornSlice *slice) {
   const SornSliceOperand *s = slice->op;
   switch (pack->count) {
     case 1:
-      return reinterpret_cast<SliceProc<1>>(pack->proc)(xe, flags, data, dp, dims, o[0].type, o[0].base,
-                                                 s[0].origin, s[0].strides);
+      return reinterpret_cast<SliceProc<1>>(pack->proc)(xe, flags, data, dp, dims, o[0].type,
+                                                        o[0].base, s[0].origin, s[0].strides);
     case 2:
-      return reinterpret_cast<SliceProc<2>>(pack->proc)(xe, flags, data, dp, dims, o[0].type, o[0].base,
-                                                 s[0].origin, s[0].strides, o[1].type, o[1].base,
-                                                 s[1].origin, s[1].strides);
+      return reinterpret_cast<SliceProc<2>>(pack->proc)(
+          xe, flags, data, dp, dims, o[0].type, o[0].base, s[0].origin, s[0].strides, o[1].type,
+          o[1].base, s[1].origin, s[1].strides);
     case 3:
       return reinterpret_cast<SliceProc<3>>(pack->proc)(
           xe, flags, data, dp, dims, o[0].type, o[0].base, s[0].origin, s[0].strides, o[1].type,

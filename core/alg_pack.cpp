@@ -97,8 +97,8 @@ SornPack *sorna_zip4packL(SornPack *pack, uint32_t tag, SornSliceProc proc, Sorn
                           int32_t *strides3, uint32_t type4, void *base4, int32_t *origin4,
                           int32_t *strides4) {
   sorna_zip3packL(pack, tag, proc, xe, flags, data, dimpack, keep, dims, type0, base0, origin0,
-                  strides0, type1, base1, origin1, strides1, type2, base2, origin2, strides2,
-                  type3, base3, origin3, strides3);
+                  strides0, type1, base1, origin1, strides1, type2, base2, origin2, strides2, type3,
+                  base3, origin3, strides3);
   put_operand(pack, 4, dimpack, type4, base4, origin4, strides4);
   return pack;
 }

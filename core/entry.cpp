@@ -34,14 +34,13 @@ SornStatus frame_call(const Call &c, SornSliceProc proc, Operand *const *ops, in
                      s[0], t[1], b[1], o[1], s[1], t[2], b[2], o[2], s[2]);
       break;
     case 4:
-      sorna_zip3packL(&pack, c.tag, proc, c.xe, c.flags, c.data, dp, c.keep, dims, t[0], b[0],
-                      o[0], s[0], t[1], b[1], o[1], s[1], t[2], b[2], o[2], s[2], t[3], b[3], o[3],
-                      s[3]);
+      sorna_zip3packL(&pack, c.tag, proc, c.xe, c.flags, c.data, dp, c.keep, dims, t[0], b[0], o[0],
+                      s[0], t[1], b[1], o[1], s[1], t[2], b[2], o[2], s[2], t[3], b[3], o[3], s[3]);
       break;
     default:
-      sorna_zip4packL(&pack, c.tag, proc, c.xe, c.flags, c.data, dp, c.keep, dims, t[0], b[0],
-                      o[0], s[0], t[1], b[1], o[1], s[1], t[2], b[2], o[2], s[2], t[3], b[3], o[3],
-                      s[3], t[4], b[4], o[4], s[4]);
+      sorna_zip4packL(&pack, c.tag, proc, c.xe, c.flags, c.data, dp, c.keep, dims, t[0], b[0], o[0],
+                      s[0], t[1], b[1], o[1], s[1], t[2], b[2], o[2], s[2], t[3], b[3], o[3], s[3],
+                      t[4], b[4], o[4], s[4]);
       break;
   }
   return sorna_call(&pack);

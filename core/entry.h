@@ -187,9 +187,9 @@ template <int N> using SliceProc = typename SliceProcOf<N>::type;
 struct Call {
   SornXE *xe;
   SornFlags flags;
-  uint32_t tag;    // the operation's four-character tag in the pack
-  void *data;      // the operation's own arguments, for the slice form
-  int32_t keep;    // cells the frame leaves to a slice: kKeepRow or kKeepRows
+  uint32_t tag;  // the operation's four-character tag in the pack
+  void *data;    // the operation's own arguments, for the slice form
+  int32_t keep;  // cells the frame leaves to a slice: kKeepRow or kKeepRows
 };
 // Dense planes merge into one long row: for operations that see only
 // elements (sums, fills).

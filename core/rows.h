@@ -13,9 +13,9 @@ namespace sorn {
 
 struct Rows {
   int32_t rows;
-  int32_t cols;      // pixels of a row
-  ptrdiff_t step;    // bytes from row to row of the operand
-  ptrdiff_t mstep;   // the same for a mask, 0 without one
+  int32_t cols;     // pixels of a row
+  ptrdiff_t step;   // bytes from row to row of the operand
+  ptrdiff_t mstep;  // the same for a mask, 0 without one
 };
 
 inline Rows rows_of(int32_t n, const int32_t *dims, const int32_t *strides,

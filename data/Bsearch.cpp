@@ -14,8 +14,7 @@ enum class Miss { Null, Next, Previous };
 // The first record is tested on its own: equal answers it, above the key
 // ends the search before the walk; the walk then halves records 1 to n - 1.
 template <Miss miss>
-void *walk(const void *key, const void *base, size_t n, size_t size, KuCompareProc cmp,
-           void *ctx) {
+void *walk(const void *key, const void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx) {
   const char *const rec = static_cast<const char *>(base);
   if (n == 0) return nullptr;
   int c = cmp(rec, key, ctx);

@@ -7,7 +7,7 @@
 #include <type_traits>
 #include <utility>
 
-namespace sorn_fill {
+namespace {
 
 // The arguments a masked fill carries through the frame. The first word is
 // the choice of mask form: 0 for the pixel mask, anything else for the
@@ -226,9 +226,7 @@ bool single_of_two(uint32_t type, int32_t nchan, SornFlags *flags, const double 
   return false;
 }
 
-}  // namespace sorn_fill
-
-using namespace sorn_fill;
+}  // namespace
 
 /* ---------------- the loops ---------------- */
 
@@ -256,9 +254,9 @@ SornStatus sorna__dofillxm(SornXE *xe, SornFlags flags, int32_t n, const int32_t
   return masked_fill<PixelRule>(flags, n, dims, dst, strides, mask, mstrides, vector, vector);
 }
 
-SornStatus sorna__dofillxm2(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
-                            void *dst, const int32_t *strides, const void *mask,
-                            const int32_t *mstrides, const void *vector1, const void *vector2) {
+SornStatus sorna__dofillxm2(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,
+                            const int32_t *strides, const void *mask, const int32_t *mstrides,
+                            const void *vector1, const void *vector2) {
   (void)xe;
   if (flags & SORN_F_INVMASK) std::swap(vector1, vector2);
   return masked_fill<PixelRule2>(flags, n, dims, dst, strides, mask, mstrides, vector1, vector2);
@@ -286,9 +284,9 @@ SornStatus sorna__dofillem(SornXE *xe, SornFlags flags, int32_t n, const int32_t
   return _T_sorna__dofillem(xe, flags, n, dims, dst, strides, mask, mstrides, vector);
 }
 
-SornStatus sorna__dofillem2(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
-                            void *dst, const int32_t *strides, const void *mask,
-                            const int32_t *mstrides, const void *vector1, const void *vector2) {
+SornStatus sorna__dofillem2(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,
+                            const int32_t *strides, const void *mask, const int32_t *mstrides,
+                            const void *vector1, const void *vector2) {
   (void)xe;
   if (flags & SORN_F_INVMASK) std::swap(vector1, vector2);
   return masked_fill<ElemRule2>(flags, n, dims, dst, strides, mask, mstrides, vector1, vector2);
@@ -433,8 +431,8 @@ SornStatus SornTGAfillEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pa
   if (args->two)
     return sorna_fillem2(xe, flags, pack, dims, type0, base0, origin0, strides0, type1, base1,
                          origin1, strides1, args->fvals1, args->fvals2);
-  return sorna_fillem(xe, flags, pack, dims, type0, base0, origin0, strides0, type1, base1,
-                      origin1, strides1, args->fvals1);
+  return sorna_fillem(xe, flags, pack, dims, type0, base0, origin0, strides0, type1, base1, origin1,
+                      strides1, args->fvals1);
 }
 
 /* ---------------- entries ---------------- */

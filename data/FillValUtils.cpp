@@ -22,8 +22,7 @@ int32_t round_i32(double v) {
 
 int32_t clamp_i(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : v > hi ? hi : v; }
 
-template <class T>
-void repeat(void *out, const T *pixel, int32_t nchan, size_t bytes) {
+template <class T> void repeat(void *out, const T *pixel, int32_t nchan, size_t bytes) {
   const size_t n = bytes / sizeof(T);
   T tmp[16];
   for (size_t i = 0; i < n; ++i) tmp[i] = pixel[i % (size_t)nchan];
@@ -99,10 +98,8 @@ SornStatus sorn_mkifillvalv16(SornElemType type, void *out, const double *fvals,
     case SORN_U64:
     case SORN_S64:
     case SORN_F64:
-    case 15:
-      return SORN_ENOTSUP;
-    default:
-      return SORN_EINVAL;
+    case 15: return SORN_ENOTSUP;
+    default: return SORN_EINVAL;
   }
 }
 
@@ -155,15 +152,39 @@ uint32_t *sorn_dupifillvalv6432(uint32_t *w, int32_t nchan) {
 SornStatus sorn_defillvals(SornElemType type, double *hi, double *lo, int32_t nchan) {
   double top, bottom;
   switch (type) {
-    case SORN_U8: top = 255.0; bottom = 0.0; break;
-    case SORN_U16: top = 65535.0; bottom = 0.0; break;
-    case SORN_U32: top = 4294967295.0; bottom = 0.0; break;
-    case SORN_S8: top = 127.0; bottom = -128.0; break;
-    case SORN_S16: top = 32767.0; bottom = -32768.0; break;
-    case SORN_S32: top = 2147483647.0; bottom = -2147483648.0; break;
+    case SORN_U8:
+      top = 255.0;
+      bottom = 0.0;
+      break;
+    case SORN_U16:
+      top = 65535.0;
+      bottom = 0.0;
+      break;
+    case SORN_U32:
+      top = 4294967295.0;
+      bottom = 0.0;
+      break;
+    case SORN_S8:
+      top = 127.0;
+      bottom = -128.0;
+      break;
+    case SORN_S16:
+      top = 32767.0;
+      bottom = -32768.0;
+      break;
+    case SORN_S32:
+      top = 2147483647.0;
+      bottom = -2147483648.0;
+      break;
     // Floats have no type limits worth filling with; they take the unit range.
-    case SORN_F32: top = 1.0; bottom = 0.0; break;
-    case SORN_U64: case SORN_S64: case SORN_F64: case 15: return SORN_ENOTSUP;
+    case SORN_F32:
+      top = 1.0;
+      bottom = 0.0;
+      break;
+    case SORN_U64:
+    case SORN_S64:
+    case SORN_F64:
+    case 15: return SORN_ENOTSUP;
     default: return SORN_EINVAL;
   }
   for (int32_t k = 0; k < nchan; ++k) {

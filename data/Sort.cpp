@@ -18,8 +18,7 @@ namespace sorn::sort {
 namespace {
 
 // Records of a size known when compiling.
-template <size_t N>
-struct FixedRecord {
+template <size_t N> struct FixedRecord {
   static constexpr size_t size() { return N; }
   static void swap(char *a, char *b) {
     unsigned char t[N];
@@ -51,8 +50,7 @@ struct AnyRecord {
 };
 
 // Calls f with the policy that fits records of `size` bytes.
-template <class F>
-void with_record(size_t size, F &&f) {
+template <class F> void with_record(size_t size, F &&f) {
   switch (size) {
     case 1: return f(FixedRecord<1>{});
     case 2: return f(FixedRecord<2>{});
@@ -65,8 +63,7 @@ void with_record(size_t size, F &&f) {
 }
 
 // Two records: one comparison, and a swap when they are out of order.
-template <class R>
-void sort_pair(char *base, R r, KuCompareProc cmp, void *ctx) {
+template <class R> void sort_pair(char *base, R r, KuCompareProc cmp, void *ctx) {
   if (cmp(base, base + r.size(), ctx) > 0) r.swap(base, base + r.size());
 }
 
@@ -81,8 +78,7 @@ void unchecked(Kernel kernel, char *base, size_t n, R r, KuCompareProc cmp, void
 
 // Selection: each place takes the first of the strictly smallest records
 // after it. Not stable; n(n-1)/2 comparisons whatever the order.
-template <class R>
-void select_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
+template <class R> void select_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
   if (n < 2) return;
   const size_t sz = r.size();
   char *const last = base + (n - 1) * sz;
@@ -100,8 +96,7 @@ constexpr auto kSelectSort = [](char *base, size_t n, auto r, KuCompareProc cmp,
 
 // Heap sort with records numbered from 1: the heap is built from record
 // n / 2 down, then the root is swapped behind the shrinking heap.
-template <class R>
-void heap_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
+template <class R> void heap_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
   if (n < 2) return;
   const size_t sz = r.size();
   auto at = [&](size_t k) { return base + (k - 1) * sz; };
@@ -126,8 +121,7 @@ void heap_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
 }
 
 // Three records by a network of two or three comparisons.
-template <class R>
-void sort_three(char *base, R r, KuCompareProc cmp, void *ctx) {
+template <class R> void sort_three(char *base, R r, KuCompareProc cmp, void *ctx) {
   const size_t sz = r.size();
   char *r0 = base, *r1 = base + sz, *r2 = base + 2 * sz;
   const int c1 = cmp(r0, r1, ctx), c2 = cmp(r1, r2, ctx);
@@ -156,8 +150,7 @@ constexpr auto kHeapSortSmall = [](char *base, size_t n, auto r, KuCompareProc c
 // place waits in a buffer while the records it passes shift up by one; the
 // buffer lives on the stack for records up to 256 bytes and on the heap
 // above. Without a heap buffer the sequence stays as it was.
-template <class R>
-void insert_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
+template <class R> void insert_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
   const size_t sz = r.size();
   alignas(16) unsigned char local[256];
   unsigned char *held = local;
@@ -202,8 +195,7 @@ constexpr auto kInsertSort = [](char *base, size_t n, auto r, KuCompareProc cmp,
 // inconsistent comparison from leading the scans out of the segment.
 constexpr uint32_t kDeepestLevel = 63;
 
-template <class R>
-void quick_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
+template <class R> void quick_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
   const ptrdiff_t sz = (ptrdiff_t)r.size();
   struct Segment {
     char *first;
@@ -253,8 +245,10 @@ void quick_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
       if (cmp(lo + j, z, ctx) < 0) {
         do {
           r.swap(lo + i, lo + j);
-          do i += sz; while (i < zo && cmp(lo + i, z, ctx) < 0);
-          do j -= sz; while (j >= 0 && cmp(lo + j, z, ctx) >= 0);
+          do i += sz;
+          while (i < zo && cmp(lo + i, z, ctx) < 0);
+          do j -= sz;
+          while (j >= 0 && cmp(lo + j, z, ctx) >= 0);
         } while (i < j);
         break;
       }
@@ -286,7 +280,8 @@ void quick_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
     // equal to it gather in front and the segment goes on after them.
     ptrdiff_t f = 0;
     if (at_first == 0) {
-      do f += sz; while (f < zo && cmp(lo + f, a, ctx) == 0);
+      do f += sz;
+      while (f < zo && cmp(lo + f, a, ctx) == 0);
       if (f == zo) {
         lo += zo;  // all equal: only the pivot is left
         m = 1;
@@ -296,8 +291,10 @@ void quick_sort(char *base, size_t n, R r, KuCompareProc cmp, void *ctx) {
     ptrdiff_t t = zo;
     do {
       r.swap(lo + f, lo + t);
-      do f += sz; while (f <= zo && cmp(lo + f, a, ctx) == 0);
-      do t -= sz; while (t >= 0 && cmp(a, lo + t, ctx) < 0);
+      do f += sz;
+      while (f <= zo && cmp(lo + f, a, ctx) == 0);
+      do t -= sz;
+      while (t >= 0 && cmp(a, lo + t, ctx) < 0);
     } while (f < t);
     lo += f;
     m -= (size_t)(f / sz);

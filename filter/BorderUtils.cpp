@@ -95,7 +95,8 @@ int sorn_brshape__adjust_$gv(SornBrShape *out, const SornBrShape *br, int32_t n,
   return sorn_brshape__adjust_$gv$I(out, n, outerO, outer, innerO, inner);
 }
 
-int32_t *sorn_volume__widen_$br(int32_t n, int32_t *out, const int32_t *dims, const SornBrShape *br) {
+int32_t *sorn_volume__widen_$br(int32_t n, int32_t *out, const int32_t *dims,
+                                const SornBrShape *br) {
   return step_extent(n, out, dims, br->lo, br->hi);
 }
 
@@ -103,7 +104,8 @@ int32_t *sorn_volume__widen_$I$br(int32_t n, int32_t *dims, const SornBrShape *b
   return step_extent(n, dims, dims, br->lo, br->hi);
 }
 
-int32_t *sorn_volume__narrow_$br(int32_t n, int32_t *out, const int32_t *dims, const SornBrShape *br) {
+int32_t *sorn_volume__narrow_$br(int32_t n, int32_t *out, const int32_t *dims,
+                                 const SornBrShape *br) {
   return step_extent(n, out, dims, br->hi, br->lo);
 }
 
@@ -150,8 +152,9 @@ int sorn__compute_roi_$se(SornFlags flags, int32_t n, int32_t *availO, int32_t *
 
 // The block form: the boxes are copied and cut in all four cells, the
 // window widens and the answer compares the three spatial ones.
-int sorn_compute_roi_$se(SornVolume *avail, SornVolume *need, SornFlags flags, const SornVolume *roi,
-                         const SornSeShape *se, const SornVolume *site, const SornVolume *parsite) {
+int sorn_compute_roi_$se(SornVolume *avail, SornVolume *need, SornFlags flags,
+                         const SornVolume *roi, const SornSeShape *se, const SornVolume *site,
+                         const SornVolume *parsite) {
   if (roi == nullptr) roi = site;
   if (roi != nullptr) {
     *need = *roi;

@@ -64,7 +64,8 @@ SornSeShape *sorn_seshape_rstanchor_$gn(SornSeShape *se, int32_t n) {
 
 // A region grows by the window less one cell along each axis: the extent a
 // source needs so that every output cell has its whole window.
-int32_t *sorn_volume__widen_$se(int32_t n, int32_t *out, const int32_t *dims, const SornSeShape *se) {
+int32_t *sorn_volume__widen_$se(int32_t n, int32_t *out, const int32_t *dims,
+                                const SornSeShape *se) {
   const Cells c = cells_of(n);
   sorn_vec__add(c.count, out, dims ? dims : out, se->size + c.first);
   return sorn_vec__add_$C$I(c.count, out, -1);
@@ -74,7 +75,8 @@ int32_t *sorn_volume__widen_$I$se(int32_t n, int32_t *dims, const SornSeShape *s
   return sorn_volume__widen_$se(n, dims, dims, se);
 }
 
-int32_t *sorn_volume__narrow_$se(int32_t n, int32_t *out, const int32_t *dims, const SornSeShape *se) {
+int32_t *sorn_volume__narrow_$se(int32_t n, int32_t *out, const int32_t *dims,
+                                 const SornSeShape *se) {
   const Cells c = cells_of(n);
   sorn_vec__sub(c.count, out, dims ? dims : out, se->size + c.first);
   return sorn_vec__add_$C$I(c.count, out, 1);

@@ -6,13 +6,11 @@
 
 #include <algorithm>
 
-namespace sorn::mulcost {
+namespace {
 
-static double u(int64_t v) { return (double)(uint64_t)v; }
+double u(int64_t v) { return (double)(uint64_t)v; }
 
-}  // namespace sorn::mulcost
-
-using sorn::mulcost::u;
+}  // namespace
 
 // kBytes takes no part: the gap between rows, seen by every row, is the cost.
 int __sorn_mulmm_should_copy_src2(int64_t m, int64_t kBytes, int64_t rowBytes, int64_t gap) {
@@ -40,7 +38,8 @@ int __sorn_mulmvn_impalg_sel(int32_t a, int32_t b, int32_t c, int32_t flag) {
   if (a < 6 || c < 32) return 0;
   const int32_t l1 = sorn_level1_dcache_size();
   // Both tests in 32 bits, as the cache sizes are.
-  const int32_t need = (int32_t)(((uint32_t)c + (uint32_t)b) * (uint32_t)a * 4u + (uint32_t)c * (uint32_t)b * 4u);
+  const int32_t need =
+      (int32_t)(((uint32_t)c + (uint32_t)b) * (uint32_t)a * 4u + (uint32_t)c * (uint32_t)b * 4u);
   const int32_t row = (int32_t)((uint32_t)a * 4u * (uint32_t)c);
   const bool fit = l1 >= need;
   const bool big = l1 < row;
@@ -79,7 +78,7 @@ SornBlockSizes *__sorn_mulmm_blocksizes(SornBlockSizes *out, int32_t b1, int32_t
     p = ((L1 * B2 * (B1 + B3)) / (L2 << 5)) & ~3LL;
   }
   out->first = (int32_t)std::max<int64_t>(std::min<int64_t>(B3 & ~7LL, q), 16);
-  out->second = (int32_t)std::max<int64_t>(
-      std::min<int64_t>(std::min<int64_t>(B2 & ~3LL, L1 >> 4), p), 32);
+  out->second =
+      (int32_t)std::max<int64_t>(std::min<int64_t>(std::min<int64_t>(B2 & ~3LL, L1 >> 4), p), 32);
   return out;
 }

@@ -1,8 +1,10 @@
 // Matrix by matrix: the public entry, the layer that applies origins, the
 // dispatcher and the lookup of kernels by type triple.
-#include "matrix/mul_impl.h"
+#include <sorn.h>
 
-using namespace sorn::mul;
+#include "matrix/mul_kernels.h"
+
+using namespace sorn::matrix;
 
 #define SORN_MUL_CODE_u8 SORN_U8
 #define SORN_MUL_CODE_s16 SORN_S16
@@ -10,7 +12,7 @@ using namespace sorn::mul;
 #define SORN_MUL_CODE_f32 SORN_F32
 #define SORN_MUL_KEY(d, s) (SORN_MUL_CODE_##d << 8 | SORN_MUL_CODE_##s << 4 | SORN_MUL_CODE_##s)
 
-namespace sorn::mul {
+namespace sorn::matrix {
 
 static bool known_type(uint32_t t) { return t < 16 && ((SORN_KNOWN_TYPES >> t) & 1u); }
 
@@ -21,19 +23,19 @@ static Kernel no_kernel(uint32_t d, uint32_t s1, uint32_t s2, SornStatus *status
   const bool known = known_type(d) && known_type(s1) && known_type(s2);
   if (status) *status = known ? SORN_ENOTSUP : SORN_EINVAL;
   using AnyProc = void (*)(void);
-  return reinterpret_cast<Kernel>(reinterpret_cast<AnyProc>(known ? &sorna_proc_enotsup
-                                                                  : &sorna_proc_einval));
+  return reinterpret_cast<Kernel>(
+      reinterpret_cast<AnyProc>(known ? &sorna_proc_enotsup : &sorna_proc_einval));
 }
 
-}  // namespace sorn::mul
+}  // namespace sorn::matrix
 
 SornMulMMKernel sorna__amulmmfun_imp(uint32_t dstType, uint32_t src1Type, uint32_t src2Type,
                                      SornStatus *status) {
   if (known_type(dstType) && known_type(src1Type) && known_type(src2Type)) {
     switch (dstType << 8 | src1Type << 4 | src2Type) {
-#define SORN_MUL_CASE(d, s)              \
-  case SORN_MUL_KEY(d, s):               \
-    if (status) *status = SORN_OK;       \
+#define SORN_MUL_CASE(d, s)        \
+  case SORN_MUL_KEY(d, s):         \
+    if (status) *status = SORN_OK; \
     return &sorna__mulmm_##d##s;
       SORN_MULMM_PAIRS(SORN_MUL_CASE)
 #undef SORN_MUL_CASE
@@ -47,9 +49,9 @@ SornMulMVnKernel sorna__amulmvnfun_imp(uint32_t dstType, uint32_t src1Type, uint
                                        SornStatus *status) {
   if (known_type(dstType) && known_type(src1Type) && known_type(src2Type)) {
     switch (dstType << 8 | src1Type << 4 | src2Type) {
-#define SORN_MUL_CASE(d, s)              \
-  case SORN_MUL_KEY(d, s):               \
-    if (status) *status = SORN_OK;       \
+#define SORN_MUL_CASE(d, s)        \
+  case SORN_MUL_KEY(d, s):         \
+    if (status) *status = SORN_OK; \
     return &sorna__mulmvn_##d##s;
       SORN_MULMM_PAIRS(SORN_MUL_CASE)
 #undef SORN_MUL_CASE
@@ -92,17 +94,17 @@ SornStatus sorna__mulmmt(SornXE *xe, SornFlags flags, SornDimPack pack, const in
 }
 
 SornStatus sorna_mulmm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
-                       const int32_t *dims2, uint32_t dstType, void *dst,
-                       const int32_t *dstOrigin, const int32_t *dstStrides, uint32_t type1,
-                       const void *src1, const int32_t *origin1, const int32_t *strides1,
-                       uint32_t type2, const void *src2, const int32_t *origin2,
-                       const int32_t *strides2, int32_t shift, uint32_t reserved) {
+                       const int32_t *dims2, uint32_t dstType, void *dst, const int32_t *dstOrigin,
+                       const int32_t *dstStrides, uint32_t type1, const void *src1,
+                       const int32_t *origin1, const int32_t *strides1, uint32_t type2,
+                       const void *src2, const int32_t *origin2, const int32_t *strides2,
+                       int32_t shift, uint32_t reserved) {
   void *d = at_origin(dst, pack, dstOrigin, dstStrides);
   const void *a = at_origin(src1, pack, origin1, strides1);
   const void *b = at_origin(src2, pack, origin2, strides2);
   if (flags & SORN_F_MUL_TRANSPOSED)
-    return sorna__mulmmt(xe, flags, pack, dims1, dims2, dstType, d, dstStrides, type1, a,
-                         strides1, type2, b, strides2, shift, reserved);
+    return sorna__mulmmt(xe, flags, pack, dims1, dims2, dstType, d, dstStrides, type1, a, strides1,
+                         type2, b, strides2, shift, reserved);
   return sorna__mulmm(xe, flags, pack, dims1, dims2, dstType, d, dstStrides, type1, a, strides1,
                       type2, b, strides2, shift, reserved);
 }

@@ -2,9 +2,11 @@
 // gives K elements along its columns and the result takes M elements along
 // the columns of the destination. Below the entry it is the list product
 // with a single vector, written along the destination's row.
-#include "matrix/mul_impl.h"
+#include <sorn.h>
 
-using namespace sorn::mul;
+#include "matrix/mul_kernels.h"
+
+using namespace sorn::matrix;
 
 SornStatus sorna__mulmv(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
                         const int32_t *dims2, uint32_t dstType, void *dst,
@@ -20,16 +22,16 @@ SornStatus sorna__mulmv(SornXE *xe, SornFlags flags, SornDimPack pack, const int
   // is the destination's pixel stride.
   const int32_t dstRow[3] = {dstStrides[0], dstStrides[0], dstStrides[1]};
   const void *list[1] = {src2};
-  return sorna__mulmvn(xe, flags, raised, dims1 - 1, dims2 - 1, dstType, dst, dstRow,
-                        type1, src1, strides1 - 1, type2, list, strides2 - 1, 1, shift, reserved);
+  return sorna__mulmvn(xe, flags, raised, dims1 - 1, dims2 - 1, dstType, dst, dstRow, type1, src1,
+                       strides1 - 1, type2, list, strides2 - 1, 1, shift, reserved);
 }
 
 SornStatus sorna_mulmv(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
-                       const int32_t *dims2, uint32_t dstType, void *dst,
-                       const int32_t *dstOrigin, const int32_t *dstStrides, uint32_t type1,
-                       const void *src1, const int32_t *origin1, const int32_t *strides1,
-                       uint32_t type2, const void *src2, const int32_t *origin2,
-                       const int32_t *strides2, int32_t shift, uint32_t reserved) {
+                       const int32_t *dims2, uint32_t dstType, void *dst, const int32_t *dstOrigin,
+                       const int32_t *dstStrides, uint32_t type1, const void *src1,
+                       const int32_t *origin1, const int32_t *strides1, uint32_t type2,
+                       const void *src2, const int32_t *origin2, const int32_t *strides2,
+                       int32_t shift, uint32_t reserved) {
   void *d = at_origin(dst, pack, dstOrigin, dstStrides);
   const void *a = at_origin(src1, pack, origin1, strides1);
   const void *b = at_origin(src2, pack, origin2, strides2);

@@ -1,14 +1,15 @@
 // Matrix by a list of vectors: result column j is the matrix times vector j.
-#include "matrix/mul_impl.h"
+#include <sorn.h>
 
-using namespace sorn::mul;
+#include "matrix/mul_kernels.h"
+
+using namespace sorn::matrix;
 
 SornStatus sorna__mulmvn(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
                          const int32_t *dims2, uint32_t dstType, void *dst,
                          const int32_t *dstStrides, uint32_t type1, const void *src1,
                          const int32_t *strides1, uint32_t type2, const void *const *vectors,
-                         const int32_t *strides2, int32_t count, int32_t shift,
-                         uint32_t reserved) {
+                         const int32_t *strides2, int32_t count, int32_t shift, uint32_t reserved) {
   const int32_t n = pack_n(pack);
   if (n < 3 || !vectors || count < 1) return SORN_EINVAL;
   const int32_t chword = dims1[n - 1];
@@ -18,19 +19,18 @@ SornStatus sorna__mulmvn(SornXE *xe, SornFlags flags, SornDimPack pack, const in
   const SornMulMVnKernel k = sorna__amulmvnfun_imp(dstType, type1, type2, &st);
   if (st != SORN_OK) return st;
   if (dims1[n - 3] < 1 || dims1[n - 2] < 1) return SORN_OK;
-  return k(xe, flags, pack, dims1, dims2, dst, dstStrides, src1, strides1, vectors, strides2,
-           count, shift, reserved);
+  return k(xe, flags, pack, dims1, dims2, dst, dstStrides, src1, strides1, vectors, strides2, count,
+           shift, reserved);
 }
 
 // The list gets the origin of the vectors. Without the ready flag it is the
 // caller's and is copied to scratch first; with it, it is changed in place.
 SornStatus sorna_mulmvn(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
-                        const int32_t *dims2, uint32_t dstType, void *dst,
-                        const int32_t *dstOrigin, const int32_t *dstStrides, uint32_t type1,
-                        const void *src1, const int32_t *origin1, const int32_t *strides1,
-                        uint32_t type2, void **vectors, const int32_t *origin2,
-                        const int32_t *strides2, int32_t count, int32_t shift,
-                        uint32_t reserved) {
+                        const int32_t *dims2, uint32_t dstType, void *dst, const int32_t *dstOrigin,
+                        const int32_t *dstStrides, uint32_t type1, const void *src1,
+                        const int32_t *origin1, const int32_t *strides1, uint32_t type2,
+                        void **vectors, const int32_t *origin2, const int32_t *strides2,
+                        int32_t count, int32_t shift, uint32_t reserved) {
   if (!vectors || count < 1) return SORN_EINVAL;
   void *d = at_origin(dst, pack, dstOrigin, dstStrides);
   const void *a = at_origin(src1, pack, origin1, strides1);
@@ -51,9 +51,8 @@ SornStatus sorna_mulmvn(SornXE *xe, SornFlags flags, SornDimPack pack, const int
     else
       for (int32_t j = 0; j < count; ++j) list[j] = sorn_advance_ptr(list[j], off2);
   }
-  const SornStatus st =
-      sorna__mulmvn(xe, flags, pack, dims1, dims2, dstType, d, dstStrides, type1, a, strides1,
-                    type2, list, strides2, count, shift, reserved);
+  const SornStatus st = sorna__mulmvn(xe, flags, pack, dims1, dims2, dstType, d, dstStrides, type1,
+                                      a, strides1, type2, list, strides2, count, shift, reserved);
   if (blk) SornXEfreea(xe, blk);
   return st;
 }
@@ -108,7 +107,8 @@ SornStatus SornMulMV_n(SornXE *xe, SornFlags flags, const SornArray *dst, const 
   for (int32_t j = 0; j < N; ++j) {
     sorn_arr__siteofAt(vectors[j], 4, rv.origin, rv.size, at);
     to_data_coords(rv, vectors[j]);
-    list[j] = sorn_advance_ptr(vectors[j]->data, sorn_vec_mkloff(4, rv.origin, vectors[j]->strides));
+    list[j] =
+        sorn_advance_ptr(vectors[j]->data, sorn_vec_mkloff(4, rv.origin, vectors[j]->strides));
   }
   to_data_coords(r1, src1);
   to_data_coords(rd, dst);
@@ -116,8 +116,8 @@ SornStatus SornMulMV_n(SornXE *xe, SornFlags flags, const SornArray *dst, const 
   const SornDimPack pack = (SornDimPack)(dst->ndims | 0x410);
   const SornStatus st = sorna_mulmvn(
       xe, flags | SORN_F_MUL_VECREADY, pack, r1.size + 1, vdims + 1, dst->elemtype, dst->data,
-      rd.origin + 1, dst->strides + 1, src1->elemtype, src1->data, r1.origin + 1,
-      src1->strides + 1, v0->elemtype, list, nullptr, v0->strides + 1, N, shift, reserved);
+      rd.origin + 1, dst->strides + 1, src1->elemtype, src1->data, r1.origin + 1, src1->strides + 1,
+      v0->elemtype, list, nullptr, v0->strides + 1, N, shift, reserved);
   SornXEfreea(xe, list);
   return st;
 }

@@ -1,9 +1,9 @@
 // Tree nodes and their walks.
 #include <sorn.h>
 
-#include "region/walk.h"
+#include "region/tree_walk.h"
 
-using namespace sorn_region;
+using namespace sorn::region;
 
 namespace {
 auto node_caller(SornAGTwalkFn fn, void *arg) {

@@ -1,9 +1,9 @@
 // Stable region selection on the result of the f-form flooding.
 #include <sorn.h>
 
-#include "MSERcommon.h"
+#include "region/stable_regions.h"
 
-using namespace sorn_mser;
+using namespace sorn::region;
 
 extern "C" {
 

@@ -2,9 +2,9 @@
 // regions are the payloads of the nodes.
 #include <sorn.h>
 
-#include "MSERcommon.h"
+#include "region/stable_regions.h"
 
-using namespace sorn_mser;
+using namespace sorn::region;
 
 extern "C" {
 

@@ -4,15 +4,15 @@
 
 #include <cstring>
 
-#include "MSERcommon.h"
+#include "region/stable_regions.h"
 
 extern "C" {
 
 SornFMSERFilter *__sorn_fmserfilt__$ex(SornFMSERFilter *f, SornFWTSRES *res1, SornFWTSRES *res2,
                                        int32_t delta, int32_t mode, int32_t restore,
-                                       int32_t connectivity, int32_t shift,
-                                       const uint32_t *seed, double minarea, double maxarea,
-                                       double maxvariation, double mindiversity) {
+                                       int32_t connectivity, int32_t shift, const uint32_t *seed,
+                                       double minarea, double maxarea, double maxvariation,
+                                       double mindiversity) {
   // Everything the parameters leave, the embedded results included, starts
   // at zero: a result with no stack is opened by the first pass that uses it.
   std::memset(f, 0, sizeof *f);
@@ -45,7 +45,7 @@ SornFMSERFilter *sorn_fmserf_destroy(SornFMSERFilter *f) {
   f->count2 = 0;
   f->list1 = nullptr;
   f->list2 = nullptr;
-  sorn_mser::drop_regions(&f->regions);
+  sorn::region::drop_regions(&f->regions);
   // Only the embedded results are the filter's; one from outside is the
   // caller's to finish.
   if (f->res1 == &f->res1own) SornFWTSRESfini(&f->res1own);

@@ -1,9 +1,9 @@
 // Regions of a result: counts, links, walks and the enumeration of pixels.
 #include <sorn.h>
 
-#include "region/walk.h"
+#include "region/tree_walk.h"
 
-using namespace sorn_region;
+using namespace sorn::region;
 
 namespace {
 
@@ -90,7 +90,8 @@ int32_t _T_fwtsr__pixenum(SornFWTSRegion *r, const uint32_t *links, int32_t colu
   if (nregions) ++*nregions;
   if (stops(regionfn(r, arg, -1, 0), out)) return out;
   int32_t own = sorn_fwtsr_countpix_$proper(r);
-  for (int32_t p = r->head; own > 0 && p != SORN_FWTSR_END; --own, p = static_cast<int32_t>(links[p]))
+  for (int32_t p = r->head; own > 0 && p != SORN_FWTSR_END;
+       --own, p = static_cast<int32_t>(links[p]))
     pixelfn(p / columns, p % columns, arg);
   int32_t k = -1;
   if (SornFWTSRegion *c = r->child) {

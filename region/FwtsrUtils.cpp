@@ -31,7 +31,8 @@ uint32_t append_chain(SornVec *points, const SornFWTSRegion *r, const uint32_t *
   int32_t own = sorn_fwtsr_countpix_$proper(r);
   uint32_t n = 0;
   Sorn2dPt *dst = pts(points);
-  for (int32_t p = r->head; own > 0 && p != SORN_FWTSR_END; --own, p = static_cast<int32_t>(links[p])) {
+  for (int32_t p = r->head; own > 0 && p != SORN_FWTSR_END;
+       --own, p = static_cast<int32_t>(links[p])) {
     if (points->count >= points->capacity) break;
     dst[points->count].x = p / columns;
     dst[points->count].y = p % columns;
@@ -82,8 +83,8 @@ void follow_block(SornVec *regs, uint64_t n, uintptr_t before, const SornVec *po
   if (after == before) return;
   SornFwtsrPixReg *r = recs(regs);
   for (uint64_t i = 0; i < n; ++i)
-    r[i].pixels = reinterpret_cast<Sorn2dPt *>(reinterpret_cast<uintptr_t>(r[i].pixels) - before +
-                                               after);
+    r[i].pixels =
+        reinterpret_cast<Sorn2dPt *>(reinterpret_cast<uintptr_t>(r[i].pixels) - before + after);
 }
 
 // Growing the vector of records may move them; the links among records
@@ -246,9 +247,9 @@ int32_t sorn_fwtsr__fetchpixregs_$mser$2d(SornFwtsrPixReg *regs, SornVec *points
   return static_cast<int32_t>(cursor - regs);
 }
 
-int32_t sorn_fwtsr_fetchpixregs_$mser$2d(SornFwtsrPixReg *regs, int32_t capacity,
-                                         SornVec *points, const SornFWTSRegion *r,
-                                         const uint32_t *links, int32_t rows, int32_t columns) {
+int32_t sorn_fwtsr_fetchpixregs_$mser$2d(SornFwtsrPixReg *regs, int32_t capacity, SornVec *points,
+                                         const SornFWTSRegion *r, const uint32_t *links,
+                                         int32_t rows, int32_t columns) {
   if (empty(r)) return 0;
   int32_t ndesc = sorn_fwtsr_countcld_$mser(r, 1);
   int32_t n = ndesc + (r->mserflag ? 1 : 0);
@@ -257,9 +258,9 @@ int32_t sorn_fwtsr_fetchpixregs_$mser$2d(SornFwtsrPixReg *regs, int32_t capacity
   return n;
 }
 
-int32_t sorn_fwtsr__efetchpixregs_$mser$2d(SornVec *regs, SornVec *points,
-                                           const SornFWTSRegion *r, int32_t ndesc,
-                                           const uint32_t *links, int32_t rows, int32_t columns) {
+int32_t sorn_fwtsr__efetchpixregs_$mser$2d(SornVec *regs, SornVec *points, const SornFWTSRegion *r,
+                                           int32_t ndesc, const uint32_t *links, int32_t rows,
+                                           int32_t columns) {
   if (empty(r)) return 0;
   int32_t n = ndesc + (r->mserflag ? 1 : 0);
   uint64_t old = regs->count;

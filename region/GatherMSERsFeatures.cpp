@@ -59,8 +59,7 @@ SornWTSRegion **SornGatherMSERsFeatures(SornWTSRegion **list, int32_t n, SornSTB
   return list;
 }
 
-SornWTSRegion *SornGatherMSERFeatures(SornWTSRegion *region, SornSTB *builder,
-                                      SornWTSLSC *lsc) {
+SornWTSRegion *SornGatherMSERFeatures(SornWTSRegion *region, SornSTB *builder, SornWTSLSC *lsc) {
   if (lsc->nfeatures < 1) return region;
   const int32_t from = first_gatherable(lsc);
   if (from < 0) return region;
@@ -86,11 +85,9 @@ SornWTSRegion *SornGatherMSERFeature(SornWTSRegion *region, SornSTB *builder, So
 SornStatus SornMSERgatherFeatures(SornMSERFilter *filter) {
   if (filter == nullptr) return SORN_EINVAL;
   if (filter->count1)
-    SornGatherMSERsFeatures(filter->list1, (int32_t)filter->count1, filter->builder1,
-                            &filter->lsc);
+    SornGatherMSERsFeatures(filter->list1, (int32_t)filter->count1, filter->builder1, &filter->lsc);
   if (filter->count2)
-    SornGatherMSERsFeatures(filter->list2, (int32_t)filter->count2, filter->builder2,
-                            &filter->lsc);
+    SornGatherMSERsFeatures(filter->list2, (int32_t)filter->count2, filter->builder2, &filter->lsc);
   return SORN_OK;
 }
 

@@ -1,139 +1,13 @@
-// Stable region generation, plain form: one or two floodings, each into a
-// watershed tree builder of its own, then the selection on each tree.
+// Stable region generation: the entries of both forms, the plain one over
+// watershed tree builders (tgmser.cpp) and the f form over f-flooding results
+// (tgfmser.cpp).
 #include <sorn.h>
 
-#include "MSERcommon.h"
+#include "region/stable_regions.h"
 
-using namespace sorn_mser;
-
-namespace {
-
-// A builder of its own stack over the environment's.
-SornSTB *open_builder(SornXE *xe) {
-  return SornWTSTBopen(nullptr, nullptr, nullptr, SornXEmmstack(xe));
-}
-
-void drop_all(SornMSERFilter *f) {
-  SornSTB *b1 = f->builder1, *b2 = f->builder2;
-  f->builder1 = nullptr;
-  f->builder2 = nullptr;
-  f->count1 = 0;
-  f->count2 = 0;
-  f->list1 = nullptr;
-  f->list2 = nullptr;
-  drop_regions(&f->regions);
-  SornSTBclose(b1, 0);
-  SornSTBclose(b2, 0);
-}
-
-SornStatus flood(SornXE *xe, SornFlags flags, SornWTSState *st, SornDimPack code,
-                 const int32_t *dims, uint32_t type, const void *base, const int32_t *loffs,
-                 const int32_t *strides, const void *maskbase, const int32_t *maskloffs,
-                 const int32_t *maskstrides) {
-  if (maskbase)
-    return sorna_watershed_xm(xe, flags, st, code, dims, type, base, loffs, strides, SORN_U8,
-                              maskbase, maskloffs, maskstrides);
-  return sorna_watershed(xe, flags, st, code, dims, type, base, loffs, strides);
-}
-
-}  // namespace
+using namespace sorn::region;
 
 extern "C" {
-
-SornStatus sorna_mser_xm(SornXE *xe, SornFlags flags, SornDimPack code, const int32_t *dims,
-                         uint32_t type, const void *base, const int32_t *loffs,
-                         const int32_t *strides, const void *maskbase,
-                         const int32_t *maskloffs, const int32_t *maskstrides,
-                         SornMSERFilter *f) {
-  if (f == nullptr || dims == nullptr) return SORN_EINVAL;
-  // The builders of an earlier run die here: their regions could not be
-  // told from this run's, and nothing else would end them.
-  if (f->builder1 || f->builder2) drop_all(f);
-
-  SornSTB *b1 = nullptr, *b2 = nullptr;
-  if (f->mode != SORN_MSER_BRIGHT && (b1 = open_builder(xe)) == nullptr) return SORN_ENOMEM;
-  if (f->mode != SORN_MSER_DARK && (b2 = open_builder(xe)) == nullptr) {
-    SornSTBclose(b1, 0);
-    return SORN_ENOMEM;
-  }
-  f->lsc.regionsize = 0;
-  f->builder1 = b1;
-  f->builder2 = b2;
-
-  SornWTSState st{};
-  st.lsc = &f->lsc;
-  state_from(&st, f);
-  if (b1) {
-    st.builder = b1;
-    st.polarity = 0;
-    SornStatus s = flood(xe, flags, &st, code, dims, type, base, loffs, strides, maskbase,
-                         maskloffs, maskstrides);
-    if (s != SORN_OK) {
-      drop_all(f);
-      return s;
-    }
-  }
-  if (b2) {
-    st.builder = b2;
-    st.polarity = 1;
-    st.restore = 0;
-    SornStatus s = flood(xe, flags, &st, code, dims, type, base, loffs, strides, maskbase,
-                         maskloffs, maskstrides);
-    if (s != SORN_OK) {
-      drop_all(f);
-      return s;
-    }
-  }
-
-  const SornMSERParams p = params_of(f, code, dims, f->delta);
-  if (b1 && SornDetectMSERs(&f->regions, b1->tree, &p) == nullptr) {
-    drop_all(f);
-    return SORN_ENOMEM;
-  }
-  const uint64_t count1 = f->regions.count;
-  if (b2) {
-    if (SornDetectMSERs(&f->regions, b2->tree, &p) == nullptr) {
-      drop_all(f);
-      return SORN_ENOMEM;
-    }
-    // Picked regions of the bright pass hold true levels; the others of
-    // that tree keep the inverted ones.
-    SornWTSRegion **items = static_cast<SornWTSRegion **>(f->regions.items);
-    for (uint64_t i = count1; i < f->regions.count; ++i) items[i]->pivotval ^= 255u;
-  }
-  f->count1 = (uint32_t)count1;
-  f->count2 = (uint32_t)(f->regions.count - count1);
-  f->list1 = static_cast<SornWTSRegion **>(f->regions.items);
-  f->list2 = f->list1 ? f->list1 + count1 : nullptr;
-  if ((flags & SORN_F_WTS_FFORM) && f->gathernow) {
-    if (f->count1) SornGatherMSERsFeatures(f->list1, (int32_t)f->count1, b1, &f->lsc);
-    if (f->count2) SornGatherMSERsFeatures(f->list2, (int32_t)f->count2, b2, &f->lsc);
-  }
-  return SORN_OK;
-}
-
-SornStatus sorna_mser(SornXE *xe, SornFlags flags, SornDimPack code, const int32_t *dims,
-                      uint32_t type, const void *base, const int32_t *loffs,
-                      const int32_t *strides, SornMSERFilter *filter) {
-  return sorna_mser_xm(xe, flags, code, dims, type, base, loffs, strides, nullptr, nullptr,
-                       nullptr, filter);
-}
-
-SornStatus SornTGAgenerateMSERs(SornXE *xe, SornFlags flags, void *filter, SornDimPack code,
-                                int32_t *dims, uint32_t type, void *base, int32_t *loffs,
-                                int32_t *strides) {
-  return sorna_mser(xe, flags, code, dims, type, base, loffs, strides,
-                    static_cast<SornMSERFilter *>(filter));
-}
-
-SornStatus SornTGAgenerateMSERsEx(SornXE *xe, SornFlags flags, void *filter, SornDimPack code,
-                                  int32_t *dims, uint32_t type, void *base, int32_t *loffs,
-                                  int32_t *strides, uint32_t masktype, void *maskbase,
-                                  int32_t *maskloffs, int32_t *maskstrides) {
-  if (masktype != SORN_U8) return SORN_EINVAL;
-  return sorna_mser_xm(xe, flags, code, dims, type, base, loffs, strides, maskbase, maskloffs,
-                       maskstrides, static_cast<SornMSERFilter *>(filter));
-}
 
 SornStatus SornGenerateMSERs(SornXE *xe, SornFlags flags, const SornArray *image,
                              const SornVolume *roi, SornMSERFilter *filter) {
@@ -150,6 +24,23 @@ SornStatus SornGenerateMSERsEx(SornXE *xe, SornFlags flags, const SornArray *ima
                     (SornSliceProc)(void (*)(void))SornTGAgenerateMSERsEx};
   return generate_ex(xe, flags, image, mask, roi, maskroi, filter, route, sorna_mser_xm,
                      SornTGAgenerateMSERsEx);
+}
+
+SornStatus SornGenerateFMSERs(SornXE *xe, SornFlags flags, const SornArray *image,
+                              const SornVolume *roi, SornFMSERFilter *filter) {
+  const Route route{(SornSliceProc)(void (*)(void))SornTGAgenerateFMSERs,
+                    (SornSliceProc)(void (*)(void))SornTGAgenerateFMSERsEx};
+  return generate(xe, flags, image, roi, filter, route, sorna_fmser);
+}
+
+SornStatus SornGenerateFMSERsEx(SornXE *xe, SornFlags flags, const SornArray *image,
+                                const SornArray *mask, const SornVolume *roi,
+                                const SornVolume *maskroi, SornFMSERFilter *filter) {
+  if (mask == nullptr) return SornGenerateFMSERs(xe, flags, image, roi, filter);
+  const Route route{(SornSliceProc)(void (*)(void))SornTGAgenerateFMSERs,
+                    (SornSliceProc)(void (*)(void))SornTGAgenerateFMSERsEx};
+  return generate_ex(xe, flags, image, mask, roi, maskroi, filter, route, sorna_fmser_xm,
+                     SornTGAgenerateFMSERsEx);
 }
 
 }  // extern "C"

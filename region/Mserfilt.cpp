@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "MSERcommon.h"
+#include "region/stable_regions.h"
 
 extern "C" {
 
@@ -41,8 +41,8 @@ SornMSERFilter *__sorn_mserfilt__$mf(SornMSERFilter *f, int32_t delta, int32_t m
 
 SornMSERFilter *__sorn_mserfilt__$feats(SornMSERFilter *f, SornWTSFeatureDs *features,
                                         int32_t nfeatures) {
-  return __sorn_mserfilt__$ex(f, features, nfeatures, 10, 2, 0, 0, 0, nullptr, 0.0001, 0.75,
-                              0.33, 0.2);
+  return __sorn_mserfilt__$ex(f, features, nfeatures, 10, 2, 0, 0, 0, nullptr, 0.0001, 0.75, 0.33,
+                              0.2);
 }
 
 SornMSERFilter *__sorn_mserfilt__$(SornMSERFilter *f) {
@@ -56,7 +56,7 @@ SornMSERFilter *sorn_mserf_destroy(SornMSERFilter *f) {
   f->count2 = 0;
   f->list1 = nullptr;
   f->list2 = nullptr;
-  sorn_mser::drop_regions(&f->regions);
+  sorn::region::drop_regions(&f->regions);
   // Closing ends the trees, the features of their regions and the stacks.
   SornSTBclose(b1, 0);
   SornSTBclose(b2, 0);

@@ -37,8 +37,7 @@ uint64_t make_room(SornWTSPF *v, uint64_t n) {
   return n;
 }
 
-template <class Get>
-void append_n(SornWTSPF *v, int32_t n, Get get) {
+template <class Get> void append_n(SornWTSPF *v, int32_t n, Get get) {
   if (n <= 0) return;
   if (n == 1) {
     int32_t r, c;

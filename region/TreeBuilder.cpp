@@ -10,9 +10,7 @@ namespace {
 
 inline char *bytes(void *p) { return static_cast<char *>(p); }
 
-inline void *value_of(SornWTSRegion *r, const SornWTSFeatureDs &f) {
-  return bytes(r) + f.offset;
-}
+inline void *value_of(SornWTSRegion *r, const SornWTSFeatureDs &f) { return bytes(r) + f.offset; }
 
 inline SornWTSRegion *region_of(SornAGTnode *node) {
   return static_cast<SornWTSRegion *>(node->data);
@@ -57,20 +55,19 @@ constexpr SornSTBstbl kStbl = {
 constexpr SornWTSTBopv make_table(decltype(SornWTSTBwtsl::accumulate) acc,
                                   decltype(SornWTSTBwtsl::accumulate2D) acc2d,
                                   decltype(SornWTSTBwtsl::merge) merge) {
-  return SornWTSTBopv{
-      kStbl,
-      {{SORN_STB_TAG_WTSL, sizeof(SornWTSTBwtsl)},
-       _T_wtstb__alloca__,
-       _T_wtstb__start__,
-       _T_wtstb__finish__,
-       _T_wtstb__newregion_v2__,
-       _T_wtstb__destroyrgn__,
-       _T_wtstb__disposergn__,
-       acc,
-       acc2d,
-       merge,
-       _T_wtstb__gatherfeat__},
-      0};
+  return SornWTSTBopv{kStbl,
+                      {{SORN_STB_TAG_WTSL, sizeof(SornWTSTBwtsl)},
+                       _T_wtstb__alloca__,
+                       _T_wtstb__start__,
+                       _T_wtstb__finish__,
+                       _T_wtstb__newregion_v2__,
+                       _T_wtstb__destroyrgn__,
+                       _T_wtstb__disposergn__,
+                       acc,
+                       acc2d,
+                       merge,
+                       _T_wtstb__gatherfeat__},
+                      0};
 }
 
 static_assert(sizeof(SornSTBstbl) == 32, "stbl block of four words");
@@ -87,10 +84,10 @@ const SornWTSTBopv _S_wtstb_lazy_opv =
     make_table(_T_wtstb__accumulate__, _T_wtstb__accumulate2D__, _T_wtstb__lazymerge_v2__);
 const SornWTSTBopv _S_wtstb_opv =
     make_table(_T_wtstb__accumulate__, _T_wtstb__accumulate2D__, _T_wtstb__merge_v2__);
-const SornWTSTBopv _S_wtstb_mf_opv = make_table(
-    _T_wtstb__accumulate_mf__, _T_wtstb__accumulate2D_mf__, _T_wtstb__lazymerge_v2__);
-const SornWTSTBopv _S_wtstb_pf_opv = make_table(
-    _T_wtstb__accumulate_pf__, _T_wtstb__accumulate2D_pf__, _T_wtstb__lazymerge_v2__);
+const SornWTSTBopv _S_wtstb_mf_opv =
+    make_table(_T_wtstb__accumulate_mf__, _T_wtstb__accumulate2D_mf__, _T_wtstb__lazymerge_v2__);
+const SornWTSTBopv _S_wtstb_pf_opv =
+    make_table(_T_wtstb__accumulate_pf__, _T_wtstb__accumulate2D_pf__, _T_wtstb__lazymerge_v2__);
 
 const SornSTBops *SornWTSTBxinterface(void) { return &_S_wtstb_lazy_opv.stbl.hdr; }
 
@@ -203,8 +200,8 @@ void _T_wtstb__accumulate2D__(SornSTB *, SornWTSLSC *lsc, SornWTSRegion *r, cons
 }
 
 // The moment table: the sums only; the count stays 0, that is, not gathered.
-void _T_wtstb__accumulate_mf__(SornSTB *, SornWTSLSC *lsc, SornWTSRegion *r,
-                               const uint32_t *points, int32_t n) {
+void _T_wtstb__accumulate_mf__(SornSTB *, SornWTSLSC *lsc, SornWTSRegion *r, const uint32_t *points,
+                               int32_t n) {
   r->size += static_cast<uint32_t>(n);
   SornWTSMF_update_n(static_cast<SornWTSMF *>(value_of(r, lsc->features[0])), points, n);
 }
@@ -269,8 +266,8 @@ int32_t _T_wtstb__dogatherfeatI(SornAGTnode *node, void *frame, int32_t) {
   return -1;
 }
 
-void *_T_wtstb__gatherfeat__(SornSTB *, SornWTSLSC *lsc, void *target, void *source,
-                             int32_t index, uint32_t magic) {
+void *_T_wtstb__gatherfeat__(SornSTB *, SornWTSLSC *lsc, void *target, void *source, int32_t index,
+                             uint32_t magic) {
   if (!source) source = target;
   if (!target) return nullptr;
   if (index < 0) index = SornWTSFindexByMagic(lsc->features, lsc->nfeatures, magic);

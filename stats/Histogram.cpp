@@ -1,19 +1,18 @@
 // Histograms: the record with its life cycle, the counting entries, the
 // type-generic layer, the dispatcher and its kernel lookups. The kernels are
-// in histo_kernels.cpp.
+// in __histogram.cpp.
 #include <sorn.h>
 
 #include <cstring>
 
-#include "stats/stats_common.h"
+#include "stats/stat_layers.h"
 
-using namespace sorn_stats;
+using namespace sorn::stats;
 using sorn::channels_of;
 
 namespace {
 
-template <class F>
-void for_selected(uint32_t w, F f) {
+template <class F> void for_selected(uint32_t w, F f) {
   uint32_t mask = channel_mask(w);
   int32_t count = channels_of(w);
   for (int32_t c = 0; c < count; ++c)
@@ -181,8 +180,7 @@ SornStatus sorn_hist__init(int32_t mode, SornHist *hist, const SornHistInit *ini
   }
 }
 
-SornStatus sorn_hist__init_n(int32_t mode, uint32_t w, SornHist *hists,
-                             const SornHistInit *inits) {
+SornStatus sorn_hist__init_n(int32_t mode, uint32_t w, SornHist *hists, const SornHistInit *inits) {
   switch (mode) {
     case 0: sorn_hist_inithdr_$n(w, hists, inits); return SORN_OK;
     case 1: return __sorn_histogram__$n$ia(w, hists, inits);
@@ -191,8 +189,7 @@ SornStatus sorn_hist__init_n(int32_t mode, uint32_t w, SornHist *hists,
   }
 }
 
-SornStatus sorn_hist__init_xe(int32_t mode, SornHist *hist, const SornHistInit *init,
-                              SornXE *xe) {
+SornStatus sorn_hist__init_xe(int32_t mode, SornHist *hist, const SornHistInit *init, SornXE *xe) {
   switch (mode) {
     case 0: sorn_hist_inithdr(hist, init); return SORN_OK;
     case 1: return __sorn_histogram__$xe(hist, init, xe);
@@ -246,10 +243,9 @@ SornStatus sorna__histogram(SornXE *xe, SornFlags flags, SornDimPack pack, const
   return st;
 }
 
-SornStatus sorna__histogram_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
-                               const int32_t *dims, uint32_t type, const void *src,
-                               const int32_t *strides, const void *mask,
-                               const int32_t *mstrides, SornHist *hists) {
+SornStatus sorna__histogram_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                               uint32_t type, const void *src, const int32_t *strides,
+                               const void *mask, const int32_t *mstrides, SornHist *hists) {
   if (mask == nullptr) return sorna__histogram(xe, flags, pack, dims, type, src, strides, hists);
   const sorn::Inner s = sorn::inner3(pack, dims, strides, mstrides);
   const uint32_t w = (uint32_t)s.dims[s.n - 1];
@@ -278,15 +274,14 @@ SornStatus mode_rule(int32_t mode) {
 
 }  // namespace
 
-SornStatus SornHistogram(SornXE *xe, SornFlags flags, const SornArray *src,
-                         const SornVolume *roi, int32_t mode, SornHist *hists) {
-  return image_entry(xe, flags, SORN_TAG_HIST, &SornTGAhistogram, src, roi, hists,
-                     mode_rule(mode));
+SornStatus SornHistogram(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
+                         int32_t mode, SornHist *hists) {
+  return image_entry(xe, flags, SORN_TAG_HIST, &SornTGAhistogram, src, roi, hists, mode_rule(mode));
 }
 
-SornStatus SornHistogramEx(SornXE *xe, SornFlags flags, const SornArray *src,
-                           const SornArray *mask, const SornVolume *roi,
-                           const SornVolume *maskSite, int32_t mode, SornHist *hists) {
+SornStatus SornHistogramEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
+                           const SornVolume *roi, const SornVolume *maskSite, int32_t mode,
+                           SornHist *hists) {
   if (mask == nullptr) return SornHistogram(xe, flags, src, roi, mode, hists);
   return masked_entry(xe, flags, SORN_TAG_HSTX, &SornTGAhistogramEx, src, mask, roi, maskSite,
                       hists, mode_rule(mode));

@@ -2,9 +2,9 @@
 // the selected pixels, which the masked form also answers.
 #include <sorn.h>
 
-#include "stats/stats_common.h"
+#include "stats/stat_layers.h"
 
-using namespace sorn_stats;
+using namespace sorn::stats;
 
 /* ---------------- dispatch ---------------- */
 
@@ -20,11 +20,11 @@ SornStatus sorna__mean(SornXE *xe, SornFlags flags, SornDimPack pack, const int3
 }
 
 SornStatus sorna__mean_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                          uint32_t type, const void *src, const int32_t *strides,
-                          const void *mask, const int32_t *mstrides, double *means) {
+                          uint32_t type, const void *src, const int32_t *strides, const void *mask,
+                          const int32_t *mstrides, double *means) {
   const sorn::Inner s = sorn::inner3(pack, dims, strides);
-  SornStatus st = sorna__sum_xm(xe, flags | SORN_F_SUM_COUNT, pack, dims, type, src, strides,
-                                mask, mstrides, means);
+  SornStatus st = sorna__sum_xm(xe, flags | SORN_F_SUM_COUNT, pack, dims, type, src, strides, mask,
+                                mstrides, means);
   // A count of 0 leaves the means at 0 and is the answer: callers take only
   // negative answers for errors.
   if (st >= 1) {

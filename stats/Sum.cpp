@@ -1,11 +1,11 @@
 // Sums of all elements of a region, one double per channel: the entries,
 // the type-generic layer, the dispatcher and its kernel lookups. Kernels in
-// sum_kernels.cpp.
+// __sum.cpp.
 #include <sorn.h>
 
-#include "stats/stats_common.h"
+#include "stats/stat_layers.h"
 
-using namespace sorn_stats;
+using namespace sorn::stats;
 
 /* ---------------- dispatch ---------------- */
 
@@ -55,8 +55,8 @@ SornStatus sorna__sum(SornXE *xe, SornFlags flags, SornDimPack pack, const int32
 }
 
 SornStatus sorna__sum_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                         uint32_t type, const void *src, const int32_t *strides,
-                         const void *mask, const int32_t *mstrides, double *sums) {
+                         uint32_t type, const void *src, const int32_t *strides, const void *mask,
+                         const int32_t *mstrides, double *sums) {
   const sorn::Inner s = sorn::inner3(pack, dims, strides, mstrides);
   if (mask == nullptr) {
     // No mask selects every pixel; a counting caller gets them all.

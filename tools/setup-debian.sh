@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Installs what building and testing Sorn needs on Debian 12, skipping what
 # is already there: compiler, CMake, Ninja, GoogleTest, Google Benchmark,
-# libpng (for the command-line tool).
+# libpng (for the command-line tool), clang-format (for the layout check).
 set -euo pipefail
-packages=(g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev libpng-dev pkg-config)
+packages=(g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev libpng-dev pkg-config clang-format)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

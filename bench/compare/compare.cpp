@@ -2,12 +2,14 @@
 // instead, on the same pixels, in the same process, on one thread with warm
 // caches. Prints one table and writes it, with the machine, the compiler and
 // the date, to bench/RESULTS.md, and the ratios as a bar chart to
-// bench/compare/ratios.svg.
+// bench/compare/ratios.svg. This unit is the machinery: the race, the
+// records and pictures, the report; the rows of each family are in its
+// rows_<family>.cpp (compare.h tells how they register).
 //
-//   sorn_compare [--quick] [--samples N] [--photo FILE] [--out DIR] [--only sort|resize]
+//   sorn_compare [--quick] [--samples N] [--photo FILE] [--out DIR] [--only FAMILY]
 //
-// --only sort (or resize) times those rows alone and prints them, writing
-// nothing.
+// --only FAMILY times one family's rows (the name its rows file registers,
+// such as sort or stats) and prints them, writing nothing.
 // Each row times the Sorn call, the peer call and a memcpy that moves as
 // many bytes (read plus written) as the operation, in interleaved batches;
 // a batch runs long enough to be timed well, and the row reports the median
@@ -17,13 +19,11 @@
 
 #include <opencv2/core.hpp>
 #include <opencv2/core/utility.hpp>
-#include <opencv2/features2d.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
 extern "C" {
 #include <vl/generic.h>
-#include <vl/mser.h>
 }
 
 #include <algorithm>
@@ -35,13 +35,11 @@ extern "C" {
 #include <ctime>
 #include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#ifndef SORN_COMPARE_HAVE_FMSER
-#define SORN_COMPARE_HAVE_FMSER 0
-#endif
+#include "compare.h"
+
 #ifndef SORN_COMPARE_BENCH_DIR
 #define SORN_COMPARE_BENCH_DIR "bench"
 #endif
@@ -52,19 +50,9 @@ extern "C" {
 #define SORN_COMPARE_FLAGS "unknown"
 #endif
 
-namespace {
+namespace compare {
 
 using Clock = std::chrono::steady_clock;
-
-// ---------------------------------------------------------------- options
-
-struct Options {
-  bool quick = false;
-  int samples = 31;
-  std::string photo;
-  std::string out = SORN_COMPARE_BENCH_DIR;
-  std::string only;  // one family of rows, printed and not written
-};
 
 // ---------------------------------------------------------------- timing
 
@@ -138,16 +126,11 @@ SornArray rec_of(const cv::Mat &m) {
   return r;
 }
 
-struct Env {
-  SornXE xe;
-  Env() {
-    std::memset(&xe, 0, sizeof xe);
-    SornXEinit(&xe, nullptr);
-  }
-  ~Env() { SornXEfini(&xe); }
-  Env(const Env &) = delete;
-  Env &operator=(const Env &) = delete;
-};
+Env::Env() {
+  std::memset(&xe, 0, sizeof xe);
+  SornXEinit(&xe, nullptr);
+}
+Env::~Env() { SornXEfini(&xe); }
 
 bool g_failed = false;
 
@@ -211,18 +194,14 @@ cv::Mat make_scene(int rows, int cols, uint64_t seed) {
   return out;
 }
 
-struct Scenes {
-  cv::Mat photo;
-  std::string source;
-  cv::Mat at(int rows, int cols, uint64_t seed) const {
-    if (photo.empty()) return make_scene(rows, cols, seed);
-    cv::Mat m;
-    cv::resize(photo, m, cv::Size(cols, rows), 0, 0,
-               (size_t)cols * rows > photo.total() ? cv::INTER_CUBIC : cv::INTER_AREA);
-    if (seed & 1) cv::flip(m, m, -1);
-    return m;
-  }
-};
+cv::Mat Scenes::at(int rows, int cols, uint64_t seed) const {
+  if (photo.empty()) return make_scene(rows, cols, seed);
+  cv::Mat m;
+  cv::resize(photo, m, cv::Size(cols, rows), 0, 0,
+             (size_t)cols * rows > photo.total() ? cv::INTER_CUBIC : cv::INTER_AREA);
+  if (seed & 1) cv::flip(m, m, -1);
+  return m;
+}
 
 // ---------------------------------------------------------------- rows
 
@@ -272,7 +251,7 @@ void measure_bandwidth(size_t bytes, int samples) {
 
 void add_row(const std::string &op, int rows, int cols, const std::string &peer,
              std::function<void()> sorn, std::function<void()> other, size_t traffic, double goal,
-             int samples, const std::string &note = "") {
+             int samples, const std::string &note) {
   Row r;
   r.op = op;
   r.size = size_name(rows, cols);
@@ -297,9 +276,14 @@ void add_row(const std::string &op, int rows, int cols, const std::string &peer,
 // goal is the ratio to stay at or below on the larger image.
 void add_timed_row(const std::string &op, int rows, int cols, const std::string &peer,
                    double sorn_ms, double peer_ms, double goal, const std::string &note) {
+  add_sized_row(op, size_name(rows, cols), peer, sorn_ms, peer_ms, goal, note);
+}
+
+void add_sized_row(const std::string &op, const std::string &size, const std::string &peer,
+                   double sorn_ms, double peer_ms, double goal, const std::string &note) {
   Row r;
   r.op = op;
-  r.size = size_name(rows, cols);
+  r.size = size;
   r.peer = peer;
   r.sorn_ms = sorn_ms;
   r.peer_ms = peer_ms;
@@ -310,333 +294,6 @@ void add_timed_row(const std::string &op, int rows, int cols, const std::string 
               std::isnan(sorn_ms) ? "-" : fmt(sorn_ms / peer_ms, 2).c_str(), note.c_str());
   std::fflush(stdout);
   g_rows.push_back(r);
-}
-
-// ---------------------------------------------------------------- resizing
-
-// Nearest-neighbour resizing of u8 images of one and four channels by 1/2
-// and by 2, beside cv::resize with INTER_NEAREST. The two agree pixel for
-// pixel when shrinking; when enlarging they take their source pixels by
-// different rules (bench/compare/oracle_test.cpp names the difference),
-// and move the same bytes. The memcpy column moves what the resize reads
-// (the source rows it uses) plus what it writes.
-void resize_rows(const Scenes &scenes, int rows, int cols, int samples) {
-  Env env;
-  const cv::Mat grey = scenes.at(rows, cols, 4);
-  cv::Mat bgra;
-  cv::cvtColor(grey, bgra, cv::COLOR_GRAY2BGRA);
-  for (const cv::Mat *src : {&grey, (const cv::Mat *)&bgra}) {
-    const int ch = src->channels();
-    for (double f : {0.5, 2.0}) {
-      const int dw = (int)std::lround(cols * f), dh = (int)std::lround(rows * f);
-      cv::Mat ours(dh, dw, src->type()), theirs(dh, dw, src->type());
-      SornArray rs = rec_of(*src), rd = rec_of(ours);
-      const double factors[2] = {f, f};
-      const size_t row_bytes = (size_t)cols * ch;
-      const size_t read = (f < 1 ? (size_t)dh : (size_t)rows) * row_bytes;
-      const size_t written = (size_t)dw * dh * ch;
-      const std::string op = std::string("resize u8 ") + (ch == 1 ? "one channel" : "four channels") +
-                             (f < 1 ? ", x0.5" : ", x2");
-      add_row(op, rows, cols, "cv::resize NEAREST",
-              [&] { check(SornEResize(&env.xe, 0, &rd, &rs, nullptr, nullptr, 0, factors), "SornEResize"); },
-              [&] { cv::resize(*src, theirs, cv::Size(dw, dh), 0, 0, cv::INTER_NEAREST); },
-              read + written, f < 1 ? 0.6 : 0.3, samples,
-              f < 1 ? "same pixels as OpenCV" : "source pixels by its own rule (see oracle tests)");
-    }
-  }
-}
-
-// ---------------------------------------------------------------- sorting
-
-// Records of `size` bytes ordered by the unsigned key in their first four;
-// both sorts are given this same function.
-int compare_record_key(const void *a, const void *b, void *) {
-  uint32_t x, y;
-  std::memcpy(&x, a, 4);
-  std::memcpy(&y, b, 4);
-  return (x > y) - (x < y);
-}
-
-// A million random records, 4 and 16 bytes each. Every call sorts a fresh
-// copy of the same input; the copy is in both times alike.
-void sort_rows(int samples) {
-  const size_t n = 1000000;
-  for (size_t size : {(size_t)4, (size_t)16}) {
-    std::vector<uint8_t> input(n * size), work(n * size);
-    uint64_t x = 0x50F7;
-    for (size_t i = 0; i < n; ++i) {
-      x = x * 6364136223846793005ull + 1442695040888963407ull;
-      std::memcpy(&input[i * size], &x, 4);
-      for (size_t b = 4; b < size; ++b) input[i * size + b] = (uint8_t)(i + b);
-    }
-    const auto t = race({[&] {
-                           std::memcpy(work.data(), input.data(), input.size());
-                           if (KuQuickSort(work.data(), n, size, compare_record_key, nullptr) != 0)
-                             check(SORN_EINVAL, "KuQuickSort");
-                         },
-                         [&] {
-                           std::memcpy(work.data(), input.data(), input.size());
-                           qsort_r(work.data(), n, size, compare_record_key, nullptr);
-                         }},
-                        samples);
-    Row r;
-    r.op = "sort, caller's comparison (KuQuickSort)";
-    r.size = "10^6 x " + std::to_string(size) + " B";
-    r.peer = "qsort_r";
-    r.sorn_ms = t[0];
-    r.peer_ms = t[1];
-    r.goal = 1.0;
-    r.note = "same comparison function and records";
-    std::printf("%-34s %-10s %10.4f %10.4f %7.2f\n", (r.op + " / " + r.peer).c_str(), r.size.c_str(),
-                r.sorn_ms, r.peer_ms, r.ratio());
-    std::fflush(stdout);
-    g_rows.push_back(r);
-  }
-}
-
-// ---------------------------------------------------------------- element-wise
-
-void elementwise_rows(const Scenes &scenes, int rows, int cols, int samples) {
-  Env env;
-  SornXE *xe = &env.xe;
-  const cv::Mat a8 = scenes.at(rows, cols, 2), b8 = scenes.at(rows, cols, 3);
-  const size_t n = (size_t)rows * cols;
-  cv::Mat d8(rows, cols, CV_8U), c8(rows, cols, CV_8U);
-  SornArray ra8 = rec_of(a8), rb8 = rec_of(b8), rd8 = rec_of(d8);
-
-  add_row("add u8, saturating", rows, cols, "cv::add",
-          [&] { check(SornAddq(xe, 0, &rd8, &ra8, &rb8, nullptr, nullptr, nullptr, 0, 0), "SornAddq"); },
-          [&] { cv::add(a8, b8, c8); }, 3 * n, 1.0, samples);
-  add_row("sub u8, saturating", rows, cols, "cv::subtract",
-          [&] { check(SornSubq(xe, 0, &rd8, &ra8, &rb8, nullptr, nullptr, nullptr, 0, 0), "SornSubq"); },
-          [&] { cv::subtract(a8, b8, c8); }, 3 * n, 1.0, samples);
-  {
-    const double k[4] = {37, 37, 37, 37};
-    add_row("add u8 + constant, saturating", rows, cols, "cv::add(Scalar)",
-            [&] { check(SornAddqC(xe, 0, &rd8, &ra8, k, nullptr, nullptr, 0, 0), "SornAddqC"); },
-            [&] { cv::add(a8, cv::Scalar(37), c8); }, 2 * n, 1.0, samples);
-  }
-  {
-    cv::Mat d16(rows, cols, CV_16S), c16(rows, cols, CV_16S);
-    SornArray rd16 = rec_of(d16);
-    add_row("add u8 + u8 -> s16", rows, cols, "cv::add(CV_16S)",
-            [&] { check(SornAdd(xe, 0, &rd16, &ra8, &rb8, nullptr, nullptr, nullptr, 0, 0), "SornAdd"); },
-            [&] { cv::add(a8, b8, c16, cv::noArray(), CV_16S); }, 4 * n, 1.0, samples);
-    cv::Mat a16, b16;
-    a8.convertTo(a16, CV_16S, 128.0, -16384.0);
-    b8.convertTo(b16, CV_16S, 128.0, -16384.0);
-    SornArray ra16 = rec_of(a16), rb16 = rec_of(b16);
-    add_row("add s16, saturating", rows, cols, "cv::add",
-            [&] { check(SornAddq(xe, 0, &rd16, &ra16, &rb16, nullptr, nullptr, nullptr, 0, 0), "SornAddq"); },
-            [&] { cv::add(a16, b16, c16); }, 6 * n, 1.0, samples);
-  }
-  {
-    cv::Mat a32, b32;
-    a8.convertTo(a32, CV_32F, 0.37, -11.0);
-    b8.convertTo(b32, CV_32F, 1.91, 3.5);
-    cv::Mat d32(rows, cols, CV_32F), c32(rows, cols, CV_32F);
-    SornArray ra32 = rec_of(a32), rb32 = rec_of(b32), rd32 = rec_of(d32);
-    add_row("add f32", rows, cols, "cv::add",
-            [&] { check(SornAdd(xe, 0, &rd32, &ra32, &rb32, nullptr, nullptr, nullptr, 0, 0), "SornAdd"); },
-            [&] { cv::add(a32, b32, c32); }, 12 * n, 1.0, samples);
-    add_row("sub f32", rows, cols, "cv::subtract",
-            [&] { check(SornSub(xe, 0, &rd32, &ra32, &rb32, nullptr, nullptr, nullptr, 0, 0), "SornSub"); },
-            [&] { cv::subtract(a32, b32, c32); }, 12 * n, 1.0, samples);
-  }
-  {
-    const double v[4] = {91, 91, 91, 91};
-    add_row("fill u8", rows, cols, "Mat::setTo",
-            [&] { check(SornFill(xe, 0, &rd8, nullptr, v), "SornFill"); },
-            [&] { c8.setTo(cv::Scalar(91)); }, 2 * n, 1.0, samples);
-    add_row("copy u8 (C_sorn_bcopy2d)", rows, cols, "Mat::copyTo",
-            [&] { C_sorn_bcopy2d(d8.data, a8.data, (int32_t)d8.step[0], (int32_t)a8.step[0], rows, (size_t)cols); },
-            [&] { a8.copyTo(c8); }, 2 * n, 1.0, samples);
-  }
-}
-
-// ---------------------------------------------------------------- statistics
-
-void stats_rows(const Scenes &scenes, int rows, int cols, int samples) {
-  Env env;
-  SornXE *xe = &env.xe;
-  const cv::Mat a8 = scenes.at(rows, cols, 4);
-  const size_t n = (size_t)rows * cols;
-  SornArray ra8 = rec_of(a8);
-  {
-    std::vector<uint32_t> counts(257);
-    SornHist h;
-    std::memset(&h, 0, sizeof h);
-    const SornHistInit init = {SORN_U8, 256, 0.0, 255.0, 1, rows, cols};
-    sorn_hist_inithdr(&h, &init);
-    h.counts = counts.data();
-    cv::Mat hist;
-    const int channels[1] = {0}, bins[1] = {256};
-    const float range[2] = {0, 256};
-    const float *ranges[1] = {range};
-    add_row("histogram u8, 256 bins", rows, cols, "cv::calcHist",
-            [&] {
-              sorn_hist_reset(&h);
-              check(SornHistogram(xe, 0, &ra8, nullptr, 0, &h), "SornHistogram");
-            },
-            [&] { cv::calcHist(&a8, 1, channels, cv::noArray(), hist, 1, bins, ranges); }, n, 1.0,
-            samples);
-  }
-  double s[4] = {0, 0, 0, 0};
-  cv::Scalar cs;
-  add_row("sum u8", rows, cols, "cv::sum",
-          [&] { check(SornSum(xe, 0, &ra8, nullptr, s), "SornSum"); },
-          [&] { cs = cv::sum(a8); }, n, 1.0, samples);
-  cv::Mat a32;
-  a8.convertTo(a32, CV_32F, 0.37, -11.0);
-  SornArray ra32 = rec_of(a32);
-  add_row("sum f32", rows, cols, "cv::sum",
-          [&] { check(SornSum(xe, 0, &ra32, nullptr, s), "SornSum"); },
-          [&] { cs = cv::sum(a32); }, 4 * n, 1.0, samples);
-  add_row("mean u8", rows, cols, "cv::mean",
-          [&] { check(SornMean(xe, 0, &ra8, nullptr, s), "SornMean"); },
-          [&] { cs = cv::mean(a8); }, n, 1.0, samples);
-  cv::Mat mask;
-  cv::threshold(a8, mask, 110, 255, cv::THRESH_BINARY);
-  SornArray rm = rec_of(mask);
-  add_row("mean u8, masked", rows, cols, "cv::mean(mask)",
-          [&] { check(SornMeanEx(xe, 0, &ra8, &rm, nullptr, nullptr, s), "SornMeanEx"); },
-          [&] { cs = cv::mean(a8, mask); }, 2 * n, 1.0, samples);
-}
-
-// ---------------------------------------------------------------- stable regions
-
-struct MserParams {
-  int delta = 10;
-  double minarea = 0.0001, maxarea = 0.75, maxvariation = 0.33, mindiversity = 0.2;
-};
-
-// The flooding that the stable-region generation runs once for dark and
-// once for bright regions; regions counted are those of 16 pixels or more,
-// which become nodes.
-int count_nodes(const SornFWTSRegion *r) {
-  int n = 1;
-  for (const SornFWTSRegion *c = r->child; c; c = c->next) n += count_nodes(c);
-  return n;
-}
-
-int sorn_floodings(SornXE *xe, const cv::Mat &img) {
-  // The layer below reads whole four-cell vectors, given at the first of
-  // the three cells in use.
-  const int32_t dims4[4] = {1, img.rows, img.cols, 1};
-  const int32_t strides4[4] = {0, (int32_t)img.step[0], 1, 1};
-  const int32_t origin4[4] = {0, 0, 0, 0};
-  const int32_t *dims = dims4 + 1, *strides = strides4 + 1, *origin = origin4 + 1;
-  int nodes = 0;
-  for (uint16_t pol = 0; pol < 2; ++pol) {
-    SornFWTSRES res;
-    std::memset(&res, 0, sizeof res);
-    SornFWTSRESinit(&res, nullptr, nullptr);
-    SornWTSState st;
-    std::memset(&st, 0, sizeof st);
-    st.builder = &res;
-    st.polarity = pol;
-    check(sorna_fwatershed(xe, SORN_F_WTS_FFORM, &st, SORN_DIMPACK(3), dims, SORN_U8, img.data,
-                           origin, strides),
-          "sorna_fwatershed");
-    if (res.root) nodes += count_nodes(res.root);
-    SornFWTSRESfini(&res);
-  }
-  return nodes;
-}
-
-#if SORN_COMPARE_HAVE_FMSER
-}  // namespace
-// The header may declare the entries before the library has them: weak
-// references let the program link either way and find out at run time.
-extern "C" {
-decltype(SornGenerateFMSERs) SornGenerateFMSERs __attribute__((weak));
-decltype(__sorn_fmserfilt__$) __sorn_fmserfilt__$ __attribute__((weak));
-decltype(sorn_fmserf_destroy) sorn_fmserf_destroy __attribute__((weak));
-}
-namespace {
-
-bool fmser_in_library() {
-  return SornGenerateFMSERs != nullptr && __sorn_fmserfilt__$ != nullptr &&
-         sorn_fmserf_destroy != nullptr;
-}
-
-int sorn_msers(SornXE *xe, const SornArray *img) {
-  SornFMSERFilter f;
-  __sorn_fmserfilt__$(&f);
-  check(SornGenerateFMSERs(xe, 0, img, nullptr, &f), "SornGenerateFMSERs");
-  const int n = (int)f.count1 + (int)f.count2;
-  sorn_fmserf_destroy(&f);
-  return n;
-}
-#endif
-
-void mser_rows(const Scenes &scenes, int rows, int cols, int samples) {
-  Env env;
-  SornXE *xe = &env.xe;
-  const cv::Mat img = scenes.at(rows, cols, 6);
-  cv::Mat inv;
-  const MserParams p;
-  const double px = (double)rows * cols;
-
-  auto cvm = cv::MSER::create(p.delta, std::max(1, (int)(px * p.minarea)), (int)(px * p.maxarea),
-                              p.maxvariation, p.mindiversity);
-  std::vector<std::vector<cv::Point>> cvregions;
-  std::vector<cv::Rect> boxes;
-  auto opencv = [&] { cvm->detectRegions(img, cvregions, boxes); };
-
-  const int vdims[2] = {cols, rows};  // the first dimension varies fastest
-  VlMserFilt *vf = vl_mser_new(2, vdims);
-  vl_mser_set_delta(vf, (vl_mser_pix)p.delta);
-  vl_mser_set_min_area(vf, p.minarea);
-  vl_mser_set_max_area(vf, p.maxarea);
-  vl_mser_set_max_variation(vf, p.maxvariation);
-  vl_mser_set_min_diversity(vf, p.mindiversity);
-  int vlcount = 0;
-  auto vlfeat = [&] {
-    // One pass finds dark regions; the bright ones come from the inverse.
-    vl_mser_process(vf, img.ptr<vl_mser_pix>());
-    vlcount = (int)vl_mser_get_regions_num(vf);
-    cv::bitwise_not(img, inv);
-    vl_mser_process(vf, inv.ptr<vl_mser_pix>());
-    vlcount += (int)vl_mser_get_regions_num(vf);
-  };
-  opencv();
-  vlfeat();
-  const std::string counts = "regions: OpenCV " + std::to_string(cvregions.size()) +
-                             ", VLFeat " + std::to_string(vlcount);
-
-  int nodes = 0;
-  auto flood = [&] { nodes = sorn_floodings(xe, img); };
-  flood();
-  std::vector<std::function<void()>> fns = {flood, opencv, vlfeat};
-  bool have_mser = false;
-#if SORN_COMPARE_HAVE_FMSER
-  have_mser = fmser_in_library();
-  SornArray rimg = rec_of(img);
-  int found = 0;
-  auto sorn = [&] { found = sorn_msers(xe, &rimg); };
-  if (have_mser) {
-    sorn();
-    fns.push_back(sorn);
-  }
-#endif
-  // One race for all four, so that the peers are timed once per size.
-  const auto t = race(fns, samples);
-  add_timed_row("component trees (f flooding x2)", rows, cols, "cv::MSER", t[0], t[1], NAN,
-                "the floodings alone: Sorn tree nodes " + std::to_string(nodes) + "; " + counts);
-  if (have_mser) {
-#if SORN_COMPARE_HAVE_FMSER
-    const std::string all = "regions: Sorn " + std::to_string(found) + ", OpenCV " +
-                            std::to_string(cvregions.size()) + ", VLFeat " + std::to_string(vlcount);
-    add_timed_row("MSER, dark and bright", rows, cols, "cv::MSER", t[3], t[1], 0.5, all);
-    add_timed_row("MSER, dark and bright", rows, cols, "vl_mser_process", t[3], t[2], NAN, all);
-#endif
-  } else {
-    const std::string why = "pending: SornGenerateFMSERs is not in the library yet; " + counts;
-    add_timed_row("MSER, dark and bright", rows, cols, "cv::MSER", NAN, t[1], 0.5, why);
-    add_timed_row("MSER, dark and bright", rows, cols, "vl_mser_process", NAN, t[2], NAN, why);
-  }
-  vl_mser_delete(vf);
 }
 
 // ---------------------------------------------------------------- report
@@ -746,9 +403,9 @@ void write_markdown(const std::string &path, const Options &opt, const Scenes &s
     << opt.samples << " batches. Times are of one call, in ms.\n\n";
   o << "Goals, on one thread: at 1920x1080 every element-wise operation, the histogram and the "
        "sum at most as slow as OpenCV (ratio <= 1.00); stable regions at least twice as fast as "
-       "OpenCV's on the same image (ratio <= 0.50); nearest-neighbour resizing by 1/2 at most 0.6 "
-       "and by 2 at most 0.3 of OpenCV's time; sorting a million records with a caller's "
-       "comparison at most as slow as the C library's qsort_r (ratio <= 1.00).\n\n";
+       "OpenCV's on the same image (ratio <= 0.50); other families state their goal in the Goal "
+       "column of their rows (sorting a million records: at most as slow as the C library's "
+       "qsort_r).\n\n";
   o << "Ratio is Sorn time over peer time: below 1.00 Sorn is faster. *memcpy* moves as many "
        "bytes (read plus written) as the operation does: the single-thread memory bandwidth "
        "limit; *Sorn/memcpy* near 1.00 means the operation runs at that limit.\n\n";
@@ -776,10 +433,18 @@ void write_markdown(const std::string &path, const Options &opt, const Scenes &s
   o << "\n![Ratios](compare/ratios.svg)\n";
 }
 
-}  // namespace
+std::vector<Family> &families() {
+  static std::vector<Family> all;
+  return all;
+}
+
+}  // namespace compare
+
+using namespace compare;
 
 int main(int argc, char **argv) {
   Options opt;
+  opt.out = SORN_COMPARE_BENCH_DIR;
   for (int i = 1; i < argc; ++i) {
     const std::string a = argv[i];
     if (a == "--quick") {
@@ -794,7 +459,8 @@ int main(int argc, char **argv) {
     } else if (a == "--only" && i + 1 < argc) {
       opt.only = argv[++i];
     } else {
-      std::fprintf(stderr, "usage: %s [--quick] [--samples N] [--photo FILE] [--out DIR] [--only sort|resize]\n", argv[0]);
+      std::fprintf(stderr, "usage: %s [--quick] [--samples N] [--photo FILE] [--out DIR] [--only FAMILY]\n",
+                   argv[0]);
       return 2;
     }
   }
@@ -802,30 +468,25 @@ int main(int argc, char **argv) {
   Scenes scenes;
   scenes.photo = load_photo(opt.photo, scenes.source);
 
-  const int sizes[2][2] = {{480, 640}, {1080, 1920}};
   // The bandwidth ceiling at the sizes the rows move: a u8 frame of each
   // size, and an f32 full-HD frame.
   for (size_t b : {(size_t)640 * 480, (size_t)1920 * 1080, (size_t)1920 * 1080 * 4})
     measure_bandwidth(b, opt.samples);
   std::printf("%-34s %-10s %10s %10s %7s\n", "operation / peer", "size", "Sorn ms", "peer ms", "ratio");
-  if (opt.only == "sort") {
-    sort_rows(opt.samples);
-    return g_failed ? 1 : 0;
+  std::vector<Family> all = families();
+  std::stable_sort(all.begin(), all.end(),
+                   [](const Family &a, const Family &b) { return a.rank < b.rank; });
+  bool ran = false;
+  for (const Family &f : all) {
+    if (!opt.only.empty() && opt.only != f.name) continue;
+    f.rows(scenes, opt);
+    ran = true;
   }
-  if (opt.only == "resize") {
-    for (const auto &s : sizes) resize_rows(scenes, s[0], s[1], opt.samples);
-    return g_failed ? 1 : 0;
+  if (!ran) {
+    std::fprintf(stderr, "no family of rows is named '%s'\n", opt.only.c_str());
+    return 2;
   }
-  for (const auto &s : sizes) elementwise_rows(scenes, s[0], s[1], opt.samples);
-  for (const auto &s : sizes) stats_rows(scenes, s[0], s[1], opt.samples);
-  for (const auto &s : sizes) resize_rows(scenes, s[0], s[1], opt.samples);
-  // About 1 and 4 megapixels, in the photograph's proportions.
-  const int msizes[2][2] = {{816, 1224}, {1632, 2448}};
-  for (const auto &s : msizes) {
-    mser_rows(scenes, s[0], s[1], opt.quick ? 5 : opt.samples);
-    if (opt.quick) break;  // a check of the program, not a measurement
-  }
-  sort_rows(opt.quick ? 5 : opt.samples);
+  if (!opt.only.empty()) return g_failed ? 1 : 0;
 
   write_svg(opt.out + "/compare/ratios.svg");
   write_markdown(opt.out + "/RESULTS.md", opt, scenes);

@@ -9,7 +9,7 @@
 
 #include "tool_testutil.h"
 
-using sorn_tool::Image;
+using sorn::tool::Image;
 using tool_test::run_tool;
 using tool_test::ToolRun;
 using tool_test::Scratch;
@@ -55,7 +55,7 @@ TEST(ToolHelp, ListsEveryCommand) {
 }
 
 TEST(ToolHelp, EveryCommandHasItsOwn) {
-  for (const sorn_tool::Command &c : sorn_tool::commands()) {
+  for (const sorn::tool::Command &c : sorn::tool::commands()) {
     for (const char *flag : {"--help", "-h"}) {
       ToolRun r = run_tool({c.name, flag});
       EXPECT_EQ(r.code, 0) << c.name;
@@ -70,7 +70,7 @@ TEST(ToolHelp, EveryCommandHasItsOwn) {
 TEST(ToolHelp, HelpWinsOverOtherArguments) {
   ToolRun r = run_tool({"mser", "--delta", "zero", "--help"});
   EXPECT_EQ(r.code, 0);
-  EXPECT_EQ(r.out, sorn_tool::kMserHelp);
+  EXPECT_EQ(r.out, sorn::tool::kMserHelp);
 }
 
 TEST(ToolUsage, MissingOrUnknownCommand) {
@@ -129,7 +129,7 @@ TEST(ToolInputs, UnreadableFile) {
 
 TEST(ToolInputs, CorruptTruncatedAndDeepImages) {
   Scratch dir;
-  sorn_tool::write_image(dir.path("a.png"), tool_test::make_image(30, 20, 1, [](int y, int x, int) { return x * y; }));
+  sorn::tool::write_image(dir.path("a.png"), tool_test::make_image(30, 20, 1, [](int y, int x, int) { return x * y; }));
   std::string bytes = tool_test::read_file(dir.path("a.png"));
   tool_test::write_file(dir.path("t.png"), bytes.substr(0, bytes.size() / 2));
   ToolRun r = run_tool({"hist", dir.path("t.png")});
@@ -160,7 +160,7 @@ TEST(ToolStats, SumAndMeanOfEachChannel) {
   Scratch dir;
   // 4 x 3 RGB: red = x, green = 10 y, blue = 200.
   Image im = tool_test::make_image(4, 3, 3, [](int y, int x, int k) { return k == 0 ? x : k == 1 ? 10 * y : 200; });
-  sorn_tool::write_image(dir.path("a.ppm"), im);
+  sorn::tool::write_image(dir.path("a.ppm"), im);
   ToolRun r = run_tool({"stats", dir.path("a.ppm")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(r.err, "");
@@ -180,7 +180,7 @@ TEST(ToolStats, SumAndMeanOfEachChannel) {
 TEST(ToolStats, GreyAlphaGoesPlaneByPlane) {
   Scratch dir;
   Image im = tool_test::make_image(5, 2, 2, [](int, int x, int k) { return k ? 255 : x; });
-  sorn_tool::write_image(dir.path("a.png"), im);
+  sorn::tool::write_image(dir.path("a.png"), im);
   ToolRun r = run_tool({"stats", dir.path("a.png")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(number_after(r.out, "grey "), 20);
@@ -191,8 +191,8 @@ TEST(ToolStats, MaskSelectsPixels) {
   Scratch dir;
   Image im = tool_test::make_image(5, 2, 1, [](int y, int x, int) { return 10 * y + x; });
   Image mask = tool_test::make_image(5, 2, 1, [](int y, int x, int) { return (x == 1 || x == 4) && y == 1 ? 255 : 0; });
-  sorn_tool::write_image(dir.path("a.pgm"), im);
-  sorn_tool::write_image(dir.path("m.png"), mask);
+  sorn::tool::write_image(dir.path("a.pgm"), im);
+  sorn::tool::write_image(dir.path("m.png"), mask);
   ToolRun r = run_tool({"stats", dir.path("a.pgm"), "--mask", dir.path("m.png")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_NE(r.out.find("mask: " + dir.path("m.png") + ", 2 of 10 pixels selected"), std::string::npos) << r.out;
@@ -209,7 +209,7 @@ TEST(ToolStats, MaskSelectsPixels) {
 
 TEST(ToolStats, EmptyMaskGivesZeroMeans) {
   Scratch dir;
-  sorn_tool::write_image(dir.path("m.pgm"), Image(320, 240, 1, 0));
+  sorn::tool::write_image(dir.path("m.pgm"), Image(320, 240, 1, 0));
   ToolRun r = run_tool({"stats", "--mask", dir.path("m.pgm")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_NE(r.out.find("0 of 76800 pixels selected"), std::string::npos) << r.out;
@@ -218,8 +218,8 @@ TEST(ToolStats, EmptyMaskGivesZeroMeans) {
 
 TEST(ToolStats, MaskMustFit) {
   Scratch dir;
-  sorn_tool::write_image(dir.path("small.pgm"), Image(3, 3, 1, 1));
-  sorn_tool::write_image(dir.path("rgb.ppm"), Image(320, 240, 3, 1));
+  sorn::tool::write_image(dir.path("small.pgm"), Image(3, 3, 1, 1));
+  sorn::tool::write_image(dir.path("rgb.ppm"), Image(320, 240, 3, 1));
   expect_failure(run_tool({"stats", "--mask", dir.path("small.pgm")}), 1,
                  "sorn stats: " + dir.path("small.pgm") + ": mask is 3x3 but the image is 320x240");
   expect_failure(run_tool({"stats", "--mask", dir.path("rgb.ppm")}), 1,
@@ -238,7 +238,7 @@ TEST(ToolHist, TableCountsEveryPixelOnce) {
   Scratch dir;
   // 16 x 16 grey, every value 0..255 once; a second channel of value 7.
   Image im = tool_test::make_image(16, 16, 2, [](int y, int x, int k) { return k ? 7 : 16 * y + x; });
-  sorn_tool::write_image(dir.path("a.png"), im);
+  sorn::tool::write_image(dir.path("a.png"), im);
   ToolRun r = run_tool({"hist", dir.path("a.png"), "-o", dir.path("plot.png")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_NE(r.out.find("channel grey: 256 pixels, min 0, max 255, mode 0 (1 pixels)"), std::string::npos) << r.out;
@@ -256,7 +256,7 @@ TEST(ToolHist, TableCountsEveryPixelOnce) {
   EXPECT_EQ(alpha, 256u);
   // Lines of zeros are left out: the alpha channel has one line.
   EXPECT_NE(r.out.find("    0:       0       0       0       0       0       0       0     256"), std::string::npos);
-  Image plot = sorn_tool::read_image(dir.path("plot.png"));
+  Image plot = sorn::tool::read_image(dir.path("plot.png"));
   EXPECT_EQ(plot.width, 528);
   EXPECT_EQ(plot.height, 8 + 2 * 136);
   EXPECT_EQ(plot.channels, 3);
@@ -267,7 +267,7 @@ TEST(ToolHist, PlotOfTheDefaultPicture) {
   ToolRun r = run_tool({"hist", "--output=" + dir.path("plot.ppm")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(lines_of(r.out)[1].rfind("channel red: 76800 pixels", 0), 0u) << r.out;
-  Image plot = sorn_tool::read_image(dir.path("plot.ppm"));
+  Image plot = sorn::tool::read_image(dir.path("plot.ppm"));
   EXPECT_EQ(plot.width, 528);
   EXPECT_EQ(plot.height, 8 + 3 * 136);
 }
@@ -278,14 +278,14 @@ TEST(ToolAdd, WrapsSaturatesAndScales) {
   Scratch dir;
   Image a = tool_test::make_image(3, 1, 1, [](int, int x, int) { return 200; });
   Image b = tool_test::make_image(3, 1, 1, [](int, int x, int) { return x == 0 ? 100 : x == 1 ? 20 : 55; });
-  sorn_tool::write_image(dir.path("a.pgm"), a);
-  sorn_tool::write_image(dir.path("b.png"), b);
+  sorn::tool::write_image(dir.path("a.pgm"), a);
+  sorn::tool::write_image(dir.path("b.png"), b);
   auto sum = [&](std::vector<std::string> extra) {
     std::vector<std::string> args = {"add", dir.path("a.pgm"), dir.path("b.png"), "-o", dir.path("s.pgm")};
     args.insert(args.end(), extra.begin(), extra.end());
     ToolRun r = run_tool(args);
     EXPECT_EQ(r.code, 0) << r.err;
-    Image s = sorn_tool::read_image(dir.path("s.pgm"));
+    Image s = sorn::tool::read_image(dir.path("s.pgm"));
     return std::vector<int>{s.at(0, 0), s.at(0, 1), s.at(0, 2)};
   };
   EXPECT_EQ(sum({}), (std::vector<int>{44, 220, 255}));
@@ -297,12 +297,12 @@ TEST(ToolAdd, WrapsSaturatesAndScales) {
 TEST(ToolAdd, FourChannelsAndPngOutput) {
   Scratch dir;
   Image a = tool_test::make_image(7, 5, 4, [](int y, int x, int k) { return y + x + k; });
-  sorn_tool::write_image(dir.path("a.png"), a);
+  sorn::tool::write_image(dir.path("a.png"), a);
   ToolRun r = run_tool({"add", dir.path("a.png"), dir.path("a.png"), "-o", dir.path("s.png")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(r.out, "wrote " + dir.path("s.png") + ": 7x5 RGBA, sum of " + dir.path("a.png") + " and " +
                        dir.path("a.png") + ", sf 0\n");
-  Image s = sorn_tool::read_image(dir.path("s.png"));
+  Image s = sorn::tool::read_image(dir.path("s.png"));
   EXPECT_EQ(s.channels, 4);
   EXPECT_EQ(s.at(4, 6, 3), 2 * (4 + 6 + 3));
 }
@@ -311,11 +311,11 @@ TEST(ToolAdd, RoundTripPngToPgmToPngThroughHalvedSums) {
   // (a + a) / 2 is a, so two runs carry a picture from PNG to PGM and back.
   Scratch dir;
   Image a = tool_test::make_image(23, 11, 1, [](int y, int x, int) { return (y * 31 + x * 7) & 255; });
-  sorn_tool::write_image(dir.path("a.png"), a);
+  sorn::tool::write_image(dir.path("a.png"), a);
   ASSERT_EQ(run_tool({"add", dir.path("a.png"), dir.path("a.png"), "--sf", "-1", "-o", dir.path("b.pgm")}).code, 0);
   EXPECT_EQ(tool_test::read_file(dir.path("b.pgm")).substr(0, 11), "P5\n23 11\n25");
   ASSERT_EQ(run_tool({"add", dir.path("b.pgm"), dir.path("b.pgm"), "--sf", "-1", "-o", dir.path("c.png")}).code, 0);
-  Image c = sorn_tool::read_image(dir.path("c.png"));
+  Image c = sorn::tool::read_image(dir.path("c.png"));
   EXPECT_EQ(c.pixels, a.pixels);
   EXPECT_EQ(c.width, 23);
   EXPECT_EQ(c.channels, 1);
@@ -325,15 +325,15 @@ TEST(ToolAdd, DefaultPictureTwice) {
   Scratch dir;
   ToolRun r = run_tool({"add", "--sf", "-1", "-o", dir.path("d.png")});
   ASSERT_EQ(r.code, 0) << r.err;
-  Image d = sorn_tool::read_image(dir.path("d.png"));
-  EXPECT_EQ(d.pixels, sorn_tool::default_picture().pixels);
+  Image d = sorn::tool::read_image(dir.path("d.png"));
+  EXPECT_EQ(d.pixels, sorn::tool::default_picture().pixels);
 }
 
 TEST(ToolAdd, Failures) {
   Scratch dir;
-  sorn_tool::write_image(dir.path("a.pgm"), Image(4, 4, 1, 1));
-  sorn_tool::write_image(dir.path("b.pgm"), Image(5, 4, 1, 1));
-  sorn_tool::write_image(dir.path("c.ppm"), Image(4, 4, 3, 1));
+  sorn::tool::write_image(dir.path("a.pgm"), Image(4, 4, 1, 1));
+  sorn::tool::write_image(dir.path("b.pgm"), Image(5, 4, 1, 1));
+  sorn::tool::write_image(dir.path("c.ppm"), Image(4, 4, 3, 1));
   expect_failure(run_tool({"add", dir.path("a.pgm"), dir.path("a.pgm")}), 2,
                  "sorn add: missing -o OUT (try 'sorn add --help')");
   expect_failure(run_tool({"add", dir.path("a.pgm"), "-o", dir.path("s.pgm")}), 2,

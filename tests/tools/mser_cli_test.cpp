@@ -5,10 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "tool_testutil.h"
 
-using sorn_tool::Image;
+using sorn::tool::Image;
 using tool_test::Json;
 using tool_test::run_tool;
 using tool_test::Scratch;
@@ -40,7 +42,7 @@ int count_of(const std::string &out, const std::string &label) {
 
 TEST(ToolMser, FindsEachSquareInItsPass) {
   Scratch dir;
-  sorn_tool::write_image(dir.path("sq.png"), two_squares());
+  sorn::tool::write_image(dir.path("sq.png"), two_squares());
   ToolRun r = run_tool({"mser", dir.path("sq.png"), "-o", dir.path("o.png"), "--json", dir.path("r.json")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(r.err, "");
@@ -76,7 +78,7 @@ TEST(ToolMser, FindsEachSquareInItsPass) {
   EXPECT_EQ(bright["bbox"]["height"].number(), 10);
 
   // The overlay: the grey picture in colour, dark squares red, bright blue.
-  Image o = sorn_tool::read_image(dir.path("o.png"));
+  Image o = sorn::tool::read_image(dir.path("o.png"));
   ASSERT_EQ(o.width, 64);
   ASSERT_EQ(o.height, 64);
   ASSERT_EQ(o.channels, 3);
@@ -89,7 +91,7 @@ TEST(ToolMser, FindsEachSquareInItsPass) {
 
 TEST(ToolMser, OnePassOnly) {
   Scratch dir;
-  sorn_tool::write_image(dir.path("sq.pgm"), two_squares());
+  sorn::tool::write_image(dir.path("sq.pgm"), two_squares());
   ToolRun r = run_tool({"mser", dir.path("sq.pgm"), "--mode", "dark", "--json", dir.path("r.json")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(count_of(r.out, "dark regions: "), 1);
@@ -107,7 +109,7 @@ TEST(ToolMser, OnePassOnly) {
 
 TEST(ToolMser, ParametersReachTheDetection) {
   Scratch dir;
-  sorn_tool::write_image(dir.path("sq.png"), two_squares());
+  sorn::tool::write_image(dir.path("sq.png"), two_squares());
   // Half the picture at least: neither square is large enough.
   ToolRun r = run_tool({"mser", dir.path("sq.png"), "--min-area", "0.5", "--json", dir.path("r.json")});
   ASSERT_EQ(r.code, 0) << r.err;
@@ -155,7 +157,7 @@ TEST(ToolMser, DefaultPictureCountsAgreeWithTheJson) {
     EXPECT_LE(b["y"].number() + b["height"].number(), 240);
     EXPECT_LE(g["size"].number(), b["width"].number() * b["height"].number());
   }
-  Image o = sorn_tool::read_image(dir.path("mser.png"));
+  Image o = sorn::tool::read_image(dir.path("mser.png"));
   EXPECT_EQ(o.width, 320);
   EXPECT_EQ(o.height, 240);
   EXPECT_EQ(o.channels, 3);
@@ -163,7 +165,7 @@ TEST(ToolMser, DefaultPictureCountsAgreeWithTheJson) {
 
 TEST(ToolMser, FlatPictureHasNoRegions) {
   Scratch dir;
-  sorn_tool::write_image(dir.path("flat.pgm"), Image(40, 30, 1, 77));
+  sorn::tool::write_image(dir.path("flat.pgm"), Image(40, 30, 1, 77));
   ToolRun r = run_tool({"mser", dir.path("flat.pgm"), "--json", dir.path("r.json")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(count_of(r.out, "dark regions: "), 0);
@@ -181,7 +183,7 @@ TEST(ToolMser, ColourPicturesAreTakenAsGrey) {
       for (int k = 0; k < 3; ++k) rgba.at(y, x, k) = grey.at(y, x);
       rgba.at(y, x, 3) = 255;
     }
-  sorn_tool::write_image(dir.path("c.png"), rgba);
+  sorn::tool::write_image(dir.path("c.png"), rgba);
   ToolRun r = run_tool({"mser", dir.path("c.png")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(count_of(r.out, "dark regions: "), 1);
@@ -201,5 +203,43 @@ TEST(ToolMser, OutputFailures) {
             "sorn mser: " + dir.path("o.pgm") + ": PGM holds grey images only, this one is RGB (write .png or .ppm)");
   r = run_tool({"mser", "-o", dir.path("o.tif")});
   EXPECT_EQ(r.code, 2);
+}
+
+TEST(ToolMser, PrintsWhatTheReadmeDemoShows) {
+  // The README shows the demo's output; the counts there are the tool's
+  // counts on the default picture, and this test is where they come from:
+  // every line but the time must be what the README says.
+  const std::string readme = tool_test::read_file(std::string(SORN_TOOL_SOURCE_DIR) + "/../README.md");
+  const size_t demo = readme.find("\n## Demo\n");
+  ASSERT_NE(demo, std::string::npos) << "the README's demo section";
+  EXPECT_NE(readme.find("build/release/tools/sorn mser -o mser.png"), std::string::npos)
+      << "the demo command";
+  const size_t open = readme.find("\n```\n", demo);
+  ASSERT_NE(open, std::string::npos);
+  const size_t close = readme.find("\n```\n", open + 4);
+  ASSERT_NE(close, std::string::npos);
+  std::vector<std::string> shown, printed;
+  std::istringstream in(readme.substr(open + 5, close - open - 4)), out;
+  for (std::string l; std::getline(in, l);) shown.push_back(l);
+
+  Scratch dir;
+  ToolRun r = run_tool({"mser", "-o", dir.path("mser.png")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  out.str(r.out);
+  for (std::string l; std::getline(out, l);) printed.push_back(l);
+  ASSERT_EQ(printed.size(), shown.size()) << r.out;
+  for (size_t i = 0; i < shown.size(); ++i) {
+    if (shown[i].rfind("time: ", 0) == 0) {
+      // The time is the machine's; its form is the tool's.
+      EXPECT_EQ(printed[i].rfind("time: ", 0), 0u) << printed[i];
+      EXPECT_EQ(printed[i].substr(printed[i].size() - 3), " ms") << printed[i];
+    } else if (shown[i].rfind("wrote ", 0) == 0) {
+      EXPECT_EQ(shown[i], "wrote mser.png");
+      EXPECT_EQ(printed[i], "wrote " + dir.path("mser.png"));
+    } else {
+      EXPECT_EQ(printed[i], shown[i]) << "line " << i + 1 << " of the README's demo output";
+    }
+  }
 }
 #endif

@@ -113,7 +113,7 @@ void write_png16(const std::string &path, int32_t w, int32_t h) {
   write_png_rows(path, w, h, 16, PNG_COLOR_TYPE_GRAY, bytes, size_t(w) * 2, {}, {});
 }
 
-void write_interlaced_png(const std::string &path, const sorn_tool::Image &image) {
+void write_interlaced_png(const std::string &path, const sorn::tool::Image &image) {
   static const int types[5] = {0, PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB,
                                PNG_COLOR_TYPE_RGB_ALPHA};
   write_png_rows(path, image.width, image.height, 8, types[image.channels], image.pixels,

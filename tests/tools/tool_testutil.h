@@ -45,8 +45,8 @@ void write_file(const std::string &path, const std::string &bytes);
 
 // An image whose pixel (y, x, c) is f(y, x, c).
 template <class F>
-sorn_tool::Image make_image(int32_t w, int32_t h, int32_t c, F f) {
-  sorn_tool::Image im(w, h, c);
+sorn::tool::Image make_image(int32_t w, int32_t h, int32_t c, F f) {
+  sorn::tool::Image im(w, h, c);
   for (int32_t y = 0; y < h; ++y)
     for (int32_t x = 0; x < w; ++x)
       for (int32_t k = 0; k < c; ++k) im.at(y, x, k) = uint8_t(f(y, x, k));
@@ -56,7 +56,7 @@ sorn_tool::Image make_image(int32_t w, int32_t h, int32_t c, F f) {
 // A PNG of bit depth 16 (grey), written with libpng directly.
 void write_png16(const std::string &path, int32_t w, int32_t h);
 // An interlaced PNG of an 8-bit image.
-void write_interlaced_png(const std::string &path, const sorn_tool::Image &image);
+void write_interlaced_png(const std::string &path, const sorn::tool::Image &image);
 // A palette PNG of 4 colours, index (x + y) % 4, the last colour half
 // transparent when with_trns.
 void write_palette_png(const std::string &path, int32_t w, int32_t h, bool with_trns);

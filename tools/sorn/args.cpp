@@ -6,7 +6,7 @@
 
 #include "cli.h"
 
-namespace sorn_tool {
+namespace sorn::tool {
 
 namespace {
 const OptionSpec *find_spec(const std::vector<OptionSpec> &options, const std::string &word) {
@@ -88,7 +88,8 @@ int64_t Args::integer(const char *name, int64_t fallback, int64_t lo, int64_t hi
   if (v->empty() || *end != '\0' || errno == ERANGE) {
     usage_error("invalid value '" + *v + "' for " + name + ": expected " + range);
   }
-  if (x < lo || x > hi) usage_error("value " + *v + " for " + name + " out of range: expected " + range);
+  if (x < lo || x > hi)
+    usage_error("value " + *v + " for " + name + " out of range: expected " + range);
   return x;
 }
 
@@ -107,7 +108,8 @@ double Args::real(const char *name, double fallback, double lo, double hi) const
   if (v->empty() || *end != '\0' || errno == ERANGE || !std::isfinite(x)) {
     usage_error("invalid value '" + *v + "' for " + name + ": expected " + range);
   }
-  if (x < lo || x > hi) usage_error("value " + *v + " for " + name + " out of range: expected " + range);
+  if (x < lo || x > hi)
+    usage_error("value " + *v + " for " + name + " out of range: expected " + range);
   return x;
 }
 
@@ -130,4 +132,4 @@ std::string Args::choice(const char *name, const std::string &fallback,
   usage_error("invalid value '" + *v + "' for " + name + ": expected " + list);
 }
 
-}  // namespace sorn_tool
+}  // namespace sorn::tool

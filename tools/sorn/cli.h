@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace sorn_tool {
+namespace sorn::tool {
 
 // Exit codes: 0 success, 1 bad input or a failed operation, 2 bad usage.
 enum Exit : int { kOk = 0, kInputError = 1, kUsageError = 2 };
@@ -114,8 +114,8 @@ void check_status(SornStatus status, const std::string &what);
 // Command-line arguments after the subcommand's name, parsed against the
 // options that the subcommand declares.
 struct OptionSpec {
-  const char *name;    // "--delta", or "-o" with alias "--output"
-  const char *alias;   // another spelling, or nullptr
+  const char *name;   // "--delta", or "-o" with alias "--output"
+  const char *alias;  // another spelling, or nullptr
   bool takes_value;
 };
 
@@ -172,4 +172,4 @@ extern const char *const kStatsHelp;
 extern const char *const kAddHelp;
 extern const char *const kResizeHelp;
 
-}  // namespace sorn_tool
+}  // namespace sorn::tool

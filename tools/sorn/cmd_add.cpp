@@ -1,7 +1,7 @@
 // sorn add: element-wise sum of two images of the same shape.
 #include "cli.h"
 
-namespace sorn_tool {
+namespace sorn::tool {
 
 const char *const kAddHelp =
     "usage: sorn add A B -o OUT [--sf N] [--saturate]\n"
@@ -56,4 +56,4 @@ int run_add(const std::vector<std::string> &argv) {
   return kOk;
 }
 
-}  // namespace sorn_tool
+}  // namespace sorn::tool

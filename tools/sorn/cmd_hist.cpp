@@ -5,7 +5,7 @@
 
 #include "cli.h"
 
-namespace sorn_tool {
+namespace sorn::tool {
 
 const char *const kHistHelp =
     "usage: sorn hist [IMAGE] [-o PLOT]\n"
@@ -123,7 +123,8 @@ Image plot(const Image &image, const std::vector<std::vector<uint32_t>> &counts)
     for (int32_t v = 0; v < kBins; ++v) {
       if (!h[size_t(v)]) continue;
       // Any non-zero count shows as at least one pixel.
-      int32_t bar = std::max<int32_t>(1, int32_t(uint64_t(h[size_t(v)]) * (kPanelHeight - 1) / peak));
+      int32_t bar =
+          std::max<int32_t>(1, int32_t(uint64_t(h[size_t(v)]) * (kPanelHeight - 1) / peak));
       for (int32_t y = base - bar; y < base; ++y) {
         for (int32_t x = kMargin + 2 * v; x < kMargin + 2 * v + 2; ++x) {
           for (int k = 0; k < 3; ++k) out.at(y, x, k) = colours[image.channels][c][k];
@@ -154,4 +155,4 @@ int run_hist(const std::vector<std::string> &argv) {
   return kOk;
 }
 
-}  // namespace sorn_tool
+}  // namespace sorn::tool

@@ -8,7 +8,7 @@
 
 #include "cli.h"
 
-namespace sorn_tool {
+namespace sorn::tool {
 
 const char *const kMserHelp =
     "usage: sorn mser [IMAGE] [-o OUT] [--delta N] [--min-area F] [--max-area F]\n"
@@ -93,7 +93,8 @@ void write_json(const std::string &path, const std::string &name, const Image &g
                "\"max_variation\": %.7g, \"min_diversity\": %.7g, \"mode\": \"%s\"},\n",
                f.delta, double(f.minarea), double(f.maxarea), double(f.maxvariation),
                double(f.mindiversity), mode);
-  std::fprintf(out, "  \"counts\": {\"dark\": %u, \"bright\": %u},\n  \"regions\": [", dark, bright);
+  std::fprintf(out, "  \"counts\": {\"dark\": %u, \"bright\": %u},\n  \"regions\": [", dark,
+               bright);
   for (size_t i = 0; i < regions.size(); ++i) {
     const Region &r = regions[i];
     std::fprintf(out,
@@ -149,7 +150,9 @@ int run_mser(const std::vector<std::string> &argv) {
   double maxvariation = args.real("--max-variation", 0.33, 0.0, 1e9);
   double mindiversity = args.real("--min-diversity", 0.2, 0.0, 1.0);
   std::string mode = args.choice("--mode", "both", {"dark", "bright", "both"});
-  int32_t modeword = mode == "dark" ? SORN_MSER_DARK : mode == "bright" ? SORN_MSER_BRIGHT : SORN_MSER_BOTH;
+  int32_t modeword = mode == "dark"     ? SORN_MSER_DARK
+                     : mode == "bright" ? SORN_MSER_BRIGHT
+                                        : SORN_MSER_BOTH;
 
   Input in = load_input(args.positionals(), 0);
   Image grey = to_grey(in.image);
@@ -173,11 +176,19 @@ int run_mser(const std::vector<std::string> &argv) {
   for (uint32_t i = 0; i < f.count1 + f.count2; ++i) {
     bool dark = i < f.count1;
     const SornFWTSRES *res = dark ? f.res1 : f.res2;
-    if (!res || !res->links) input_error("SornGenerateFMSERs: regions without a result to read them from");
+    if (!res || !res->links)
+      input_error("SornGenerateFMSERs: regions without a result to read them from");
     const SornFWTSRegion *r = items[i];
     g.points.count = 0;
     sorn_fwtsr_fetchpix_$2d(&g.points, r, res->links, 0, grey.height, grey.width);
-    Region out{dark ? "dark" : "bright", r->level, r->size, g.points.count, grey.width, grey.height, -1, -1};
+    Region out{dark ? "dark" : "bright",
+               r->level,
+               r->size,
+               g.points.count,
+               grey.width,
+               grey.height,
+               -1,
+               -1};
     const Sorn2dPt *p = static_cast<const Sorn2dPt *>(g.points.items);
     for (uint64_t k = 0; k < g.points.count; ++k) {
       int32_t row = p[k].x, col = p[k].y;
@@ -192,8 +203,10 @@ int run_mser(const std::vector<std::string> &argv) {
   }
 
   std::printf("image: %s, %dx%d\n", in.name.c_str(), grey.width, grey.height);
-  std::printf("parameters: delta %d, min-area %g, max-area %g, max-variation %g, min-diversity %g, mode %s\n",
-              delta, minarea, maxarea, maxvariation, mindiversity, mode.c_str());
+  std::printf(
+      "parameters: delta %d, min-area %g, max-area %g, max-variation %g, min-diversity %g, mode "
+      "%s\n",
+      delta, minarea, maxarea, maxvariation, mindiversity, mode.c_str());
   if (modeword != SORN_MSER_BRIGHT) std::printf("dark regions: %u\n", f.count1);
   if (modeword != SORN_MSER_DARK) std::printf("bright regions: %u\n", f.count2);
   std::printf("time: %.3f ms\n", ms);
@@ -208,4 +221,4 @@ int run_mser(const std::vector<std::string> &argv) {
   return kOk;
 }
 
-}  // namespace sorn_tool
+}  // namespace sorn::tool

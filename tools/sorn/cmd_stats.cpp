@@ -2,7 +2,7 @@
 // with a mask, over the pixels that the mask selects.
 #include "cli.h"
 
-namespace sorn_tool {
+namespace sorn::tool {
 
 const char *const kStatsHelp =
     "usage: sorn stats [IMAGE] [--mask MASK]\n"
@@ -97,7 +97,8 @@ int run_stats(const std::vector<std::string> &argv) {
   if (maskp) {
     std::printf("mask: %s, %lld of %lld pixels selected\n", maskname.c_str(),
                 (long long)masked.selected, (long long)pixels);
-    std::printf("%-8s %14s %12s %14s %12s\n", "channel", "sum", "mean", "masked sum", "masked mean");
+    std::printf("%-8s %14s %12s %14s %12s\n", "channel", "sum", "mean", "masked sum",
+                "masked mean");
   } else {
     std::printf("%-8s %14s %12s\n", "channel", "sum", "mean");
   }
@@ -111,4 +112,4 @@ int run_stats(const std::vector<std::string> &argv) {
   return kOk;
 }
 
-}  // namespace sorn_tool
+}  // namespace sorn::tool

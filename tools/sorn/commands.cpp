@@ -2,7 +2,7 @@
 // function and its help text (declared in cli.h).
 #include "cli.h"
 
-namespace sorn_tool {
+namespace sorn::tool {
 
 const std::vector<Command> &commands() {
   static const std::vector<Command> table = {
@@ -20,4 +20,4 @@ int print_help(const char *text) {
   return kOk;
 }
 
-}  // namespace sorn_tool
+}  // namespace sorn::tool

@@ -9,7 +9,7 @@
 #include "cli.h"
 #include "png_io.h"
 
-namespace sorn_tool {
+namespace sorn::tool {
 
 void fail(int code, std::string message) { throw Failure{code, std::move(message)}; }
 
@@ -64,7 +64,8 @@ class PnmReader {
     int64_t v = 0;
     while (c >= '0' && c <= '9') {
       v = v * 10 + (c - '0');
-      if (v > (int64_t(1) << 40)) input_error(label_ + ": corrupt PNM header (" + what + " too large)");
+      if (v > (int64_t(1) << 40))
+        input_error(label_ + ": corrupt PNM header (" + what + " too large)");
       c = next_char();
     }
     last_ = c;
@@ -102,7 +103,8 @@ Image decode_pnm(std::FILE *f, const std::string &label) {
   int64_t width = in.number("width");
   int64_t height = in.number("height");
   int64_t maxval = in.number("maximum value");
-  if (maxval < 1 || maxval > 65535) input_error(label + ": corrupt PNM header (maximum value " + std::to_string(maxval) + ")");
+  if (maxval < 1 || maxval > 65535)
+    input_error(label + ": corrupt PNM header (maximum value " + std::to_string(maxval) + ")");
   if (maxval > 255) {
     input_error(label + ": unsupported bit depth 16 (maximum value " + std::to_string(maxval) +
                 "; only 8-bit images are read)");
@@ -173,7 +175,8 @@ Format format_for_output(const std::string &path) {
   if (ext == ".png") return Format::Png;
   if (ext == ".pgm") return Format::Pgm;
   if (ext == ".ppm") return Format::Ppm;
-  usage_error(path + ": unknown image format '" + ext + "' (use a name ending in .png, .pgm or .ppm)");
+  usage_error(path + ": unknown image format '" + ext +
+              "' (use a name ending in .png, .pgm or .ppm)");
 }
 
 void write_image(const std::string &path, const Image &image) {
@@ -191,8 +194,8 @@ void write_image(const std::string &path, const Image &image) {
   if (!f) input_error(path + ": cannot create: " + std::strerror(errno));
   if (format == Format::Png) {
     char why[160] = "";
-    if (sorn_tool_png_write(f.get(), image.pixels.data(), image.width, image.height,
-                            image.channels, why, sizeof why) != SORN_TOOL_PNG_OK) {
+    if (sorn_tool_png_write(f.get(), image.pixels.data(), image.width, image.height, image.channels,
+                            why, sizeof why) != SORN_TOOL_PNG_OK) {
       input_error(path + ": cannot write PNG: " + why);
     }
   } else if (format == Format::Ppm && image.channels == 1) {
@@ -235,4 +238,4 @@ Input load_input(const std::vector<std::string> &positionals, size_t index) {
   return Input{default_picture(), kDefaultPictureName};
 }
 
-}  // namespace sorn_tool
+}  // namespace sorn::tool

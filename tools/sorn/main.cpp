@@ -15,7 +15,7 @@
 #define SORN_TOOL_VERSION "unknown"
 #endif
 
-namespace sorn_tool {
+namespace sorn::tool {
 
 namespace {
 
@@ -70,7 +70,9 @@ int main_with(int argc, char **argv) {
       return kOk;
     }
     const Command *c = find_command(argv[2]);
-    if (!c) return report("sorn", Failure{kUsageError, std::string("unknown command '") + argv[2] + "'"}, nullptr);
+    if (!c)
+      return report("sorn", Failure{kUsageError, std::string("unknown command '") + argv[2] + "'"},
+                    nullptr);
     return print_help(c->help);
   }
   const Command *command = find_command(first);
@@ -96,6 +98,6 @@ int main_with(int argc, char **argv) {
   }
 }
 
-}  // namespace sorn_tool
+}  // namespace sorn::tool
 
-int main(int argc, char **argv) { return sorn_tool::main_with(argc, argv); }
+int main(int argc, char **argv) { return sorn::tool::main_with(argc, argv); }

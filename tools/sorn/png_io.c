@@ -38,8 +38,8 @@ static void read_bytes(png_structp png, png_bytep data, size_t length) {
   if (fread(data, 1, length, f) != length) png_error(png, "file ends too early (truncated)");
 }
 
-int sorn_tool_png_read(FILE *f, int32_t maxside, int64_t maxbytes, SornToolPixels *out,
-                       char *err, size_t errlen) {
+int sorn_tool_png_read(FILE *f, int32_t maxside, int64_t maxbytes, SornToolPixels *out, char *err,
+                       size_t errlen) {
   unsigned char signature[8];
   out->width = out->height = out->channels = 0;
   out->pixels = NULL;

@@ -10,7 +10,7 @@
 
 #include "cli.h"
 
-namespace sorn_tool {
+namespace sorn::tool {
 
 namespace {
 
@@ -34,7 +34,9 @@ double value_noise(int32_t x, int32_t y, int32_t cell, uint32_t salt) {
   double fx = double(x % cell) / cell, fy = double(y % cell) / cell;
   fx = fx * fx * (3 - 2 * fx);
   fy = fy * fy * (3 - 2 * fy);
-  auto at = [&](int32_t i, int32_t j) { return double(hash2(uint32_t(i), uint32_t(j), salt) >> 8) / 16777216.0; };
+  auto at = [&](int32_t i, int32_t j) {
+    return double(hash2(uint32_t(i), uint32_t(j), salt) >> 8) / 16777216.0;
+  };
   double top = at(cx, cy) * (1 - fx) + at(cx + 1, cy) * fx;
   double bottom = at(cx, cy + 1) * (1 - fx) + at(cx + 1, cy + 1) * fx;
   return top * (1 - fy) + bottom * fy;
@@ -47,7 +49,9 @@ uint8_t to_byte(double v) { return uint8_t(std::clamp(v, 0.0, 255.0) + 0.5); }
 struct Lcg {
   uint32_t s;
   uint32_t next() { return s = s * 1664525u + 1013904223u; }
-  int32_t range(int32_t lo, int32_t hi) { return lo + int32_t((next() >> 8) % uint32_t(hi - lo + 1)); }
+  int32_t range(int32_t lo, int32_t hi) {
+    return lo + int32_t((next() >> 8) % uint32_t(hi - lo + 1));
+  }
 };
 
 struct Blob {
@@ -108,8 +112,10 @@ Image default_picture() {
 
   for (const Blob &b : blobs) {
     int32_t reach = int32_t(std::max(b.rx, b.ry)) + 3;
-    int32_t y0 = std::max(0, int32_t(b.cy) - reach), y1 = std::min(kHeight - 1, int32_t(b.cy) + reach);
-    int32_t x0 = std::max(0, int32_t(b.cx) - reach), x1 = std::min(kWidth - 1, int32_t(b.cx) + reach);
+    int32_t y0 = std::max(0, int32_t(b.cy) - reach),
+            y1 = std::min(kHeight - 1, int32_t(b.cy) + reach);
+    int32_t x0 = std::max(0, int32_t(b.cx) - reach),
+            x1 = std::min(kWidth - 1, int32_t(b.cx) + reach);
     for (int32_t y = y0; y <= y1; ++y) {
       for (int32_t x = x0; x <= x1; ++x) {
         double dx = x - b.cx, dy = y - b.cy;
@@ -129,4 +135,4 @@ Image default_picture() {
   return image;
 }
 
-}  // namespace sorn_tool
+}  // namespace sorn::tool

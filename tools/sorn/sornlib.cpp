@@ -2,7 +2,7 @@
 // told by their names.
 #include "cli.h"
 
-namespace sorn_tool {
+namespace sorn::tool {
 
 SornArray array_of(void *data, int32_t rows, int32_t cols, int32_t channels, uint32_t type,
                    int32_t rowstride) {
@@ -53,4 +53,4 @@ void check_status(SornStatus status, const std::string &what) {
   input_error(what + ": library status " + std::to_string(status));
 }
 
-}  // namespace sorn_tool
+}  // namespace sorn::tool

@@ -1,0 +1,258 @@
+// What the two forms of stable region generation share: the entry checks,
+// the parameters a selection gets from a filter, and the selection itself,
+// one recursion written once for the nodes of a builder's tree and for the
+// regions of an f-form result.
+#pragma once
+
+#include <sorn.h>
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+namespace sorn::region {
+
+/* ---------------- entries ---------------- */
+
+inline bool bad_image(const SornArray *a) {
+  if (a == nullptr) return true;
+  if (a->ndims != 3 && a->ndims != 4) return true;
+  if (a->dims[0] < 1) return true;
+  int32_t c = SORN_CHANNELS(a->dims[3]);
+  return c < 1 || c > 4;
+}
+
+inline bool bad_mask(const SornArray *image, const SornArray *mask) {
+  if (mask->ndims != image->ndims && !(mask->ndims == 3 && image->ndims == 4)) return true;
+  if (mask->dims[0] != image->dims[0] && mask->dims[0] != 1) return true;
+  return SORN_CHANNELS(mask->dims[3]) != 1;
+}
+
+struct Operand {
+  SornVolume roi;
+  int32_t strides[4];
+  uint32_t type;
+  void *data;
+};
+
+// The origin so far counts from the site; the lower layers count from data.
+inline void take(const SornArray *a, Operand *op) {
+  for (int i = 0; i < 4; ++i) op->strides[i] = a->strides[i];
+  op->type = a->elemtype;
+  op->data = a->data;
+  sorn_vec_update_$loff(4, op->roi.origin, a->strides, (int32_t)a->offset);
+}
+
+// At rank 4 the origin goes into the base before the frame sees the
+// operand: merging folds an origin cell into the next inner one weighted by
+// the outer stride, which reads outside the operand for a region that does
+// not start at the corner. With no origin vector there is nothing to fold.
+inline void *based(const Operand *op) {
+  return sorn_advance_ptr(op->data, sorn_vec_mkloff(4, op->roi.origin, op->strides));
+}
+
+// Planes that the frame can merge are stacked as rows of one image.
+constexpr int32_t kKeep = 3;
+
+// What an entry does with its checked operands: the type-generic layer
+// directly below rank 4, the frame with the slice form at rank 4.
+struct Route {
+  SornSliceProc plain;   // slice form without a mask
+  SornSliceProc masked;  // slice form with one
+};
+
+template <class Filter, class Direct>
+SornStatus generate(SornXE *xe, SornFlags flags, const SornArray *image, const SornVolume *roi,
+                    Filter *filter, const Route &route, Direct direct) {
+  if (filter == nullptr || bad_image(image)) return SORN_EINVAL;
+  Operand op;
+  sorn_arr_adjorgetRoi(image, &op.roi, roi);
+  if (sorn_volume__empty(3, op.roi.size)) return SORN_ENOSPC;
+  take(image, &op);
+  const int32_t nd = image->ndims, first = 4 - nd;
+  const SornDimPack dp = SORN_DIMPACK(nd);
+  if (nd == 4) {
+    SornPack pack;
+    return sorna_call(sorna_genpackL(&pack, SORN_TAG_MSER, route.plain, xe, flags, filter, dp,
+                                     kKeep, op.roi.size, op.type, based(&op), nullptr, op.strides));
+  }
+  return direct(xe, flags, dp, op.roi.size + first, op.type, op.data, op.roi.origin + first,
+                op.strides + first, filter);
+}
+
+template <class Filter, class DirectXm, class Slice>
+SornStatus generate_ex(SornXE *xe, SornFlags flags, const SornArray *image, const SornArray *mask,
+                       const SornVolume *roi, const SornVolume *maskroi, Filter *filter,
+                       const Route &route, DirectXm direct_xm, Slice slice_xm) {
+  if (filter == nullptr || bad_image(image) || bad_mask(image, mask)) return SORN_EINVAL;
+  Operand op, mop;
+  if (!sorn_arr_negotiateRoi(image, mask, &op.roi, &mop.roi, roi, maskroi, 3)) return SORN_ENOSPC;
+  take(image, &op);
+  take(mask, &mop);
+  const int32_t nd = image->ndims, first = 4 - nd;
+  const SornDimPack dp = SORN_DIMPACK(nd);
+  if (nd == 4) {
+    SornPack pack;
+    return sorna_call(sorna_mappackL(&pack, SORN_TAG_MSRX, route.masked, xe, flags, filter, dp,
+                                     kKeep, op.roi.size, op.type, based(&op), nullptr, op.strides,
+                                     mop.type, based(&mop), nullptr, mop.strides));
+  }
+  if (mop.type == SORN_U8)
+    return direct_xm(xe, flags, dp, op.roi.size + first, op.type, op.data, op.roi.origin + first,
+                     op.strides + first, mop.data, mop.roi.origin + first, mop.strides + first,
+                     filter);
+  return slice_xm(xe, flags, filter, dp, op.roi.size + first, op.type, op.data,
+                  op.roi.origin + first, op.strides + first, mop.type, mop.data,
+                  mop.roi.origin + first, mop.strides + first);
+}
+
+/* ---------------- parameters ---------------- */
+
+// Float to s32 by truncation; what does not fit becomes 0x80000000, as the
+// processor's conversion gives it.
+inline int32_t trunc_s32(float x) {
+  if (!(x >= -2147483648.0f && x < 2147483648.0f)) return INT32_MIN;
+  return (int32_t)x;
+}
+
+// Bits of a level shift as the f flooding reads them: one byte.
+inline uint32_t shift_bits(uint16_t shift) { return shift & 0xFFu; }
+
+template <class Filter>
+SornMSERParams params_of(const Filter *f, SornDimPack code, const int32_t *dims, uint32_t delta) {
+  const int32_t n = (int32_t)(code & 15);
+  const float cap = (float)sorn_volume__capacity(n - 1, dims);
+  SornMSERParams p;
+  p.delta = (int32_t)delta;
+  p.minpixels = trunc_s32(cap * f->minarea);
+  if (p.minpixels == 0) p.minpixels = f->minpixels < 1 ? 9 : f->minpixels;
+  p.maxpixels = trunc_s32(cap * f->maxarea);
+  p.maxvariation = f->maxvariation;
+  p.mindiversity = f->mindiversity;
+  return p;
+}
+
+// Copies mode to seed of a filter onto polarity to seed of a run.
+template <class Filter> void state_from(SornWTSState *st, const Filter *f) {
+  static_assert(offsetof(Filter, seed) - offsetof(Filter, mode) ==
+                    offsetof(SornWTSState, seed) - offsetof(SornWTSState, polarity),
+                "mode to seed is laid out as polarity to seed");
+  __builtin_memcpy(&st->polarity, &f->mode,
+                   offsetof(Filter, seed) + sizeof f->seed - offsetof(Filter, mode));
+}
+
+/* ---------------- the selection ---------------- */
+
+// A picked region goes into the vector, which doubles; when it can't grow
+// the region is left out and keeps its flag.
+inline void append(SornVec *v, void *item) {
+  if (v->count == v->capacity) {
+    const uint64_t cap = v->capacity ? v->capacity * 2 : 2;
+    void *p = _KuMrealloc(v->items, (size_t)cap * sizeof(void *), 0);
+    if (!p) return;
+    v->items = p;
+    v->capacity = cap;
+  }
+  static_cast<void **>(v->items)[v->count++] = item;
+}
+
+// (s - x) / s in f32 from the signed 32-bit difference.
+inline float relative(uint32_t s, uint32_t x) { return (float)(int32_t)(s - x) / (float)s; }
+
+// Regions of the f form.
+struct FRegions {
+  using R = SornFWTSRegion;
+  static int64_t level(const R *r) { return r->level; }
+  static uint32_t size(const R *r) { return r->size; }
+  static uint32_t &flag(R *r) { return r->mserflag; }
+  static R *parent(const R *r) { return r->parent; }
+  static R *child(const R *r) { return r->child; }
+  static R *next(const R *r) { return r->next; }
+  static void *item(R *r) { return r; }
+  static uint32_t item_flag(const void *p) { return static_cast<const R *>(p)->mserflag; }
+};
+
+// Nodes of a builder's tree, whose regions hold the level in pivotval.
+struct TreeNodes {
+  using R = SornAGTnode;
+  static SornWTSRegion *region(const R *n) { return static_cast<SornWTSRegion *>(n->data); }
+  static int64_t level(const R *n) { return region(n)->pivotval; }
+  static uint32_t size(const R *n) { return region(n)->size; }
+  static uint32_t &flag(R *n) { return region(n)->mserflag; }
+  static R *parent(const R *n) { return n->parent; }
+  static R *child(const R *n) { return n->child; }
+  static R *next(const R *n) { return n->next; }
+  static void *item(R *n) { return n->data; }
+  static uint32_t item_flag(const void *p) {
+    return static_cast<const SornWTSRegion *>(p)->mserflag;
+  }
+};
+
+template <class P>
+void remove_duplicates(typename P::R *region, typename P::R *list, float threshold) {
+  const uint32_t s = P::size(region);
+  for (typename P::R *x = list; x; x = P::next(x)) {
+    if (!(threshold > relative(s, P::size(x)))) continue;
+    if (P::flag(x))
+      P::flag(x) = 0;
+    else
+      remove_duplicates<P>(region, P::child(x), threshold);
+  }
+}
+
+template <class P> int32_t detect(SornVec *vec, typename P::R *r, const SornMSERParams *prm) {
+  P::flag(r) = 0;
+  uint32_t below = 0;  // some descendant was picked
+  const int64_t level = P::level(r);
+  if (level >= prm->delta)
+    for (typename P::R *x = P::child(r); x; x = P::next(x))
+      below |= (uint32_t)detect<P>(vec, x, prm);
+  const int64_t size = P::size(r);
+  if (size < prm->minpixels) return 0;
+  if (below == 0 && size > prm->maxpixels) return 0;
+  typename P::R *p = P::parent(r);
+  if (!p) return 0;
+  int64_t d = std::llabs(P::level(p) - level);
+  while (d < prm->delta) {
+    p = P::parent(p);
+    if (!p) return 0;
+    d = std::llabs(P::level(p) - level);
+  }
+  // A step that jumps over the delta level counts as perfectly stable.
+  float v = 0.0f;
+  if (d == prm->delta) v = std::fabs(relative(P::size(p), P::size(r)));
+  // Not at or above: a variation that is not a number is rejected too.
+  if (!(prm->maxvariation >= v)) return 0;
+  const uint32_t picked = size <= prm->maxpixels ? 1u : 0u;
+  P::flag(r) = picked;
+  if (picked) append(vec, P::item(r));
+  // Also a stable region too large to keep clears the duplicates under it.
+  remove_duplicates<P>(r, P::child(r), prm->mindiversity);
+  return (int32_t)picked;
+}
+
+// Runs the selection from root and keeps, of what it appended, the entries
+// still flagged, in order.
+template <class P>
+SornVec *detect_from(SornVec *vec, typename P::R *root, const SornMSERParams *prm) {
+  if (root == nullptr) return vec;
+  if (vec == nullptr || prm == nullptr) return nullptr;
+  const uint64_t start = vec->count;
+  detect<P>(vec, root, prm);
+  void **items = static_cast<void **>(vec->items);
+  uint64_t w = start;
+  for (uint64_t i = start; i < vec->count; ++i)
+    if (P::item_flag(items[i])) items[w++] = items[i];
+  vec->count = w;
+  return vec;
+}
+
+inline void drop_regions(SornVec *v) {
+  _KuMfree(v->items);
+  v->items = nullptr;
+  v->capacity = 0;
+  v->count = 0;
+}
+
+}  // namespace sorn::region

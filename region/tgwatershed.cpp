@@ -1,0 +1,80 @@
+// The type-generic layer of the watershed floodings, both forms, and their
+// slice forms: each base moved to the origin of its cells.
+#include <sorn.h>
+
+#include <cstdint>
+
+namespace {
+
+// Where the type-generic layer's operand starts: its base moved to the
+// origin of its cells.
+const void *at(const void *base, SornDimPack code, const int32_t *loffs, const int32_t *strides) {
+  return sorn_advance_ptr(base, sorn_vec_mkloff_$LS(code, loffs, strides));
+}
+
+}  // namespace
+
+extern "C" {
+
+SornStatus SornTGAwatershed(SornXE *xe, SornFlags flags, void *state, SornDimPack code,
+                            int32_t *dims, uint32_t type, void *base, int32_t *loffs,
+                            int32_t *strides) {
+  SornWTSState *st = static_cast<SornWTSState *>(state);
+  if (flags & SORN_F_WTS_FFORM)
+    return sorna_fwatershed(xe, flags, st, code, dims, type, base, loffs, strides);
+  return sorna_watershed(xe, flags, st, code, dims, type, base, loffs, strides);
+}
+
+SornStatus SornTGAwatershedEx(SornXE *xe, SornFlags flags, void *state, SornDimPack code,
+                              int32_t *dims, uint32_t type, void *base, int32_t *loffs,
+                              int32_t *strides, uint32_t masktype, void *maskbase,
+                              int32_t *maskloffs, int32_t *maskstrides) {
+  if (masktype != SORN_U8) return SORN_EINVAL;
+  SornWTSState *st = static_cast<SornWTSState *>(state);
+  if (flags & SORN_F_WTS_FFORM)
+    return sorna_fwatershed_xm(xe, flags, st, code, dims, type, base, loffs, strides, masktype,
+                               maskbase, maskloffs, maskstrides);
+  return sorna_watershed_xm(xe, flags, st, code, dims, type, base, loffs, strides, masktype,
+                            maskbase, maskloffs, maskstrides);
+}
+/* ---------------- type-generic layer ---------------- */
+
+SornStatus sorna_watershed(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
+                           const int32_t *dims, uint32_t type, const void *base,
+                           const int32_t *loffs, const int32_t *strides) {
+  const void *src = at(base, code, loffs, strides);
+  return sorna__watershed(xe, flags, state, code, dims, type, src, strides);
+}
+
+SornStatus sorna_watershed_xm(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
+                              const int32_t *dims, uint32_t type, const void *base,
+                              const int32_t *loffs, const int32_t *strides, uint32_t,
+                              const void *maskbase, const int32_t *maskloffs,
+                              const int32_t *maskstrides) {
+  if (maskbase == nullptr)
+    return sorna_watershed(xe, flags, state, code, dims, type, base, loffs, strides);
+  const void *src = at(base, code, loffs, strides);
+  const void *mask = at(maskbase, code, maskloffs, maskstrides);
+  return sorna__watershed_xm(xe, flags, state, code, dims, type, src, strides, mask, maskstrides);
+}
+
+SornStatus sorna_fwatershed(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
+                            const int32_t *dims, uint32_t type, const void *base,
+                            const int32_t *loffs, const int32_t *strides) {
+  const void *src = at(base, code, loffs, strides);
+  return sorna__fwatershed(xe, flags, state, code, dims, type, src, strides);
+}
+
+SornStatus sorna_fwatershed_xm(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
+                               const int32_t *dims, uint32_t type, const void *base,
+                               const int32_t *loffs, const int32_t *strides, uint32_t,
+                               const void *maskbase, const int32_t *maskloffs,
+                               const int32_t *maskstrides) {
+  if (maskbase == nullptr)
+    return sorna_fwatershed(xe, flags, state, code, dims, type, base, loffs, strides);
+  const void *src = at(base, code, loffs, strides);
+  const void *mask = at(maskbase, code, maskloffs, maskstrides);
+  return sorna__fwatershed_xm(xe, flags, state, code, dims, type, src, strides, mask, maskstrides);
+}
+
+}  // extern "C"

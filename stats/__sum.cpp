@@ -1,0 +1,157 @@
+// Sum kernels. One pattern for all 48: element type, channel count,
+// accumulator width (sum or fastsum) and pixel mask are its parameters.
+#include <sorn.h>
+
+#include <type_traits>
+
+#include "stats/stat_layers.h"
+
+using namespace sorn::stats;
+using sorn::Rows;
+
+namespace {
+
+// Accumulators. fastsum keeps the narrowest exact-enough word, 32 bits for
+// integers and float for floats; sum widens to 64 bits and double.
+template <class T, bool Fast> struct Acc {
+  using type = std::conditional_t<std::is_same_v<T, float>, std::conditional_t<Fast, float, double>,
+                                  std::conditional_t<Fast, uint32_t, uint64_t>>;
+  static double result(type a) {
+    if constexpr (std::is_same_v<T, float>)
+      return (double)a;
+    else if constexpr (Fast)
+      return (double)(int32_t)a;  // so a u8 total above 2^31 comes out negative
+    else
+      return (double)(int64_t)a;
+  }
+  static type widen(T v) {
+    if constexpr (std::is_same_v<T, float>)
+      return (type)v;
+    else
+      return (type)(int64_t)v;  // sign-extend, then wrap into the accumulator
+  }
+};
+
+// Up to this many pixels the 32-bit total of a sum kernel is exact, and the
+// fastsum kernel does the work: 255 * 8421504 and 32768 * 65538 stay within
+// 2^31 plus a row.
+template <class T> constexpr int64_t narrow_limit() {
+  if constexpr (std::is_same_v<T, uint8_t>)
+    return 8421505;
+  else if constexpr (std::is_same_v<T, int16_t>)
+    return 65539;
+  else
+    return 0;
+}
+
+// The total of one u8 row into an accumulator of either width. Partial
+// totals of 256 bytes fit 16 bits (256 * 255 < 65536), so the inner loop runs
+// in 16-bit lanes; integer addition is exact in any order, and a block total
+// wraps into the accumulator exactly as its bytes one by one would.
+template <class acc_t> inline acc_t u8_row_total(const uint8_t *__restrict p, int32_t cols) {
+  acc_t t = 0;
+  int32_t x = 0;
+  for (; x + 256 <= cols; x += 256) {
+    uint16_t s = 0;
+    for (int32_t j = 0; j < 256; ++j) s = (uint16_t)(s + p[x + j]);
+    t += s;
+  }
+  for (; x < cols; ++x) t += p[x];
+  return t;
+}
+
+template <class T, int C, bool Fast, bool Masked>
+SornStatus sum_kernel(SornFlags flags, int32_t n, const int32_t *dims, const void *src,
+                      const int32_t *strides, const uint8_t *mask, const int32_t *mstrides,
+                      double *sums) {
+  using A = Acc<T, Fast>;
+  using acc_t = typename A::type;
+  Rows r = sorn::rows_of(n, dims, strides, Masked ? mstrides : nullptr);
+  sorn::merge_dense(r, n, strides, Masked ? mstrides : nullptr);
+  const uint8_t skip = skip_value(flags);
+  const bool counting = Masked && (flags & SORN_F_SUM_COUNT);
+  acc_t acc[C];
+  for (int c = 0; c < C; ++c) acc[c] = 0;
+  int64_t count = 0;
+  const uint8_t *row = (const uint8_t *)src;
+  const uint8_t *mrow = mask;
+  for (int32_t y = 0; y < r.rows; ++y) {
+    const T *__restrict p = (const T *)row;
+    const uint8_t *__restrict m = mrow;
+    if constexpr (C == 1 && !std::is_same_v<T, float>) {
+      // Integer order doesn't matter: a row-local total lets the loop run wide.
+      acc_t t = 0;
+      if (!Masked) {
+        if constexpr (std::is_same_v<T, uint8_t>)
+          t = u8_row_total<acc_t>(p, r.cols);
+        else
+          for (int32_t x = 0; x < r.cols; ++x) t += A::widen(p[x]);
+      } else {
+        // A selected element is added through an all-ones mask: no branch.
+        for (int32_t x = 0; x < r.cols; ++x)
+          t += A::widen(p[x]) & ((acc_t)0 - (acc_t)(m[x] != skip));
+        if (counting) {
+          uint32_t k = 0;
+          for (int32_t x = 0; x < r.cols; ++x) k += (uint32_t)(m[x] != skip);
+          count += k;
+        }
+      }
+      acc[0] += t;
+    } else {
+      // Floats add in address order, one accumulator per channel.
+      for (int32_t x = 0; x < r.cols; ++x) {
+        if (Masked && m[x] == skip) continue;
+        for (int c = 0; c < C; ++c) acc[c] += A::widen(p[x * C + c]);
+        if (counting) ++count;
+      }
+    }
+    row += r.step;
+    if (Masked) mrow += r.mstep;
+  }
+  for (int c = 0; c < C; ++c) sums[c] = A::result(acc[c]);
+  return counting ? (SornStatus)count : SORN_OK;
+}
+
+template <class T, int C, bool Masked>
+SornStatus wide_kernel(SornFlags flags, int32_t n, const int32_t *dims, const void *src,
+                       const int32_t *strides, const uint8_t *mask, const int32_t *mstrides,
+                       double *sums) {
+  constexpr int64_t limit = narrow_limit<T>();
+  if constexpr (limit > 0) {
+    // The region's pixel count decides, also under a mask.
+    if (n >= 2 && sorn_volume__capacity(n - 1, dims) < limit) {
+      SornStatus st =
+          sum_kernel<T, C, true, Masked>(flags, n, dims, src, strides, mask, mstrides, sums);
+      if (st >= 0) return st;
+    }
+  }
+  return sum_kernel<T, C, false, Masked>(flags, n, dims, src, strides, mask, mstrides, sums);
+}
+
+}  // namespace
+
+#define SUM_KERNELS1(c, t)                                                                         \
+  SornStatus sorna__sum_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,    \
+                                   const void *src, const int32_t *strides, double *sums) {        \
+    return wide_kernel<sorn::tok::t, c, false>(flags, n, dims, src, strides, nullptr, nullptr,     \
+                                               sums);                                              \
+  }                                                                                                \
+  SornStatus sorna__fastsum_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,                     \
+                                       const int32_t *dims, const void *src,                       \
+                                       const int32_t *strides, double *sums) {                     \
+    return sum_kernel<sorn::tok::t, c, true, false>(flags, n, dims, src, strides, nullptr,         \
+                                                    nullptr, sums);                                \
+  }                                                                                                \
+  SornStatus sorna__sum_xm_c##c##_##t(                                                             \
+      SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, const void *src,                \
+      const int32_t *strides, const uint8_t *mask, const int32_t *mstrides, double *sums) {        \
+    return wide_kernel<sorn::tok::t, c, true>(flags, n, dims, src, strides, mask, mstrides, sums); \
+  }                                                                                                \
+  SornStatus sorna__fastsum_xm_c##c##_##t(                                                         \
+      SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, const void *src,                \
+      const int32_t *strides, const uint8_t *mask, const int32_t *mstrides, double *sums) {        \
+    return sum_kernel<sorn::tok::t, c, true, true>(flags, n, dims, src, strides, mask, mstrides,   \
+                                                   sums);                                          \
+  }
+#define SUM_KERNELS(t) SORN_STATS_CHANNELS(SUM_KERNELS1, t)
+SORN_SUM_TYPES(SUM_KERNELS)
