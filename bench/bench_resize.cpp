@@ -81,9 +81,9 @@ SORN_RESIZE_NN_UNITS(BENCH_UNIT_BYTES)
 
 const bool registered = [] {
   for (double fx : {0.13, 0.5, 0.8, 0.95, 2.0}) {
-#define BENCH_KERNEL(unit, name, ...)                                                          \
-  benchmark::RegisterBenchmark(                                                                \
-      ("BM_ResizeKernel/" #unit #name "/fx:" + std::to_string(fx).substr(0, 4)).c_str(),       \
+#define BENCH_KERNEL(unit, name, ...)                                                    \
+  benchmark::RegisterBenchmark(                                                          \
+      ("BM_ResizeKernel/" #unit #name "/fx:" + std::to_string(fx).substr(0, 4)).c_str(), \
       run_kernel, KernelRun{&__sorna__resize_nn_##unit##name, kBytes_##unit, fx});
     SORN_RESIZE_NN_KERNELS(BENCH_KERNEL)
 #undef BENCH_KERNEL

@@ -33,8 +33,8 @@ bool bad_source(const SornArray &s, const SornArray &d) {
 }
 
 double decode_factor(Input &in) {
-  static const double usual[] = {0.5, 2.0, 1.0, 0.0, 3.7, 0.13, 1.0 / 3, 1.5, 0.75, 1.0 + 1e-8,
-                                 1.0 - 1e-7, 1.0 / 300, 40.0, -0.5, 1e-9};
+  static const double usual[] = {0.5,  2.0,        1.0,        0.0,       3.7,  0.13, 1.0 / 3, 1.5,
+                                 0.75, 1.0 + 1e-8, 1.0 - 1e-7, 1.0 / 300, 40.0, -0.5, 1e-9};
   const uint8_t b = in.u8();
   if (b < 200) return usual[b % (sizeof usual / sizeof usual[0])];
   if (b < 230) return (double)in.range(1, 4000) / (double)in.range(1, 4000);
@@ -97,9 +97,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const std::vector<uint8_t> d0 = dst.snapshot(), s0 = src.snapshot();
   Env env;
   const KuMark before = env.level();
-  const SornStatus st =
-      by_site ? SornResize(&env.xe, flags, &dst.rec, psrc, pdroi, psite, method, pf)
-              : SornEResize(&env.xe, flags, &dst.rec, psrc, pdroi, psroi, method, pf);
+  const SornStatus st = by_site
+                            ? SornResize(&env.xe, flags, &dst.rec, psrc, pdroi, psite, method, pf)
+                            : SornEResize(&env.xe, flags, &dst.rec, psrc, pdroi, psroi, method, pf);
 
   FUZZ_CHECK(is_status(st));
   FUZZ_CHECK(same_level(before, env.level()));

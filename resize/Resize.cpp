@@ -89,8 +89,8 @@ SornStatus sorna__resize(SornXE *xe, SornFlags flags, SornDimPack pack, const in
                          const int32_t *dstStrides, const void *src, const int32_t *srcStrides,
                          int32_t method, const double *factors) {
   if (((SORN_RESIZE_METHODS >> ((uint32_t)method & 15u)) & 1u) == 0) return SORN_EINVAL;
-  return sorna__resize_nn(xe, flags, pack, dstDims, srcDims, type, dst, dstStrides, src,
-                          srcStrides, factors);
+  return sorna__resize_nn(xe, flags, pack, dstDims, srcDims, type, dst, dstStrides, src, srcStrides,
+                          factors);
 }
 
 SornStatus sorna_resize(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dstDims,
@@ -109,10 +109,9 @@ SornStatus sorna_resize(SornXE *xe, SornFlags flags, SornDimPack pack, const int
 // first cell on. Where the frame stacked planes into rows, the stack is one
 // image only when the planes match row for row; otherwise, as for planes
 // that the frame cannot stack, the first plane is resized alone.
-SornStatus SornTGAresize(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
-                         int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
-                         int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
-                         int32_t *strides1) {
+SornStatus SornTGAresize(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                         uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
+                         uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1) {
   if (type0 != type1) return SORN_EINVAL;
   const SornResizeArgs *a = static_cast<const SornResizeArgs *>(data);
   const int32_t n = (int32_t)(pack & 15u), off = (int32_t)((pack >> 4) & 15u);
@@ -128,8 +127,8 @@ SornStatus SornTGAresize(SornXE *xe, SornFlags flags, void *data, SornDimPack pa
     else
       dcells[off] = a->dstSize[off];
   }
-  return sorna_resize(xe, flags, pack, dcells + off, scells + off, type0, base0, origin0,
-                      strides0, base1, origin1, strides1, a->method, a->factors + off);
+  return sorna_resize(xe, flags, pack, dcells + off, scells + off, type0, base0, origin0, strides0,
+                      base1, origin1, strides1, a->method, a->factors + off);
 }
 
 /* ---------------- the entries ---------------- */

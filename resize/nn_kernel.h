@@ -104,15 +104,13 @@ inline Plan plan_of(const uint32_t *table, int32_t width) {
 }
 
 // The source pixel of destination pixel j while the table keeps its shape.
-template <Shape S>
-constexpr int32_t shaped_column(int32_t j) {
+template <Shape S> constexpr int32_t shaped_column(int32_t j) {
   if constexpr (S == Shape::Same) return j;
   if constexpr (S == Shape::Halve) return 2 * j;
   return (j >> 2) * 2 + ((j & 3) - ((j & 3) != 0));  // 0, 0, 1, 2 for each four
 }
 
-template <int B>
-inline void copy_unit(unsigned char *d, const unsigned char *s) {
+template <int B> inline void copy_unit(unsigned char *d, const unsigned char *s) {
   std::memcpy(d, s, B);
 }
 
@@ -121,18 +119,15 @@ inline void copy_unit(unsigned char *d, const unsigned char *s) {
 // copies of whole units, no steps. A source that is also the destination
 // (resizing in place) still reads every pixel before it is overwritten,
 // since a shrinking or same-size row never reads behind where it writes.
-template <int B, Shape S>
-struct Shaped;
+template <int B, Shape S> struct Shaped;
 
-template <int B>
-struct Shaped<B, Shape::Same> {
+template <int B> struct Shaped<B, Shape::Same> {
   static void copy(unsigned char *d, const unsigned char *s, int32_t n) {
     std::memmove(d, s, (size_t)n * B);
   }
 };
 
-template <int B>
-struct Shaped<B, Shape::Halve> {
+template <int B> struct Shaped<B, Shape::Halve> {
   static void copy(unsigned char *d, const unsigned char *s, int32_t n) {
     for (int32_t k = 0; k < n; ++k) copy_unit<B>(d + (size_t)k * B, s + (size_t)k * 2 * B);
   }
@@ -140,8 +135,7 @@ struct Shaped<B, Shape::Halve> {
 
 // Four destination pixels from source pixels 0, 0, 1, 2 of each pair (n
 // is a multiple of four).
-template <int B>
-struct Shaped<B, Shape::Twice> {
+template <int B> struct Shaped<B, Shape::Twice> {
   static void copy(unsigned char *d, const unsigned char *s, int32_t n) {
     for (int32_t k = 0; k < n / 4; ++k) {
       copy_unit<B>(d + (size_t)(4 * k) * B, s + (size_t)(2 * k) * B);
@@ -157,8 +151,7 @@ struct Shaped<B, Shape::Twice> {
 // of the next pair, so that the vectoriser widens and shifts lanes instead
 // of permuting bytes. The last block reads its third byte alone, so that
 // nothing past the span is read.
-template <>
-struct Shaped<1, Shape::Twice> {
+template <> struct Shaped<1, Shape::Twice> {
   static void copy(unsigned char *d, const unsigned char *s, int32_t n) {
     const int32_t blocks = n / 4;
     if constexpr (std::endian::native == std::endian::little) {
@@ -201,7 +194,9 @@ constexpr int32_t kStopMargin = 96;
 // Prefetch addresses are plain numbers: one may lie outside the row (the
 // distance, or a rounding down below the row's start), and a prefetch never
 // faults.
-inline void prefetch_at(uintptr_t a) { __builtin_prefetch(reinterpret_cast<const void *>(a), 0, 3); }
+inline void prefetch_at(uintptr_t a) {
+  __builtin_prefetch(reinterpret_cast<const void *>(a), 0, 3);
+}
 constexpr uintptr_t line_of(uintptr_t a) { return a & ~(uintptr_t)(kLine - 1); }
 inline uintptr_t address(const unsigned char *p) { return reinterpret_cast<uintptr_t>(p); }
 
@@ -210,8 +205,7 @@ inline void prefetch_lines(uintptr_t lo, uintptr_t hi) {
   for (uintptr_t x = line_of(lo); x <= hi; x += kLine) prefetch_at(x);
 }
 
-template <Prefetch K>
-constexpr uintptr_t ahead(const unsigned char *p) {
+template <Prefetch K> constexpr uintptr_t ahead(const unsigned char *p) {
   uintptr_t a = address(p) + (uintptr_t)K.distance;
   if constexpr (K.align > 0) a &= ~(uintptr_t)(K.align - 1);
   return a;
@@ -236,8 +230,7 @@ inline void prefetch_round(const unsigned char *p, const unsigned char *row,
 // Destination pixels per chunk of a shaped span: whole rounds, about a
 // kilobyte of the destination, so that the copy runs as long vector loops
 // with the rounds' prefetches issued in front of them.
-template <int B, Prefetch K>
-constexpr int32_t chunk_pixels() {
+template <int B, Prefetch K> constexpr int32_t chunk_pixels() {
   const int32_t rounds = 16 * kLine / (K.round * B);
   return K.round * (rounds > 1 ? rounds : 1);
 }
@@ -246,8 +239,7 @@ constexpr int32_t chunk_pixels() {
 
 // Source pixels per four destination pixels of a shape: a round starting
 // at a multiple of four reads from there on, linearly.
-template <Shape S>
-constexpr int32_t per_four() {
+template <Shape S> constexpr int32_t per_four() {
   return S == Shape::Same ? 4 : S == Shape::Halve ? 8 : 2;
 }
 
@@ -272,8 +264,7 @@ inline void copy_shaped(unsigned char *d, const unsigned char *row, const unsign
   // Source bytes from one round's first pixel to the next round's.
   constexpr ptrdiff_t advance = (ptrdiff_t)(K.round * per_four<S>() / 4) * B;
   // The largest step between the first lines two rounds prefetch.
-  constexpr ptrdiff_t stride =
-      K.align > 0 ? (advance + K.align - 1) / K.align * K.align : advance;
+  constexpr ptrdiff_t stride = K.align > 0 ? (advance + K.align - 1) / K.align * K.align : advance;
   constexpr bool joined =
       (K.lines == 0 || stride <= K.lines * kLine) && (K.next == 0 || stride <= K.next * kLine);
   for (int32_t j = 0; j < span;) {
@@ -295,7 +286,8 @@ inline void copy_shaped(unsigned char *d, const unsigned char *row, const unsign
         }
       }
     } else if constexpr (fetches) {
-      for (int32_t r = 0; r < n; r += K.round) prefetch_round<K>(s + r / K.round * advance, row, end, next);
+      for (int32_t r = 0; r < n; r += K.round)
+        prefetch_round<K>(s + r / K.round * advance, row, end, next);
     }
     if constexpr (K.each) {
       const unsigned char *last = row + (size_t)shaped_column<S>(j + n - 1) * B + (B - 1);

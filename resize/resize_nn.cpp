@@ -38,8 +38,7 @@ uint32_t unit_type(uint32_t type, int32_t channels) {
 
 // A row of a selection ladder: factors from `lo` up to (not including)
 // `hi`, source widths from `wlo` to `whi`.
-template <class K>
-struct Rung {
+template <class K> struct Rung {
   double lo, hi;
   int32_t wlo, whi;
   K kernel;
@@ -107,7 +106,8 @@ struct Band {
 // of four. Where sources sit in cache, prefetching decides little.
 constexpr Band kC1w32Bands[] = {
     {0.975, {{36, code(kL4, 0)}, {INT32_MAX, code(kL16, 0)}}},
-    {0.905, {{36, code(kL4, 0)}, {2816, code(kL16, 0)}, {8191, code(kL4, 5)}, {INT32_MAX, code(kL16, 1)}}},
+    {0.905,
+     {{36, code(kL4, 0)}, {2816, code(kL16, 0)}, {8191, code(kL4, 5)}, {INT32_MAX, code(kL16, 1)}}},
     {0.845, {{36, code(kL4, 0)}, {INT32_MAX, code(kL16, 0)}}},
     {0.835, {{36, code(kL4, 0)}, {INT32_MAX, code(kL16, 1)}}},
     {0.805, {{36, code(kL4, 0)}, {INT32_MAX, code(kL16, 0)}}},
@@ -125,10 +125,8 @@ constexpr Band kC1w32Bands[] = {
 // units; index 1 is L4_20a64 for 8 and 16 bytes and L4_40 for 12.
 enum : int32_t { kPlain = 0, kNear = 1, kA128 = 2, kA256 = 3 };
 constexpr Rung<int32_t> kCnw32Ladder[] = {
-    {0.815, 0.825, 2304, INT32_MAX, kA128},
-    {0.805, 0.815, 1216, INT32_MAX, kA128},
-    {0.795, 0.805, 836, INT32_MAX, kA128},
-    {0.325, 0.342, 0, INT32_MAX, kA256},
+    {0.815, 0.825, 2304, INT32_MAX, kA128}, {0.805, 0.815, 1216, INT32_MAX, kA128},
+    {0.795, 0.805, 836, INT32_MAX, kA128},  {0.325, 0.342, 0, INT32_MAX, kA256},
     {0.21, 0.22, 0, INT32_MAX, kNear},
 };
 
@@ -189,8 +187,8 @@ uint32_t *__sorna_rsz_nn__make_offtab1x4(SornXE *xe, int32_t bytes, int32_t srcW
   if (bytes < 0) bytes = 0;
   void *block = SornXEalloca(xe, (size_t)bytes + 12, 64);
   if (block == nullptr) return nullptr;
-  return __sorna_rsz_nn__init_offtab1x4(static_cast<uint32_t *>(block), bytes, srcWidth,
-                                        pixelStep, fx);
+  return __sorna_rsz_nn__init_offtab1x4(static_cast<uint32_t *>(block), bytes, srcWidth, pixelStep,
+                                        fx);
 }
 
 /* ---------------- kernel choice ---------------- */
@@ -235,7 +233,7 @@ SornResizeRowKernel __sorna__nn_cNw32_pick(int32_t units, int32_t dstWidth, int3
 
 /* ---------------- the selectors ---------------- */
 
-#define SORN_RESIZE_ROW_ARGS                                                                \
+#define SORN_RESIZE_ROW_ARGS                                                                 \
   SornXE *xe, int32_t dstRows, int32_t dstCols, void *dst, int32_t dstStep, int32_t srcRows, \
       int32_t srcCols, const void *src, int32_t srcStep, double fx, double fy,               \
       const uint32_t *offtab
@@ -252,9 +250,8 @@ SornStatus __sorna__resize_nn_c1w32_dfl(SORN_RESIZE_ROW_ARGS) {
     return __sorna__resize_nn_c1w32L16_111(SORN_RESIZE_ROW_PASS);
   uint32_t *table = __sorna_rsz_nn__make_offtab1x4(xe, dstCols, srcCols, 1, fx);
   if (table == nullptr) return SORN_ENOMEM;
-  const SornStatus st = __sorna__resize_nn_c1w32L16_111(xe, dstRows, dstCols, dst, dstStep,
-                                                        srcRows, srcCols, src, srcStep, fx, fy,
-                                                        table);
+  const SornStatus st = __sorna__resize_nn_c1w32L16_111(xe, dstRows, dstCols, dst, dstStep, srcRows,
+                                                        srcCols, src, srcStep, fx, fy, table);
   SornXEfreea(xe, table);
   return st;
 }
@@ -271,9 +268,9 @@ SornStatus __sorna__resize_nn_c1w32(SORN_RESIZE_ROW_ARGS) {
 }
 
 // The families choose their kernel by the index the choice gives them.
-#define SORN_RESIZE_C1W32_FAMILY_DEF(fam)                                                   \
-  SornStatus __sorna__resize_nn_c1w32##fam(SORN_RESIZE_ROW_ARGS) {                          \
-    return family_kernel(kC1w32##fam, k##fam, dstCols, srcCols, fx)(SORN_RESIZE_ROW_PASS);  \
+#define SORN_RESIZE_C1W32_FAMILY_DEF(fam)                                                  \
+  SornStatus __sorna__resize_nn_c1w32##fam(SORN_RESIZE_ROW_ARGS) {                         \
+    return family_kernel(kC1w32##fam, k##fam, dstCols, srcCols, fx)(SORN_RESIZE_ROW_PASS); \
   }
 SORN_RESIZE_NN_C1W32_FAMILIES(SORN_RESIZE_C1W32_FAMILY_DEF)
 #undef SORN_RESIZE_C1W32_FAMILY_DEF
@@ -290,7 +287,7 @@ SornStatus __sorna__resize_nn_c4w32(SORN_RESIZE_ROW_ARGS) {
 
 /* ---------------- pixel classes ---------------- */
 
-#define SORN_RESIZE_CLASS_ARGS                                                              \
+#define SORN_RESIZE_CLASS_ARGS                                                                \
   SornXE *xe, int32_t dstRows, int32_t dstCols, void *dst, int32_t dstStep, int32_t dstPixel, \
       int32_t srcRows, int32_t srcCols, const void *src, int32_t srcStep, int32_t srcPixel,   \
       double fx, double fy
@@ -322,14 +319,12 @@ SornStatus __sorna__resize_nn_s32(SORN_RESIZE_CLASS_ARGS) {
 namespace {
 #define SORN_RESIZE_CLASS_ROW(code, proc) SORN_KERNEL_ROW(proc, code)
 constexpr sorn::KernelRow<SornResizeNNProc> kClasses[] = {
-    SORN_RESIZE_CLASS_ROW(SORN_U8, __sorna__resize_nn_u8)
-    SORN_RESIZE_CLASS_ROW(SORN_S8, __sorna__resize_nn_u8)
-    SORN_RESIZE_CLASS_ROW(SORN_U16, __sorna__resize_nn_s16)
-    SORN_RESIZE_CLASS_ROW(SORN_S16, __sorna__resize_nn_s16)
-    SORN_RESIZE_CLASS_ROW(SORN_U32, __sorna__resize_nn_s32)
-    SORN_RESIZE_CLASS_ROW(SORN_S32, __sorna__resize_nn_s32)
-    SORN_RESIZE_CLASS_ROW(SORN_F32, __sorna__resize_nn_s32)
-};
+    SORN_RESIZE_CLASS_ROW(SORN_U8, __sorna__resize_nn_u8) SORN_RESIZE_CLASS_ROW(
+        SORN_S8, __sorna__resize_nn_u8) SORN_RESIZE_CLASS_ROW(SORN_U16, __sorna__resize_nn_s16)
+        SORN_RESIZE_CLASS_ROW(SORN_S16, __sorna__resize_nn_s16)
+            SORN_RESIZE_CLASS_ROW(SORN_U32, __sorna__resize_nn_s32)
+                SORN_RESIZE_CLASS_ROW(SORN_S32, __sorna__resize_nn_s32)
+                    SORN_RESIZE_CLASS_ROW(SORN_F32, __sorna__resize_nn_s32)};
 #undef SORN_RESIZE_CLASS_ROW
 }  // namespace
 
@@ -339,8 +334,8 @@ SornResizeNNProc sorna__resize_nn_imp(uint32_t type, SornStatus *status) {
 
 SornStatus __sorna__swresize_nn(SornXE *xe, uint32_t type, int32_t dstRows, int32_t dstCols,
                                 void *dst, int32_t dstStep, int32_t dstPixel, int32_t srcRows,
-                                int32_t srcCols, const void *src, int32_t srcStep,
-                                int32_t srcPixel, double fx, double fy) {
+                                int32_t srcCols, const void *src, int32_t srcStep, int32_t srcPixel,
+                                double fx, double fy) {
   SornStatus st;
   const SornResizeNNProc proc = sorna__resize_nn_imp(type, &st);
   if (st != SORN_OK) return st;
@@ -350,10 +345,10 @@ SornStatus __sorna__swresize_nn(SornXE *xe, uint32_t type, int32_t dstRows, int3
 
 /* ---------------- settling extents and factors ---------------- */
 
-SornStatus sorna__resize_nn(SornXE *xe, SornFlags flags, SornDimPack pack,
-                            const int32_t *dstDims, const int32_t *srcDims, uint32_t type,
-                            void *dst, const int32_t *dstStrides, const void *src,
-                            const int32_t *srcStrides, const double *factors) {
+SornStatus sorna__resize_nn(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dstDims,
+                            const int32_t *srcDims, uint32_t type, void *dst,
+                            const int32_t *dstStrides, const void *src, const int32_t *srcStrides,
+                            const double *factors) {
   const int32_t n = (int32_t)(pack & 15u);
   if (n < 2 || n > 4 || (dstDims == nullptr && srcDims == nullptr)) return SORN_EINVAL;
   const int32_t m = n - 1;  // every cell but the channels

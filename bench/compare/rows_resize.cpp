@@ -34,12 +34,16 @@ void resize_rows(const Scenes &scenes, int rows, int cols, int samples) {
       const size_t read = (size_t)(f < 1 ? dh : rows) * (size_t)cols * (size_t)ch;
       const size_t written = (size_t)dw * (size_t)dh * (size_t)ch;
       const std::string op = std::string("resize u8 ") +
-                             (ch == 1 ? "one channel" : "four channels") + (f < 1 ? ", x0.5" : ", x2");
-      add_row(op, rows, cols, "cv::resize NEAREST",
-              [&] { check(SornEResize(&env.xe, 0, &rd, &rs, nullptr, nullptr, 0, factors), "SornEResize"); },
-              [&] { cv::resize(*src, theirs, cv::Size(dw, dh), 0, 0, cv::INTER_NEAREST); },
-              read + written, f < 1 ? 0.6 : 0.3, samples,
-              f < 1 ? "same pixels as OpenCV" : "source pixels by its own rule (see the oracle tests)");
+                             (ch == 1 ? "one channel" : "four channels") +
+                             (f < 1 ? ", x0.5" : ", x2");
+      add_row(
+          op, rows, cols, "cv::resize NEAREST",
+          [&] {
+            check(SornEResize(&env.xe, 0, &rd, &rs, nullptr, nullptr, 0, factors), "SornEResize");
+          },
+          [&] { cv::resize(*src, theirs, cv::Size(dw, dh), 0, 0, cv::INTER_NEAREST); },
+          read + written, f < 1 ? 0.6 : 0.3, samples,
+          f < 1 ? "same pixels as OpenCV" : "source pixels by its own rule (see the oracle tests)");
     }
   }
 }

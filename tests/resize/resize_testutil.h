@@ -11,31 +11,11 @@
 #include <string>
 #include <vector>
 
+#include "testkit.h"
+
 namespace resize_test {
 
-class Env {
- public:
-  Env() {
-    std::memset(&xe_, 0, sizeof xe_);
-    SornXEinit(&xe_, nullptr);
-    probe_ = probe();
-  }
-  ~Env() { SornXEfini(&xe_); }
-  Env(const Env &) = delete;
-  Env &operator=(const Env &) = delete;
-  SornXE *xe() { return &xe_; }
-  // True when the scratch stack is back at the level it had at the start.
-  bool at_mark() { return probe() == probe_; }
-
- private:
-  void *probe() {
-    void *p = SornXEalloca(&xe_, 16, 0);
-    SornXEfreea(&xe_, p);
-    return p;
-  }
-  SornXE xe_;
-  void *probe_;
-};
+using Env = sorn_test::ScratchEnv;
 
 // Bytes per pixel of each unit, by its class token.
 #define RESIZE_TEST_UNIT_BYTES(unit, bytes) constexpr int32_t kBytes_##unit = bytes;

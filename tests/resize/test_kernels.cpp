@@ -46,8 +46,8 @@ void check(const Kernel &k, const Case &c, std::mt19937_64 &rng, bool given_tabl
   resize_test::fill_random(before, rng);
   std::memcpy(dst.data(), before.data(), before.size());
   std::vector<uint8_t> expected = before;
-  resize_ref::resize({expected.data(), dstep, c.dh, c.dw}, {src.data(), sstep, c.sh, c.sw}, B,
-                     c.fx, c.fy);
+  resize_ref::resize({expected.data(), dstep, c.dh, c.dw}, {src.data(), sstep, c.sh, c.sw}, B, c.fx,
+                     c.fy);
 
   Env env;
   uint32_t *table = nullptr;
@@ -59,16 +59,16 @@ void check(const Kernel &k, const Case &c, std::mt19937_64 &rng, bool given_tabl
   ASSERT_EQ(SORN_OK, st) << what;
   ASSERT_TRUE(dst.guards_intact()) << what;
   for (size_t i = 0; i < expected.size(); ++i)
-    ASSERT_EQ(expected[i], dst.data()[i]) << what << ", byte " << i << " (row "
-                                          << (ptrdiff_t)i / dstep << ", byte in row "
-                                          << (ptrdiff_t)i % dstep << ")";
+    ASSERT_EQ(expected[i], dst.data()[i])
+        << what << ", byte " << i << " (row " << (ptrdiff_t)i / dstep << ", byte in row "
+        << (ptrdiff_t)i % dstep << ")";
   ASSERT_TRUE(env.at_mark()) << what;
 }
 
 // Destination widths around rounds of 1, 4, 8, 12 and 16 pixels and the
 // chunks of the regular shapes.
-const int32_t kWidths[] = {1, 2, 3, 4, 5, 7, 8, 9, 11, 12, 13, 15, 16, 17, 23, 24, 25,
-                           31, 32, 33, 47, 48, 49, 63, 64, 65, 100, 129};
+const int32_t kWidths[] = {1,  2,  3,  4,  5,  7,  8,  9,  11, 12, 13, 15, 16,  17,
+                           23, 24, 25, 31, 32, 33, 47, 48, 49, 63, 64, 65, 100, 129};
 
 // The factors every kernel is tried with, and one taken from the extents
 // (filled in per width).
@@ -109,9 +109,9 @@ TEST(ResizeKernels, EveryKernelFollowsTheSourceIndexRule) {
 TEST(ResizeKernels, OnePixelImagesInEveryDirection) {
   auto rng = sorn_test::seeded_rng(0x1D1C5);
   const Case cases[] = {
-      {1, 1, 1, 1, 1.0, 1.0},      {1, 1, 1, 1, 0.5, 2.0},    {1, 1, 60, 40, 1.0 / 60, 1.0 / 40},
-      {70, 50, 1, 1, 70.0, 50.0},  {70, 1, 1, 1, 70.0, 1.0},  {1, 50, 1, 1, 1.0, 50.0},
-      {33, 1, 33, 1, 1.0, 1.0},    {1, 9, 1, 9, 1.0, 1.0},
+      {1, 1, 1, 1, 1.0, 1.0},     {1, 1, 1, 1, 0.5, 2.0},   {1, 1, 60, 40, 1.0 / 60, 1.0 / 40},
+      {70, 50, 1, 1, 70.0, 50.0}, {70, 1, 1, 1, 70.0, 1.0}, {1, 50, 1, 1, 1.0, 50.0},
+      {33, 1, 33, 1, 1.0, 1.0},   {1, 9, 1, 9, 1.0, 1.0},
   };
   for (const Kernel &k : resize_test::all_kernels())
     for (const Case &c : cases) {
@@ -187,13 +187,12 @@ TEST(ResizeKernels, SelectorsAtTheEdgesOfTheirTables) {
     int32_t sw;
   };
   const Edge edges[] = {
-      {0.96, 851},    {0.96, 852},   {0.96, 2815},   {0.96, 2816},   {0.9, 799},
-      {0.9, 800},     {0.9, 3071},   {0.9, 3072},    {0.45, 559},    {0.45, 560},
-      {0.18, 315},    {0.18, 316},   {0.16, 615},    {0.16, 616},    {0.16, 1179},
-      {0.16, 1180},   {0.24, 8191},  {0.24, 8192},   {0.23, 4735},   {0.23, 4736},
-      {0.95, 36},     {0.95, 35},    {0.95, 2816},   {0.95, 8191},   {0.82, 2303},
-      {0.82, 2304},   {0.81, 1215},  {0.81, 1216},   {0.8, 835},     {0.8, 836},
-      {0.0577, 2000}, {0.056, 3000}, {0.05, 3000},   {0.08, 1000},   {1.5, 900},
+      {0.96, 851},    {0.96, 852},   {0.96, 2815}, {0.96, 2816}, {0.9, 799},   {0.9, 800},
+      {0.9, 3071},    {0.9, 3072},   {0.45, 559},  {0.45, 560},  {0.18, 315},  {0.18, 316},
+      {0.16, 615},    {0.16, 616},   {0.16, 1179}, {0.16, 1180}, {0.24, 8191}, {0.24, 8192},
+      {0.23, 4735},   {0.23, 4736},  {0.95, 36},   {0.95, 35},   {0.95, 2816}, {0.95, 8191},
+      {0.82, 2303},   {0.82, 2304},  {0.81, 1215}, {0.81, 1216}, {0.8, 835},   {0.8, 836},
+      {0.0577, 2000}, {0.056, 3000}, {0.05, 3000}, {0.08, 1000}, {1.5, 900},
   };
   for (const Edge &e : edges) {
     for (int32_t dw : {4, 5, 15, 16, 17, -1}) {
@@ -226,7 +225,6 @@ TEST(ResizeKernels, NothingToDoWritesNothing) {
   EXPECT_TRUE(env.at_mark());
 }
 
-
 // A destination row whose source row is the row before's is that row
 // copied; where destination and source share bytes, every row is made
 // from the source again, since the row before may have written over it.
@@ -248,9 +246,9 @@ TEST(ResizeKernels, OverlappingRowsAreMadeAgainFromTheSource) {
         expected[(size_t)(shift + y) * stride + (size_t)x] =
             expected[(size_t)resize_ref::row_by_rule(y, fy, sh) * stride + (size_t)cols[(size_t)x]];
     Env env;
-    ASSERT_EQ(SORN_OK, __sorna__resize_nn_c1w8L16_10(env.xe(), dh, dw, buf.data() + shift * stride,
-                                                     stride, sh, sw, buf.data(), stride, fx, fy,
-                                                     nullptr));
+    ASSERT_EQ(SORN_OK,
+              __sorna__resize_nn_c1w8L16_10(env.xe(), dh, dw, buf.data() + shift * stride, stride,
+                                            sh, sw, buf.data(), stride, fx, fy, nullptr));
     EXPECT_EQ(expected, buf) << shift;
   }
 }

@@ -410,10 +410,9 @@ struct PixelClass {
 };
 // Every class with a kernel: units of 1, 4, 8, 12 and 16 bytes.
 const PixelClass kClasses[] = {
-    {SORN_U8, 1},  {SORN_S8, 1},  {SORN_U8, 4},  {SORN_S8, 4},  {SORN_S16, 2},
-    {SORN_U16, 2}, {SORN_S16, 4}, {SORN_S32, 1}, {SORN_U32, 1}, {SORN_F32, 1},
-    {SORN_S32, 2}, {SORN_F32, 2}, {SORN_S32, 3}, {SORN_F32, 3}, {SORN_S32, 4},
-    {SORN_F32, 4}, {SORN_U32, 4},
+    {SORN_U8, 1},  {SORN_S8, 1},  {SORN_U8, 4},  {SORN_S8, 4},  {SORN_S16, 2}, {SORN_U16, 2},
+    {SORN_S16, 4}, {SORN_S32, 1}, {SORN_U32, 1}, {SORN_F32, 1}, {SORN_S32, 2}, {SORN_F32, 2},
+    {SORN_S32, 3}, {SORN_F32, 3}, {SORN_S32, 4}, {SORN_F32, 4}, {SORN_U32, 4},
 };
 
 void check_against_reference(Env &env, const PixelClass &pc, Image &dst, Image &src,
@@ -440,7 +439,8 @@ void check_against_reference(Env &env, const PixelClass &pc, Image &dst, Image &
 }
 
 SornVolume random_region(std::mt19937_64 &rng, const Image &im) {
-  const int32_t oy = (int32_t)(rng() % (uint64_t)im.rows()), ox = (int32_t)(rng() % (uint64_t)im.cols());
+  const int32_t oy = (int32_t)(rng() % (uint64_t)im.rows()),
+                ox = (int32_t)(rng() % (uint64_t)im.cols());
   const int32_t h = 1 + (int32_t)(rng() % (uint64_t)(im.rows() + 2));
   const int32_t w = 1 + (int32_t)(rng() % (uint64_t)(im.cols() + 2));
   return sorn_test::make_roi(oy, ox, h, w, im.channels());
@@ -448,9 +448,9 @@ SornVolume random_region(std::mt19937_64 &rng, const Image &im) {
 
 TEST(ResizeReference, EveryPixelClassByEveryFactorWithRegionsAndPaddedRows) {
   auto rng = sorn_test::seeded_rng(0xAB5E1);
-  const double factors[][2] = {{0.5, 0.5}, {2.0, 2.0}, {3.7, 3.7}, {0.13, 0.13},
-                               {1.0, 1.0}, {1.0 + 1e-8, 1.0 - 1e-8}, {0.0, 0.0},
-                               {2.0, 0.5}, {0.0, 3.7}, {0.13, 0.0}};
+  const double factors[][2] = {
+      {0.5, 0.5}, {2.0, 2.0}, {3.7, 3.7}, {0.13, 0.13}, {1.0, 1.0}, {1.0 + 1e-8, 1.0 - 1e-8},
+      {0.0, 0.0}, {2.0, 0.5}, {0.0, 3.7}, {0.13, 0.0}};
   Env env;
   for (const PixelClass &pc : kClasses) {
     for (const auto &f : factors) {
@@ -478,7 +478,6 @@ TEST(ResizeReference, EveryPixelClassByEveryFactorWithRegionsAndPaddedRows) {
     }
   }
 }
-
 
 /* ---------------- in place, and the source from a point ---------------- */
 
@@ -563,7 +562,8 @@ TEST(ResizeOnePixel, ImagesOfOnePixelBothWays) {
   Image big(5, 7, 4, SORN_U8);
   ASSERT_EQ(SORN_OK, resize(env, big, one));
   for (int y = 0; y < 5; ++y)
-    for (int x = 0; x < 7; ++x) EXPECT_EQ(0, std::memcmp(&one.at<uint8_t>(0, 0), &big.at<uint8_t>(y, x), 4));
+    for (int x = 0; x < 7; ++x)
+      EXPECT_EQ(0, std::memcmp(&one.at<uint8_t>(0, 0), &big.at<uint8_t>(y, x), 4));
   Image src = numbered(6, 9, 1, SORN_F32), dot(1, 1, 1, SORN_F32);
   ASSERT_EQ(SORN_OK, resize(env, dot, src));
   EXPECT_EQ(0, std::memcmp(&src.at<float>(0, 0), &dot.at<float>(0, 0), 4));
@@ -577,7 +577,11 @@ struct Stack {
   int32_t planes, rows, cols, bytes, plane_rows;
   sorn_test::Guarded buf;
   Stack(int32_t p, int32_t r, int32_t c, int32_t b, int32_t plane_rows, uint8_t fill)
-      : planes(p), rows(r), cols(c), bytes(b), plane_rows(plane_rows),
+      : planes(p),
+        rows(r),
+        cols(c),
+        bytes(b),
+        plane_rows(plane_rows),
         buf((size_t)((p - 1) * plane_rows + r) * (size_t)(c * b), fill) {}
   int32_t rowstride() const { return cols * bytes; }
   int32_t planestride() const { return plane_rows * rowstride(); }
@@ -603,8 +607,9 @@ TEST(ResizeFourDims, PlanesThatStackRowForRowAreAllResized) {
   number(src);
   std::vector<uint8_t> expected = dst.bytes_copy();
   for (int32_t z = 0; z < 3; ++z)
-    resize_ref::resize({expected.data() + (size_t)z * (size_t)dst.planestride(), dst.rowstride(), 5, 12},
-                       {src.plane(z), src.rowstride(), 5, 6}, 1, 2.0, 1.0);
+    resize_ref::resize(
+        {expected.data() + (size_t)z * (size_t)dst.planestride(), dst.rowstride(), 5, 12},
+        {src.plane(z), src.rowstride(), 5, 6}, 1, 2.0, 1.0);
   SornArray d = dst.record(SORN_U8, 1), s = src.record(SORN_U8, 1);
   const double factors[3] = {1.0, 1.0, 2.0};
   ASSERT_EQ(SORN_OK, SornEResize(env.xe(), 0, &d, &s, nullptr, nullptr, 0, factors));
@@ -625,8 +630,8 @@ TEST(ResizeFourDims, PlanesOfDifferentHeightsResizeTheFirstPlaneAlone) {
   Stack src(3, 5, 6, 4, 5, 0), dst(3, 10, 12, 4, 10, 0xEE);
   number(src);
   std::vector<uint8_t> expected = dst.bytes_copy();
-  resize_ref::resize({expected.data(), dst.rowstride(), 10, 12}, {src.plane(0), src.rowstride(), 5, 6},
-                     4, 2.0, 2.0);
+  resize_ref::resize({expected.data(), dst.rowstride(), 10, 12},
+                     {src.plane(0), src.rowstride(), 5, 6}, 4, 2.0, 2.0);
   SornArray d = dst.record(SORN_F32, 1), s = src.record(SORN_F32, 1);
   ASSERT_EQ(SORN_OK, SornEResize(env.xe(), 0, &d, &s, nullptr, nullptr, 0, nullptr));
   EXPECT_EQ(expected, dst.bytes_copy());
@@ -640,8 +645,8 @@ TEST(ResizeFourDims, PlanesStackedWithoutMatchingRowsResizeTheFirstPlaneAlone) {
   Stack src(2, 2, 6, 1, 4, 0), dst(2, 4, 12, 1, 4, 0xEE);
   number(src);
   std::vector<uint8_t> expected = dst.bytes_copy();
-  resize_ref::resize({expected.data(), dst.rowstride(), 4, 12}, {src.plane(0), src.rowstride(), 2, 6},
-                     1, 2.0, 2.0);
+  resize_ref::resize({expected.data(), dst.rowstride(), 4, 12},
+                     {src.plane(0), src.rowstride(), 2, 6}, 1, 2.0, 2.0);
   // Source rows stride the destination's, so that the ratios agree.
   SornArray d = dst.record(SORN_U8, 1), s = src.record(SORN_U8, 1);
   s.strides[1] = 6;
@@ -656,8 +661,8 @@ TEST(ResizeFourDims, ARankThreeSourceFillsTheFirstPlane) {
   Image src = numbered(5, 6, 1, SORN_U8);
   Stack dst(3, 5, 3, 1, 5, 0xEE);
   std::vector<uint8_t> expected = dst.bytes_copy();
-  resize_ref::resize({expected.data(), dst.rowstride(), 5, 3}, {src.base(), src.rowstride(), 5, 6}, 1,
-                     0.5, 1.0);
+  resize_ref::resize({expected.data(), dst.rowstride(), 5, 3}, {src.base(), src.rowstride(), 5, 6},
+                     1, 0.5, 1.0);
   SornArray d = dst.record(SORN_U8, 1), s = src.record();
   for (double planes : {1.0, 0.0}) {
     Stack fresh(3, 5, 3, 1, 5, 0xEE);
@@ -675,8 +680,8 @@ TEST(ResizeFourDims, RankFourFactorsArePlanesRowsColumns) {
   Stack src(2, 4, 8, 1, 4, 0), dst(2, 8, 4, 1, 8, 0xEE);
   number(src);
   std::vector<uint8_t> expected = dst.bytes_copy();
-  resize_ref::resize({expected.data(), dst.rowstride(), 8, 4}, {src.plane(0), src.rowstride(), 4, 8},
-                     1, 0.5, 2.0);
+  resize_ref::resize({expected.data(), dst.rowstride(), 8, 4},
+                     {src.plane(0), src.rowstride(), 4, 8}, 1, 0.5, 2.0);
   SornArray d = dst.record(SORN_U8, 1), s = src.record(SORN_U8, 1);
   const double factors[3] = {1.0, 2.0, 0.5};
   ASSERT_EQ(SORN_OK, SornEResize(env.xe(), 0, &d, &s, nullptr, nullptr, 0, factors));

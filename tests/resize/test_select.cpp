@@ -16,8 +16,7 @@ SornResizeRowKernel c1w8(int32_t dw, int32_t sw, double fx, int32_t sh = 100, do
 }
 
 TEST(ResizeSelectBytes, NarrowDestinationsTakeRoundsOfFour) {
-  for (int32_t dw : {1, 5, 15})
-    EXPECT_EQ(&__sorna__resize_nn_c1w8L4_00, c1w8(dw, 1000, 0.5)) << dw;
+  for (int32_t dw : {1, 5, 15}) EXPECT_EQ(&__sorna__resize_nn_c1w8L4_00, c1w8(dw, 1000, 0.5)) << dw;
   EXPECT_NE(&__sorna__resize_nn_c1w8L4_00, c1w8(16, 1000, 0.5));
 }
 

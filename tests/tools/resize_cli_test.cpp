@@ -9,19 +9,14 @@
 
 #include "tool_testutil.h"
 
-using sorn_tool::Image;
+using sorn::tool::Image;
 using tool_test::run_tool;
 using tool_test::Scratch;
+using tool_test::expect_failure;
 using tool_test::ToolRun;
 
 namespace {
 
-void expect_failure(const ToolRun &r, int code, const std::string &line) {
-  EXPECT_EQ(r.code, code) << r.err;
-  auto lines = r.err_lines();
-  ASSERT_EQ(lines.size(), 1u) << r.err;
-  EXPECT_EQ(lines[0], line);
-}
 
 // Pixel (y, x, c) holds y * 16 + x + c, so that a copied pixel shows where
 // it came from (for images up to 16 columns).
@@ -30,13 +25,13 @@ Image placed(int32_t w, int32_t h, int32_t c) {
 }
 
 Image resized(Scratch &dir, const Image &in, std::vector<std::string> how, const char *out) {
-  sorn_tool::write_image(dir.path(in.channels == 1 ? "in.pgm" : "in.png"), in);
+  sorn::tool::write_image(dir.path(in.channels == 1 ? "in.pgm" : "in.png"), in);
   std::vector<std::string> args = {"resize", dir.path(in.channels == 1 ? "in.pgm" : "in.png"), "-o",
                                    dir.path(out)};
   args.insert(args.end(), how.begin(), how.end());
   ToolRun r = run_tool(args);
   EXPECT_EQ(r.code, 0) << r.err;
-  return sorn_tool::read_image(dir.path(out));
+  return sorn::tool::read_image(dir.path(out));
 }
 
 TEST(ToolResize, HalvingTakesEveryOtherPixel) {
@@ -66,7 +61,7 @@ TEST(ToolResize, EveryChannelLayoutKeepsItsPixelsWhole) {
     const Image in = placed(9, 7, c);
     const Image out = resized(dir, in, {"--fx", "0.5", "--fy", "1.5"}, c == 1 ? "o.pgm" : "o.png");
     ASSERT_EQ(out.channels, c);
-    ASSERT_EQ(out.width, 4);   // 4.5 rounds to even
+    ASSERT_EQ(out.width, 4);    // 4.5 rounds to even
     ASSERT_EQ(out.height, 10);  // 10.5 rounds to even
     for (int y = 0; y < 10; ++y)
       for (int x = 0; x < 4; ++x) {
@@ -78,12 +73,12 @@ TEST(ToolResize, EveryChannelLayoutKeepsItsPixelsWhole) {
 
 TEST(ToolResize, ASizeGivesTheFactors) {
   Scratch dir;
-  sorn_tool::write_image(dir.path("in.png"), placed(12, 10, 3));
+  sorn::tool::write_image(dir.path("in.png"), placed(12, 10, 3));
   ToolRun r = run_tool({"resize", dir.path("in.png"), "--size", "4x5", "-o", dir.path("o.ppm")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(r.out, "wrote " + dir.path("o.ppm") + ": 4x5 RGB, " + dir.path("in.png") +
                        " (12x10) resized by 0.333333 across and 0.5 down\n");
-  const Image out = sorn_tool::read_image(dir.path("o.ppm"));
+  const Image out = sorn::tool::read_image(dir.path("o.ppm"));
   EXPECT_EQ(out.at(4, 3, 2), 8 * 16 + 9 + 2);
 }
 
@@ -91,12 +86,12 @@ TEST(ToolResize, DefaultPicture) {
   Scratch dir;
   ToolRun r = run_tool({"resize", "--factor", "1", "-o", dir.path("d.png")});
   ASSERT_EQ(r.code, 0) << r.err;
-  EXPECT_EQ(sorn_tool::read_image(dir.path("d.png")).pixels, sorn_tool::default_picture().pixels);
+  EXPECT_EQ(sorn::tool::read_image(dir.path("d.png")).pixels, sorn::tool::default_picture().pixels);
 }
 
 TEST(ToolResize, Refusals) {
   Scratch dir;
-  sorn_tool::write_image(dir.path("a.pgm"), Image(4, 4, 1, 1));
+  sorn::tool::write_image(dir.path("a.pgm"), Image(4, 4, 1, 1));
   expect_failure(run_tool({"resize", dir.path("a.pgm"), "--factor", "2"}), 2,
                  "sorn resize: missing -o OUT (try 'sorn resize --help')");
   expect_failure(run_tool({"resize", dir.path("a.pgm"), "-o", dir.path("b.pgm")}), 2,
@@ -110,14 +105,18 @@ TEST(ToolResize, Refusals) {
   expect_failure(run_tool({"resize", "-o", dir.path("b.pgm"), "--size", "3by3"}), 2,
                  "sorn resize: invalid value '3by3' for --size: expected WxH, each from 1 to 32768 "
                  "(try 'sorn resize --help')");
-  expect_failure(run_tool({"resize", dir.path("a.pgm"), "-o", dir.path("b.pgm"), "--factor", "0.1"}),
-                 1, "sorn resize: " + dir.path("a.pgm") + ": 4x4 scaled by 0.1, 0.1 leaves no pixel");
-  sorn_tool::write_image(dir.path("wide.pgm"), Image(600, 1, 1, 1));
-  expect_failure(run_tool({"resize", dir.path("wide.pgm"), "-o", dir.path("b.pgm"), "--size", "2x1"}),
-                 1, "sorn resize: " + dir.path("wide.pgm") + ": 600x1 to 2x1 shrinks by more than 255 times");
-  sorn_tool::write_image(dir.path("c.pgm"), Image(40, 40, 1, 1));
-  expect_failure(run_tool({"resize", dir.path("c.pgm"), "-o", dir.path("b.pgm"), "--factor", "1000"}),
-                 1, "sorn resize: " + dir.path("c.pgm") + ": 40x40 scaled by 1000, 1000 is larger than the tool makes");
+  expect_failure(
+      run_tool({"resize", dir.path("a.pgm"), "-o", dir.path("b.pgm"), "--factor", "0.1"}), 1,
+      "sorn resize: " + dir.path("a.pgm") + ": 4x4 scaled by 0.1, 0.1 leaves no pixel");
+  sorn::tool::write_image(dir.path("wide.pgm"), Image(600, 1, 1, 1));
+  expect_failure(
+      run_tool({"resize", dir.path("wide.pgm"), "-o", dir.path("b.pgm"), "--size", "2x1"}), 1,
+      "sorn resize: " + dir.path("wide.pgm") + ": 600x1 to 2x1 shrinks by more than 255 times");
+  sorn::tool::write_image(dir.path("c.pgm"), Image(40, 40, 1, 1));
+  expect_failure(
+      run_tool({"resize", dir.path("c.pgm"), "-o", dir.path("b.pgm"), "--factor", "1000"}), 1,
+      "sorn resize: " + dir.path("c.pgm") +
+          ": 40x40 scaled by 1000, 1000 is larger than the tool makes");
 }
 
 }  // namespace

@@ -1,13 +1,13 @@
 // sorn resize: nearest-neighbour resizing by factors or to a size.
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "cli.h"
 
-namespace sorn_tool {
+namespace sorn::tool {
 
 const char *const kResizeHelp =
     "usage: sorn resize [IMAGE] -o OUT (--factor F | --fx FX | --fy FY | --size WxH)\n"
@@ -130,14 +130,15 @@ int run_resize(const std::vector<std::string> &argv) {
   SornArray rs = array_of(from), rd = array_of(out);
   const double factors[2] = {fy, fx};
   Env env;
-  check_status(SornEResize(env.get(), 0, &rd, &rs, nullptr, nullptr, 0, by_size ? nullptr : factors),
-               "SornEResize");
+  check_status(
+      SornEResize(env.get(), 0, &rd, &rs, nullptr, nullptr, 0, by_size ? nullptr : factors),
+      "SornEResize");
   const Image result = moved == src.channels ? out : with_channels(out, src.channels);
   write_image(outname, result);
-  std::printf("wrote %s: %dx%d %s, %s (%dx%d) resized by %s across and %s down\n",
-              outname.c_str(), result.width, result.height, channel_layout_name(result.channels),
-              in.name.c_str(), src.width, src.height, shown(fx).c_str(), shown(fy).c_str());
+  std::printf("wrote %s: %dx%d %s, %s (%dx%d) resized by %s across and %s down\n", outname.c_str(),
+              result.width, result.height, channel_layout_name(result.channels), in.name.c_str(),
+              src.width, src.height, shown(fx).c_str(), shown(fy).c_str());
   return kOk;
 }
 
-}  // namespace sorn_tool
+}  // namespace sorn::tool
