@@ -2211,6 +2211,227 @@ SornStatus sorna__adjust_vrange_xm(SornXE *xe, SornFlags flags, SornDimPack pack
                                    const int32_t *mstrides, SornVrng *vranges);
 
 /* ======================================================================
+ * Resize
+ * ====================================================================== */
+
+/* Nearest-neighbour resizing. A factor is a destination extent over a
+ * source extent, one double for each dimension other than channels,
+ * outermost first: rows and columns at rank 3, planes, rows and columns at
+ * rank 4. A factor within SORN_RESIZE_EPS of 0 is taken from the extents,
+ * and one within SORN_RESIZE_EPS of 1 is exactly 1. Pixels move as opaque
+ * units of 1, 4, 8, 12 or 16 bytes. */
+#define SORN_TAG_RESZ SORN_FOURCC('r', 'e', 's', 'z')
+#define SORN_RESIZE_EPS 1.1920928955078125e-7 /* 2^-23 */
+/* The method codes, by the low four bits of the method argument: bit m set
+ * means code m is accepted (0, 3, 4, 5, 6, 14, 15). Every one of them runs
+ * nearest neighbour. */
+#define SORN_RESIZE_METHODS 0xC079u
+#define SORN_RESIZE_NN 0
+
+/* dst and src (null: in place, src is dst) have the same element type and
+ * channels; src has dst's rank, or rank 3 under a rank-4 dst, and dst's
+ * planes or one. factors holds rank - 1 doubles (null: all from the
+ * extents). SornEResize takes the source's region as a volume (null: the
+ * site, or dstRoi when resizing in place); SornResize takes the point
+ * srcSite (plane, row, column; null: the origin) where the source's region
+ * starts. */
+SornStatus SornEResize(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                       const SornVolume *dstRoi, const SornVolume *srcVolume, int32_t method,
+                       const double *factors);
+SornStatus SornResize(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                      const SornVolume *dstRoi, const int32_t *srcSite, int32_t method,
+                      const double *factors);
+
+/* What the entries hand the slice form: the method, the rank of the
+ * operands' records, the factor block in cell order (plane, rows, columns;
+ * cell 3 is 1.0) and both agreed boxes' sizes. */
+typedef struct SornResizeArgs {
+  int32_t method;
+  int32_t rank;
+  double factors[4];
+  int32_t dstSize[4];
+  int32_t srcSize[4];
+} SornResizeArgs;
+
+SornStatus SornTGAresize(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                         int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                         int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                         int32_t *strides1);
+SornStatus sorna_resize(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dstDims,
+                        const int32_t *srcDims, uint32_t type, void *dstBase,
+                        const int32_t *dstOrigin, const int32_t *dstStrides, const void *srcBase,
+                        const int32_t *srcOrigin, const int32_t *srcStrides, int32_t method,
+                        const double *factors);
+/* Layer 3. dstDims or srcDims may be null: that side's extents come from
+ * the other's and the factors. factors has one cell per dimension but the
+ * channels (null: from the extents). */
+SornStatus sorna__resize(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dstDims,
+                         const int32_t *srcDims, uint32_t type, void *dst,
+                         const int32_t *dstStrides, const void *src, const int32_t *srcStrides,
+                         int32_t method, const double *factors);
+SornStatus sorna__resize_nn(SornXE *xe, SornFlags flags, SornDimPack pack,
+                            const int32_t *dstDims, const int32_t *srcDims, uint32_t type,
+                            void *dst, const int32_t *dstStrides, const void *src,
+                            const int32_t *srcStrides, const double *factors);
+
+/* Factors from extents: out[i] = dstDims[i] / srcDims[i], snapped to 1.0.
+ * The S form gives all 1.0 when either extent array is null. Both return
+ * out. */
+double *sorn_mkreszf(int32_t n, double *out, const int32_t *dstDims, const int32_t *srcDims);
+double *sorn_mkreszfS(int32_t n, double *out, const int32_t *dstDims, const int32_t *srcDims);
+/* Given factors settled: one near 0 is taken from the extents, one near 1
+ * is 1.0. Answers how many given factors leave the destination extent
+ * larger than the scaled source one. The S form, with an extent array
+ * null, makes factors near 0 or 1 exactly 1.0 and answers 0. */
+int32_t sorn_fixreszf(int32_t n, double *out, const double *factors, const int32_t *dstDims,
+                      const int32_t *srcDims);
+int32_t sorn_fixreszfS(int32_t n, double *out, const double *factors, const int32_t *dstDims,
+                       const int32_t *srcDims);
+
+/* The pixel classes: rows and columns of both sides, row steps and pixel
+ * strides in bytes, the column and row factors. */
+typedef SornStatus (*SornResizeNNProc)(SornXE *xe, int32_t dstRows, int32_t dstCols, void *dst,
+                                       int32_t dstStep, int32_t dstPixel, int32_t srcRows,
+                                       int32_t srcCols, const void *src, int32_t srcStep,
+                                       int32_t srcPixel, double fx, double fy);
+SornStatus __sorna__swresize_nn(SornXE *xe, uint32_t type, int32_t dstRows, int32_t dstCols,
+                                void *dst, int32_t dstStep, int32_t dstPixel, int32_t srcRows,
+                                int32_t srcCols, const void *src, int32_t srcStep,
+                                int32_t srcPixel, double fx, double fy);
+SornResizeNNProc sorna__resize_nn_imp(uint32_t type, SornStatus *status);
+SornStatus __sorna__resize_nn_u8(SornXE *xe, int32_t dstRows, int32_t dstCols, void *dst,
+                                 int32_t dstStep, int32_t dstPixel, int32_t srcRows,
+                                 int32_t srcCols, const void *src, int32_t srcStep,
+                                 int32_t srcPixel, double fx, double fy);
+SornStatus __sorna__resize_nn_s16(SornXE *xe, int32_t dstRows, int32_t dstCols, void *dst,
+                                  int32_t dstStep, int32_t dstPixel, int32_t srcRows,
+                                  int32_t srcCols, const void *src, int32_t srcStep,
+                                  int32_t srcPixel, double fx, double fy);
+SornStatus __sorna__resize_nn_s32(SornXE *xe, int32_t dstRows, int32_t dstCols, void *dst,
+                                  int32_t dstStep, int32_t dstPixel, int32_t srcRows,
+                                  int32_t srcCols, const void *src, int32_t srcStep,
+                                  int32_t srcPixel, double fx, double fy);
+
+/* The step table: one byte per destination pixel, the distance in source
+ * pixels (times pixelStep) from the column of the pixel before, the first
+ * from column 0; four to a 32-bit word, low byte first; a step above 255
+ * wraps. After the last word stand a word 0 and a word with the destination
+ * width. make takes it from xe, 64-byte aligned, with room for the
+ * destination width (bytes) plus 12 bytes, and answers null when xe has no
+ * room; the caller gives it back with SornXEfreea. */
+uint32_t *__sorna_rsz_nn__make_offtab1x4(SornXE *xe, int32_t bytes, int32_t srcWidth,
+                                         int32_t pixelStep, double fx);
+uint32_t *__sorna_rsz_nn__init_offtab1x4(uint32_t *table, int32_t dstWidth, int32_t srcWidth,
+                                         int32_t pixelStep, double fx);
+
+/* Row kernels: every destination row from its source row, through the
+ * step table offtab (null: the kernel makes its own from xe). Steps are
+ * bytes between rows; pixels are the kernel's unit. All kernels of a unit
+ * give the same result and differ in how far ahead and how much they
+ * prefetch; the selectors of a unit have the same shape and choose among
+ * them by fx and the source width. */
+typedef SornStatus (*SornResizeRowKernel)(SornXE *xe, int32_t dstRows, int32_t dstCols,
+                                          void *dst, int32_t dstStep, int32_t srcRows,
+                                          int32_t srcCols, const void *src, int32_t srcStep,
+                                          double fx, double fy, const uint32_t *offtab);
+
+/* The units: class token and bytes per pixel. */
+#define SORN_RESIZE_NN_UNITS(X) X(c1w8, 1) X(c1w32, 4) X(c2w32, 8) X(c3w32, 12) X(c4w32, 16)
+
+/* The catalogue of row kernels, __sorna__resize_nn_<unit><name>: unit,
+ * name, destination pixels per round, lines of the source row and of the
+ * next source row prefetched per round, whether every source pixel of the
+ * round is prefetched too, the alignment the prefetch address is rounded
+ * down to (0: none), the prefetch distance in bytes, and whether a round
+ * loads all its pixels before it stores any. */
+#define SORN_RESIZE_NN_KERNELS(X)                               \
+  X(c1w8, L1_00, 1, 0, 0, 0, 0, 128, 0)                         \
+  X(c1w8, L4_00, 4, 0, 0, 0, 0, 128, 0)                         \
+  X(c1w8, L16_10, 16, 1, 0, 0, 0, 128, 0)                       \
+  X(c1w8, L16_11, 16, 1, 1, 0, 0, 128, 0)                       \
+  X(c1w8, L16_21_prfm128, 16, 2, 1, 0, 0, 128, 0)               \
+  X(c1w8, L16_21_prfm512, 16, 2, 1, 0, 0, 512, 0)               \
+  X(c1w8, L16_21a128_prfm512, 16, 2, 1, 0, 128, 512, 0)         \
+  X(c1w8, L16_22a128_prfm512, 16, 2, 2, 0, 128, 512, 0)         \
+  X(c1w8, L16_40_prfm128, 16, 4, 0, 0, 0, 128, 0)               \
+  X(c1w8, L16_42_prfm128, 16, 4, 2, 0, 0, 128, 0)               \
+  X(c1w8, L16_42_prfm512, 16, 4, 2, 0, 0, 512, 0)               \
+  X(c1w8, L16_42_prfm768, 16, 4, 2, 0, 0, 768, 0)               \
+  X(c1w8, L16_44_prfm128, 16, 4, 4, 0, 0, 128, 0)               \
+  X(c1w32, L4_00, 4, 0, 0, 0, 0, 128, 0)                        \
+  X(c1w32, L4_40, 4, 4, 0, 0, 0, 128, 0)                        \
+  X(c1w32, L4_40a128, 4, 4, 0, 0, 128, 128, 0)                  \
+  X(c1w32, L4_142, 4, 4, 2, 1, 0, 128, 0)                       \
+  X(c1w32, L4_142a128, 4, 4, 2, 1, 128, 128, 0)                 \
+  X(c1w32, L4v2_40a256, 4, 4, 0, 0, 256, 128, 1)                \
+  X(c1w32, L8_40, 8, 4, 0, 0, 0, 128, 0)                        \
+  X(c1w32, L8_40a128, 8, 4, 0, 0, 128, 128, 0)                  \
+  X(c1w32, L8_122, 8, 2, 2, 1, 0, 128, 0)                       \
+  X(c1w32, L8_122a128, 8, 2, 2, 1, 128, 128, 0)                 \
+  X(c1w32, L12_20, 12, 2, 0, 0, 0, 128, 0)                      \
+  X(c1w32, L12_40a128, 12, 4, 0, 0, 128, 128, 0)                \
+  X(c1w32, L12_121, 12, 2, 1, 1, 0, 128, 0)                     \
+  X(c1w32, L12_122a128, 12, 2, 2, 1, 128, 128, 0)               \
+  X(c1w32, L16_20, 16, 2, 0, 0, 0, 128, 0)                      \
+  X(c1w32, L16_20a128, 16, 2, 0, 0, 128, 128, 0)                \
+  X(c1w32, L16_111, 16, 1, 1, 1, 0, 128, 0)                     \
+  X(c1w32, L16_121, 16, 2, 1, 1, 0, 128, 0)                     \
+  X(c1w32, L16_122a128, 16, 2, 2, 1, 128, 128, 0)               \
+  X(c2w32, L4_00, 4, 0, 0, 0, 0, 128, 0)                        \
+  X(c2w32, L4_20a64, 4, 2, 0, 0, 64, 128, 0)                    \
+  X(c2w32, L4_40a128, 4, 4, 0, 0, 128, 128, 0)                  \
+  X(c2w32, L4_40a256, 4, 4, 0, 0, 256, 128, 0)                  \
+  X(c3w32, L4_00, 4, 0, 0, 0, 0, 128, 0)                        \
+  X(c3w32, L4_40, 4, 4, 0, 0, 0, 128, 0)                        \
+  X(c3w32, L4_40a128, 4, 4, 0, 0, 128, 128, 0)                  \
+  X(c3w32, L4_40a256, 4, 4, 0, 0, 256, 128, 0)                  \
+  X(c4w32, L4_00, 4, 0, 0, 0, 0, 128, 0)                        \
+  X(c4w32, L4_20a64, 4, 2, 0, 0, 64, 128, 0)                    \
+  X(c4w32, L4_40a128, 4, 4, 0, 0, 128, 128, 0)                  \
+  X(c4w32, L4_40a256, 4, 4, 0, 0, 256, 128, 0)
+
+/* The c1w32 families that choose among their kernels themselves, and the
+ * kernels each chooses from, in the order of its choice index. */
+#define SORN_RESIZE_NN_C1W32_FAMILIES(X) X(L4) X(L8) X(L12) X(L16)
+#define SORN_RESIZE_NN_C1W32_L4(X) X(L4_00) X(L4_40) X(L4_40a128) X(L4_142) X(L4_142a128) X(L4v2_40a256)
+#define SORN_RESIZE_NN_C1W32_L8(X) X(L8_40) X(L8_40a128) X(L8_122) X(L8_122a128)
+#define SORN_RESIZE_NN_C1W32_L12(X) X(L12_20) X(L12_40a128) X(L12_121) X(L12_122a128)
+#define SORN_RESIZE_NN_C1W32_L16(X) X(L16_20) X(L16_20a128) X(L16_111) X(L16_121) X(L16_122a128)
+
+#define SORN_RESIZE_ROW_KERNEL_DECL(name)                                                    \
+  SornStatus name(SornXE *xe, int32_t dstRows, int32_t dstCols, void *dst, int32_t dstStep, \
+                  int32_t srcRows, int32_t srcCols, const void *src, int32_t srcStep,        \
+                  double fx, double fy, const uint32_t *offtab);
+#define SORN_RESIZE_NN_KERNEL_DECL(unit, name, ...) \
+  SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_##unit##name)
+SORN_RESIZE_NN_KERNELS(SORN_RESIZE_NN_KERNEL_DECL)
+#undef SORN_RESIZE_NN_KERNEL_DECL
+#define SORN_RESIZE_NN_FAMILY_DECL(fam) SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_c1w32##fam)
+SORN_RESIZE_NN_C1W32_FAMILIES(SORN_RESIZE_NN_FAMILY_DECL)
+#undef SORN_RESIZE_NN_FAMILY_DECL
+/* The selectors of each unit. */
+SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_c1w8)
+SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_c1w32)
+SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_c1w32_dfl)
+SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_c2w32)
+SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_c3w32)
+SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_c4w32)
+#undef SORN_RESIZE_ROW_KERNEL_DECL
+
+/* The c1w32 choice: 0 for the default kernel (fx above 1.002), 1 for
+ * destinations narrower than 5 pixels, else the family in the low four
+ * bits (4, 8, 12 or 15 for L16) and its kernel's choice index above them. */
+int32_t __sorna__nn_c1w32_algsel(int32_t dstWidth, int32_t srcWidth, double fx);
+/* The kernel each selector runs for these extents and factors, for tests
+ * and benchmarks that look at the choice itself. units is 2, 3 or 4 for
+ * c2w32, c3w32, c4w32. */
+SornResizeRowKernel __sorna__nn_c1w8_pick(int32_t dstWidth, int32_t srcWidth, int32_t srcRows,
+                                          double fx, double fy);
+SornResizeRowKernel __sorna__nn_c1w32_pick(int32_t dstWidth, int32_t srcWidth, double fx);
+SornResizeRowKernel __sorna__nn_cNw32_pick(int32_t units, int32_t dstWidth, int32_t srcWidth,
+                                           double fx);
+
+/* ======================================================================
  * Neighbourhood filters
  * ====================================================================== */
 

@@ -268,8 +268,9 @@ void add_row(const std::string &op, int rows, int cols, const std::string &peer,
   r.peer_ms = t[1];
   if (traffic) r.copy_ms = t[2];
   r.note = note;
-  std::printf("%-34s %-10s %10.4f %10.4f %7.2f  %s\n", (op + " / " + peer).c_str(), r.size.c_str(),
-              r.sorn_ms, r.peer_ms, r.ratio(), note.c_str());
+  std::printf("%-34s %-10s %10.4f %10.4f %7.2f  %s%s\n", (op + " / " + peer).c_str(),
+              r.size.c_str(), r.sorn_ms, r.peer_ms, r.ratio(),
+              traffic ? ("memcpy " + fmt(r.copy_ms, 4) + "  ").c_str() : "", note.c_str());
   std::fflush(stdout);
   g_rows.push_back(r);
 }

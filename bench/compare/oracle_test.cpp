@@ -1,7 +1,7 @@
 // Sorn against OpenCV where both define a result the same way: saturating
 // arithmetic on 8- and 16-bit elements, float addition, histogram counts,
 // sums, means with and without a mask, fill, comparison masks, extremes
-// with their first places, Otsu's threshold. On random images of random
+// with their first places, Otsu's threshold, nearest-neighbour shrinking. On random images of random
 // shapes (odd widths, 1 to 4 channels, padded rows) the outputs must agree
 // element for element. Where the two differ by design, the test says why
 // and checks only what they share.
@@ -489,6 +489,108 @@ TEST(OracleMean, MaskedU8MeansAndCountsAgree) {
 }
 
 }  // namespace
+
+// ---------------------------------------------------------------- resize
+
+// Nearest-neighbour resizing. When shrinking, both take source column
+// floor(x * src / dst) and source row floor(y * src / dst), clamped, with
+// the factor computed in double from the extents: the results agree
+// element for element, for every pixel size Sorn moves (1, 4, 8, 12, 16
+// bytes). When enlarging the rules differ: cv::resize still floors, Sorn
+// rounds the column to nearest with ties to even and truncates the row
+// after adding one half. The enlarging test computes both index rules,
+// checks each library against its own, and checks that the two agree
+// exactly where the rules name the same source pixel.
+struct ResizeCase {
+  int depth, channels;
+};
+const ResizeCase kResizeCases[] = {{CV_8U, 1}, {CV_8U, 4}, {CV_16S, 2}, {CV_16S, 4},
+                                   {CV_32S, 1}, {CV_32F, 1}, {CV_32F, 2}, {CV_32F, 3},
+                                   {CV_32F, 4}};
+
+cv::Mat sorn_resized(Env &env, const cv::Mat &src, int rows, int cols, std::mt19937_64 &rng) {
+  cv::Mat dst = padded(rows, cols, src.type(), rng);
+  const SornArray rs = rec_of(src), rd = rec_of(dst);
+  EXPECT_EQ(SORN_OK, SornEResize(&env.xe, 0, &rd, &rs, nullptr, nullptr, 0, nullptr));
+  return dst;
+}
+
+TEST(OracleResize, ShrinkingMatchesCvResizeNearest) {
+  auto rng = rng_for("resize shrinking");
+  Env env;
+  for (const ResizeCase &c : kResizeCases) {
+    for (int i = 0; i < 40; ++i) {
+      const int sh = 1 + (int)(rng() % 90), sw = 1 + (int)(rng() % 150);
+      const int dh = 1 + (int)(rng() % (uint64_t)sh), dw = 1 + (int)(rng() % (uint64_t)sw);
+      cv::Mat src = padded(sh, sw, CV_MAKETYPE(c.depth, c.channels), rng);
+      fill_random(src, rng, -1000, 1000);
+      const cv::Mat ours = sorn_resized(env, src, dh, dw, rng);
+      cv::Mat theirs;
+      cv::resize(src, theirs, cv::Size(dw, dh), 0, 0, cv::INTER_NEAREST);
+      expect_same(ours, theirs, "shrinking");
+    }
+  }
+  // The factors of the comparison rows: halving, exactly.
+  cv::Mat src(480, 640, CV_8UC4);
+  fill_random(src, rng, 0, 255);
+  cv::Mat theirs;
+  cv::resize(src, theirs, cv::Size(320, 240), 0, 0, cv::INTER_NEAREST);
+  expect_same(sorn_resized(env, src, 240, 320, rng), theirs, "halving");
+}
+
+// Source index of destination index i by each library's rule.
+int floor_rule(int i, int d, int s) {
+  return std::min((int)std::floor(i * (1.0 / ((double)d / s))), s - 1);
+}
+int sorn_column(int i, int d, int s) {
+  const double g = 1.0 / ((double)d / s);
+  const double v = g >= 1.0 ? std::trunc(i * g) : std::nearbyint(i * g);
+  return std::min((int)v, s - 1);
+}
+int sorn_row(int i, int d, int s) {
+  const double g = 1.0 / ((double)d / s);
+  const double t = 1.0 - g <= 1.1920928955078125e-7 ? 0.0 : 0.5;
+  return std::min((int)std::trunc(i * g + t), s - 1);
+}
+
+TEST(OracleResize, EnlargingTakesSourcePixelsByADifferentRule) {
+  auto rng = rng_for("resize enlarging");
+  Env env;
+  int differ = 0;
+  for (const ResizeCase &c : kResizeCases) {
+    for (int i = 0; i < 30; ++i) {
+      const int sh = 1 + (int)(rng() % 40), sw = 1 + (int)(rng() % 60);
+      const int dh = sh + 1 + (int)(rng() % 80), dw = sw + 1 + (int)(rng() % 120);
+      cv::Mat src(sh, sw, CV_MAKETYPE(c.depth, c.channels));
+      fill_random(src, rng, -1000, 1000);
+      const cv::Mat ours = sorn_resized(env, src, dh, dw, rng);
+      cv::Mat theirs;
+      cv::resize(src, theirs, cv::Size(dw, dh), 0, 0, cv::INTER_NEAREST);
+      const size_t px = src.elemSize();
+      for (int y = 0; y < dh; ++y) {
+        for (int x = 0; x < dw; ++x) {
+          const uint8_t *o = ours.ptr(y) + x * px, *t = theirs.ptr(y) + x * px;
+          const uint8_t *so = src.ptr(sorn_row(y, dh, sh)) + sorn_column(x, dw, sw) * px;
+          const uint8_t *st = src.ptr(floor_rule(y, dh, sh)) + floor_rule(x, dw, sw) * px;
+          ASSERT_EQ(0, std::memcmp(o, so, px)) << "Sorn by its rule at " << y << ", " << x;
+          ASSERT_EQ(0, std::memcmp(t, st, px)) << "OpenCV by the floor at " << y << ", " << x;
+          if (so == st)
+            ASSERT_EQ(0, std::memcmp(o, t, px)) << "the same source pixel at " << y << ", " << x;
+          else
+            ++differ;
+        }
+      }
+    }
+  }
+  EXPECT_GT(differ, 0);
+  // Doubling: OpenCV repeats each source pixel twice; Sorn takes columns
+  // 0, 0, 1, 2, 2, 2, 3, 4, ... (halves round to even) and rows 0, 1, 1,
+  // 2, 2, ... (a half is added before truncating).
+  EXPECT_EQ(1, floor_rule(3, 8, 4));
+  EXPECT_EQ(2, sorn_column(3, 8, 4));
+  EXPECT_EQ(0, floor_rule(1, 8, 4));
+  EXPECT_EQ(1, sorn_row(1, 8, 4));
+}
 
 // ---------------------------------------------------------------- stable regions
 

@@ -25,6 +25,7 @@ namespace {
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 const double *const kKeepSrc = SORN_CMP_KEEPSRC;
 
+// An environment whose scratch level is checked after each call.
 using Env = sorn_test::ScratchEnv;
 
 enum Form { kPlain, kPlainC, kValues, kValuesC };

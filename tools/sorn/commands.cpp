@@ -13,6 +13,7 @@ const std::vector<Command> &commands() {
       {"add", "element-wise sum of two images", kAddHelp, run_add},
       {"threshold", "black and white by a fixed threshold, Otsu's, or the local mean",
        kThresholdHelp, run_threshold},
+      {"resize", "nearest-neighbour resizing by factors or to a size", kResizeHelp, run_resize},
   };
   return table;
 }
