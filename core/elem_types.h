@@ -70,10 +70,13 @@ constexpr int32_t channels_of(int64_t w) { return (int32_t)((w & 7) + ((w >> 3) 
 // are integers already. Written with selects only and no library call, so
 // that rows vectorise; the conversion itself only ever sees values that fit.
 inline int32_t round_i32(float x) {
+  // Only constants are selected before the arithmetic: the compiler does
+  // not move an addition that might trap under a condition, and keeps it
+  // vectorisable. Outside 2^23 the value is an integer and k is 0.
   const float c = x < 0.0f ? -8388608.0f : 8388608.0f;
-  const float near = (x + c) - c;
-  const float r = ((x > -8388608.0f) & (x < 8388608.0f)) ? near : x;
-  const bool fits = (x >= -2147483648.0f) & (x < 2147483648.0f);  // false for NaN
+  const float k = (x > -8388608.0f && x < 8388608.0f) ? c : 0.0f;
+  const float r = (x + k) - k;
+  const bool fits = (r >= -2147483648.0f) & (r < 2147483648.0f);  // false for NaN
   const int32_t v = (int32_t)(fits ? r : 0.0f);
   return fits ? v : INT32_MIN;
 }
