@@ -1455,6 +1455,150 @@ int sorn_compute_roi_$se(SornVolume *avail, SornVolume *need, SornFlags flags,
                          const SornVolume *roi, const SornSeShape *se, const SornVolume *site,
                          const SornVolume *parsite);
 
+/* ---------------- Filter frame ----------------
+ * Every neighbourhood filter reads a window around each output pixel. The
+ * frame decides once per call where the pixels outside the region come
+ * from: from the source itself or its parent when they are real (unless
+ * SORN_F_NOMARGIN, or outside the source's own site under
+ * SORN_F_SITEMARGIN), otherwise from a bordered copy in scratch memory,
+ * made with reflect101. Kernels never test an edge.
+ *
+ * Filter kinds, read as one byte (256 is 0): */
+#define SORN_FILTER_NONE     0   /* a copy */
+#define SORN_FILTER_MIN      3
+#define SORN_FILTER_MAX      4
+#define SORN_FILTER_BOX      5
+#define SORN_FILTER_MEDIAN   6   /* a name without a routine: SORN_ENOTIMP */
+#define SORN_FILTER_CLOSE    105
+#define SORN_FILTER_OPEN     106
+#define SORN_FILTER_BOTHAT   107
+#define SORN_FILTER_TOPHAT   108
+#define SORN_FILTER_GRADIENT 109 /* SORN_ENOTIMP */
+#define SORN_TAG_FILT SORN_FOURCC('f', 'i', 'l', 't')
+
+/* The block that travels with a slice of a filter call. */
+typedef struct SornFilterArgs {
+  uint32_t kind;
+  const SornSeShape *se;
+  const SornBorderSpec *border;
+  const SornSites *sites;
+} SornFilterArgs;
+
+/* dst = the filter of kind over src, on the region dst and src agree on
+ * (roiDst rules its size, roiSrc offers a start). A null src filters dst in
+ * place. The window se is normalised against that region (a null se is the
+ * 5 by 5 default); the border is reflect101. Box, minimum and maximum take
+ * one channel of u8, s16, s32 or f32; three or four channels are
+ * SORN_ENOTSUP, other types SORN_EINVAL. A 4-dimensional dst is filtered
+ * plane by plane, each from its own source plane or from the source's only
+ * plane. */
+SornStatus SornFilter(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                      const SornVolume *roiDst, const SornVolume *roiSrc, int32_t kind,
+                      const SornSeShape *se);
+/* The slice form: args is a SornFilterArgs; different types are invalid. */
+SornStatus SornTGAfilter(SornXE *xe, SornFlags flags, void *args, SornDimPack pack, int32_t *sizes,
+                         uint32_t dstType, void *dst, int32_t *dstOrigin, int32_t *dstStrides,
+                         uint32_t srcType, void *src, int32_t *srcOrigin, int32_t *srcStrides);
+/* Layer 2. The plain form trusts its caller that the window's margin exists;
+ * the edge-handling form takes a border request (null: reflect101) and the
+ * sites around the source in data coordinates (null, or an empty box: the
+ * region alone). */
+SornStatus sorna_filter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                        uint32_t type, void *dst, const int32_t *dstOrigin,
+                        const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                        const int32_t *srcStrides, int32_t kind, const SornSeShape *se);
+SornStatus sorna_efilter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                         uint32_t type, void *dst, const int32_t *dstOrigin,
+                         const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                         const int32_t *srcStrides, int32_t kind, const SornSeShape *se,
+                         const SornBorderSpec *border, const SornSites *sites);
+/* Layer 3: by kind, without and with the edge decision (sites relative to
+ * the region's first pixel). */
+SornStatus sorna__filter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                         uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                         const int32_t *srcStrides, int32_t kind, const SornSeShape *se);
+SornStatus sorna__efilter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                          uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                          const int32_t *srcStrides, int32_t kind, const SornSeShape *se,
+                          const SornBorderSpec *border, const SornSites *sites);
+#define SORN_FILTER_KIND_DECL(name)                                                           \
+  SornStatus sorna__filter_##name(SornXE *xe, SornFlags flags, SornDimPack pack,             \
+                                  const int32_t *sizes, uint32_t type, void *dst,            \
+                                  const int32_t *dstStrides, const void *src,                \
+                                  const int32_t *srcStrides, const SornSeShape *se);
+SORN_FILTER_KIND_DECL(box)
+SORN_FILTER_KIND_DECL(min)
+SORN_FILTER_KIND_DECL(max)
+SORN_FILTER_KIND_DECL(open)
+SORN_FILTER_KIND_DECL(close)
+SORN_FILTER_KIND_DECL(tophat)
+SORN_FILTER_KIND_DECL(bothat)
+#undef SORN_FILTER_KIND_DECL
+/* The chained morphological operations with a mask. */
+struct SornStrel;
+#define SORN_MORPHOP_KIND_DECL(name)                                                          \
+  SornStatus sorna__morphop_##name(SornXE *xe, SornFlags flags, SornDimPack pack,            \
+                                   const int32_t *sizes, uint32_t type, void *dst,           \
+                                   const int32_t *dstStrides, const void *src,               \
+                                   const int32_t *srcStrides, const struct SornStrel *strel);
+SORN_MORPHOP_KIND_DECL(close)
+SORN_MORPHOP_KIND_DECL(tophat)
+SORN_MORPHOP_KIND_DECL(bothat)
+#undef SORN_MORPHOP_KIND_DECL
+
+/* The kernels of every filter table: n cells of sizes (an optional row
+ * count, the columns, the channels), the window normalised, the source at
+ * the region's first pixel with the whole margin readable around it. A
+ * separable or masked window is handed over as the SornSeShape it begins
+ * with. */
+typedef SornStatus (*SornFilterKernel)(SornXE *xe, SornFlags flags, int32_t n,
+                                       const int32_t *sizes, void *dst,
+                                       const int32_t *dstStrides, const void *src,
+                                       const int32_t *srcStrides, const SornSeShape *se);
+/* The six tables, by channel word (1, 3, and 4 or 11 for four channels) and
+ * element type (u8, s16, s32, f32); any other pair is SORN_EINVAL. */
+SornFilterKernel sorna__boxfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornFilterKernel sorna__minfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornFilterKernel sorna__maxfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornFilterKernel sorna__sepfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornFilterKernel sorna__dilatefun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornFilterKernel sorna__erodefun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+
+/* The types and channel forms of the filter tables. */
+#define SORN_FILTER_TYPES(X) X(u8) X(s16) X(s32) X(f32)
+#define SORN_FILTER_CHANNELS(X, t) X(1, t) X(3, t) X(4, t)
+/* The kernel shapes, columns by rows. */
+#define SORN_BOXFILTER_SHAPES(X, t) X(t, 2x1) X(t, 4x1) X(t, Nx1) X(t, 1x2) X(t, 2x2) X(t, NxM)
+#define SORN_MINMAXFILTER_SHAPES(X, t)                                                        \
+  X(t, 2x1) X(t, 3x1) X(t, 4x1) X(t, Nx1) X(t, 1x2) X(t, 1x3) X(t, 1xN) X(t, 2x2) X(t, 2xN)   \
+  X(t, 3xN) X(t, NxM)
+
+#define SORN_FILTER_KERNEL_ARGS                                                               \
+  (SornXE * xe, SornFlags flags, int32_t n, const int32_t *sizes, void *dst,                 \
+   const int32_t *dstStrides, const void *src, const int32_t *srcStrides, const SornSeShape *se)
+/* Box, minimum and maximum by channel form and type: sorna__boxfilter_c1_u8 ...
+ * (the three- and four-channel ones answer SORN_ENOTSUP), and their kernels
+ * _T_sorna__boxfilter_c1_u8_NxM ... */
+#define SORN_FLAT_DISPATCH_DECL1(c, t)                                                        \
+  SornStatus sorna__boxfilter_c##c##_##t SORN_FILTER_KERNEL_ARGS;                             \
+  SornStatus sorna__minfilter_c##c##_##t SORN_FILTER_KERNEL_ARGS;                             \
+  SornStatus sorna__maxfilter_c##c##_##t SORN_FILTER_KERNEL_ARGS;
+#define SORN_FLAT_DISPATCH_DECL(t) SORN_FILTER_CHANNELS(SORN_FLAT_DISPATCH_DECL1, t)
+SORN_FILTER_TYPES(SORN_FLAT_DISPATCH_DECL)
+#undef SORN_FLAT_DISPATCH_DECL
+#undef SORN_FLAT_DISPATCH_DECL1
+#define SORN_BOX_KERNEL_DECL1(t, shape)                                                       \
+  SornStatus _T_sorna__boxfilter_c1_##t##_##shape SORN_FILTER_KERNEL_ARGS;
+#define SORN_MINMAX_KERNEL_DECL1(t, shape)                                                    \
+  SornStatus _T_sorna__minfilter_c1_##t##_##shape SORN_FILTER_KERNEL_ARGS;                    \
+  SornStatus _T_sorna__maxfilter_c1_##t##_##shape SORN_FILTER_KERNEL_ARGS;
+#define SORN_FLAT_KERNEL_DECL(t)                                                              \
+  SORN_BOXFILTER_SHAPES(SORN_BOX_KERNEL_DECL1, t) SORN_MINMAXFILTER_SHAPES(SORN_MINMAX_KERNEL_DECL1, t)
+SORN_FILTER_TYPES(SORN_FLAT_KERNEL_DECL)
+#undef SORN_FLAT_KERNEL_DECL
+#undef SORN_BOX_KERNEL_DECL1
+#undef SORN_MINMAX_KERNEL_DECL1
+
 /* ======================================================================
  * Matrix products
  * ====================================================================== */
