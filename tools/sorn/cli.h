@@ -164,10 +164,14 @@ int run_mser(const std::vector<std::string> &argv);
 int run_hist(const std::vector<std::string> &argv);
 int run_stats(const std::vector<std::string> &argv);
 int run_add(const std::vector<std::string> &argv);
+int run_filter(const std::vector<std::string> &argv);
+int run_border(const std::vector<std::string> &argv);
 
 extern const char *const kMserHelp;
 extern const char *const kHistHelp;
 extern const char *const kStatsHelp;
 extern const char *const kAddHelp;
+extern const char *const kFilterHelp;
+extern const char *const kBorderHelp;
 
 }  // namespace sorn::tool

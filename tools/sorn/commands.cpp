@@ -10,6 +10,8 @@ const std::vector<Command> &commands() {
       {"hist", "256-bin histogram per channel, as a table and a bar plot", kHistHelp, run_hist},
       {"stats", "sum and mean per channel, optionally under a mask", kStatsHelp, run_stats},
       {"add", "element-wise sum of two images", kAddHelp, run_add},
+      {"filter", "box, minimum or maximum over a rectangular window", kFilterHelp, run_filter},
+      {"border", "the picture with a border of a given kind around it", kBorderHelp, run_border},
   };
   return table;
 }
