@@ -1257,6 +1257,160 @@ SornStatus _T_sorna__dofillemc(SornXE *xe, SornFlags flags, int32_t n, const int
                                void *dst, const int32_t *strides, const void *mask,
                                const int32_t *mstrides, const void *vector);
 
+/* ---------------- Copy and border extension ----------------
+ * A region copied as it stands, copied where a mask selects, or copied with
+ * a frame around it (mkb, make border) whose pixels follow one of the
+ * border kinds from the pixels of the region:
+ *   0 none: a plain copy
+ *   3 const: the border record's fill, one value per channel
+ *   4 replicate: the edge pixel, i clamped to 0 .. n-1
+ *   5 wrap: i mod n
+ *   6 reflect: mirrored about the outer edge of the edge pixel,
+ *     ..1 0 | 0 1 .. n-1 | n-1 n-2..
+ *   7 reflect101: mirrored about the edge pixel itself, ..2 1 | 0 1 .. n-1 |
+ *     n-2.. (a single pixel is replicated)
+ * Only the low four bits of a kind count; the public entries take 2 for 7.
+ * A border far wider than the region goes on with the same period, and the
+ * corners follow from the rule along both axes. The border is a
+ * SornBrShape: -lo[1] rows above, -lo[2] columns before, hi[1] rows below,
+ * hi[2] columns after; the depth cell has none. */
+#define SORN_BORDER_NONE       0
+#define SORN_BORDER_UNKNOWN    2
+#define SORN_BORDER_CONST      3
+#define SORN_BORDER_REPLICATE  4
+#define SORN_BORDER_WRAP       5
+#define SORN_BORDER_REFLECT    6
+#define SORN_BORDER_REFLECT101 7
+/* Border copy: the centre is in place already; only the border is written. */
+#define SORN_F_BORDER_ONLY 0x2000ull
+#define SORN_TAG_COPY SORN_FOURCC('c', 'o', 'p', 'y')
+#define SORN_TAG_CPEX SORN_FOURCC('c', 'p', 'e', 'x')
+#define SORN_TAG_CMKB SORN_FOURCC('c', 'm', 'k', 'b')
+
+struct SornBrShape;
+struct SornSites;
+
+/* The region of dstRoi (cut to dst) from srcSite's origin on in src. Same
+ * element type and channel count; src of dst's rank, or rank 3 under a
+ * rank-4 dst. */
+SornStatus SornCopy(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                    const SornVolume *dstRoi, const SornVolume *srcSite);
+/* The same where mask (u8, one channel or the image's) selects: a
+ * one-channel mask selects whole pixels (a byte other than the skip value,
+ * 0, or 255 under SORN_F_INVMASK) unless SORN_F_ELEMMASK asks for the
+ * element form, where the mask byte, sign-extended to the element, selects
+ * bits: (m & src) | (~m & dst), or (~m & src) | (m & dst) under
+ * SORN_F_INVMASK. One-channel images of 1- or 2-byte elements always take
+ * the element form. A null mask is SornCopy. */
+SornStatus SornCopyEx(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                      const SornArray *mask, const SornVolume *dstRoi,
+                      const SornVolume *srcSite, const SornVolume *maskSite);
+/* The region srcRoi of src, with a border around it, into dst from the
+ * origin of dstSite on: the border's corner at dstSite's origin, the region
+ * -lo after it. A border larger than the room dst leaves is shared out in
+ * proportion; a region larger than dst is cut. Pixels that src (or its
+ * parent) really has around the region are copied as they are rather than
+ * made by the border's rule, unless SORN_F_NOMARGIN; SORN_F_SITEMARGIN
+ * keeps them to src's own site. A null src works in dst itself, and then a
+ * null dstSite is srcRoi. Kind 0 needs no border. */
+SornStatus SornCopyMkb(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                       const SornVolume *dstSite, const SornVolume *srcRoi, int32_t kind,
+                       const struct SornBrShape *border);
+/* The same with the boxes turned: dstRoi is the whole bordered block, the
+ * region is that block narrowed by the border (or less, as far as src
+ * reaches from srcSite's origin). */
+SornStatus SornCopyRMkb(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                        const SornVolume *dstRoi, const SornVolume *srcSite, int32_t kind,
+                        const struct SornBrShape *border);
+
+/* Slice forms. SornTGAcopyEx takes the mask form in data (a SornCopyArgs);
+ * SornTGAcopymkb its kind, border and sites (a SornCopyMkbArgs). */
+typedef struct SornCopyArgs {
+  uint64_t elemform; /* 0: the pixel mask; otherwise the element mask */
+} SornCopyArgs;
+typedef struct SornCopyMkbArgs {
+  uint32_t kind;
+  const struct SornBrShape *border;
+  const struct SornSites *sites;
+} SornCopyMkbArgs;
+SornStatus SornTGAcopy(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                       uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
+                       uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1);
+SornStatus SornTGAcopyEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                         uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
+                         uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1,
+                         uint32_t type2, void *base2, int32_t *origin2, int32_t *strides2);
+SornStatus SornTGAcopymkb(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                          int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                          int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                          int32_t *strides1);
+
+/* Layer 2: origins applied to the bases. sorna_copymkb takes the sites
+ * relative to the source's origin (an empty site is the region itself). */
+SornStatus sorna_copy(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                      uint32_t type, void *dst, const int32_t *dstOrigin,
+                      const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                      const int32_t *srcStrides);
+SornStatus sorna_copyxm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, void *dst, const int32_t *dstOrigin,
+                        const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                        const int32_t *srcStrides, const void *mask, const int32_t *maskOrigin,
+                        const int32_t *maskStrides);
+SornStatus sorna_copyem(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, void *dst, const int32_t *dstOrigin,
+                        const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                        const int32_t *srcStrides, const void *mask, const int32_t *maskOrigin,
+                        const int32_t *maskStrides);
+SornStatus sorna_copymkb(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, void *dst, const int32_t *dstOrigin,
+                         const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                         const int32_t *srcStrides, int32_t kind,
+                         const struct SornBrShape *border, const struct SornSites *sites);
+
+/* Layer 3, on the last three cells. sorna__copy moves whole pixels: rows of
+ * dims[n-2] times the pixel stride bytes, whatever the element type. The
+ * element mask reads its byte of element c of pixel x at x * mstrides[n-2] +
+ * c * mstrides[n-1]. sorna__copymkb writes the region of dims from src at
+ * -lo from dst, and the border around it; SORN_EINVAL for an unknown kind. */
+SornStatus sorna__copy(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                       uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                       const int32_t *srcStrides);
+SornStatus sorna__copyxm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                         const int32_t *srcStrides, const void *mask,
+                         const int32_t *maskStrides);
+SornStatus sorna__copyem(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                         const int32_t *srcStrides, const void *mask,
+                         const int32_t *maskStrides);
+SornStatus sorna__copymkb(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                          uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                          const int32_t *srcStrides, int32_t kind,
+                          const struct SornBrShape *border, const struct SornSites *sites);
+#define SORN_COPYMKB_KERNEL_DECL(kind)                                                        \
+  SornStatus sorna__copymkb_##kind(SornXE *xe, SornFlags flags, SornDimPack pack,            \
+                                   const int32_t *dims, uint32_t type, void *dst,            \
+                                   const int32_t *dstStrides, const void *src,               \
+                                   const int32_t *srcStrides,                                \
+                                   const struct SornBrShape *border,                         \
+                                   const struct SornSites *sites);
+SORN_COPYMKB_KERNEL_DECL(const)
+SORN_COPYMKB_KERNEL_DECL(replicate)
+SORN_COPYMKB_KERNEL_DECL(wrap)
+SORN_COPYMKB_KERNEL_DECL(reflect)
+SORN_COPYMKB_KERNEL_DECL(reflect101)
+#undef SORN_COPYMKB_KERNEL_DECL
+/* The element-mask loops, on a plain count n of cells; element sizes 1, 2,
+ * 4 and 8 (the element stride), else SORN_EINVAL. */
+SornStatus _T_sorna__copyem(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                            void *dst, const int32_t *dstStrides, const void *src,
+                            const int32_t *srcStrides, const void *mask,
+                            const int32_t *maskStrides);
+SornStatus _T_sorna__copyemc(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                             void *dst, const int32_t *dstStrides, const void *src,
+                             const int32_t *srcStrides, const void *mask,
+                             const int32_t *maskStrides);
+
 /* ---------------- Comparison ----------------
  * Element-wise comparison of an image with a second image or with one
  * constant per channel. The plain forms write a mask: all ones of the
@@ -1516,159 +1670,6 @@ SornStatus sorn_xlat2d_u8(uint8_t *const *tables, void *dst, const void *src,
                           int32_t dstRowStride, int32_t srcRowStride, int32_t rows,
                           int32_t width, int32_t nchan);
 
-/* ---------------- Copy and border extension ----------------
- * A region copied as it stands, copied where a mask selects, or copied with
- * a frame around it (mkb, make border) whose pixels follow one of the
- * border kinds from the pixels of the region:
- *   0 none: a plain copy
- *   3 const: the border record's fill, one value per channel
- *   4 replicate: the edge pixel, i clamped to 0 .. n-1
- *   5 wrap: i mod n
- *   6 reflect: mirrored about the outer edge of the edge pixel,
- *     ..1 0 | 0 1 .. n-1 | n-1 n-2..
- *   7 reflect101: mirrored about the edge pixel itself, ..2 1 | 0 1 .. n-1 |
- *     n-2.. (a single pixel is replicated)
- * Only the low four bits of a kind count; the public entries take 2 for 7.
- * A border far wider than the region goes on with the same period, and the
- * corners follow from the rule along both axes. The border is a
- * SornBrShape: -lo[1] rows above, -lo[2] columns before, hi[1] rows below,
- * hi[2] columns after; the depth cell has none. */
-#define SORN_BORDER_NONE       0
-#define SORN_BORDER_UNKNOWN    2
-#define SORN_BORDER_CONST      3
-#define SORN_BORDER_REPLICATE  4
-#define SORN_BORDER_WRAP       5
-#define SORN_BORDER_REFLECT    6
-#define SORN_BORDER_REFLECT101 7
-/* Border copy: the centre is in place already; only the border is written. */
-#define SORN_F_BORDER_ONLY 0x2000ull
-#define SORN_TAG_COPY SORN_FOURCC('c', 'o', 'p', 'y')
-#define SORN_TAG_CPEX SORN_FOURCC('c', 'p', 'e', 'x')
-#define SORN_TAG_CMKB SORN_FOURCC('c', 'm', 'k', 'b')
-
-struct SornBrShape;
-struct SornSites;
-
-/* The region of dstRoi (cut to dst) from srcSite's origin on in src. Same
- * element type and channel count; src of dst's rank, or rank 3 under a
- * rank-4 dst. */
-SornStatus SornCopy(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
-                    const SornVolume *dstRoi, const SornVolume *srcSite);
-/* The same where mask (u8, one channel or the image's) selects: a
- * one-channel mask selects whole pixels (a byte other than the skip value,
- * 0, or 255 under SORN_F_INVMASK) unless SORN_F_ELEMMASK asks for the
- * element form, where the mask byte, sign-extended to the element, selects
- * bits: (m & src) | (~m & dst), or (~m & src) | (m & dst) under
- * SORN_F_INVMASK. One-channel images of 1- or 2-byte elements always take
- * the element form. A null mask is SornCopy. */
-SornStatus SornCopyEx(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
-                      const SornArray *mask, const SornVolume *dstRoi,
-                      const SornVolume *srcSite, const SornVolume *maskSite);
-/* The region srcRoi of src, with a border around it, into dst from the
- * origin of dstSite on: the border's corner at dstSite's origin, the region
- * -lo after it. A border larger than the room dst leaves is shared out in
- * proportion; a region larger than dst is cut. Pixels that src (or its
- * parent) really has around the region are copied as they are rather than
- * made by the border's rule, unless SORN_F_NOMARGIN; SORN_F_SITEMARGIN
- * keeps them to src's own site. A null src works in dst itself, and then a
- * null dstSite is srcRoi. Kind 0 needs no border. */
-SornStatus SornCopyMkb(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
-                       const SornVolume *dstSite, const SornVolume *srcRoi, int32_t kind,
-                       const struct SornBrShape *border);
-/* The same with the boxes turned: dstRoi is the whole bordered block, the
- * region is that block narrowed by the border (or less, as far as src
- * reaches from srcSite's origin). */
-SornStatus SornCopyRMkb(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
-                        const SornVolume *dstRoi, const SornVolume *srcSite, int32_t kind,
-                        const struct SornBrShape *border);
-
-/* Slice forms. SornTGAcopyEx takes the mask form in data (a SornCopyArgs);
- * SornTGAcopymkb its kind, border and sites (a SornCopyMkbArgs). */
-typedef struct SornCopyArgs {
-  uint64_t elemform; /* 0: the pixel mask; otherwise the element mask */
-} SornCopyArgs;
-typedef struct SornCopyMkbArgs {
-  uint32_t kind;
-  const struct SornBrShape *border;
-  const struct SornSites *sites;
-} SornCopyMkbArgs;
-SornStatus SornTGAcopy(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
-                       uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
-                       uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1);
-SornStatus SornTGAcopyEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
-                         uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
-                         uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1,
-                         uint32_t type2, void *base2, int32_t *origin2, int32_t *strides2);
-SornStatus SornTGAcopymkb(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
-                          int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
-                          int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
-                          int32_t *strides1);
-
-/* Layer 2: origins applied to the bases. sorna_copymkb takes the sites
- * relative to the source's origin (an empty site is the region itself). */
-SornStatus sorna_copy(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                      uint32_t type, void *dst, const int32_t *dstOrigin,
-                      const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
-                      const int32_t *srcStrides);
-SornStatus sorna_copyxm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                        uint32_t type, void *dst, const int32_t *dstOrigin,
-                        const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
-                        const int32_t *srcStrides, const void *mask, const int32_t *maskOrigin,
-                        const int32_t *maskStrides);
-SornStatus sorna_copyem(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                        uint32_t type, void *dst, const int32_t *dstOrigin,
-                        const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
-                        const int32_t *srcStrides, const void *mask, const int32_t *maskOrigin,
-                        const int32_t *maskStrides);
-SornStatus sorna_copymkb(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                         uint32_t type, void *dst, const int32_t *dstOrigin,
-                         const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
-                         const int32_t *srcStrides, int32_t kind,
-                         const struct SornBrShape *border, const struct SornSites *sites);
-
-/* Layer 3, on the last three cells. sorna__copy moves whole pixels: rows of
- * dims[n-2] times the pixel stride bytes, whatever the element type. The
- * element mask reads its byte of element c of pixel x at x * mstrides[n-2] +
- * c * mstrides[n-1]. sorna__copymkb writes the region of dims from src at
- * -lo from dst, and the border around it; SORN_EINVAL for an unknown kind. */
-SornStatus sorna__copy(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                       uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
-                       const int32_t *srcStrides);
-SornStatus sorna__copyxm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                         uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
-                         const int32_t *srcStrides, const void *mask,
-                         const int32_t *maskStrides);
-SornStatus sorna__copyem(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                         uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
-                         const int32_t *srcStrides, const void *mask,
-                         const int32_t *maskStrides);
-SornStatus sorna__copymkb(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                          uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
-                          const int32_t *srcStrides, int32_t kind,
-                          const struct SornBrShape *border, const struct SornSites *sites);
-#define SORN_COPYMKB_KERNEL_DECL(kind)                                                        \
-  SornStatus sorna__copymkb_##kind(SornXE *xe, SornFlags flags, SornDimPack pack,            \
-                                   const int32_t *dims, uint32_t type, void *dst,            \
-                                   const int32_t *dstStrides, const void *src,               \
-                                   const int32_t *srcStrides,                                \
-                                   const struct SornBrShape *border,                         \
-                                   const struct SornSites *sites);
-SORN_COPYMKB_KERNEL_DECL(const)
-SORN_COPYMKB_KERNEL_DECL(replicate)
-SORN_COPYMKB_KERNEL_DECL(wrap)
-SORN_COPYMKB_KERNEL_DECL(reflect)
-SORN_COPYMKB_KERNEL_DECL(reflect101)
-#undef SORN_COPYMKB_KERNEL_DECL
-/* The element-mask loops, on a plain count n of cells; element sizes 1, 2,
- * 4 and 8 (the element stride), else SORN_EINVAL. */
-SornStatus _T_sorna__copyem(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
-                            void *dst, const int32_t *dstStrides, const void *src,
-                            const int32_t *srcStrides, const void *mask,
-                            const int32_t *maskStrides);
-SornStatus _T_sorna__copyemc(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
-                             void *dst, const int32_t *dstStrides, const void *src,
-                             const int32_t *srcStrides, const void *mask,
-                             const int32_t *maskStrides);
 /* ---------------- Thresholding ----------------
  * Replaces the elements of an image that meet one or two conditions; all
  * element work is done by the comparison above. A condition is constant
@@ -2538,6 +2539,150 @@ int sorn__compute_roi_$se(SornFlags flags, int32_t n, int32_t *availO, int32_t *
 int sorn_compute_roi_$se(SornVolume *avail, SornVolume *need, SornFlags flags,
                          const SornVolume *roi, const SornSeShape *se, const SornVolume *site,
                          const SornVolume *parsite);
+
+/* ---------------- Filter frame ----------------
+ * Every neighbourhood filter reads a window around each output pixel. The
+ * frame decides once per call where the pixels outside the region come
+ * from: from the source itself or its parent when they are real (unless
+ * SORN_F_NOMARGIN, or outside the source's own site under
+ * SORN_F_SITEMARGIN), otherwise from a bordered copy in scratch memory,
+ * made with reflect101. Kernels never test an edge.
+ *
+ * Filter kinds, read as one byte (256 is 0): */
+#define SORN_FILTER_NONE     0   /* a copy */
+#define SORN_FILTER_MIN      3
+#define SORN_FILTER_MAX      4
+#define SORN_FILTER_BOX      5
+#define SORN_FILTER_MEDIAN   6   /* a name without a routine: SORN_ENOTIMP */
+#define SORN_FILTER_CLOSE    105
+#define SORN_FILTER_OPEN     106
+#define SORN_FILTER_BOTHAT   107
+#define SORN_FILTER_TOPHAT   108
+#define SORN_FILTER_GRADIENT 109 /* SORN_ENOTIMP */
+#define SORN_TAG_FILT SORN_FOURCC('f', 'i', 'l', 't')
+
+/* The block that travels with a slice of a filter call. */
+typedef struct SornFilterArgs {
+  uint32_t kind;
+  const SornSeShape *se;
+  const SornBorderSpec *border;
+  const SornSites *sites;
+} SornFilterArgs;
+
+/* dst = the filter of kind over src, on the region dst and src agree on
+ * (roiDst rules its size, roiSrc offers a start). A null src filters dst in
+ * place. The window se is normalised against that region (a null se is the
+ * 5 by 5 default); the border is reflect101. Box, minimum and maximum take
+ * one channel of u8, s16, s32 or f32; three or four channels are
+ * SORN_ENOTSUP, other types SORN_EINVAL. A 4-dimensional dst is filtered
+ * plane by plane, each from its own source plane or from the source's only
+ * plane. */
+SornStatus SornFilter(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                      const SornVolume *roiDst, const SornVolume *roiSrc, int32_t kind,
+                      const SornSeShape *se);
+/* The slice form: args is a SornFilterArgs; different types are invalid. */
+SornStatus SornTGAfilter(SornXE *xe, SornFlags flags, void *args, SornDimPack pack, int32_t *sizes,
+                         uint32_t dstType, void *dst, int32_t *dstOrigin, int32_t *dstStrides,
+                         uint32_t srcType, void *src, int32_t *srcOrigin, int32_t *srcStrides);
+/* Layer 2. The plain form trusts its caller that the window's margin exists;
+ * the edge-handling form takes a border request (null: reflect101) and the
+ * sites around the source in data coordinates (null, or an empty box: the
+ * region alone). */
+SornStatus sorna_filter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                        uint32_t type, void *dst, const int32_t *dstOrigin,
+                        const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                        const int32_t *srcStrides, int32_t kind, const SornSeShape *se);
+SornStatus sorna_efilter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                         uint32_t type, void *dst, const int32_t *dstOrigin,
+                         const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                         const int32_t *srcStrides, int32_t kind, const SornSeShape *se,
+                         const SornBorderSpec *border, const SornSites *sites);
+/* Layer 3: by kind, without and with the edge decision (sites relative to
+ * the region's first pixel). */
+SornStatus sorna__filter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                         uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                         const int32_t *srcStrides, int32_t kind, const SornSeShape *se);
+SornStatus sorna__efilter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                          uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                          const int32_t *srcStrides, int32_t kind, const SornSeShape *se,
+                          const SornBorderSpec *border, const SornSites *sites);
+#define SORN_FILTER_KIND_DECL(name)                                                           \
+  SornStatus sorna__filter_##name(SornXE *xe, SornFlags flags, SornDimPack pack,             \
+                                  const int32_t *sizes, uint32_t type, void *dst,            \
+                                  const int32_t *dstStrides, const void *src,                \
+                                  const int32_t *srcStrides, const SornSeShape *se);
+SORN_FILTER_KIND_DECL(box)
+SORN_FILTER_KIND_DECL(min)
+SORN_FILTER_KIND_DECL(max)
+SORN_FILTER_KIND_DECL(open)
+SORN_FILTER_KIND_DECL(close)
+SORN_FILTER_KIND_DECL(tophat)
+SORN_FILTER_KIND_DECL(bothat)
+#undef SORN_FILTER_KIND_DECL
+/* The chained morphological operations with a mask. */
+struct SornStrel;
+#define SORN_MORPHOP_KIND_DECL(name)                                                          \
+  SornStatus sorna__morphop_##name(SornXE *xe, SornFlags flags, SornDimPack pack,            \
+                                   const int32_t *sizes, uint32_t type, void *dst,           \
+                                   const int32_t *dstStrides, const void *src,               \
+                                   const int32_t *srcStrides, const struct SornStrel *strel);
+SORN_MORPHOP_KIND_DECL(close)
+SORN_MORPHOP_KIND_DECL(tophat)
+SORN_MORPHOP_KIND_DECL(bothat)
+#undef SORN_MORPHOP_KIND_DECL
+
+/* The kernels of every filter table: n cells of sizes (an optional row
+ * count, the columns, the channels), the window normalised, the source at
+ * the region's first pixel with the whole margin readable around it. A
+ * separable or masked window is handed over as the SornSeShape it begins
+ * with. */
+typedef SornStatus (*SornFilterKernel)(SornXE *xe, SornFlags flags, int32_t n,
+                                       const int32_t *sizes, void *dst,
+                                       const int32_t *dstStrides, const void *src,
+                                       const int32_t *srcStrides, const SornSeShape *se);
+/* The six tables, by channel word (1, 3, and 4 or 11 for four channels) and
+ * element type (u8, s16, s32, f32); any other pair is SORN_EINVAL. */
+SornFilterKernel sorna__boxfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornFilterKernel sorna__minfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornFilterKernel sorna__maxfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornFilterKernel sorna__sepfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornFilterKernel sorna__dilatefun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornFilterKernel sorna__erodefun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+
+/* The types and channel forms of the filter tables. */
+#define SORN_FILTER_TYPES(X) X(u8) X(s16) X(s32) X(f32)
+#define SORN_FILTER_CHANNELS(X, t) X(1, t) X(3, t) X(4, t)
+/* The kernel shapes, columns by rows. */
+#define SORN_BOXFILTER_SHAPES(X, t) X(t, 2x1) X(t, 4x1) X(t, Nx1) X(t, 1x2) X(t, 2x2) X(t, NxM)
+#define SORN_MINMAXFILTER_SHAPES(X, t)                                                        \
+  X(t, 2x1) X(t, 3x1) X(t, 4x1) X(t, Nx1) X(t, 1x2) X(t, 1x3) X(t, 1xN) X(t, 2x2) X(t, 2xN)   \
+  X(t, 3xN) X(t, NxM)
+
+#define SORN_FILTER_KERNEL_ARGS                                                               \
+  (SornXE * xe, SornFlags flags, int32_t n, const int32_t *sizes, void *dst,                 \
+   const int32_t *dstStrides, const void *src, const int32_t *srcStrides, const SornSeShape *se)
+/* Box, minimum and maximum by channel form and type: sorna__boxfilter_c1_u8 ...
+ * (the three- and four-channel ones answer SORN_ENOTSUP), and their kernels
+ * _T_sorna__boxfilter_c1_u8_NxM ... */
+#define SORN_FLAT_DISPATCH_DECL1(c, t)                                                        \
+  SornStatus sorna__boxfilter_c##c##_##t SORN_FILTER_KERNEL_ARGS;                             \
+  SornStatus sorna__minfilter_c##c##_##t SORN_FILTER_KERNEL_ARGS;                             \
+  SornStatus sorna__maxfilter_c##c##_##t SORN_FILTER_KERNEL_ARGS;
+#define SORN_FLAT_DISPATCH_DECL(t) SORN_FILTER_CHANNELS(SORN_FLAT_DISPATCH_DECL1, t)
+SORN_FILTER_TYPES(SORN_FLAT_DISPATCH_DECL)
+#undef SORN_FLAT_DISPATCH_DECL
+#undef SORN_FLAT_DISPATCH_DECL1
+#define SORN_BOX_KERNEL_DECL1(t, shape)                                                       \
+  SornStatus _T_sorna__boxfilter_c1_##t##_##shape SORN_FILTER_KERNEL_ARGS;
+#define SORN_MINMAX_KERNEL_DECL1(t, shape)                                                    \
+  SornStatus _T_sorna__minfilter_c1_##t##_##shape SORN_FILTER_KERNEL_ARGS;                    \
+  SornStatus _T_sorna__maxfilter_c1_##t##_##shape SORN_FILTER_KERNEL_ARGS;
+#define SORN_FLAT_KERNEL_DECL(t)                                                              \
+  SORN_BOXFILTER_SHAPES(SORN_BOX_KERNEL_DECL1, t) SORN_MINMAXFILTER_SHAPES(SORN_MINMAX_KERNEL_DECL1, t)
+SORN_FILTER_TYPES(SORN_FLAT_KERNEL_DECL)
+#undef SORN_FLAT_KERNEL_DECL
+#undef SORN_BOX_KERNEL_DECL1
+#undef SORN_MINMAX_KERNEL_DECL1
 
 /* ======================================================================
  * Matrix products

@@ -14,6 +14,8 @@ const std::vector<Command> &commands() {
       {"threshold", "black and white by a fixed threshold, Otsu's, or the local mean",
        kThresholdHelp, run_threshold},
       {"resize", "nearest-neighbour resizing by factors or to a size", kResizeHelp, run_resize},
+      {"filter", "box, minimum or maximum over a rectangular window", kFilterHelp, run_filter},
+      {"border", "the picture with a border of a given kind around it", kBorderHelp, run_border},
   };
   return table;
 }
