@@ -1766,6 +1766,14 @@ SornFWTSRegion *_T_fwtsregion_pool_new(SornFWTSRegionPool *pool, int32_t tail, i
 #define SORN_MSER_DARK   0
 #define SORN_MSER_BRIGHT 1
 #define SORN_MSER_BOTH   2
+/* The parameters a filter has when it is made without them
+ * (__sorn_mserfilt__$feats, __sorn_fmserfilt__$fwtsres), mode
+ * SORN_MSER_BOTH; the tool and the comparison start from them too. */
+#define SORN_MSER_DEFAULT_DELTA        10
+#define SORN_MSER_DEFAULT_MINAREA      0.0001
+#define SORN_MSER_DEFAULT_MAXAREA      0.75
+#define SORN_MSER_DEFAULT_MAXVARIATION 0.33
+#define SORN_MSER_DEFAULT_MINDIVERSITY 0.2
 
 /* Both filter records start with the same parameters. mode to seed have the
  * layout of polarity to seed of a SornWTSState, so that a pass copies them

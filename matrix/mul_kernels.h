@@ -481,6 +481,15 @@ inline int32_t pack_n(SornDimPack pack) { return (int32_t)(pack & 15); }
 
 }  // namespace sorn::matrix
 
+// The parameters of the shape helpers (SornMulShapeProc) and of the list
+// helpers (SornMulListProc), for their definitions.
+#define SORN_MUL_SHAPE_ARGS                                                                      \
+  int32_t m, int32_t k, int32_t n, void *dst, int32_t dstStride, const void *a, int32_t aStride, \
+      const void *b, int32_t bStride, int32_t shift
+#define SORN_MUL_LIST_ARGS                                                          \
+  int32_t m, int32_t k, int32_t count, void *dst, int32_t dstStride, const void *a, \
+      int32_t aStride, const void *const *vectors, int32_t shift
+
 // ------------------------------------------------------------------ entry helpers
 
 namespace sorn::matrix {
@@ -489,6 +498,18 @@ namespace sorn::matrix {
 // first plane takes part either way.
 inline bool depth_ok(const SornArray *s, const SornArray *dst) {
   return s->dims[0] == dst->dims[0] || s->dims[0] == 1;
+}
+
+// What both product dispatchers do before they call: the channel-format
+// nibble into the flags, a refusal of more than one channel, and the kernel
+// of the types, or the status of their refusal in *status.
+template <class K>
+K product_kernel(K (*lookup)(uint32_t, uint32_t, uint32_t, SornStatus *), SornFlags *flags,
+                 int32_t chword, uint32_t dstType, uint32_t type1, uint32_t type2,
+                 SornStatus *status) {
+  *flags = sorn::with_channel_format(*flags, (uint32_t)chword);
+  if (SORN_CHANNELS(chword) > 1) return sorn::refusal<K>(SORN_ENOTSUP, status);
+  return lookup(dstType, type1, type2, status);
 }
 
 // A box with no plane, row or column.

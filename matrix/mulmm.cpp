@@ -34,11 +34,9 @@ SornStatus sorna__mulmm(SornXE *xe, SornFlags flags, SornDimPack pack, const int
                         const int32_t *strides2, int32_t shift, uint32_t reserved) {
   const int32_t n = pack_n(pack);
   if (n < 3) return SORN_EINVAL;
-  const int32_t chword = dims1[n - 1];
-  flags = sorn::with_channel_format(flags, (uint32_t)chword);
-  if (SORN_CHANNELS(chword) > 1) return SORN_ENOTSUP;
   SornStatus st = SORN_OK;
-  const SornMulMMKernel k = sorna__amulmmfun_imp(dstType, type1, type2, &st);
+  const SornMulMMKernel k =
+      product_kernel(&sorna__amulmmfun_imp, &flags, dims1[n - 1], dstType, type1, type2, &st);
   if (st != SORN_OK) return st;
   return k(xe, flags, pack, dims1, dims2, dst, dstStrides, src1, strides1, src2, strides2, shift,
            reserved);

@@ -14,11 +14,9 @@ SornStatus sorna__mulmvn(SornXE *xe, SornFlags flags, SornDimPack pack, const in
                          const int32_t *strides2, int32_t count, int32_t shift, uint32_t reserved) {
   const int32_t n = pack_n(pack);
   if (n < 3 || !vectors || count < 1) return SORN_EINVAL;
-  const int32_t chword = dims1[n - 1];
-  flags = sorn::with_channel_format(flags, (uint32_t)chword);
-  if (SORN_CHANNELS(chword) > 1) return SORN_ENOTSUP;
   SornStatus st = SORN_OK;
-  const SornMulMVnKernel k = sorna__amulmvnfun_imp(dstType, type1, type2, &st);
+  const SornMulMVnKernel k =
+      product_kernel(&sorna__amulmvnfun_imp, &flags, dims1[n - 1], dstType, type1, type2, &st);
   if (st != SORN_OK) return st;
   if (dims1[n - 3] < 1 || dims1[n - 2] < 1) return SORN_OK;
   return k(xe, flags, pack, dims1, dims2, dst, dstStrides, src1, strides1, vectors, strides2, count,

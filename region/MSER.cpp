@@ -32,30 +32,23 @@ SornStatus generate_masked(SornXE *xe, SornFlags flags, const SornArray *image,
 
 }  // namespace
 
+// The entries of one form, without and with a mask (no mask is the former).
+#define SORN_MSER_ENTRIES(Name, Filter)                                                  \
+  SornStatus SornGenerate##Name(SornXE *xe, SornFlags flags, const SornArray *image,     \
+                                const SornVolume *roi, Filter *filter) {                 \
+    return generate(xe, flags, image, roi, filter, &SornTGAgenerate##Name);              \
+  }                                                                                      \
+  SornStatus SornGenerate##Name##Ex(SornXE *xe, SornFlags flags, const SornArray *image, \
+                                    const SornArray *mask, const SornVolume *roi,        \
+                                    const SornVolume *maskSite, Filter *filter) {        \
+    if (mask == nullptr) return SornGenerate##Name(xe, flags, image, roi, filter);       \
+    return generate_masked(xe, flags, image, mask, roi, maskSite, filter,                \
+                           &SornTGAgenerate##Name##Ex);                                  \
+  }
+
 extern "C" {
 
-SornStatus SornGenerateMSERs(SornXE *xe, SornFlags flags, const SornArray *image,
-                             const SornVolume *roi, SornMSERFilter *filter) {
-  return generate(xe, flags, image, roi, filter, &SornTGAgenerateMSERs);
-}
-
-SornStatus SornGenerateMSERsEx(SornXE *xe, SornFlags flags, const SornArray *image,
-                               const SornArray *mask, const SornVolume *roi,
-                               const SornVolume *maskSite, SornMSERFilter *filter) {
-  if (mask == nullptr) return SornGenerateMSERs(xe, flags, image, roi, filter);
-  return generate_masked(xe, flags, image, mask, roi, maskSite, filter, &SornTGAgenerateMSERsEx);
-}
-
-SornStatus SornGenerateFMSERs(SornXE *xe, SornFlags flags, const SornArray *image,
-                              const SornVolume *roi, SornFMSERFilter *filter) {
-  return generate(xe, flags, image, roi, filter, &SornTGAgenerateFMSERs);
-}
-
-SornStatus SornGenerateFMSERsEx(SornXE *xe, SornFlags flags, const SornArray *image,
-                                const SornArray *mask, const SornVolume *roi,
-                                const SornVolume *maskSite, SornFMSERFilter *filter) {
-  if (mask == nullptr) return SornGenerateFMSERs(xe, flags, image, roi, filter);
-  return generate_masked(xe, flags, image, mask, roi, maskSite, filter, &SornTGAgenerateFMSERsEx);
-}
+SORN_MSER_ENTRIES(MSERs, SornMSERFilter)
+SORN_MSER_ENTRIES(FMSERs, SornFMSERFilter)
 
 }  // extern "C"

@@ -63,44 +63,28 @@ SornStatus SornWatershedEx(SornXE *xe, SornFlags flags, const SornArray *image,
 
 /* ---------------- dispatchers ---------------- */
 
-SornStatus sorna__watershed(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
-                            const int32_t *dims, uint32_t, const void *src,
-                            const int32_t *strides) {
-  SornStatus s = classify(code, dims, strides);
-  if (s != SORN_OK) return s;
-  return __sorna__watershed_c1_u8(xe, flags, state, code, dims, (const uint8_t *)src, strides);
-}
+// The dispatchers of one form: the operand classified, then its setup with
+// or without the mask (no mask is the plain setup).
+#define SORN_WTS_DISPATCHERS(form)                                                                 \
+  SornStatus sorna__##form(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,     \
+                           const int32_t *dims, uint32_t, const void *src,                         \
+                           const int32_t *strides) {                                               \
+    SornStatus s = classify(code, dims, strides);                                                  \
+    if (s != SORN_OK) return s;                                                                    \
+    return __sorna__##form##_c1_u8(xe, flags, state, code, dims, (const uint8_t *)src, strides);   \
+  }                                                                                                \
+  SornStatus sorna__##form##_xm(SornXE *xe, SornFlags flags, SornWTSState *state,                  \
+                                SornDimPack code, const int32_t *dims, uint32_t type,              \
+                                const void *src, const int32_t *strides, const void *mask,         \
+                                const int32_t *maskstrides) {                                      \
+    if (mask == nullptr) return sorna__##form(xe, flags, state, code, dims, type, src, strides);   \
+    SornStatus s = classify(code, dims, strides);                                                  \
+    if (s != SORN_OK) return s;                                                                    \
+    return __sorna__##form##_xm_c1_u8(xe, flags, state, code, dims, (const uint8_t *)src, strides, \
+                                      (const uint8_t *)mask, maskstrides);                         \
+  }
 
-SornStatus sorna__watershed_xm(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
-                               const int32_t *dims, uint32_t, const void *src,
-                               const int32_t *strides, const void *mask,
-                               const int32_t *maskstrides) {
-  SornStatus s = classify(code, dims, strides);
-  if (s != SORN_OK) return s;
-  if (mask == nullptr)
-    return __sorna__watershed_c1_u8(xe, flags, state, code, dims, (const uint8_t *)src, strides);
-  return __sorna__watershed_xm_c1_u8(xe, flags, state, code, dims, (const uint8_t *)src, strides,
-                                     (const uint8_t *)mask, maskstrides);
-}
-
-SornStatus sorna__fwatershed(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
-                             const int32_t *dims, uint32_t, const void *src,
-                             const int32_t *strides) {
-  SornStatus s = classify(code, dims, strides);
-  if (s != SORN_OK) return s;
-  return __sorna__fwatershed_c1_u8(xe, flags, state, code, dims, (const uint8_t *)src, strides);
-}
-
-SornStatus sorna__fwatershed_xm(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
-                                const int32_t *dims, uint32_t, const void *src,
-                                const int32_t *strides, const void *mask,
-                                const int32_t *maskstrides) {
-  SornStatus s = classify(code, dims, strides);
-  if (s != SORN_OK) return s;
-  if (mask == nullptr)
-    return __sorna__fwatershed_c1_u8(xe, flags, state, code, dims, (const uint8_t *)src, strides);
-  return __sorna__fwatershed_xm_c1_u8(xe, flags, state, code, dims, (const uint8_t *)src, strides,
-                                      (const uint8_t *)mask, maskstrides);
-}
+SORN_WTS_DISPATCHERS(watershed)
+SORN_WTS_DISPATCHERS(fwatershed)
 
 }  // extern "C"

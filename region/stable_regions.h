@@ -17,6 +17,31 @@ namespace sorn::region {
 
 /* ---------------- parameters ---------------- */
 
+// The parameters both filter records begin with, as a construction gives
+// them: the four ratios stored as f32, a null seed as zeros (the record is
+// cleared before).
+template <class Filter>
+Filter *store_params(Filter *f, int32_t delta, int32_t mode, int32_t restore, int32_t connectivity,
+                     int32_t shift, const uint32_t *seed, double minarea, double maxarea,
+                     double maxvariation, double mindiversity) {
+  f->delta = (uint32_t)delta;
+  f->minarea = (float)minarea;
+  f->maxarea = (float)maxarea;
+  f->maxvariation = (float)maxvariation;
+  f->mindiversity = (float)mindiversity;
+  f->mode = (uint16_t)mode;
+  f->restore = (uint16_t)restore;
+  f->connectivity = (uint16_t)connectivity;
+  f->shift = (uint16_t)shift;
+  if (seed) __builtin_memcpy(f->seed, seed, sizeof f->seed);
+  return f;
+}
+
+// A construction with the default parameters.
+#define SORN_MSER_DEFAULT_PARAMS                                                        \
+  SORN_MSER_DEFAULT_DELTA, SORN_MSER_BOTH, 0, 0, 0, nullptr, SORN_MSER_DEFAULT_MINAREA, \
+      SORN_MSER_DEFAULT_MAXAREA, SORN_MSER_DEFAULT_MAXVARIATION, SORN_MSER_DEFAULT_MINDIVERSITY
+
 // Bits of a level shift as the f flooding reads them: one byte.
 inline uint32_t shift_bits(uint16_t shift) { return shift & 0xFFu; }
 
@@ -41,6 +66,61 @@ template <class Filter> void state_from(SornWTSState *st, const Filter *f) {
                 "mode to seed is laid out as polarity to seed");
   __builtin_memcpy(&st->polarity, &f->mode,
                    offsetof(Filter, seed) + sizeof f->seed - offsetof(Filter, mode));
+}
+
+/* ---------------- the passes ---------------- */
+
+// Where a run's image and its mask start, as the type-generic layer is given
+// them; a null mask base is no mask.
+struct Operands {
+  SornDimPack code;
+  const int32_t *dims;
+  uint32_t type;
+  const void *base;
+  const int32_t *loffs;
+  const int32_t *strides;
+  const void *maskbase;
+  const int32_t *maskloffs;
+  const int32_t *maskstrides;
+};
+
+// One flooding of a form, Plain or Masked, over the operands.
+template <auto Plain, auto Masked>
+SornStatus flood(SornXE *xe, SornFlags flags, SornWTSState *st, const Operands &o) {
+  if (o.maskbase)
+    return Masked(xe, flags, st, o.code, o.dims, o.type, o.base, o.loffs, o.strides, SORN_U8,
+                  o.maskbase, o.maskloffs, o.maskstrides);
+  return Plain(xe, flags, st, o.code, o.dims, o.type, o.base, o.loffs, o.strides);
+}
+
+// The dark pass into `dark`, then the bright pass into `bright`, which
+// clears `restore`; a null target leaves its pass out. The first failure is
+// the answer.
+template <auto Plain, auto Masked>
+SornStatus run_passes(SornXE *xe, SornFlags flags, SornWTSState *st, const Operands &o, void *dark,
+                      void *bright) {
+  if (dark) {
+    st->builder = dark;
+    st->polarity = 0;
+    const SornStatus s = flood<Plain, Masked>(xe, flags, st, o);
+    if (s != SORN_OK) return s;
+  }
+  if (bright) {
+    st->builder = bright;
+    st->polarity = 1;
+    st->restore = 0;
+    return flood<Plain, Masked>(xe, flags, st, o);
+  }
+  return SORN_OK;
+}
+
+// The picked regions as the filter's lists: the dark pass's count1 first.
+template <class Filter> void publish(Filter *f, uint64_t count1) {
+  using List = decltype(f->list1);
+  f->count1 = (uint32_t)count1;
+  f->count2 = (uint32_t)(f->regions.count - count1);
+  f->list1 = static_cast<List>(f->regions.items);
+  f->list2 = f->list1 ? f->list1 + count1 : nullptr;
 }
 
 /* ---------------- the selection ---------------- */
@@ -157,3 +237,28 @@ inline void drop_regions(SornVec *v) {
 }
 
 }  // namespace sorn::region
+
+// The rest of a form's type-generic layer over its masked work
+// sorna_<low>_xm: the form without a mask, and the slice forms, whose data
+// is the filter.
+#define SORN_MSER_LAYER2(low, Name, Filter)                                                        \
+  SornStatus sorna_##low(SornXE *xe, SornFlags flags, SornDimPack code, const int32_t *dims,       \
+                         uint32_t type, const void *base, const int32_t *loffs,                    \
+                         const int32_t *strides, Filter *filter) {                                 \
+    return sorna_##low##_xm(xe, flags, code, dims, type, base, loffs, strides, nullptr, nullptr,   \
+                            nullptr, filter);                                                      \
+  }                                                                                                \
+  SornStatus SornTGAgenerate##Name(SornXE *xe, SornFlags flags, void *filter, SornDimPack code,    \
+                                   int32_t *dims, uint32_t type, void *base, int32_t *loffs,       \
+                                   int32_t *strides) {                                             \
+    return sorna_##low(xe, flags, code, dims, type, base, loffs, strides,                          \
+                       static_cast<Filter *>(filter));                                             \
+  }                                                                                                \
+  SornStatus SornTGAgenerate##Name##Ex(SornXE *xe, SornFlags flags, void *filter,                  \
+                                       SornDimPack code, int32_t *dims, uint32_t type, void *base, \
+                                       int32_t *loffs, int32_t *strides, uint32_t masktype,        \
+                                       void *maskbase, int32_t *maskloffs, int32_t *maskstrides) { \
+    if (masktype != SORN_U8) return SORN_EINVAL;                                                   \
+    return sorna_##low##_xm(xe, flags, code, dims, type, base, loffs, strides, maskbase,           \
+                            maskloffs, maskstrides, static_cast<Filter *>(filter));                \
+  }
