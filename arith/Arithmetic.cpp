@@ -59,12 +59,12 @@ const Arith2Slot *find_slot(uint32_t tag, bool constant) {
 }  // namespace
 
 SornStatus _T_SornArith2(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
-                         const SornArray *a, const SornArray *b, const SornVolume *dstroi,
-                         const SornVolume *aroi, const SornVolume *broi, int32_t sf,
+                         const SornArray *a, const SornArray *b, const SornVolume *dstRoi,
+                         const SornVolume *aSite, const SornVolume *bSite, int32_t sf,
                          uint32_t extra) {
   if (a == nullptr) {
     a = dst;
-    if (aroi == nullptr) aroi = dstroi;
+    if (aSite == nullptr) aSite = dstRoi;
   }
   const Arith2Slot *slot = find_slot(tag, false);
   if (slot == nullptr) return SORN_EINVAL;
@@ -75,8 +75,8 @@ SornStatus _T_SornArith2(uint32_t tag, SornXE *xe, SornFlags flags, const SornAr
   // The destination and the second source negotiate; the first source only
   // offers a start and is fitted to their rows and columns.
   SornVolume roiD, roiA, roiB;
-  if (!sorn::negotiate(dst, b, dstroi, broi, &roiD, &roiB)) return SORN_ENOSPC;
-  if (!sorn::fit_operand(a, aroi, &roiA, &roiB, &roiD)) return SORN_ENOSPC;
+  if (!sorn::negotiate(dst, b, dstRoi, bSite, &roiD, &roiB)) return SORN_ENOSPC;
+  if (!sorn::fit_operand(a, aSite, &roiA, &roiB, &roiD)) return SORN_ENOSPC;
   if (sorn::no_channels(roiD)) return SORN_ENOSPC;
   Operand d(dst, roiD), oa(a, roiA), ob(b, roiB);
 
@@ -89,11 +89,11 @@ SornStatus _T_SornArith2(uint32_t tag, SornXE *xe, SornFlags flags, const SornAr
 }
 
 SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
-                          const SornArray *a, const double *cvec, const SornVolume *dstroi,
-                          const SornVolume *aroi, int32_t sf, uint32_t extra) {
+                          const SornArray *a, const double *cvec, const SornVolume *dstRoi,
+                          const SornVolume *aSite, int32_t sf, uint32_t extra) {
   if (a == nullptr) {
     a = dst;
-    if (aroi == nullptr) aroi = dstroi;
+    if (aSite == nullptr) aSite = dstRoi;
   }
   const Arith2Slot *slot = find_slot(tag, true);
   if (slot == nullptr) return SORN_EINVAL;
@@ -101,7 +101,7 @@ SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornA
   if (cvec == nullptr) return SORN_EINVAL;
 
   SornVolume roiD, roiA;
-  if (!sorn::negotiate(dst, a, dstroi, aroi, &roiD, &roiA)) return SORN_ENOSPC;
+  if (!sorn::negotiate(dst, a, dstRoi, aSite, &roiD, &roiA)) return SORN_ENOSPC;
   if (sorn::no_channels(roiD)) return SORN_ENOSPC;
   Operand d(dst, roiD), oa(a, roiA);
 
@@ -114,18 +114,18 @@ SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornA
 
 // The public entries of the group: one selector each, for two arrays and
 // for an array and constants.
-#define SORN_ARITH2_ENTRIES(name, a, b, c, d)                                                    \
-  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src, \
-                        const SornArray *src2, const SornVolume *dstroi, const SornVolume *aroi, \
-                        const SornVolume *broi, int32_t sf, uint32_t extra) {                    \
-    return _T_SornArith2(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, src2, dstroi, aroi, broi, \
-                         sf, extra);                                                             \
-  }                                                                                              \
-  SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                    \
-                           const SornArray *src, const double *cvec, const SornVolume *dstroi,   \
-                           const SornVolume *aroi, int32_t sf, uint32_t extra) {                 \
-    return _T_SornArith2c(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, cvec, dstroi, aroi, sf,  \
-                          extra);                                                                \
+#define SORN_ARITH2_ENTRIES(name, a, b, c, d)                                                      \
+  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,   \
+                        const SornArray *src2, const SornVolume *dstRoi, const SornVolume *aSite,  \
+                        const SornVolume *bSite, int32_t sf, uint32_t extra) {                     \
+    return _T_SornArith2(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, src2, dstRoi, aSite, bSite, \
+                         sf, extra);                                                               \
+  }                                                                                                \
+  SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                      \
+                           const SornArray *src, const double *cvec, const SornVolume *dstRoi,     \
+                           const SornVolume *aSite, int32_t sf, uint32_t extra) {                  \
+    return _T_SornArith2c(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, cvec, dstRoi, aSite, sf,   \
+                          extra);                                                                  \
   }
 
 SORN_ARITH2_ENTRIES(Add, 'a', 'a', 'd', 'd')

@@ -1,6 +1,6 @@
 // Statistics on a full-HD frame of one channel, through the public entries:
-// the u8 histogram, sums of u8 and f32, and a masked mean. Throughput counts
-// the bytes read, the mask's included.
+// the u8 histogram, sums of every type of the sum table, and a masked mean.
+// Throughput counts the bytes read, the mask's included.
 #include <benchmark/benchmark.h>
 #include <sorn.h>
 
@@ -97,8 +97,10 @@ void BM_MeanEx(benchmark::State &state, uint32_t type) {
 
 const int kRegistered = [] {
   benchmark::RegisterBenchmark("Histogram/u8/c1/1920x1080", BM_HistogramU8);
-  benchmark::RegisterBenchmark("Sum/u8/c1/1920x1080", BM_Sum, SORN_U8);
-  benchmark::RegisterBenchmark("Sum/f32/c1/1920x1080", BM_Sum, SORN_F32);
+  // Every type of the sum table.
+#define SUM_BENCH(t) benchmark::RegisterBenchmark("Sum/" #t "/c1/1920x1080", BM_Sum, SORN_TYPECODE(t));
+  SORN_SUM_TYPES(SUM_BENCH)
+#undef SUM_BENCH
   benchmark::RegisterBenchmark("MeanEx/u8/c1/1920x1080", BM_MeanEx, SORN_U8);
   return 0;
 }();

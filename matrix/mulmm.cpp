@@ -74,11 +74,11 @@ SornStatus sorna_mulmm(SornXE *xe, SornFlags flags, SornDimPack pack, const int3
 }
 
 SornStatus SornMulMM(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
-                     const SornArray *src2, const SornVolume *roiDst, const SornVolume *roi1,
-                     const SornVolume *roi2, int32_t shift, uint32_t reserved) {
+                     const SornArray *src2, const SornVolume *dstRoi, const SornVolume *src1Roi,
+                     const SornVolume *src2Site, int32_t shift, uint32_t reserved) {
   if (!src1) {
     src1 = dst;
-    if (!roi1) roi1 = roiDst;
+    if (!src1Roi) src1Roi = dstRoi;
   }
   // Three planes of one rank 3: rows and columns are the matrix.
   if (!sorn::good_image(dst) || dst->ndims != 3 ||
@@ -87,9 +87,9 @@ SornStatus SornMulMM(SornXE *xe, SornFlags flags, const SornArray *dst, const So
     return SORN_EINVAL;
 
   SornVolume r1, r2, rd;
-  sorn_arr_adjorgetRoi(src1, &r1, roi1);
-  sorn_arr__siteofAt(src2, 4, r2.origin, r2.size, roi2 ? roi2->origin : nullptr);
-  sorn_arr_adjorgetRoi(dst, &rd, roiDst);
+  sorn_arr_adjorgetRoi(src1, &r1, src1Roi);
+  sorn_arr__siteofAt(src2, 4, r2.origin, r2.size, src2Site ? src2Site->origin : nullptr);
+  sorn_arr_adjorgetRoi(dst, &rd, dstRoi);
 
   // Rows and columns agree; whatever a source lacks shrinks the product.
   const int32_t M = std::min(rd.size[1], r1.size[1]);

@@ -42,11 +42,11 @@ SornStatus sorna_mulmv(SornXE *xe, SornFlags flags, SornDimPack pack, const int3
 }
 
 SornStatus SornMulMV(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
-                     const SornArray *src2, const SornVolume *roiDst, const SornVolume *roi1,
-                     const SornVolume *roi2, int32_t shift, uint32_t reserved) {
+                     const SornArray *src2, const SornVolume *dstRoi, const SornVolume *src1Roi,
+                     const SornVolume *src2Site, int32_t shift, uint32_t reserved) {
   if (!src1) {
     src1 = dst;
-    if (!roi1) roi1 = roiDst;
+    if (!src1Roi) src1Roi = dstRoi;
   }
   if (!dst || !src1 || !src2) return SORN_EINVAL;
   const int32_t ch = SORN_CHANNELS(dst->dims[3]);
@@ -60,9 +60,9 @@ SornStatus SornMulMV(SornXE *xe, SornFlags flags, const SornArray *dst, const So
     return SORN_EINVAL;
 
   SornVolume r1, r2, rd;
-  sorn_arr_adjorgetRoi(src1, &r1, roi1);
-  sorn_arr__siteofAt(src2, 4, r2.origin, r2.size, roi2 ? roi2->origin : nullptr);
-  sorn_arr_adjorgetRoi(dst, &rd, roiDst);
+  sorn_arr_adjorgetRoi(src1, &r1, src1Roi);
+  sorn_arr__siteofAt(src2, 4, r2.origin, r2.size, src2Site ? src2Site->origin : nullptr);
+  sorn_arr_adjorgetRoi(dst, &rd, dstRoi);
 
   const int32_t K = std::min(r1.size[2], r2.size[2]);
   const int32_t M = std::min(r1.size[1], rd.size[2]);

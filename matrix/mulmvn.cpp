@@ -58,12 +58,12 @@ SornStatus sorna_mulmvn(SornXE *xe, SornFlags flags, SornDimPack pack, const int
 }
 
 SornStatus SornMulMV_n(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
-                       const SornArray *const *vectors, const SornVolume *roiDst,
-                       const SornVolume *roi1, const SornVolume *roiVec, int32_t count,
+                       const SornArray *const *vectors, const SornVolume *dstRoi,
+                       const SornVolume *src1Roi, const SornVolume *vecSite, int32_t count,
                        int32_t shift, uint32_t reserved) {
   if (!src1) {
     src1 = dst;
-    if (!roi1) roi1 = roiDst;
+    if (!src1Roi) src1Roi = dstRoi;
   }
   if (!dst || !src1 || !vectors || count < 1) return SORN_EINVAL;
   if (!sorn::good_image(dst) || dst->ndims != 3 ||
@@ -83,9 +83,9 @@ SornStatus SornMulMV_n(SornXE *xe, SornFlags flags, const SornArray *dst, const 
   }
 
   SornVolume r1, rv, rd;
-  sorn_arr_adjorgetRoi(src1, &r1, roi1);
-  sorn_arr_adjorgetRoi(dst, &rd, roiDst);
-  const int32_t *at = roiVec ? roiVec->origin : nullptr;
+  sorn_arr_adjorgetRoi(src1, &r1, src1Roi);
+  sorn_arr_adjorgetRoi(dst, &rd, dstRoi);
+  const int32_t *at = vecSite ? vecSite->origin : nullptr;
   int32_t K = r1.size[2];
   int32_t vRows = 1, vDepth = 1;
   for (int32_t j = 0; j < count; ++j) {
