@@ -436,6 +436,98 @@ const char *sorn_filter_str(int32_t kind);
 const char *sorn_morphop_str(int32_t kind);
 SornStatus sorn_defillvals(SornElemType type, double *hi, double *lo, int32_t nchan);
 
+/* ---------------- Value ranges ----------------
+ * The span of values of one channel. An array of ranges has one record per
+ * channel; the forms that take a channels word (_$cn, chword) loop over its
+ * channel count (SORN_CHANNELS) and do nothing for a count of 0, and their
+ * tests are then true. Pure functions: they return their output.
+ *
+ * The full range of a type: u8 0..255, s8 -128..127, u16 0..65535,
+ * s16 -32768..32767, u32 0..4294967295, s32 -2^31..2^31-1,
+ * f32 +-3.4028234663852886e38, any other code -inf..inf.
+ *
+ * Saturating (_$Q) brings a range into a type: integer types round lo down
+ * and hi up through a 32-bit conversion (a value beyond 32 bits converts to
+ * 0x80000000) and clamp, u32 to non-negative 32-bit values; f32 narrows to
+ * f32; other codes leave the range alone.
+ *
+ * Normalizing repairs a range: a NaN lo gives 0..255 for u8, s16, s32 and
+ * 0..1 for other types; an infinite lo or lo above hi gives the default
+ * (one record per channel in the channel forms), or the type's full range
+ * when there is none; a range that stands is saturated by the Q forms.
+ *
+ * Two values agree when their f32 forms differ by at most 1.1920929e-7. */
+typedef struct SornVrng {
+  double lo;
+  double hi;
+} SornVrng;
+
+/* The record of a minimum and maximum search; ranges read the f32 value of
+ * channel c's minimum at its 32-bit cell 2 + 6c and of its maximum at cell
+ * 26 + 6c. */
+struct SornMinmaxRec;
+
+SornVrng *sorn_vrng_saturate(SornElemType type, SornVrng *out, const SornVrng *in);
+SornVrng *sorn_vrng_saturate_$cn(SornElemType type, SornVrng *out, const SornVrng *in,
+                                 int32_t chword);
+SornVrng *__sorn_vrng__$minmax(SornVrng *out, const struct SornMinmaxRec *stats);
+SornVrng *__sorn_vrng__$minmax$Q(SornElemType type, SornVrng *out,
+                                 const struct SornMinmaxRec *stats);
+SornVrng *__sorn_vrng__$cn$2(SornVrng *out, int32_t chword, double lo, double hi);
+SornVrng *__sorn_vrng__$cn$2$Q(SornElemType type, SornVrng *out, int32_t chword, double lo,
+                               double hi);
+SornVrng *__sorn_vrng__$cn$minmax(SornVrng *out, int32_t chword,
+                                  const struct SornMinmaxRec *stats);
+SornVrng *__sorn_vrng__$cn$minmax$Q(SornElemType type, SornVrng *out, int32_t chword,
+                                    const struct SornMinmaxRec *stats);
+
+SornVrng *sorn_vrng_normalize_$I(SornElemType type, SornVrng *r, const SornVrng *def);
+SornVrng *sorn_vrng_normalize_$IQ(SornElemType type, SornVrng *r, const SornVrng *def);
+SornVrng *sorn_vrng_normalize_$cn$I(SornElemType type, SornVrng *r, const SornVrng *def,
+                                    int32_t chword);
+SornVrng *sorn_vrng_normalize_$cn$IQ(SornElemType type, SornVrng *r, const SornVrng *def,
+                                     int32_t chword);
+SornVrng *sorn_vrng_normalize_$cn(SornElemType type, SornVrng *out, const SornVrng *in,
+                                  const SornVrng *def, int32_t chword);
+SornVrng *sorn_vrng_normalize_$cn$Q(SornElemType type, SornVrng *out, const SornVrng *in,
+                                    const SornVrng *def, int32_t chword);
+/* As _$cn$Q; a null out does nothing. */
+SornVrng *sorn_vrng_normalize_$cn$QS(SornElemType type, SornVrng *out, const SornVrng *in,
+                                     const SornVrng *def, int32_t chword);
+
+/* Channel c becomes bases[c] .. bases[c] + span(in[c]) * gains[c] (gain 1
+ * and base 0 when the arrays are null). Ranges that leave the type move
+ * back together while they fit, else the offending ends are rounded outward
+ * and saturated. SORN_ENOTSUP for u64, s64, f64 and code 15; SORN_EINVAL
+ * for other codes without a full range. */
+SornStatus sorn_vrng_scale_$cn$Q(SornElemType type, SornVrng *out, const SornVrng *in,
+                                 const double *gains, const double *bases, int32_t chword);
+/* The map x * gain + bias that takes from onto to; a span of from within
+ * 1.1920928955078125e-7 gives gain 1. */
+void sorn_vrng_solve(double *gain, double *bias, const SornVrng *to, const SornVrng *from);
+void sorn_vrng_solve_$cn(double *gains, double *biases, const SornVrng *to, const SornVrng *from,
+                         int32_t chword);
+
+/* Every channel takes the smallest lo and the largest hi (two channels or
+ * more); the x forms look at normalized, saturated copies of the channels. */
+SornVrng *sorn_vrng_equalize_$I(SornVrng *r, int32_t chword);
+SornVrng *sorn_vrng_equalize(SornVrng *out, const SornVrng *in, int32_t chword);
+SornVrng *sorn_vrng_xequalize_$I(SornElemType type, SornVrng *r, int32_t chword);
+SornVrng *sorn_vrng_xequalize(SornElemType type, SornVrng *out, const SornVrng *in,
+                              int32_t chword);
+
+int sorn_vrng_equalized(const SornVrng *r, int32_t chword);
+int sorn_vrng_equal_$cn(const SornVrng *a, const SornVrng *b, int32_t chword);
+int sorn_vrng_xequal_$cn(SornElemType type, const SornVrng *a, const SornVrng *b, int32_t chword);
+/* Both ends within 0 .. 2^(bits & 63) - 1 (unsigned) or -2^(bits-1) ..
+ * 2^(bits-1) - 1 formed in 32 bits (signed); with bits above dbits also a
+ * span |hi - lo| of at most 2^dbits - 1 (a negative dbits counts as 0). */
+int sorn_vrng_uxchk_$cn(const SornVrng *r, int32_t chword, int32_t bits, int32_t dbits);
+int sorn_vrng_sxchk_$cn(const SornVrng *r, int32_t chword, int32_t bits, int32_t dbits);
+int sorn_vrng_diffuxchk_$cn(const SornVrng *r, int32_t chword, int32_t dbits);
+/* Every span, rounded to an integer (negative as 0), is 0 or a power of two. */
+int sorn_vrng_m2chk_$cn(const SornVrng *r, int32_t chword);
+
 /* ======================================================================
  * Array arithmetic
  * ====================================================================== */
@@ -840,6 +932,55 @@ SornStatus _T_sorna__dofillemc(SornXE *xe, SornFlags flags, int32_t n, const int
                                void *dst, const int32_t *strides, const void *mask,
                                const int32_t *mstrides, const void *vector);
 
+/* ---------------- Sort and search ----------------
+ * Sequences of n records of size bytes each from base, ordered by a
+ * caller's comparison: below 0 when a sorts before b, 0 when they are
+ * equal, above 0 otherwise. Records are moved by swapping their bytes.
+ *
+ * Three levels of each sort:
+ *   KuXxxSort      checked: -1 for size 0, for more than 0x7FFFFFFF bytes
+ *                  of records, or (n above 0) a null base or cmp; else 0
+ *   KuXxxSort_nck  no checks; fewer than two records are left alone
+ *   __KuXxxSort    the kernel itself, for n of 3 and more
+ * KuQuickSort is not stable and needs no memory: a segment that its
+ * partitions have split more than 63 times is heap sorted, so no input
+ * takes it beyond O(n log n) comparisons. KuHeapSort is not stable either;
+ * KuInsertSort is, and takes a buffer of one record from malloc when
+ * records are larger than 256 bytes (without it the records stay as they
+ * were). KuSelectSort makes n(n-1)/2 comparisons. */
+typedef int (*KuCompareProc)(const void *a, const void *b, void *ctx);
+
+int KuQuickSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+int KuHeapSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+int KuInsertSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+int KuSelectSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void KuQuickSort_nck(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void KuHeapSort_nck(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void KuInsertSort_nck(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void KuSelectSort_nck(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void __KuQuickSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void __KuHeapSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void __KuInsertSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+void __KuSelectSort(void *base, size_t n, size_t size, KuCompareProc cmp, void *ctx);
+
+/* Binary searches over sorted records; here cmp(element, key, ctx).
+ *   KuBsearch    a record equal to key, or null
+ *   KuBsearchN   a record equal to key if the search meets one, else the
+ *                first record above key (one past the end when none is)
+ *   KuBsearchP   a record equal to key if the search meets one, else the
+ *                last record below key (null when key sorts first)
+ *   KuBsearch_s  KuBsearch with the checks of the sorts (n 0 needs no
+ *                operands); status, when not null, becomes 0 when a record
+ *                was found and -1 otherwise */
+void *KuBsearch(const void *key, const void *base, size_t n, size_t size, KuCompareProc cmp,
+                void *ctx);
+void *KuBsearchN(const void *key, const void *base, size_t n, size_t size, KuCompareProc cmp,
+                 void *ctx);
+void *KuBsearchP(const void *key, const void *base, size_t n, size_t size, KuCompareProc cmp,
+                 void *ctx);
+void *KuBsearch_s(const void *key, const void *base, size_t n, size_t size, KuCompareProc cmp,
+                  void *ctx, int64_t *status);
+
 /* ======================================================================
  * Statistics
  * ====================================================================== */
@@ -1054,6 +1195,111 @@ SornSumXmKernel sorna__sumfunxm_imp(SornFlags flags, uint32_t chword, SornElemTy
 SORN_SUM_TYPES(SORN_SUM_KERNEL_DECL)
 #undef SORN_SUM_KERNEL_DECL
 #undef SORN_SUM_KERNEL_DECL1
+
+/* ======================================================================
+ * Neighbourhood filters
+ * ====================================================================== */
+
+/* Real pixels around a region: none may be read (the region alone is
+ * offered), or only those inside the source's own site (not its parent's). */
+#define SORN_F_NOMARGIN   0x1000000ull
+#define SORN_F_SITEMARGIN 0x2000000ull
+
+/* ---------------- Window and border shapes ----------------
+ * Records of four cells like every vector of SornArray: depth, rows,
+ * columns, channels; cell 3 is always 0. A count n given with a record
+ * names the cells that take part: n above 3 acts as 3, and below 3 the
+ * last n of the three spatial cells (n = 2: rows and columns). The short
+ * vectors given with it (extents, boxes) hold just those n cells, in the
+ * same order, like the vectors that __sorn_dims__$gv widens. */
+
+/* A window: anchor is the window cell on the output pixel (negative counts
+ * back from the end); size its extent, where 1 is no extent, a negative
+ * value the region's extent plus that value, and 0 a size not given. */
+typedef struct SornSeShape {
+  int32_t anchor[4];
+  int32_t size[4];
+} SornSeShape;
+
+/* A border around a block: lo the cells before it as a negative offset
+ * (-lo cells), hi the cells after it; fill the value of each channel for
+ * const-border. */
+typedef struct SornBrShape {
+  int32_t lo[4];
+  int32_t hi[4];
+  double fill[4];
+} SornBrShape;
+
+/* A border request: a border kind (reflect101 when the request is null)
+ * and, for const-border, the value of each channel. */
+typedef struct SornBorderSpec {
+  uint32_t kind;
+  double value[4];
+} SornBorderSpec;
+
+/* The extents around a source: its own site and its parent's. */
+typedef struct SornSites {
+  SornVolume site;
+  SornVolume parsite;
+} SornSites;
+
+/* Normalises a window against the region's extents dims: relative sizes
+ * resolve, sizes that come to 0 or less become 1 with anchor 0, anchors
+ * come into the window, and a window of 1 along every used row and column
+ * cell becomes 5 by 5 with anchor 2, 2. Always 1. The copying form copies
+ * se to out first (a null se: out as it is). */
+int sorn_seshape__adjust_$gv$I(SornSeShape *se, int32_t n, const int32_t *dims);
+int sorn_seshape__adjust_$gv(SornSeShape *out, const SornSeShape *se, int32_t n,
+                             const int32_t *dims);
+/* anchor = size / 2 in cells 0 to min(n, 3) - 1, counted from the front. */
+SornSeShape *sorn_seshape_rstanchor_$gn(SornSeShape *se, int32_t n);
+
+/* The border a window needs: lo = -anchor, hi = size - anchor - 1. */
+SornBrShape *__sorn_brshape__$se(SornBrShape *br, const SornSeShape *se);
+/* The border between a needed box and the box that may be read: lo =
+ * needO - haveO, hi = needO + needS - (haveO + haveS). */
+SornBrShape *sorn_brshape__compute_$gv(SornBrShape *br, int32_t n, const int32_t *needO,
+                                       const int32_t *needS, const int32_t *haveO,
+                                       const int32_t *haveS);
+/* Fits a border into the room outer - inner: no room (or less) gives lo =
+ * -room, hi = 0; a room smaller than hi - lo shares it in proportion (lo =
+ * rint(f32(lo * room) / f32(hi - lo)), hi = room + lo). 0 when a cell ends
+ * with lo above 0 or hi below 0. The origins take no part. */
+int sorn_brshape__adjust_$gv$I(SornBrShape *br, int32_t n, const int32_t *outerO,
+                               const int32_t *outer, const int32_t *innerO, const int32_t *inner);
+int sorn_brshape__adjust_$gv(SornBrShape *out, const SornBrShape *br, int32_t n,
+                             const int32_t *outerO, const int32_t *outer, const int32_t *innerO,
+                             const int32_t *inner);
+
+/* Extents grown or shrunk by a window (size - 1) or a border (hi - lo);
+ * the forms with an output take a null dims as the output itself. */
+int32_t *sorn_volume__widen_$I$se(int32_t n, int32_t *dims, const SornSeShape *se);
+int32_t *sorn_volume__widen_$se(int32_t n, int32_t *out, const int32_t *dims,
+                                const SornSeShape *se);
+int32_t *sorn_volume__narrow_$I$se(int32_t n, int32_t *dims, const SornSeShape *se);
+int32_t *sorn_volume__narrow_$se(int32_t n, int32_t *out, const int32_t *dims,
+                                 const SornSeShape *se);
+int32_t *sorn_volume__widen_$I$br(int32_t n, int32_t *dims, const SornBrShape *br);
+int32_t *sorn_volume__widen_$br(int32_t n, int32_t *out, const int32_t *dims,
+                                const SornBrShape *br);
+int32_t *sorn_volume__narrow_$I$br(int32_t n, int32_t *dims, const SornBrShape *br);
+int32_t *sorn_volume__narrow_$br(int32_t n, int32_t *out, const int32_t *dims,
+                                 const SornBrShape *br);
+
+/* The box a window reads around a region, need (the region (origin, size),
+ * or site when size is null, widened by the window), and the part of it
+ * that may be read, avail: the region alone under SORN_F_NOMARGIN (the
+ * answer is then 0), else site under SORN_F_SITEMARGIN or parsite, cut to
+ * need. 1 when avail is all of need. A null site or parsite offers the
+ * region alone. The block form copies and cuts all four cells (a null roi
+ * is site) and widens and compares the three spatial ones. */
+int sorn__compute_roi_$se(SornFlags flags, int32_t n, int32_t *availO, int32_t *availS,
+                          int32_t *needO, int32_t *needS, const int32_t *origin,
+                          const int32_t *size, const SornSeShape *se, const SornVolume *site,
+                          const SornVolume *parsite);
+int sorn_compute_roi_$se(SornVolume *avail, SornVolume *need, SornFlags flags,
+                         const SornVolume *roi, const SornSeShape *se, const SornVolume *site,
+                         const SornVolume *parsite);
 
 /* ======================================================================
  * Matrix products

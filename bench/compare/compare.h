@@ -24,6 +24,7 @@ struct Options {
   int samples = 31;
   std::string photo;
   std::string out;
+  std::string only;  // one family's rows, printed and not written
 };
 
 // Times up to three contenders in interleaved batches; the median time of
@@ -64,6 +65,11 @@ void add_row(const std::string &op, int rows, int cols, const std::string &peer,
 // A row whose times were taken in a race of more than two contenders; a NAN
 // Sorn time marks it pending. The goal holds at this row's size.
 void add_timed_row(const std::string &op, int rows, int cols, const std::string &peer,
+                   double sorn_ms, double peer_ms, double goal, const std::string &note);
+
+// The same for a row whose size is not an image's (records, points): the
+// size column reads `size`, and the goal holds at this row.
+void add_sized_row(const std::string &op, const std::string &size, const std::string &peer,
                    double sorn_ms, double peer_ms, double goal, const std::string &note);
 
 // The registry: every family's rows, run in the order of their rank.

@@ -212,19 +212,6 @@ TEST(GroupLikeSources, SameBaseWithOtherStridesIsAnOrdinaryDifference) {
   EXPECT_EQ(d[2], 20) << "row 1: 50 - 30";
 }
 
-TEST(GroupLikeSources, AdditionOfLikeSourcesIsPending) {
-  // The add and addq kernels of two like sources hand the call to the
-  // multiply-by-constant kernels, which are not built: declined, untouched.
-  uint8_t a[4] = {1, 2, 3, 4}, d[4] = {9, 9, 9, 9};
-  int32_t dims[3] = {1, 4, 1}, s[3] = {4, 1, 1};
-  EXPECT_EQ(sorna__add_c1_u8u8u8(nullptr, 0, 3, dims, d, s, a, s, a, s, 0, 0), SORN_ENOTSUP);
-  EXPECT_EQ(sorna__addq_c1_u8u8u8(nullptr, 0, 3, dims, d, s, a, s, a, s, 0, 0), SORN_ENOTSUP);
-  EXPECT_EQ(sorna__addq_c1_s8u8u8(nullptr, 0, 3, dims, d, s, a, s, a, s, 0, 0), SORN_ENOTSUP);
-  for (uint8_t v : d) EXPECT_EQ(v, 9);
-  GTEST_SKIP() << "pending: like sources of the add kernels go through the multiply-by-constant "
-                  "kernels (u8 doubled in place then writes zeros)";
-}
-
 // --- exchange of sources ----------------------------------------------------
 
 TEST(GroupDispatch, NarrowerFirstSourceRunsTheReversedFamilyAndKeepsTheResult) {
@@ -255,24 +242,6 @@ TEST(GroupDispatch, NarrowerFirstSourceRunsTheReversedFamilyAndKeepsTheResult) {
               }
         }
     }
-}
-
-TEST(GroupDispatch, TilePathIsPendingAndWritesNothing) {
-  int32_t a[2] = {300, -5}, b[2] = {1, 1};
-  uint8_t d[2] = {9, 9};
-  int32_t dims[3] = {1, 2, 1}, s4[3] = {8, 4, 4}, s1[3] = {2, 1, 1};
-  for (Dispatcher run : {&sorna__sub, &sorna__rsub, &sorna__addq, &sorna__subq, &sorna__rsubq})
-    EXPECT_EQ(run(nullptr, 0, kPack3, dims, SORN_U8, d, s1, SORN_S32, a, s4, SORN_S32, b, s4, 0, 0),
-              SORN_ENOTSUP);
-  EXPECT_EQ(d[0], 9);
-  EXPECT_EQ(d[1], 9);
-  // The signed saturating u8 destination from s16 sources is s8: no direct path.
-  int16_t a16[2] = {1, 2};
-  int32_t s2[3] = {4, 2, 2};
-  EXPECT_EQ(sorna__addq(nullptr, 0, kPack3, dims, SORN_S8, d, s1, SORN_S16, a16, s2, SORN_S16, a16, s2, 0, 0),
-            SORN_ENOTSUP);
-  EXPECT_EQ(d[0], 9);
-  GTEST_SKIP() << "pending: tile path through the saturating conversion";
 }
 
 // --- the C kernels ----------------------------------------------------------

@@ -52,6 +52,16 @@ static const struct HeaderLayoutEntry kLayout[] = {
     RECORD(SornStatus)
     RECORD(SornFlags)
     RECORD(SornElemType)
+    RECORD(SornVrng)
+    FIELD(SornVrng, lo) FIELD(SornVrng, hi)
+    RECORD(SornSeShape)
+    FIELD(SornSeShape, anchor) FIELD(SornSeShape, size)
+    RECORD(SornBrShape)
+    FIELD(SornBrShape, lo) FIELD(SornBrShape, hi) FIELD(SornBrShape, fill)
+    RECORD(SornBorderSpec)
+    FIELD(SornBorderSpec, kind) FIELD(SornBorderSpec, value)
+    RECORD(SornSites)
+    FIELD(SornSites, site) FIELD(SornSites, parsite)
 };
 
 size_t header_c99_layout(const struct HeaderLayoutEntry **out) {

@@ -58,6 +58,16 @@ const Expected kExpected[] = {
     RECORD(SornStatus, 8)
     RECORD(SornFlags, 8)
     RECORD(SornElemType, 4)
+    RECORD(SornVrng, 16)
+    FIELD(SornVrng, lo, 0, 8) FIELD(SornVrng, hi, 8, 8)
+    RECORD(SornSeShape, 32)
+    FIELD(SornSeShape, anchor, 0, 16) FIELD(SornSeShape, size, 16, 16)
+    RECORD(SornBrShape, 64)
+    FIELD(SornBrShape, lo, 0, 16) FIELD(SornBrShape, hi, 16, 16) FIELD(SornBrShape, fill, 32, 32)
+    RECORD(SornBorderSpec, 40)
+    FIELD(SornBorderSpec, kind, 0, 4) FIELD(SornBorderSpec, value, 8, 32)
+    RECORD(SornSites, 64)
+    FIELD(SornSites, site, 0, 32) FIELD(SornSites, parsite, 32, 32)
 };
 
 #undef FIELD
