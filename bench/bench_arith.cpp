@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "bench_env.h"
+
 namespace {
 
 constexpr int32_t kRows = 1080, kCols = 1920;
@@ -36,14 +38,7 @@ struct Plane {
   }
 };
 
-struct Env {
-  SornXE xe;
-  Env() {
-    std::memset(&xe, 0, sizeof xe);
-    SornXEinit(&xe, nullptr);
-  }
-  ~Env() { SornXEfini(&xe); }
-};
+using bench::Env;
 
 /* ---------------- two arrays, through the entries ---------------- */
 

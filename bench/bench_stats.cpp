@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "bench_env.h"
+
 namespace {
 
 constexpr int32_t kRows = 1080, kCols = 1920;
@@ -42,14 +44,7 @@ struct Frame {
   }
 };
 
-struct Env {
-  SornXE xe;
-  Env() {
-    std::memset(&xe, 0, sizeof xe);
-    SornXEinit(&xe, nullptr);
-  }
-  ~Env() { SornXEfini(&xe); }
-};
+using bench::Env;
 
 void fail(benchmark::State &state) { state.SkipWithError("the operation failed"); }
 
