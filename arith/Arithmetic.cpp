@@ -88,8 +88,8 @@ SornStatus _T_SornArith(uint32_t tag, SornXE *xe, SornFlags flags, const SornArr
 }
 
 SornStatus _T_SornArith2(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
-                         const SornArray *a, const SornArray *b, const SornVolume *dstroi,
-                         const SornVolume *aroi, const SornVolume *broi, int32_t sf,
+                         const SornArray *a, const SornArray *b, const SornVolume *dstRoi,
+                         const SornVolume *aSite, const SornVolume *bSite, int32_t sf,
                          uint32_t extra) {
   first_source(dst, dstroi, &a, &aroi);
   const Arith2Slot *slot = find_slot(kArith2Slots, tag);

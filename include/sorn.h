@@ -113,7 +113,10 @@ typedef struct SornArray {
   uint64_t link;
 } SornArray;
 
-/* Region of interest: origin then size, four i32 cells each. */
+/* Region of interest: origin then size, four i32 cells each. The entries
+ * name theirs by what they do: `roi` or `<operand>Roi` decides the extent
+ * of the call; `<operand>Site` of another operand gives only its start
+ * (its size cells are not read). A null pointer is the whole array. */
 typedef struct SornVolume {
   int32_t origin[4];
   int32_t size[4];
@@ -537,19 +540,19 @@ typedef SornStatus (*SornArith2Kernel)(SornXE *xe, SornFlags flags, int32_t n, c
 
 /* Shared entry of the two-source families; tag selects the operation. */
 SornStatus _T_SornArith2(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
-                         const SornArray *a, const SornArray *b, const SornVolume *dstroi,
-                         const SornVolume *aroi, const SornVolume *broi, int32_t sf,
+                         const SornArray *a, const SornArray *b, const SornVolume *dstRoi,
+                         const SornVolume *aSite, const SornVolume *bSite, int32_t sf,
                          uint32_t extra);
 /* Shared entry of the families with a constant vector (one f64 per channel). */
 SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
-                          const SornArray *a, const double *cvec, const SornVolume *dstroi,
-                          const SornVolume *aroi, int32_t sf, uint32_t extra);
+                          const SornArray *a, const double *cvec, const SornVolume *dstRoi,
+                          const SornVolume *aSite, int32_t sf, uint32_t extra);
 
 SornStatus SornAdd(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
-                   const SornArray *b, const SornVolume *dstroi, const SornVolume *aroi,
-                   const SornVolume *broi, int32_t sf, uint32_t extra);
+                   const SornArray *b, const SornVolume *dstRoi, const SornVolume *aSite,
+                   const SornVolume *bSite, int32_t sf, uint32_t extra);
 SornStatus SornAddC(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
-                    const double *cvec, const SornVolume *dstroi, const SornVolume *aroi,
+                    const double *cvec, const SornVolume *dstRoi, const SornVolume *aSite,
                     int32_t sf, uint32_t extra);
 
 SornStatus sorna_add(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
@@ -608,11 +611,11 @@ typedef SornStatus (*SornArith2cKernel)(SornXE *xe, SornFlags flags, int32_t n,
 
 #define SORN_ARITH2_ENTRY_DECL(name)                                                          \
   SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a, \
-                        const SornArray *b, const SornVolume *dstroi, const SornVolume *aroi,  \
-                        const SornVolume *broi, int32_t sf, uint32_t extra);                   \
+                        const SornArray *b, const SornVolume *dstRoi, const SornVolume *aSite, \
+                        const SornVolume *bSite, int32_t sf, uint32_t extra);                  \
   SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                  \
-                           const SornArray *a, const double *cvec, const SornVolume *dstroi,   \
-                           const SornVolume *aroi, int32_t sf, uint32_t extra);
+                           const SornArray *a, const double *cvec, const SornVolume *dstRoi,  \
+                           const SornVolume *aSite, int32_t sf, uint32_t extra);
 SORN_ARITH2_ENTRY_DECL(Addq)
 SORN_ARITH2_ENTRY_DECL(Addsq)
 SORN_ARITH2_ENTRY_DECL(Sub)
@@ -2714,14 +2717,14 @@ typedef SornStatus (*SornMulMVnKernel)(SornXE *xe, SornFlags flags, SornDimPack 
                                        uint32_t reserved);
 
 SornStatus SornMulMM(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
-                     const SornArray *src2, const SornVolume *roiDst, const SornVolume *roi1,
-                     const SornVolume *roi2, int32_t shift, uint32_t reserved);
+                     const SornArray *src2, const SornVolume *dstRoi, const SornVolume *src1Roi,
+                     const SornVolume *src2Site, int32_t shift, uint32_t reserved);
 SornStatus SornMulMV(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
-                     const SornArray *src2, const SornVolume *roiDst, const SornVolume *roi1,
-                     const SornVolume *roi2, int32_t shift, uint32_t reserved);
+                     const SornArray *src2, const SornVolume *dstRoi, const SornVolume *src1Roi,
+                     const SornVolume *src2Site, int32_t shift, uint32_t reserved);
 SornStatus SornMulMV_n(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
-                       const SornArray *const *vectors, const SornVolume *roiDst,
-                       const SornVolume *roi1, const SornVolume *roiVec, int32_t count,
+                       const SornArray *const *vectors, const SornVolume *dstRoi,
+                       const SornVolume *src1Roi, const SornVolume *vecSite, int32_t count,
                        int32_t shift, uint32_t reserved);
 
 SornStatus sorna_mulmm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
@@ -3316,7 +3319,7 @@ SornStatus SornWatershed(SornXE *xe, SornFlags flags, const SornArray *image,
                          const SornVolume *roi, SornWTSState *state);
 SornStatus SornWatershedEx(SornXE *xe, SornFlags flags, const SornArray *image,
                            const SornArray *mask, const SornVolume *roi,
-                           const SornVolume *maskroi, SornWTSState *state);
+                           const SornVolume *maskSite, SornWTSState *state);
 /* Slice forms: data is the SornWTSState. */
 SornStatus SornTGAwatershed(SornXE *xe, SornFlags flags, void *state, SornDimPack code,
                             int32_t *dims, uint32_t type, void *base, int32_t *loffs,
@@ -3398,6 +3401,14 @@ SornFWTSRegion *_T_fwtsregion_pool_new(SornFWTSRegionPool *pool, int32_t tail, i
 #define SORN_MSER_DARK   0
 #define SORN_MSER_BRIGHT 1
 #define SORN_MSER_BOTH   2
+/* The parameters a filter has when it is made without them
+ * (__sorn_mserfilt__$feats, __sorn_fmserfilt__$fwtsres), mode
+ * SORN_MSER_BOTH; the tool and the comparison start from them too. */
+#define SORN_MSER_DEFAULT_DELTA        10
+#define SORN_MSER_DEFAULT_MINAREA      0.0001
+#define SORN_MSER_DEFAULT_MAXAREA      0.75
+#define SORN_MSER_DEFAULT_MAXVARIATION 0.33
+#define SORN_MSER_DEFAULT_MINDIVERSITY 0.2
 
 /* Both filter records start with the same parameters. mode to seed have the
  * layout of polarity to seed of a SornWTSState, so that a pass copies them
@@ -3493,12 +3504,12 @@ SornStatus SornGenerateMSERs(SornXE *xe, SornFlags flags, const SornArray *image
                              const SornVolume *roi, SornMSERFilter *filter);
 SornStatus SornGenerateMSERsEx(SornXE *xe, SornFlags flags, const SornArray *image,
                                const SornArray *mask, const SornVolume *roi,
-                               const SornVolume *maskroi, SornMSERFilter *filter);
+                               const SornVolume *maskSite, SornMSERFilter *filter);
 SornStatus SornGenerateFMSERs(SornXE *xe, SornFlags flags, const SornArray *image,
                               const SornVolume *roi, SornFMSERFilter *filter);
 SornStatus SornGenerateFMSERsEx(SornXE *xe, SornFlags flags, const SornArray *image,
                                 const SornArray *mask, const SornVolume *roi,
-                                const SornVolume *maskroi, SornFMSERFilter *filter);
+                                const SornVolume *maskSite, SornFMSERFilter *filter);
 /* Slice forms: data is the filter. */
 SornStatus SornTGAgenerateMSERs(SornXE *xe, SornFlags flags, void *filter, SornDimPack code,
                                 int32_t *dims, uint32_t type, void *base, int32_t *loffs,

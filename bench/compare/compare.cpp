@@ -426,8 +426,12 @@ void write_markdown(const std::string &path, const Options &opt, const Scenes &s
       << (std::isnan(r.goal) ? "" : "<= " + fmt(r.goal, 2) + ": " + verdict(r)) << " | " << r.note
       << " |\n";
   }
-  o << "\nStable regions: all three detectors get the same parameters (delta 10, regions of "
-       "0.0001 to 0.75 of the image, largest variation 0.33, smallest diversity 0.2) and find "
+  o << "\nStable regions: all three detectors get the same parameters, the library's defaults "
+       "(delta "
+    << SORN_MSER_DEFAULT_DELTA << ", regions of " << SORN_MSER_DEFAULT_MINAREA << " to "
+    << SORN_MSER_DEFAULT_MAXAREA << " of the image, largest variation "
+    << SORN_MSER_DEFAULT_MAXVARIATION << ", smallest diversity " << SORN_MSER_DEFAULT_MINDIVERSITY
+    << ") and find "
        "dark and bright regions. VLFeat finds dark regions only, so it runs a second time on the "
        "inverted image, the inversion counted in its time; its filter is made once and reused. "
        "OpenCV's detectRegions also lists every region's pixels. Each library measures "

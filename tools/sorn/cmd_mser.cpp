@@ -8,6 +8,10 @@
 
 #include "cli.h"
 
+// The library's defaults spelled as text, for the help.
+#define SORN_TOOL_TEXT(x) SORN_TOOL_TEXT_(x)
+#define SORN_TOOL_TEXT_(x) #x
+
 namespace sorn::tool {
 
 const char *const kMserHelp =
@@ -33,15 +37,15 @@ const char *const kMserHelp =
     "                         pixels   its pixels, tinted (dark red, bright blue,\n"
     "                                  both purple)\n"
     "  --delta N            grey-level step of the stability measure, 1 to 255\n"
-    "                       (default 10)\n"
+    "                       (default " SORN_TOOL_TEXT(SORN_MSER_DEFAULT_DELTA) ")\n"
     "  --min-area F         smallest region as a fraction of the picture, 0 to 1\n"
-    "                       (default 0.0001; never fewer than 9 pixels)\n"
+    "                       (default " SORN_TOOL_TEXT(SORN_MSER_DEFAULT_MINAREA) "; never fewer than 9 pixels)\n"
     "  --max-area F         largest region as a fraction of the picture, 0 to 1\n"
-    "                       (default 0.75)\n"
+    "                       (default " SORN_TOOL_TEXT(SORN_MSER_DEFAULT_MAXAREA) ")\n"
     "  --max-variation F    largest relative growth over N levels, 0 or more\n"
-    "                       (default 0.33)\n"
+    "                       (default " SORN_TOOL_TEXT(SORN_MSER_DEFAULT_MAXVARIATION) ")\n"
     "  --min-diversity F    of two nested regions closer than F in relative size\n"
-    "                       only the outer is kept, 0 to 1 (default 0.2)\n"
+    "                       only the outer is kept, 0 to 1 (default " SORN_TOOL_TEXT(SORN_MSER_DEFAULT_MINDIVERSITY) ")\n"
     "  --mode M             dark, bright or both (default both)\n"
     "  --json FILE          every region as JSON: pass, level, area in pixels,\n"
     "                       bounding box, centroid, ellipse (semi-axes a <= b, b at\n"
@@ -246,11 +250,11 @@ int run_mser(const std::vector<std::string> &argv) {
   if (!outname.empty()) format_for_output(outname);
   std::string jsonname = args.text("--json", "");
   std::string shape = args.choice("--shape", "ellipse", {"ellipse", "quad", "box", "pixels"});
-  int32_t delta = int32_t(args.integer("--delta", 10, 1, 255));
-  double minarea = args.real("--min-area", 0.0001, 0.0, 1.0);
-  double maxarea = args.real("--max-area", 0.75, 0.0, 1.0);
-  double maxvariation = args.real("--max-variation", 0.33, 0.0, 1e9);
-  double mindiversity = args.real("--min-diversity", 0.2, 0.0, 1.0);
+  int32_t delta = int32_t(args.integer("--delta", SORN_MSER_DEFAULT_DELTA, 1, 255));
+  double minarea = args.real("--min-area", SORN_MSER_DEFAULT_MINAREA, 0.0, 1.0);
+  double maxarea = args.real("--max-area", SORN_MSER_DEFAULT_MAXAREA, 0.0, 1.0);
+  double maxvariation = args.real("--max-variation", SORN_MSER_DEFAULT_MAXVARIATION, 0.0, 1e9);
+  double mindiversity = args.real("--min-diversity", SORN_MSER_DEFAULT_MINDIVERSITY, 0.0, 1.0);
   std::string mode = args.choice("--mode", "both", {"dark", "bright", "both"});
   int32_t modeword = mode == "dark"     ? SORN_MSER_DARK
                      : mode == "bright" ? SORN_MSER_BRIGHT
