@@ -1805,6 +1805,7 @@ SornStatus sorna__compute_threshold_otsu(SornXE *xe, SornFlags flags, SornDimPac
                                          const int32_t *strides, double *thresholds,
                                          SornVrng *vranges, int32_t *bins);
 
+struct SornHist;
 /* The Otsu threshold of one filled histogram, in double precision over the
  * values i * width + low of its bins: the bin that best parts the pixels
  * into two classes (a later bin must beat the best by more than 2^-23),

@@ -12,7 +12,6 @@
 
 #include "alloc_failure.h"
 #include "compare_reference.h"
-#include "scratch_env.h"
 #include "testkit.h"
 
 using sorn_test::Image;

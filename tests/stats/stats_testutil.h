@@ -10,7 +10,6 @@
 #include <cstring>
 #include <vector>
 
-#include "scratch_env.h"
 #include "testkit.h"
 
 namespace stats_test {
