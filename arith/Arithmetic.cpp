@@ -122,18 +122,18 @@ SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornA
 
 // The public entries of the two-source group: one selector each, for two
 // arrays and for an array and constants.
-#define SORN_ARITH2_ENTRIES(name, a, b, c, d)                                                    \
-  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src, \
-                        const SornArray *src2, const SornVolume *dstRoi, const SornVolume *aSite, \
-                        const SornVolume *bSite, int32_t sf, uint32_t extra) {                    \
+#define SORN_ARITH2_ENTRIES(name, a, b, c, d)                                                      \
+  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,   \
+                        const SornArray *src2, const SornVolume *dstRoi, const SornVolume *aSite,  \
+                        const SornVolume *bSite, int32_t sf, uint32_t extra) {                     \
     return _T_SornArith2(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, src2, dstRoi, aSite, bSite, \
-                         sf, extra);                                                             \
-  }                                                                                              \
-  SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                    \
-                           const SornArray *src, const double *cvec, const SornVolume *dstRoi,   \
-                           const SornVolume *aSite, int32_t sf, uint32_t extra) {                 \
-    return _T_SornArith2c(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, cvec, dstRoi, aSite, sf,  \
-                          extra);                                                                \
+                         sf, extra);                                                               \
+  }                                                                                                \
+  SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                      \
+                           const SornArray *src, const double *cvec, const SornVolume *dstRoi,     \
+                           const SornVolume *aSite, int32_t sf, uint32_t extra) {                  \
+    return _T_SornArith2c(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, cvec, dstRoi, aSite, sf,   \
+                          extra);                                                                  \
   }
 
 SORN_ARITH2_ENTRIES(Add, 'a', 'a', 'd', 'd')
@@ -153,9 +153,9 @@ SORN_ARITH2_ENTRIES(RDivr, 'r', 'd', 'v', 'r')
 
 #define SORN_ARITH1_ENTRY(name, a, b, c, d)                                                      \
   SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src, \
-                        const SornVolume *dstRoi, const SornVolume *aSite, int32_t sf,            \
+                        const SornVolume *dstRoi, const SornVolume *aSite, int32_t sf,           \
                         uint32_t extra) {                                                        \
-    return _T_SornArith(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, dstRoi, aSite, sf, extra);  \
+    return _T_SornArith(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, dstRoi, aSite, sf, extra); \
   }
 
 SORN_ARITH1_ENTRY(Negate, 'n', 'e', 'g', ' ')
