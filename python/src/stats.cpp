@@ -1,0 +1,243 @@
+// Statistics: sums and means per channel, and histograms.
+#include <cfloat>
+#include <cmath>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "env.h"
+#include "operand.h"
+#include "shapes.h"
+#include "status.h"
+
+namespace sorn::python {
+
+namespace {
+
+std::string list_types(Keys keys) {
+  std::string s;
+  for (uint32_t t : keys) s += (s.empty() ? "" : ", ") + type_name(t);
+  return s;
+}
+
+void check_type(Keys keys, const Image &img, const char *name, const char *what) {
+  if (!holds(keys, img.type))
+    throw py::type_error(std::string(name) + ": no kernel for " + type_name(img.type) + what +
+                         "; it takes " + list_types(keys));
+}
+
+// One plane of a stack, as a three-dimensional operand.
+Image plane_of(const Image &img, int64_t p) {
+  Image r = img;
+  if (img.ndim == 4) {
+    r.data += p * img.str[0];
+    r.ext[0] = 1;
+    r.ndim = 3;
+  }
+  return r;
+}
+
+std::optional<Image> optional_mask(py::handle mask, const char *name, const Image &img) {
+  if (mask.is_none()) return std::nullopt;
+  return mask_arg(mask, name, "mask", img);
+}
+
+/* ---------------- sums and means ---------------- */
+
+py::object reduce(const Reduction &s, const char *name, py::handle img, py::handle mask,
+                  bool invert_mask, bool fast) {
+  Image I = image_arg(img, name, "img", Axes{2, 4});
+  check_type(s.types, I, name, "");
+  std::optional<Image> M = optional_mask(mask, name, I);
+  std::vector<Image *> inputs{&I};
+  if (M) inputs.push_back(&*M);
+  // Integer sums come out the same in any order; float32 ones are added in
+  // the order of the addresses, which a reoriented reading would change.
+  walk(inputs, nullptr, I.type != SORN_F32);
+  const SornFlags flags = (fast ? s.fast : 0) | (invert_mask ? s.invmask : 0);
+  const int64_t P = I.planes(), C = I.channels();
+  py::array_t<double> result(std::vector<py::ssize_t>{(py::ssize_t)P, (py::ssize_t)C});
+  double *res = result.mutable_data();
+  SornStatus st = SORN_OK;
+  const char *fn = M ? s.masked.name : s.plain.name;
+  {
+    // The library keeps only the last plane of a stack in the sums: each
+    // plane is a call of its own.
+    py::gil_scoped_release nogil;
+    SornXE *xe = thread_env();
+    for (int64_t p = 0; p < P && st >= 0; ++p) {
+      const SornArray r = record(plane_of(I, p));
+      if (M) {
+        const SornArray rm = record(plane_of(*M, M->planes() == 1 ? 0 : p));
+        st = s.masked.fn(xe, flags, &r, &rm, nullptr, nullptr, res + p * C);
+      } else {
+        st = s.plain.fn(xe, flags, &r, nullptr, res + p * C);
+      }
+    }
+  }
+  check(st, fn);
+  if (I.ndim == 2) return py::float_(res[0]);
+  if (I.ndim == 3) return result[py::int_(0)];
+  return result;
+}
+
+/* ---------------- histograms ---------------- */
+
+// The range of values a type's histogram may be given, and the range the
+// default covers.
+struct TypeRange {
+  double lo, hi;
+  bool whole;  // the default is the type's whole range, not the data's
+};
+
+TypeRange type_range(uint32_t type) {
+  switch (type) {
+    case SORN_U8: return {0, 255, true};
+    case SORN_S8: return {-128, 127, true};
+    case SORN_U16: return {0, 65535, true};
+    case SORN_S16: return {-32768, 32767, true};
+    case SORN_S32: return {-2147483648.0, 2147483647.0, false};
+    default: return {-FLT_MAX, FLT_MAX, false};
+  }
+}
+
+// The smallest and largest value of an array (NaN when it holds one).
+std::pair<double, double> extremes(const py::array &a) {
+  static py::handle npmin = py::object(py::module_::import("numpy").attr("min")).release();
+  static py::handle npmax = py::object(py::module_::import("numpy").attr("max")).release();
+  return {npmin(a).cast<double>(), npmax(a).cast<double>()};
+}
+
+py::object histogram(const Histogram &s, const char *name, py::handle img, int64_t bins,
+                     py::handle range, py::handle mask, bool invert_mask) {
+  Image I = image_arg(img, name, "img", Axes{2, 4});
+  std::optional<Image> M = optional_mask(mask, name, I);
+  check_type(M ? s.masked_types : s.types, I, name, M ? " with a mask" : "");
+  // Past 2**23 bins the float rule could round a value into bin `bins`.
+  if (bins < 1 || bins > (1 << 23))
+    throw py::value_error(std::string(name) + ": bins must be 1 to 8388608, not " +
+                          std::to_string(bins));
+  const TypeRange tr = type_range(I.type);
+  const bool is_float = I.type == SORN_F32;
+  std::optional<std::pair<double, double>> given;
+  if (!range.is_none()) {
+    py::sequence seq;
+    if (!py::isinstance<py::sequence>(range) || py::len(range) != 2)
+      throw py::type_error(std::string(name) + ": range must be (low, high)");
+    seq = py::reinterpret_borrow<py::sequence>(range);
+    given = std::make_pair(py::float_(seq[0]).cast<double>(), py::float_(seq[1]).cast<double>());
+    if (!(given->first <= given->second) || given->first < tr.lo || given->second > tr.hi)
+      throw py::value_error(std::string(name) + ": range (" + std::to_string(given->first) +
+                            ", " + std::to_string(given->second) + ") must be low <= high within " +
+                            type_name(I.type) + "'s values");
+  }
+
+  const int64_t C = I.channels();
+  py::array_t<uint32_t> counts(std::vector<py::ssize_t>{(py::ssize_t)C, (py::ssize_t)(bins + 1)});
+  std::memset(counts.mutable_data(), 0, (size_t)(C * (bins + 1)) * sizeof(uint32_t));
+  const SornFlags flags = invert_mask ? s.invmask : 0;
+
+  for (int64_t c = 0; c < C; ++c) {
+    // The counting kernels read one channel: a channel of several is counted
+    // from a copy of it.
+    Image ch = C == 1 ? I
+                      : image_arg(I.array[py::make_tuple(py::ellipsis(), py::slice(c, c + 1, 1))],
+                                  name, "img");
+    std::optional<Image> m = M;
+    std::vector<Image *> inputs{&ch};
+    if (m) inputs.push_back(&*m);
+    walk(inputs, nullptr, true);
+
+    // Every value counted must lie in range: the kernels index their
+    // counters without a test.
+    std::optional<std::pair<double, double>> data;
+    const bool empty = I.planes() * I.rows() * I.cols() == 0;
+    double lo, hi;
+    if (empty) {
+      // Nothing to count: the library answers for the empty region.
+      lo = 0;
+      hi = 1;
+    } else if (given) {
+      lo = given->first;
+      hi = given->second;
+    } else if (tr.whole) {
+      lo = tr.lo;
+      hi = tr.hi;
+    } else {
+      data = extremes(ch.array);
+      lo = data->first;
+      hi = data->second;
+    }
+    SornHistInit init{I.type, (int32_t)bins, lo, hi, 1, (int32_t)I.rows(), (int32_t)I.cols()};
+    SornHist h{};
+    sorn_hist_inithdr(&h, &init);
+    h.counts = counts.mutable_data() + c * (bins + 1);
+    bool covered;
+    if (is_float) {
+      if (!std::isfinite(h.low) || !std::isfinite(h.high) || !std::isfinite(h.span))
+        throw py::value_error(std::string(name) + ": range must be finite in float32");
+      covered = data && data->first >= h.low && data->second <= h.high;
+      if (!covered && !empty) {
+        if (!data) data = extremes(ch.array);
+        covered = data->first >= h.low && data->second <= h.high;  // false for NaN
+        if (!covered && (std::isnan(data->first) || std::isnan(data->second)))
+          throw py::value_error(std::string(name) + ": img holds NaN, which no bin takes");
+      }
+    } else {
+      const int64_t r = (int64_t)h.ihigh - h.ilow;
+      if (r + 1 > INT32_MAX || (r + 1 != bins && r * bins > INT32_MAX))
+        throw py::value_error(std::string(name) + ": range and bins too wide for the 32-bit bin "
+                                                  "arithmetic of integer histograms");
+      covered = h.ilow <= tr.lo && h.ihigh >= tr.hi;
+      if (!covered && !empty) {
+        if (!data) data = extremes(ch.array);
+        covered = data->first >= h.ilow && data->second <= h.ihigh;
+      }
+    }
+    if (!covered && !empty)
+      throw py::value_error(std::string(name) + ": img holds values from " +
+                            std::to_string(data->first) + " to " + std::to_string(data->second) +
+                            ", outside range; give a range that covers them");
+
+    const SornArray r = record(ch);
+    SornStatus st;
+    {
+      py::gil_scoped_release nogil;
+      if (m) {
+        const SornArray rm = record(*m);
+        st = s.masked.fn(thread_env(), flags, &r, &rm, nullptr, nullptr, 0, &h);
+      } else {
+        st = s.plain.fn(thread_env(), flags, &r, nullptr, 0, &h);
+      }
+    }
+    check(st, m ? s.masked.name : s.plain.name);
+  }
+  // The library keeps one counter past the last bin; it is no bin.
+  py::object view = counts[py::make_tuple(py::slice(0, C, 1), py::slice(0, bins, 1))];
+  if (I.ndim == 2) return view[py::int_(0)];
+  return view;
+}
+
+}  // namespace
+
+void bind(py::module_ &m, const char *name, const char *doc, const Reduction &s) {
+  m.def(
+      name,
+      [s, name](py::object img, py::object mask, bool invert_mask, bool fast) {
+        return reduce(s, name, img, mask, invert_mask, fast);
+      },
+      doc, py::arg("img"), py::kw_only(), py::arg("mask") = py::none(),
+      py::arg("invert_mask") = false, py::arg("fast") = false);
+}
+
+void bind(py::module_ &m, const char *name, const char *doc, const Histogram &s) {
+  m.def(
+      name,
+      [s, name](py::object img, int64_t bins, py::object range, py::object mask,
+                bool invert_mask) { return histogram(s, name, img, bins, range, mask, invert_mask); },
+      doc, py::arg("img"), py::arg("bins") = 256, py::arg("range") = py::none(), py::kw_only(),
+      py::arg("mask") = py::none(), py::arg("invert_mask") = false);
+}
+
+}  // namespace sorn::python

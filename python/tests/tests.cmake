@@ -1,0 +1,12 @@
+# The Python tests, one CTest test per test file, run by pytest with the
+# package from the build tree.
+file(GLOB sorn_py_tests CONFIGURE_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/test_*.py)
+foreach(test_file IN LISTS sorn_py_tests)
+  get_filename_component(test_name "${test_file}" NAME_WE)
+  add_test(NAME python.${test_name}
+           COMMAND ${Python3_EXECUTABLE} -m pytest -q -p no:cacheprovider "${test_file}"
+           WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
+  set_tests_properties(python.${test_name} PROPERTIES
+    ENVIRONMENT "PYTHONPATH=${CMAKE_CURRENT_BINARY_DIR};PYTHONDONTWRITEBYTECODE=1"
+    LABELS python TIMEOUT 300)
+endforeach()
