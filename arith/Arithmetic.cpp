@@ -1,17 +1,22 @@
-// Public entries of the two-source arithmetic families: the selector table,
-// the checks of three operands (or two with a constant), and the call of
-// layer 2. These families have no path through the call frame: a rank-4
-// destination is declined once everything else has been checked.
+// Public entries of the arithmetic families: the selector tables, the
+// checks of the operands (arith/arith_entry.h), and the call of layer 2.
+// One shared entry per operand shape: one source (_T_SornArith), two
+// sources (_T_SornArith2), a source and constants (_T_SornArith2c).
 #include <sorn.h>
 
-#include "core/entry.h"
+#include "arith/arith_entry.h"
 
-using sorn::Channels;
 using sorn::Operand;
+using sorn::arith::check_operands;
+using sorn::arith::first_source;
+using sorn::arith::Operands;
 
 namespace {
 
-// Layer 2 of a family with two array sources, and of one with a constant.
+// Layer 2 of a family with one source, two array sources, and a constant.
+using Arith1Layer = SornStatus (*)(SornXE *, SornFlags, SornDimPack, const int32_t *, uint32_t,
+                                   void *, const int32_t *, const int32_t *, uint32_t, const void *,
+                                   const int32_t *, const int32_t *, int32_t, uint32_t);
 using Arith2Layer = SornStatus (*)(SornXE *, SornFlags, SornDimPack, const int32_t *, uint32_t,
                                    void *, const int32_t *, const int32_t *, uint32_t, const void *,
                                    const int32_t *, const int32_t *, uint32_t, const void *,
@@ -21,9 +26,9 @@ using Arith2cLayer = SornStatus (*)(SornXE *, SornFlags, SornDimPack, const int3
                                     const void *, const int32_t *, const int32_t *, const double *,
                                     int32_t, uint32_t);
 
-// Every selector the two entries know. A selector without a layer in this
-// build (the multiplications and divisions, the sigmoid) passes all the
-// checks and is then declined as not supported.
+// Every selector the two-source entries know, with its layer for two arrays
+// and for an array and constants. The sigmoid shares the constant entry
+// only.
 struct Arith2Slot {
   uint32_t tag;
   Arith2Layer arrays;
@@ -33,56 +38,68 @@ struct Arith2Slot {
 constexpr Arith2Slot kArith2Slots[] = {
     {SORN_FOURCC('a', 'a', 'd', 'd'), &sorna_add, &sorna_addC},
     {SORN_FOURCC('a', 'd', 'd', 'q'), &sorna_addq, &sorna_addqC},
-    {SORN_FOURCC('a', 'd', 'i', 'v'), nullptr, nullptr},
+    {SORN_FOURCC('a', 'd', 'i', 'v'), &sorna_div, &sorna_divC},
     {SORN_FOURCC('a', 'd', 's', 'q'), &sorna_addsq, &sorna_addsqC},
-    {SORN_FOURCC('a', 'm', 'u', 'l'), nullptr, nullptr},
+    {SORN_FOURCC('a', 'm', 'u', 'l'), &sorna_mul, &sorna_mulC},
     {SORN_FOURCC('a', 's', 'u', 'b'), &sorna_sub, &sorna_subC},
-    {SORN_FOURCC('d', 'i', 'v', 'r'), nullptr, nullptr},
-    {SORN_FOURCC('r', 'd', 'i', 'v'), nullptr, nullptr},
-    {SORN_FOURCC('r', 'd', 'v', 'r'), nullptr, nullptr},
+    {SORN_FOURCC('d', 'i', 'v', 'r'), &sorna_divr, &sorna_divrC},
+    {SORN_FOURCC('r', 'd', 'i', 'v'), &sorna_rdiv, &sorna_rdivC},
+    {SORN_FOURCC('r', 'd', 'v', 'r'), &sorna_rdivr, &sorna_rdivrC},
     {SORN_FOURCC('r', 's', 'b', 'q'), &sorna_rsubq, &sorna_rsubqC},
     {SORN_FOURCC('r', 's', 's', 'q'), &sorna_rsubsq, &sorna_rsubsqC},
     {SORN_FOURCC('r', 's', 'u', 'b'), &sorna_rsub, &sorna_rsubC},
     {SORN_FOURCC('s', 'b', 's', 'q'), &sorna_subsq, &sorna_subsqC},
     {SORN_FOURCC('s', 'u', 'b', 'q'), &sorna_subq, &sorna_subqC},
+    {SORN_FOURCC('s', 'i', 'g', 'm'), nullptr, &sorna_sigmoidalpha},
 };
-// The sigmoid shares the constant entry only.
-constexpr Arith2Slot kSigmoidSlot = {SORN_FOURCC('s', 'i', 'g', 'm'), nullptr, nullptr};
 
-const Arith2Slot *find_slot(uint32_t tag, bool constant) {
-  for (const Arith2Slot &s : kArith2Slots)
+struct Arith1Slot {
+  uint32_t tag;
+  Arith1Layer layer;
+};
+
+constexpr Arith1Slot kArith1Slots[] = {
+    {SORN_FOURCC('n', 'e', 'g', ' '), &sorna_neg},
+    {SORN_FOURCC('n', 'e', 'g', 'q'), &sorna_negq},
+    {SORN_FOURCC('e', 'x', 'p', ' '), &sorna_exp},
+    {SORN_FOURCC('l', 'n', ' ', ' '), &sorna_ln},
+};
+
+template <class Slot, size_t N> const Slot *find_slot(const Slot (&slots)[N], uint32_t tag) {
+  for (const Slot &s : slots)
     if (s.tag == tag) return &s;
-  if (constant && tag == kSigmoidSlot.tag) return &kSigmoidSlot;
   return nullptr;
 }
 
 }  // namespace
 
+SornStatus _T_SornArith(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                        const SornArray *a, const SornVolume *dstroi, const SornVolume *aroi,
+                        int32_t sf, uint32_t extra) {
+  first_source(dst, dstroi, &a, &aroi);
+  const Arith1Slot *slot = find_slot(kArith1Slots, tag);
+  if (slot == nullptr) return SORN_EINVAL;
+  Operands<2> o;
+  const SornStatus st = check_operands<2>(dst, {a}, dstroi, {aroi}, &o);
+  if (st != SORN_OK) return st;
+  Operand &d = o[0], &oa = o[1];
+  return slot->layer(xe, flags, d.pack(), d.dims_at(), d.type, d.base, d.origin_at(),
+                     d.strides_at(), oa.type, oa.base, oa.origin_at(), oa.strides_at(), sf, extra);
+}
+
 SornStatus _T_SornArith2(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
                          const SornArray *a, const SornArray *b, const SornVolume *dstroi,
                          const SornVolume *aroi, const SornVolume *broi, int32_t sf,
                          uint32_t extra) {
-  if (a == nullptr) {
-    a = dst;
-    if (aroi == nullptr) aroi = dstroi;
-  }
-  const Arith2Slot *slot = find_slot(tag, false);
-  if (slot == nullptr) return SORN_EINVAL;
-  if (!sorn::good_image(dst)) return SORN_EINVAL;
-  if (!sorn::fits_image(a, dst, Channels::Same) || !sorn::fits_image(b, dst, Channels::Same))
-    return SORN_EINVAL;
-
+  first_source(dst, dstroi, &a, &aroi);
+  const Arith2Slot *slot = find_slot(kArith2Slots, tag);
+  if (slot == nullptr || slot->arrays == nullptr) return SORN_EINVAL;
   // The destination and the second source negotiate; the first source only
   // offers a start and is fitted to their rows and columns.
-  SornVolume roiD, roiA, roiB;
-  if (!sorn::negotiate(dst, b, dstroi, broi, &roiD, &roiB)) return SORN_ENOSPC;
-  if (!sorn::fit_operand(a, aroi, &roiA, &roiB, &roiD)) return SORN_ENOSPC;
-  if (sorn::no_channels(roiD)) return SORN_ENOSPC;
-  Operand d(dst, roiD), oa(a, roiA), ob(b, roiB);
-
-  // Checked this late on purpose: an empty ROI is reported first.
-  if (d.rank == 4) return SORN_ENOTSUP;
-  if (slot->arrays == nullptr) return SORN_ENOTSUP;
+  Operands<3> o;
+  const SornStatus st = check_operands<3>(dst, {a, b}, dstroi, {aroi, broi}, &o);
+  if (st != SORN_OK) return st;
+  Operand &d = o[0], &oa = o[1], &ob = o[2];
   return slot->arrays(xe, flags, d.pack(), d.dims_at(), d.type, d.base, d.origin_at(),
                       d.strides_at(), oa.type, oa.base, oa.origin_at(), oa.strides_at(), ob.type,
                       ob.base, ob.origin_at(), ob.strides_at(), sf, extra);
@@ -91,29 +108,20 @@ SornStatus _T_SornArith2(uint32_t tag, SornXE *xe, SornFlags flags, const SornAr
 SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
                           const SornArray *a, const double *cvec, const SornVolume *dstroi,
                           const SornVolume *aroi, int32_t sf, uint32_t extra) {
-  if (a == nullptr) {
-    a = dst;
-    if (aroi == nullptr) aroi = dstroi;
-  }
-  const Arith2Slot *slot = find_slot(tag, true);
-  if (slot == nullptr) return SORN_EINVAL;
-  if (!sorn::good_image(dst) || !sorn::fits_image(a, dst, Channels::Same)) return SORN_EINVAL;
-  if (cvec == nullptr) return SORN_EINVAL;
-
-  SornVolume roiD, roiA;
-  if (!sorn::negotiate(dst, a, dstroi, aroi, &roiD, &roiA)) return SORN_ENOSPC;
-  if (sorn::no_channels(roiD)) return SORN_ENOSPC;
-  Operand d(dst, roiD), oa(a, roiA);
-
-  if (d.rank == 4) return SORN_ENOTSUP;
-  if (slot->constant == nullptr) return SORN_ENOTSUP;
+  first_source(dst, dstroi, &a, &aroi);
+  const Arith2Slot *slot = find_slot(kArith2Slots, tag);
+  if (slot == nullptr || cvec == nullptr) return SORN_EINVAL;
+  Operands<2> o;
+  const SornStatus st = check_operands<2>(dst, {a}, dstroi, {aroi}, &o);
+  if (st != SORN_OK) return st;
+  Operand &d = o[0], &oa = o[1];
   return slot->constant(xe, flags, d.pack(), d.dims_at(), d.type, d.base, d.origin_at(),
                         d.strides_at(), oa.type, oa.base, oa.origin_at(), oa.strides_at(), cvec, sf,
                         extra);
 }
 
-// The public entries of the group: one selector each, for two arrays and
-// for an array and constants.
+// The public entries of the two-source group: one selector each, for two
+// arrays and for an array and constants.
 #define SORN_ARITH2_ENTRIES(name, a, b, c, d)                                                    \
   SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src, \
                         const SornArray *src2, const SornVolume *dstroi, const SornVolume *aroi, \
@@ -137,3 +145,27 @@ SORN_ARITH2_ENTRIES(Subsq, 's', 'b', 's', 'q')
 SORN_ARITH2_ENTRIES(RSub, 'r', 's', 'u', 'b')
 SORN_ARITH2_ENTRIES(RSubq, 'r', 's', 'b', 'q')
 SORN_ARITH2_ENTRIES(RSubsq, 'r', 's', 's', 'q')
+SORN_ARITH2_ENTRIES(Mul, 'a', 'm', 'u', 'l')
+SORN_ARITH2_ENTRIES(Div, 'a', 'd', 'i', 'v')
+SORN_ARITH2_ENTRIES(Divr, 'd', 'i', 'v', 'r')
+SORN_ARITH2_ENTRIES(RDiv, 'r', 'd', 'i', 'v')
+SORN_ARITH2_ENTRIES(RDivr, 'r', 'd', 'v', 'r')
+
+#define SORN_ARITH1_ENTRY(name, a, b, c, d)                                                      \
+  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src, \
+                        const SornVolume *dstroi, const SornVolume *aroi, int32_t sf,            \
+                        uint32_t extra) {                                                        \
+    return _T_SornArith(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, dstroi, aroi, sf, extra);  \
+  }
+
+SORN_ARITH1_ENTRY(Negate, 'n', 'e', 'g', ' ')
+SORN_ARITH1_ENTRY(Negateq, 'n', 'e', 'g', 'q')
+SORN_ARITH1_ENTRY(Exp, 'e', 'x', 'p', ' ')
+SORN_ARITH1_ENTRY(Ln, 'l', 'n', ' ', ' ')
+
+SornStatus SornSigmoidAlpha(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
+                            const double *cvec, const SornVolume *dstroi, const SornVolume *aroi,
+                            int32_t sf, uint32_t extra) {
+  return _T_SornArith2c(SORN_FOURCC('s', 'i', 'g', 'm'), xe, flags, dst, a, cvec, dstroi, aroi, sf,
+                        extra);
+}

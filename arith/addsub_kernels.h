@@ -21,10 +21,9 @@
       SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,                \
       const int32_t *dststrides, const void *pa, const int32_t *astrides, const void *pb,    \
       const int32_t *bstrides, int32_t sf, uint32_t extra) {                                 \
-    (void)extra;                                                                             \
     return sorn::arith::binary_kernel<sorn::arith::policy, sorn::tok::d, sorn::tok::a,       \
                                       sorn::tok::b>(xe, flags, n, dims, dst, dststrides, pa, \
-                                                    astrides, pb, bstrides, sf);             \
+                                                    astrides, pb, bstrides, sf, extra);      \
   }
 
 #define SORN_ARITH2C_KERNEL_DEF(fam, policy, d, a, t)                                             \

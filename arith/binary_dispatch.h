@@ -9,6 +9,7 @@
 #include <sorn.h>
 
 #include <cmath>
+#include <utility>
 
 #include "arith/binary_kernel.h"
 #include "core/entry.h"
@@ -28,40 +29,54 @@ inline bool wants_exchange_by_float(uint32_t atype, uint32_t btype) {
   return btype == SORN_F32 && atype != SORN_F32;
 }
 
+// The vectors a dispatcher hands its kernel, its own copies: dims and K
+// stride vectors, with the channels of the last cell (w & 15 of them) folded
+// into the row, so that the kernels run along each row over cols * c
+// adjacent elements.
+template <int K> struct Folded {
+  int32_t n;
+  int32_t dims[4];
+  int32_t strides[K][4];
+};
+
+// False when the packing word has no row to walk (fewer than 2 cells, or
+// more than the 4 there are).
+template <int K>
+inline bool fold_channels(SornDimPack pack, const int32_t *dims, const int32_t *const (&strides)[K],
+                          Folded<K> *f) {
+  const int32_t n = (int32_t)(pack & 15u);
+  if (n < 2 || n > 4) return false;
+  f->n = n;
+  for (int32_t i = 0; i < n; ++i) {
+    f->dims[i] = dims[i];
+    for (int k = 0; k < K; ++k) f->strides[k][i] = strides[k][i];
+  }
+  const int32_t c = dims[n - 1] & 15;
+  if (c > 1) {
+    f->dims[n - 1] = 1;
+    f->dims[n - 2] *= c;
+    for (int k = 0; k < K; ++k) f->strides[k][n - 2] /= c;
+  }
+  return true;
+}
+
 inline SornStatus dispatch_arrays(Arith2Lookup lookup, SornXE *xe, SornFlags flags,
                                   SornDimPack pack, const int32_t *dims, uint32_t dsttype,
                                   void *dstptr, const int32_t *dststrides, uint32_t atype,
                                   const void *aptr, const int32_t *astrides, uint32_t btype,
                                   const void *bptr, const int32_t *bstrides, int32_t sf,
                                   uint32_t extra) {
-  const int32_t n = (int32_t)(pack & 15u);
-  if (n < 2) return SORN_EINVAL;  // no row length to walk
-  const int32_t w = dims[n - 1];
-  flags = sorn::with_channel_format(flags, (uint32_t)w);
-
-  int32_t ldims[4], lds[4], las[4], lbs[4];
-  for (int32_t i = 0; i < n; ++i) {
-    ldims[i] = dims[i];
-    lds[i] = dststrides[i];
-    las[i] = astrides[i];
-    lbs[i] = bstrides[i];
-  }
-  // Adjacent channels are one longer row of single elements to the kernels.
-  const int32_t c = w & 15;
-  if (c > 1) {
-    ldims[n - 1] = 1;
-    ldims[n - 2] *= c;
-    lds[n - 2] /= c;
-    las[n - 2] /= c;
-    lbs[n - 2] /= c;
-  }
+  Folded<3> f;
+  if (!fold_channels<3>(pack, dims, {dststrides, astrides, bstrides}, &f)) return SORN_EINVAL;
+  flags = sorn::with_channel_format(flags, (uint32_t)dims[f.n - 1]);
 
   const int32_t dsize = elem_size(dsttype), asize = elem_size(atype);
   if (dsize >= asize || (dsttype == SORN_U8 && atype == SORN_S16)) {
     SornStatus st = SORN_OK;
     SornArith2Kernel k = lookup(dsttype, atype, btype, &st);
     if (st != SORN_OK) return st;
-    return k(xe, flags, n, ldims, dstptr, lds, aptr, las, bptr, lbs, sf, extra);
+    return k(xe, flags, f.n, f.dims, dstptr, f.strides[0], aptr, f.strides[1], bptr, f.strides[2],
+             sf, extra);
   }
 
   // A destination narrower than the first source: the operation is formed
@@ -75,6 +90,29 @@ inline SornStatus dispatch_arrays(Arith2Lookup lookup, SornXE *xe, SornFlags fla
   (void)lookup(atype, atype, btype, &st);
   if (st != SORN_OK) return st;
   return SORN_ENOTSUP;
+}
+
+// The dispatcher of an operation that commutes (addition, multiplication):
+// the sources are put in the order the kernels expect, the wider first, a
+// float before an integer of the same size.
+inline SornStatus dispatch_commuting(Arith2Lookup lookup, SornXE *xe, SornFlags flags,
+                                     SornDimPack pack, const int32_t *dims, uint32_t dsttype,
+                                     void *dstptr, const int32_t *dststrides, uint32_t atype,
+                                     const void *aptr, const int32_t *astrides, uint32_t btype,
+                                     const void *bptr, const int32_t *bstrides, int32_t sf,
+                                     uint32_t extra) {
+  if (wants_exchange_by_size(atype, btype)) {
+    std::swap(atype, btype);
+    std::swap(aptr, bptr);
+    std::swap(astrides, bstrides);
+  }
+  if (wants_exchange_by_float(atype, btype)) {
+    std::swap(atype, btype);
+    std::swap(aptr, bptr);
+    std::swap(astrides, bstrides);
+  }
+  return dispatch_arrays(lookup, xe, flags, pack, dims, dsttype, dstptr, dststrides, atype, aptr,
+                         astrides, btype, bptr, bstrides, sf, extra);
 }
 
 /* ---------------- constants ---------------- */

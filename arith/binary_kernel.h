@@ -1,8 +1,8 @@
 // The pattern behind every two-source element-wise kernel of the arithmetic
 // families: walk rows, convert each pair of elements by a per-element rule
 // that depends on the destination and source types, on the scale factor and
-// on an operation policy (add, subtract, reversed subtract, and their
-// saturating forms).
+// on an operation policy (add, subtract, reversed subtract, multiply, and
+// their saturating forms; negation and the square as one-source uses).
 //
 // Private to arith/: the exported kernels are thin wrappers over
 // binary_kernel<> instantiated from the type tables in sorn.h.
@@ -15,6 +15,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "arith/kernel_rows.h"
 #include "core/elem_types.h"
 
 namespace sorn::arith {
@@ -59,19 +60,26 @@ template <class D> inline ScaleArgs scale_args(int32_t sf) {
 
 // What a kernel does when both sources are the very same elements.
 enum class Like {
+  // Nothing of its own: the element rule runs as for any two sources.
+  Plain,
   // Addition hands the operation to the multiply-by-constant kernel of its
-  // triple. This build has no such kernels: the kernels with two sources of
-  // one type answer SORN_ENOTSUP for such a call and write nothing.
+  // triple, with a block of f64 2.0 on the stack (below).
   Multiply,
+  // Multiplication hands it to the square kernel of its type pair, which
+  // wraps at sf 0 where the product of two operands saturates.
+  Square,
   // Subtraction knows the answer: zero, written by the fill.
   Zero,
 };
 
 // Operation policies: the operator on each arithmetic width in use, whether
-// it saturates at a scale factor of 0 (the q forms), and its like sources.
-// The second operand is the second source, or the constant of the C forms.
+// it saturates at a scale factor of 0 (the q forms, and every product), its
+// like sources, and whether a 64-bit result is scaled down in f64 (products)
+// or in f32. The second operand is the second source, or the constant of the
+// C forms.
 struct AddOp {
   static constexpr bool saturate = false;
+  static constexpr bool wide_scale_f64 = false;
   static constexpr Like like = Like::Multiply;
   static int32_t i32(int32_t a, int32_t b) { return (int32_t)((uint32_t)a + (uint32_t)b); }
   static int64_t i64(int64_t a, int64_t b) { return a + b; }
@@ -92,6 +100,7 @@ struct AddOp {
 };
 struct SubOp {
   static constexpr bool saturate = false;
+  static constexpr bool wide_scale_f64 = false;
   static constexpr Like like = Like::Zero;
   static int32_t i32(int32_t a, int32_t b) { return (int32_t)((uint32_t)a - (uint32_t)b); }
   static int64_t i64(int64_t a, int64_t b) { return a - b; }
@@ -108,6 +117,7 @@ struct SubOp {
 // The reversed difference: the second operand less the first.
 struct RSubOp {
   static constexpr bool saturate = false;
+  static constexpr bool wide_scale_f64 = false;
   static constexpr Like like = Like::Zero;
   static int32_t i32(int32_t a, int32_t b) { return (int32_t)((uint32_t)b - (uint32_t)a); }
   static int64_t i64(int64_t a, int64_t b) { return b - a; }
@@ -116,7 +126,38 @@ struct RSubOp {
   static uint8_t sat_u8(uint8_t a, uint8_t b) { return SubOp::sat_u8(b, a); }
   static int16_t sat_s16(int16_t a, int16_t b) { return SubOp::sat_s16(b, a); }
 };
-// The saturating form of an operation: exact sums, clamped at sf 0 too.
+// The product. Plain, it is the square kernels' rule: 32 bits wide and
+// wrapping at sf 0, as a sum is; saturated, the multiplications' rule.
+struct MulOp {
+  static constexpr bool saturate = false;
+  static constexpr bool wide_scale_f64 = true;
+  static constexpr Like like = Like::Square;
+  static int32_t i32(int32_t a, int32_t b) { return (int32_t)((uint32_t)a * (uint32_t)b); }
+  static int64_t i64(int64_t a, int64_t b) { return a * b; }
+  static float f32(float a, float b) { return a * b; }
+  static double f64(double a, double b) { return a * b; }
+  // A byte product is at most 65025: 16 bits hold it.
+  static uint8_t sat_u8(uint8_t a, uint8_t b) {
+    const uint16_t p = (uint16_t)((uint16_t)a * (uint16_t)b);
+    return p > 255 ? (uint8_t)255 : (uint8_t)p;
+  }
+  static int16_t sat_s16(int16_t a, int16_t b) { return sat32<int16_t>((int32_t)a * (int32_t)b); }
+};
+// Negation of the first operand; the second is not read. The one-source
+// kernels pass the source for both.
+struct NegOp {
+  static constexpr bool saturate = false;
+  static constexpr bool wide_scale_f64 = false;
+  static constexpr Like like = Like::Plain;
+  static int32_t i32(int32_t a, int32_t) { return (int32_t)(0u - (uint32_t)a); }
+  static int64_t i64(int64_t a, int64_t) { return -a; }
+  // The sign flips: -(0.0) is -0.0, and a NaN keeps its payload.
+  static float f32(float a, float) { return -a; }
+  static double f64(double a, double) { return -a; }
+  static uint8_t sat_u8(uint8_t, uint8_t) { return 0; }
+  static int16_t sat_s16(int16_t a, int16_t) { return a == INT16_MIN ? INT16_MAX : (int16_t)-a; }
+};
+// The saturating form of an operation: exact results, clamped at sf 0 too.
 template <class Op> struct Sat : Op {
   using Plain = Op;
   static constexpr bool saturate = true;
@@ -124,22 +165,45 @@ template <class Op> struct Sat : Op {
 using AddqOp = Sat<AddOp>;
 using SubqOp = Sat<SubOp>;
 using RSubqOp = Sat<RSubOp>;
+using MulqOp = Sat<MulOp>;
+using NegqOp = Sat<NegOp>;
 
 // Round a float to an integer value in the current mode, then saturate it
 // to the destination: the q rule for negative scale factors.
 template <class D> inline D sat_round(float x) {
   const float c = x < 0.0f ? -8388608.0f : 8388608.0f;
   const float near = (x + c) - c;
-  const float r = ((x > -8388608.0f) & (x < 8388608.0f)) ? near : x;
+  const float r = pick_f32((x > -8388608.0f) & (x < 8388608.0f), near, x);
   if constexpr (std::is_same_v<D, int32_t>) {
     const bool fits = (r >= -2147483648.0f) & (r < 2147483648.0f);
-    const int32_t v = (int32_t)(fits ? r : 0.0f);
-    return r >= 2147483648.0f ? INT32_MAX : r < -2147483648.0f ? INT32_MIN : v;
+    const int32_t v = (int32_t)pick_f32(fits, r, 0.0f);
+    return pick_i32(fits, v, r >= 2147483648.0f ? INT32_MAX : INT32_MIN);
   } else {
     constexpr float lo = (float)int_range<D>::lo, hi = (float)int_range<D>::hi;
     const float cl = r < lo ? lo : r > hi ? hi : r;
     return (D)(int32_t)cl;
   }
+}
+
+// A converted integer into the destination: an s32 takes it as it is (out
+// of range it is already 0x80000000), narrower ones are clamped.
+template <class D> inline D store_converted(int32_t v) {
+  if constexpr (std::is_same_v<D, int32_t>)
+    return v;
+  else
+    return sat32<D>(v);
+}
+
+// A float result into the destination: an f32 takes it rounded to f32, an
+// integer one rounded to nearest-even in 32 bits, then clamped by the
+// saturating forms and wrapped into its low bits by the plain ones.
+template <class Op, class D, class R> inline D float_result(R r) {
+  if constexpr (std::is_floating_point_v<D>)
+    return (D)r;
+  else if constexpr (Op::saturate)
+    return store_converted<D>(round_i32(r));
+  else
+    return (D)round_i32(r);
 }
 
 // One element. Integer sources combine in 32 bits (wrapping); the scale rule
@@ -153,25 +217,13 @@ inline D binary_elem(A a, B b, const ScaleArgs &k) {
   constexpr bool fd = std::is_floating_point_v<D>;
   if constexpr (std::is_same_v<B, double>) {
     // A constant of the f64 class: the operation runs in f64.
-    const double r = Op::f64((double)a, b);
-    if constexpr (fd)
-      return (float)r;
-    else
-      return round_i32(r);
+    return float_result<Op, D>(Op::f64((double)a, b));
   } else if constexpr (fa || fb) {
     if constexpr (std::is_same_v<A, int32_t> || std::is_same_v<B, int32_t>) {
       // An s32 does not fit a float's mantissa: the combination runs in f64.
-      const double r = Op::f64((double)a, (double)b);
-      if constexpr (fd)
-        return (float)r;
-      else
-        return round_i32(r);
+      return float_result<Op, D>(Op::f64((double)a, (double)b));
     } else {
-      const float r = Op::f32((float)a, (float)b);
-      if constexpr (fd)
-        return r;
-      else
-        return round_i32(r);
+      return float_result<Op, D>(Op::f32((float)a, (float)b));
     }
   } else if constexpr (Op::saturate) {
     constexpr bool wide = std::is_same_v<A, int32_t> || std::is_same_v<B, int32_t>;
@@ -183,6 +235,8 @@ inline D binary_elem(A a, B b, const ScaleArgs &k) {
         return sat<D>(s);
       else if constexpr (S == Scale::Shift || S == Scale::WideShift)
         return sat<D>((int64_t)((uint64_t)s << k.shift));
+      else if constexpr (Op::wide_scale_f64)
+        return store_converted<D>(round_i32((double)s * (double)k.factor));
       else
         return sat_round<D>((float)s * k.factor);
     } else if constexpr (S == Scale::Wrap && std::is_same_v<D, uint8_t> &&
@@ -220,11 +274,7 @@ inline D binary_elem(A a, B b, const ScaleArgs &k) {
       const int64_t v = (int64_t)((uint64_t)(int64_t)s << k.shift);
       return sat<D>(v);
     } else {
-      const int32_t v = round_i32((float)s * k.factor);
-      if constexpr (std::is_same_v<D, int32_t>)
-        return v;
-      else
-        return sat32<D>(v);
+      return store_converted<D>(round_i32((float)s * k.factor));
     }
   }
 }
@@ -262,38 +312,79 @@ template <class D, class A, class B, class Run> inline void by_scale(int32_t sf,
   }
 }
 
+// The kernels that take over from a two-source kernel whose sources are the
+// very same elements: the multiply-by-constant kernel of the same triple for
+// addition, the square kernel of the type pair for multiplication. Filled in
+// from the type tables below the pattern; a triple that is not there has none.
+template <class D, class A, class T> struct MulCKernel {
+  static constexpr SornArith2cKernel kernel = nullptr;
+};
+template <class D, class A> struct SqrKernel {
+  static constexpr SornArith1Kernel kernel = nullptr;
+};
+#define SORN_MULC_KERNEL_OF(d, a, t)                                       \
+  template <> struct MulCKernel<tok::d, tok::a, tok::t> {                  \
+    static constexpr SornArith2cKernel kernel = &sorna__mulC_c1_##d##a##t; \
+  };
+#define SORN_SQR_KERNEL_OF(d, a)                                      \
+  template <> struct SqrKernel<tok::d, tok::a> {                      \
+    static constexpr SornArith1Kernel kernel = &sorna__sqr_c1_##d##a; \
+  };
+SORN_MULC_TRIPLES(SORN_MULC_KERNEL_OF)
+SORN_SQR_PAIRS(SORN_SQR_KERNEL_OF)
+#undef SORN_MULC_KERNEL_OF
+#undef SORN_SQR_KERNEL_OF
+
+// Like sources of an addition: the multiply-by-constant kernel of the triple
+// on a block that holds the f64 value 2.0 four times. The kernel reads the
+// block as a vector of its own constant type, not as doubles, so the factors
+// it applies in its cycle of four are the first 16 bytes of that block: the
+// bytes 0, 0, 0, 0 for u8 constants, the words 0, 0, 0, 16384 for s16,
+// 0, 2^30, 0, 2^30 for s32 and 0.0, 2.0, 0.0, 2.0 for f32. So x + x in place
+// on u8 writes zeros. That is how this operation has always answered, and it
+// is kept: it is not a doubling.
+template <class D, class A, class B>
+SornStatus add_like_sources(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,
+                            const int32_t *dststrides, const void *pa, const int32_t *astrides,
+                            int32_t sf, uint32_t extra) {
+  constexpr SornArith2cKernel mulc = MulCKernel<D, A, B>::kernel;
+  static_assert(mulc != nullptr, "every triple of two like sources has a multiply kernel");
+  alignas(16) const double two[4] = {2.0, 2.0, 2.0, 2.0};
+  return mulc(xe, flags, n, dims, dst, dststrides, pa, astrides, two, sf, extra);
+}
+
 // The kernel: rows are dims[n-3] (one row with no step when n is 2), the row
 // length dims[n-2]; elements along a row are adjacent whatever the strides say.
 template <class Op, class D, class A, class B>
 SornStatus binary_kernel(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,
                          const int32_t *dststrides, const void *pa, const int32_t *astrides,
-                         const void *pb, const int32_t *bstrides, int32_t sf) {
+                         const void *pb, const int32_t *bstrides, int32_t sf, uint32_t extra) {
   if (n < 2) return SORN_OK;
-  if (pa == pb && sorn_vec__equal(n, astrides, bstrides)) {
-    if constexpr (Op::like == Like::Zero) {
-      // a - a is 0 whatever the scale factor: a block of zero bytes.
-      const uint32_t zero[4] = {0, 0, 0, 0};
-      if (sorna__dofill(xe, flags, n, dims, dst, dststrides, zero) == SORN_OK) return SORN_OK;
-    } else if constexpr (std::is_same_v<A, B>) {
-      return SORN_ENOTSUP;
+  if constexpr (Op::like != Like::Plain && (Op::like == Like::Zero || std::is_same_v<A, B>)) {
+    if (pa == pb && sorn_vec__equal(n, astrides, bstrides)) {
+      if constexpr (Op::like == Like::Zero) {
+        // a - a is 0 whatever the scale factor: a block of zero bytes.
+        const uint32_t zero[4] = {0, 0, 0, 0};
+        if (sorna__dofill(xe, flags, n, dims, dst, dststrides, zero) == SORN_OK) return SORN_OK;
+      } else if constexpr (Op::like == Like::Multiply) {
+        return add_like_sources<D, A, B>(xe, flags, n, dims, dst, dststrides, pa, astrides, sf,
+                                         extra);
+      } else {
+        constexpr SornArith1Kernel sqr = SqrKernel<D, A>::kernel;
+        static_assert(sqr != nullptr, "every pair of two like sources has a square kernel");
+        if (sqr(xe, flags, n, dims, dst, dststrides, pa, astrides, sf, extra) == SORN_OK)
+          return SORN_OK;
+      }
     }
   }
-  int32_t rows = 1;
-  ptrdiff_t ds = 0, as = 0, bs = 0;
-  if (n >= 3) {
-    rows = dims[n - 3];
-    ds = dststrides[n - 3];
-    as = astrides[n - 3];
-    bs = bstrides[n - 3];
-  }
-  const int32_t cols = dims[n - 2];
-  if (rows < 1 || cols < 1) return SORN_OK;
+  KernelRows r;
+  if (!kernel_rows(n, dims, dststrides, astrides, bstrides, 1, &r)) return SORN_OK;
   char *d = static_cast<char *>(dst);
   const char *a = static_cast<const char *>(pa);
   const char *b = static_cast<const char *>(pb);
   const ScaleArgs k = scale_args<D>(sf);
   by_scale<D, A, B>(sf, [&](auto s) {
-    binary_rows<Op, decltype(s)::value, D, A, B>(rows, cols, d, ds, a, as, b, bs, k);
+    binary_rows<Op, decltype(s)::value, D, A, B>(r.rows, r.len, d, r.ds, a, r.as, b, r.bs, k);
   });
   return SORN_OK;
 }
@@ -330,17 +421,9 @@ inline void const_rows(int32_t rows, int32_t len, int32_t period, char *d, ptrdi
 template <class Op, class D, class A, class T>
 SornStatus const_kernel(int32_t n, const int32_t *dims, void *dst, const int32_t *dststrides,
                         const void *pa, const int32_t *astrides, const void *block, int32_t sf) {
-  if (n < 2) return SORN_OK;
-  int32_t rows = 1;
-  ptrdiff_t ds = 0, as = 0;
-  if (n >= 3) {
-    rows = dims[n - 3];
-    ds = dststrides[n - 3];
-    as = astrides[n - 3];
-  }
-  const int32_t ch = dims[n - 1] & 15;
-  const int32_t len = dims[n - 2] * ch;
-  if (rows < 1 || len < 1) return SORN_OK;
+  const int32_t ch = n >= 1 ? dims[n - 1] & 15 : 0;
+  KernelRows r;
+  if (!kernel_rows(n, dims, dststrides, astrides, nullptr, ch, &r)) return SORN_OK;
   T c[4];
   std::memcpy(c, block, sizeof c);
   const int32_t period = ch == 3 ? 3 : 4;
@@ -348,7 +431,7 @@ SornStatus const_kernel(int32_t n, const int32_t *dims, void *dst, const int32_t
   char *d = static_cast<char *>(dst);
   const char *a = static_cast<const char *>(pa);
   by_scale<D, A, T>(sf, [&](auto s) {
-    const_rows<Op, decltype(s)::value, D, A, T>(rows, len, period, d, ds, a, as, c, k);
+    const_rows<Op, decltype(s)::value, D, A, T>(r.rows, r.len, period, d, r.ds, a, r.as, c, k);
   });
   return SORN_OK;
 }

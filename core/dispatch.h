@@ -97,6 +97,15 @@ template <class K> struct KernelRow {
 #define SORN_TRIPLE_ROW(prefix, d, a, b) \
   SORN_KERNEL_ROW(prefix##d##a##b, SORN_TYPECODE(d), SORN_TYPECODE(a), SORN_TYPECODE(b))
 
+// The row of a pair line (d, a) whose kernel is named <prefix><d><a>, as
+// sorna__neg_c1_u8s16.
+#define SORN_PAIR_ROW(prefix, d, a) \
+  SORN_KERNEL_ROW(prefix##d##a, SORN_TYPECODE(d), SORN_TYPECODE(a))
+// The row of a line (c, d, a) of a table keyed by a channel count and two
+// types, whose kernel is named <prefix><c>_<d><a>, as sorna__divC_c3_u8u8.
+#define SORN_COUNT_ROW(c, prefix, d, a) \
+  SORN_KERNEL_ROW(prefix##c##_##d##a, c, SORN_TYPECODE(d), SORN_TYPECODE(a))
+
 // What a key without a kernel answers: known codes are not supported, any
 // unknown code is invalid.
 template <class... C> constexpr SornStatus refusal_for(C... codes) {
@@ -143,6 +152,23 @@ K lookup_triple(const KernelRow<K> (&table)[N], uint32_t d, uint32_t a, uint32_t
   return lookup(table, kernel_key(d, a, b), refusal_for(d, a, b), status);
 }
 
+// The lookup of a family keyed by a type pair, destination and source, the
+// key d << 4 | a.
+template <class K, size_t N>
+K lookup_pair(const KernelRow<K> (&table)[N], uint32_t d, uint32_t a, SornStatus *status) {
+  return lookup(table, kernel_key(d, a), refusal_for(d, a), status);
+}
+
+// The lookup of a family that keeps one constant per channel, keyed by the
+// channel count (1, 3 or 4) and two types, the key c << 8 | d << 4 | a: any
+// other count is invalid whatever the types.
+template <class K, size_t N>
+K lookup_count(const KernelRow<K> (&table)[N], uint32_t d, uint32_t a, int32_t count,
+               SornStatus *status) {
+  if (count != 1 && count != 3 && count != 4) return refusal<K>(SORN_EINVAL, status);
+  return lookup(table, kernel_key((uint32_t)count, d, a), refusal_for(d, a), status);
+}
+
 // The lookup of a family keyed by channel word and element type, the key
 // kernel_key(channels, type): a channel word without kernels is invalid
 // whatever the type; `missing` answers a type without a kernel.
@@ -160,4 +186,15 @@ K lookup_channels(const KernelRow<K> (&table)[N], uint32_t chword, uint32_t type
 #define SORN_TRIPLE_LOOKUP(name, K, table)                         \
   K name(uint32_t d, uint32_t a, uint32_t b, SornStatus *status) { \
     return ::sorn::lookup_triple(table, d, a, b, status);          \
+  }
+// An exported lookup over a pair table, K name(d, a, status).
+#define SORN_PAIR_LOOKUP(name, K, table)               \
+  K name(uint32_t d, uint32_t a, SornStatus *status) { \
+    return ::sorn::lookup_pair(table, d, a, status);   \
+  }
+// An exported lookup over a table keyed by channel count and two types,
+// K name(d, a, channels, status).
+#define SORN_COUNT_LOOKUP(name, K, table)                                \
+  K name(uint32_t d, uint32_t a, int32_t channels, SornStatus *status) { \
+    return ::sorn::lookup_count(table, d, a, channels, status);          \
   }

@@ -7,6 +7,7 @@
 
 #include <sorn.h>
 
+#include <bit>
 #include <cfloat>
 #include <cstdint>
 #include <type_traits>
@@ -63,6 +64,24 @@ constexpr int32_t channels_of(int64_t w) { return (int32_t)((w & 7) + ((w >> 3) 
 
 /* ---------------- rounding ---------------- */
 
+// c ? a : b on the bits. The conversions below choose with these so that
+// the compiler keeps a select where the float arithmetic of either value
+// could trap: written as c ? a : b it moves that arithmetic under the
+// condition, and then cannot vectorise the row.
+inline int32_t pick_i32(bool c, int32_t a, int32_t b) {
+  const uint32_t m = 0u - (uint32_t)c;
+  return (int32_t)(((uint32_t)a & m) | ((uint32_t)b & ~m));
+}
+inline float pick_f32(bool c, float a, float b) {
+  const uint32_t m = 0u - (uint32_t)c;
+  return std::bit_cast<float>((std::bit_cast<uint32_t>(a) & m) | (std::bit_cast<uint32_t>(b) & ~m));
+}
+inline double pick_f64(bool c, double a, double b) {
+  const uint64_t m = 0ull - (uint64_t)c;
+  return std::bit_cast<double>((std::bit_cast<uint64_t>(a) & m) |
+                               (std::bit_cast<uint64_t>(b) & ~m));
+}
+
 // Float to s32 the way the processor converts in its current rounding mode
 // (nearest-even by default): anything outside 32 bits, NaN included, becomes
 // 0x80000000. Adding and removing 2^23 (2^52 for doubles) with the sign of
@@ -72,28 +91,34 @@ constexpr int32_t channels_of(int64_t w) { return (int32_t)((w & 7) + ((w >> 3) 
 inline int32_t round_i32(float x) {
   const float c = x < 0.0f ? -8388608.0f : 8388608.0f;
   const float near = (x + c) - c;
-  const float r = ((x > -8388608.0f) & (x < 8388608.0f)) ? near : x;
+  const float r = pick_f32((x > -8388608.0f) & (x < 8388608.0f), near, x);
   const bool fits = (x >= -2147483648.0f) & (x < 2147483648.0f);  // false for NaN
-  const int32_t v = (int32_t)(fits ? r : 0.0f);
-  return fits ? v : INT32_MIN;
+  const int32_t v = (int32_t)pick_f32(fits, r, 0.0f);
+  return pick_i32(fits, v, INT32_MIN);
 }
 
 inline int32_t round_i32(double x) {
   const double c = x < 0.0 ? -4503599627370496.0 : 4503599627370496.0;
   const double near = (x + c) - c;
-  const double r = ((x > -4503599627370496.0) & (x < 4503599627370496.0)) ? near : x;
+  const double r = pick_f64((x > -4503599627370496.0) & (x < 4503599627370496.0), near, x);
   // Judged on the rounded value: a double just below 2^31 rounds up to it.
   const bool fits = (r >= -2147483648.0) & (r < 2147483648.0);
-  const int32_t v = (int32_t)(fits ? r : 0.0);
-  return fits ? v : INT32_MIN;
+  const int32_t v = (int32_t)pick_f64(fits, r, 0.0);
+  return pick_i32(fits, v, INT32_MIN);
 }
 
 // Truncation toward zero, with the same answer for what does not fit.
+// Written with selects, like round_i32, so that rows vectorise.
 inline int32_t trunc_i32(double v) {
-  if (!(v > -2147483649.0 && v < 2147483648.0)) return INT32_MIN;
-  return (int32_t)v;
+  const bool fits = (v > -2147483649.0) & (v < 2147483648.0);  // false for NaN
+  const int32_t t = (int32_t)pick_f64(fits, v, 0.0);
+  return pick_i32(fits, t, INT32_MIN);
 }
-inline int32_t trunc_i32(float v) { return trunc_i32((double)v); }
+inline int32_t trunc_i32(float v) {
+  const bool fits = (v >= -2147483648.0f) & (v < 2147483648.0f);
+  const int32_t t = (int32_t)pick_f32(fits, v, 0.0f);
+  return pick_i32(fits, t, INT32_MIN);
+}
 
 // A double to 64 bits by truncation: what does not fit (NaN included) is
 // the most negative value, as the processor's conversion gives it.

@@ -18,9 +18,8 @@ namespace {
 
 constexpr uint32_t kAadd = SORN_FOURCC('a', 'a', 'd', 'd');
 
-// The multiply and divide families, whose slots of the shared entries are
-// still empty.
-const uint32_t kLaterTags[] = {
+// The multiply and divide families, on the same shared entries.
+const uint32_t kMulDivTags[] = {
     SORN_FOURCC('a', 'd', 'i', 'v'), SORN_FOURCC('a', 'm', 'u', 'l'), SORN_FOURCC('d', 'i', 'v', 'r'),
     SORN_FOURCC('r', 'd', 'i', 'v'), SORN_FOURCC('r', 'd', 'v', 'r')};
 
@@ -132,21 +131,24 @@ TEST(AddFailures, UnknownTagIsInvalid) {
   EXPECT_TRUE(t.untouched());
 }
 
-TEST(AddFailures, LaterFamiliesPassTheChecksAndAreNotSupportedYet) {
-  // pending: multiply and divide fill their slots of the shared entry later.
+TEST(AddFailures, MultiplyAndDivideSelectorsCheckAsAdditionDoes) {
   Trio t;
   SornVolume far = make_roi(50, 50, 2, 2, 1);
   SornArray bad = t.rd;
   bad.ndims = 2;
-  for (uint32_t tag : kLaterTags) {
-    EXPECT_EQ(_T_SornArith2(tag, &t.xe, 0, &t.rd, &t.ra, &t.rb, nullptr, nullptr, nullptr, 0, 0),
-              SORN_ENOTSUP);
+  for (uint32_t tag : kMulDivTags) {
+    t.before = t.d.bytes_copy();
     EXPECT_EQ(_T_SornArith2(tag, &t.xe, 0, &bad, &t.ra, &t.rb, nullptr, nullptr, nullptr, 0, 0),
               SORN_EINVAL);
     EXPECT_EQ(_T_SornArith2(tag, &t.xe, 0, &t.rd, &t.ra, &t.rb, &far, nullptr, nullptr, 0, 0),
               SORN_ENOSPC);
+    EXPECT_TRUE(t.untouched());
+    EXPECT_EQ(_T_SornArith2(tag, &t.xe, 0, &t.rd, &t.ra, &t.rb, nullptr, nullptr, nullptr, 0, 0),
+              SORN_OK);
   }
-  EXPECT_TRUE(t.untouched());
+  // The last selector was rdvr: b / a rounded, ramps from 2 over ramps from 1.
+  EXPECT_EQ(t.d.at<uint8_t>(0, 0), 2);
+  EXPECT_EQ(t.d.at<uint8_t>(0, 2), 1) << "4 / 3 rounds to 1";
 }
 
 TEST(AddFailures, BadDestinationIsInvalid) {
@@ -248,6 +250,36 @@ TEST(AddFailures, FourDimensionsAreNotSupported) {
   SornVolume out = make_roi(9, 9, 2, 2, 1, 0, 2);
   EXPECT_EQ(SornAdd(nullptr, 0, &d, &a, &b, &out, nullptr, nullptr, 0, 0), SORN_ENOSPC);
   for (uint8_t v : dbuf) ASSERT_EQ(v, 0x33);
+}
+
+TEST(AddLikeSources, InPlaceOnU8WritesZeros) {
+  // The add kernels hand two like sources to the multiply-by-constant
+  // kernel of their triple, whose u8 factors are all 0.
+  Image d(3, 4, 1, SORN_U8, 0, 7);
+  fill_ramp(d, 1);
+  SornArray rd = d.record();
+  EXPECT_EQ(SornAdd(nullptr, 0, &rd, &rd, &rd, nullptr, nullptr, nullptr, 0, 0), SORN_OK);
+  for (int32_t y = 0; y < 3; ++y)
+    for (int32_t x = 0; x < 4; ++x) EXPECT_EQ(d.at<uint8_t>(y, x), 0) << y << "," << x;
+  fill_ramp(d, 1);
+  EXPECT_EQ(SornAdd(nullptr, 0, &rd, nullptr, &rd, nullptr, nullptr, nullptr, 0, 0), SORN_OK);
+  EXPECT_EQ(d.at<uint8_t>(2, 3), 0);
+  EXPECT_TRUE(d.guards_intact());
+}
+
+TEST(AddLikeSources, F32SourceGivenTwiceDoublesEveryOtherElement) {
+  // The f32 factors of the cycle are 0, 2, 0, 2; three channels fold into
+  // one row of 6 elements, so the cycle restarts on every row.
+  Image a(2, 2, 3, SORN_F32), d(2, 2, 3, SORN_F32, 4, 0x11);
+  fill_ramp(a, 1);
+  SornArray rd = d.record(), ra = a.record();
+  EXPECT_EQ(SornAdd(nullptr, 0, &rd, &ra, &ra, nullptr, nullptr, nullptr, 0, 0), SORN_OK);
+  for (int32_t y = 0; y < 2; ++y)
+    for (int32_t x = 0; x < 6; ++x) {
+      const float v = (float)a.get(y, x / 3, x % 3);
+      EXPECT_EQ(d.get(y, x / 3, x % 3), x % 2 ? 2.0f * v : 0.0f) << y << "," << x;
+    }
+  EXPECT_TRUE(d.guards_intact());
 }
 
 // --- ROI negotiation with three operands ------------------------------------
@@ -474,16 +506,26 @@ TEST(AddU8, EveryPairForEveryScaleFactorThroughTheEntry) {
 
 // --- the constant form ------------------------------------------------------
 
-TEST(AddC, LaterFamiliesPassTheChecksAndAreNotSupportedYet) {
-  // pending: the sigmoid, multiply and divide constant forms.
+TEST(AddC, MultiplyDivideAndSigmoidSelectorsAnswerValues) {
   Trio t;
-  const double c[4] = {1, 2, 3, 4};
+  const double c[4] = {2, 2, 2, 2};
+  for (uint32_t tag : kMulDivTags)
+    EXPECT_EQ(_T_SornArith2c(tag, &t.xe, 0, &t.rd, &t.ra, c, nullptr, nullptr, 0, 0), SORN_OK);
+  // The last selector was rdvr: 2 / a rounded, over a ramp from 1.
+  EXPECT_EQ(t.d.at<uint8_t>(0, 0), 2);
+  EXPECT_EQ(t.d.at<uint8_t>(0, 2), 1) << "2 / 3 rounds to 1";
+  // The sigmoid of a u8 image has no function: not supported, untouched ...
+  t.before = t.d.bytes_copy();
   EXPECT_EQ(_T_SornArith2c(SORN_FOURCC('s', 'i', 'g', 'm'), &t.xe, 0, &t.rd, &t.ra, c, nullptr,
                            nullptr, 0, 0),
             SORN_ENOTSUP);
-  for (uint32_t tag : kLaterTags)
-    EXPECT_EQ(_T_SornArith2c(tag, &t.xe, 0, &t.rd, &t.ra, c, nullptr, nullptr, 0, 0), SORN_ENOTSUP);
   EXPECT_TRUE(t.untouched());
+  // ... but a slope of 0 fills the destination with 1 before types matter.
+  const double zero[4] = {0, 0, 0, 0};
+  EXPECT_EQ(_T_SornArith2c(SORN_FOURCC('s', 'i', 'g', 'm'), &t.xe, 0, &t.rd, &t.ra, zero, nullptr,
+                           nullptr, 0, 0),
+            SORN_OK);
+  EXPECT_EQ(t.d.at<uint8_t>(5, 7), 1);
 }
 
 TEST(AddC, FailuresInTheirOrder) {

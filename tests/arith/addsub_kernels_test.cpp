@@ -9,6 +9,7 @@
 #include <limits>
 
 #include "addsub_reference.h"
+#include "muldiv_reference.h"
 #include "testkit.h"
 
 using addsub_ref::Op;
@@ -210,6 +211,64 @@ TEST(GroupLikeSources, SameBaseWithOtherStridesIsAnOrdinaryDifference) {
   ASSERT_EQ(sorna__sub_c1_u8u8u8(nullptr, 0, 3, dims, d, sd, a, sa, a, sb, 0, 0), SORN_OK);
   EXPECT_EQ(d[0], 0);
   EXPECT_EQ(d[2], 20) << "row 1: 50 - 30";
+}
+
+// The factor that the multiply-by-constant kernel of a like-source addition
+// applies to element x of a row: the block of f64 2.0 read as constants of
+// the kernel's own type, in its cycle of four.
+double like_factor(uint32_t t, int32_t x) {
+  switch (t) {
+    case SORN_U8: return 0;
+    case SORN_S16: return x % 4 == 3 ? 16384 : 0;
+    case SORN_S32: return x % 2 == 1 ? 1073741824.0 : 0;
+    default: return x % 2 == 1 ? 2.0 : 0.0;
+  }
+}
+
+TEST(GroupLikeSources, AdditionOfASourceToItselfIsTheMultiplyKernelOnABlockOfTwos) {
+  auto rng = sorn_test::seeded_rng(0x5b02);
+  int kernels = 0;
+  for (const addsub_ref::Kernel &k : addsub_ref::kernels()) {
+    if (k.op != Op::Add || k.a != k.b) continue;
+    ++kernels;
+    for (int32_t sf : add_ref::scale_factors()) {
+      const uint32_t dimg = k.dst == SORN_S8 ? SORN_U8 : k.dst;
+      Operand a(3, 9, 1, k.a, 4), d(3, 9, 1, dimg, 8);
+      fill_random(rng, a.img);
+      const std::vector<uint8_t> before = d.img.bytes_copy();
+      int32_t dims[3] = {3, 9, 1};
+      ASSERT_EQ(k.kernel(nullptr, 0, 3, dims, d.img.base(), d.strides, a.img.base(), a.strides,
+                         a.img.base(), a.strides, sf, 0),
+                SORN_OK);
+      for (int32_t y = 0; y < 3; ++y)
+        for (int32_t x = 0; x < 9; ++x) {
+          const double e = muldiv_ref::mul(k.dst, k.a, k.a, a.img.get(y, x), like_factor(k.a, x), sf);
+          // An s8 destination is the bytes of a u8 image read as signed.
+          const double g = k.dst == SORN_S8 ? (double)(int8_t)d.img.at<uint8_t>(y, x)
+                                            : d.img.get(y, x);
+          ASSERT_TRUE(add_ref::same(k.dst, e, g))
+              << k.name << " sf " << sf << " at " << y << "," << x << ": " << a.img.get(y, x)
+              << " gave " << g << ", expected " << e;
+        }
+      check_rows_padding(d.img, before);
+    }
+  }
+  EXPECT_EQ(kernels, 12 + 6) << "twelve add kernels and six addq kernels of like sources";
+}
+
+TEST(GroupLikeSources, U8DoubledInPlaceWritesZeros) {
+  uint8_t a[8] = {1, 2, 3, 100, 200, 255, 0, 7};
+  int32_t dims[3] = {2, 4, 1}, s[3] = {4, 1, 1};
+  ASSERT_EQ(sorna__add_c1_u8u8u8(nullptr, 0, 3, dims, a, s, a, s, a, s, 0, 0), SORN_OK);
+  for (uint8_t v : a) EXPECT_EQ(v, 0);
+}
+
+TEST(GroupLikeSources, SameBaseWithOtherStridesIsAnOrdinarySum) {
+  uint8_t a[8] = {10, 20, 30, 40, 50, 60, 70, 80}, d[4];
+  int32_t dims[3] = {2, 2, 1}, sa[3] = {4, 1, 1}, sb[3] = {2, 1, 1}, sd[3] = {2, 1, 1};
+  ASSERT_EQ(sorna__add_c1_u8u8u8(nullptr, 0, 3, dims, d, sd, a, sa, a, sb, 0, 0), SORN_OK);
+  EXPECT_EQ(d[0], 20);
+  EXPECT_EQ(d[2], 80) << "row 1: 50 + 30";
 }
 
 // --- exchange of sources ----------------------------------------------------

@@ -9,8 +9,6 @@
 //   tile and the saturating conversion.
 // - The tile paths of the constant forms: convert first for an f32
 //   destination, operate first for a narrow one.
-// - Like sources: the add and addq kernels hand two identical sources (same
-//   base, same strides) to the multiply-by-constant kernels.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -134,47 +132,6 @@ TEST(Pending, ConstantTilePathsDeclineAndWriteNothing) {
         ASSERT_EQ(d.bytes_copy(), before) << f.name;
         ASSERT_TRUE(d.guards_intact()) << f.name;
       }
-}
-
-TEST(Pending, LikeSourcesOfTheAddKernelsDeclineAndWriteNothing) {
-  auto rng = sorn_test::seeded_rng(0x7115);
-  // Every add and addq kernel whose two sources have one type, called with
-  // one source for both.
-  int kernels = 0;
-  for (const addsub_ref::Kernel &k : addsub_ref::kernels()) {
-    if (k.op != Op::Add || k.a != k.b) continue;
-    ++kernels;
-    const uint32_t dimg = k.dst == SORN_S8 ? SORN_U8 : k.dst;
-    Image a(4, 9, 1, k.a, 4), d(4, 9, 1, dimg, 8, 0x3C);
-    fill_random(rng, a);
-    const std::vector<uint8_t> before = d.bytes_copy();
-    const int32_t dims[3] = {4, 9, 1};
-    const int32_t as[3] = {a.rowstride(), a.esize(), a.esize()};
-    const int32_t ds[3] = {d.rowstride(), d.esize(), d.esize()};
-    for (int32_t sf : {0, 1, -1})
-      ASSERT_EQ(k.kernel(nullptr, 0, 3, dims, d.base(), ds, a.base(), as, a.base(), as, sf, 0),
-                SORN_ENOTSUP)
-          << k.name;
-    ASSERT_EQ(d.bytes_copy(), before) << k.name;
-    ASSERT_TRUE(d.guards_intact()) << k.name;
-  }
-  EXPECT_EQ(kernels, 12 + 6) << "twelve add kernels and six addq kernels of like sources";
-
-  // Through the entries: the source given twice, and the destination
-  // doubled in place (SornAdd(x, x, x) on u8 is to write zeros).
-  for (Entry e : {&SornAdd, &SornAddq, &SornAddsq})
-    for (uint32_t t : {SORN_U8, SORN_S16, SORN_S32, SORN_F32}) {
-      Image x(5, 7, 2, t, 4, 0x21), d(5, 7, 2, t, 0, 0x43);
-      fill_random(rng, x);
-      const std::vector<uint8_t> xb = x.bytes_copy(), db = d.bytes_copy();
-      SornArray rx = x.record(), rd = d.record();
-      EXPECT_EQ(e(nullptr, 0, &rd, &rx, &rx, nullptr, nullptr, nullptr, 0, 0), SORN_ENOTSUP);
-      EXPECT_EQ(e(nullptr, 0, &rx, &rx, &rx, nullptr, nullptr, nullptr, 0, 0), SORN_ENOTSUP);
-      EXPECT_EQ(e(nullptr, 0, &rx, nullptr, &rx, nullptr, nullptr, nullptr, 0, 0), SORN_ENOTSUP);
-      EXPECT_EQ(d.bytes_copy(), db);
-      EXPECT_EQ(x.bytes_copy(), xb);
-      EXPECT_TRUE(d.guards_intact() && x.guards_intact());
-    }
 }
 
 }  // namespace
