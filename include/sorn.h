@@ -881,6 +881,9 @@ SORN_SQR_PAIRS(SORN_DECL_SQR)
 #undef SORN_DECL_SQR
 #undef SORN_ARITH1_KERNEL_DECL
 
+/* The one pair of types exp, ln and the sigmoid take: destination, source. */
+#define SORN_EXP_PAIRS(X) X(f32, f32)
+
 /* The element functions of exp and ln, by accuracy. */
 float _T_sorna__exp_fast_acc(float x);
 float _T_sorna__exp_fast(float x);

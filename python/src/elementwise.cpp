@@ -52,21 +52,30 @@ std::string list_destinations(Keys keys, uint32_t sources, bool constants) {
   return s;
 }
 
-struct Choice {
-  bool sat;
-  bool ssat;
-};
-
-Choice choose(bool saturate, uint32_t dst) {
-  return {saturate && dst != SORN_S8, saturate && dst == SORN_S8};
+// The form a call takes: the other form when the option asks for it, and
+// the family's int8 form when it has one and the destination is int8.
+template <class F> Entry<F> pick(const Forms<F> &f, bool other, uint32_t dst) {
+  if (!other) return f.plain;
+  if (dst == SORN_S8 && f.other_int8) return f.other_int8;
+  return f.other;
 }
 
-const char *form_name(Choice c) {
-  return c.ssat ? "saturate=True into int8" : c.sat ? "saturate=True" : "saturate=False";
+std::string form_name(const Elementwise &s, bool other) {
+  if (!s.option) return "";
+  return std::string(" (") + s.option + "=" + (other ? "True" : "False") + ")";
+}
+
+uint32_t destination(py::handle dtype, py::handle out, uint32_t fallback, const char *name) {
+  if (!dtype.is_none()) return code_of_dtype_arg(dtype, name);
+  if (!out.is_none() && py::isinstance<py::array>(out)) {
+    const uint32_t t = type_code(py::reinterpret_borrow<py::array>(out));
+    if (t) return t;
+  }
+  return fallback;
 }
 
 py::object two_images(const Elementwise &s, const char *name, py::handle a, py::handle b,
-                      int32_t scale, bool saturate, py::handle dtype, py::handle out) {
+                      int32_t scale, bool other, py::handle dtype, py::handle out) {
   Image A = image_arg(a, name, "a"), B = image_arg(b, name, "b");
   if (A.rows() != B.rows() || A.cols() != B.cols() || A.channels() != B.channels())
     throw py::value_error(std::string(name) + ": a and b differ in shape: " +
@@ -74,22 +83,16 @@ py::object two_images(const Elementwise &s, const char *name, py::handle a, py::
                           py::str(B.array.attr("shape")).cast<std::string>());
   uint32_t x = A.type, y = B.type;
   order_sources(x, y);
-  uint32_t dst = x;
-  if (!dtype.is_none()) dst = code_of_dtype_arg(dtype, name);
-  else if (!out.is_none() && py::isinstance<py::array>(out)) {
-    const uint32_t t = type_code(py::reinterpret_borrow<py::array>(out));
-    if (t) dst = t;
-  }
-  const Choice c = choose(saturate, dst);
-  const Keys keys = c.sat || c.ssat ? s.sat_triples : s.triples;
-  const Entry<Arith2> e = c.ssat ? s.ssat : c.sat ? s.sat : s.wrap;
+  const uint32_t dst = destination(dtype, out, x, name);
+  const Keys keys = other ? s.other_triples : s.triples;
+  const Entry<Arith2> e = pick(s.images, other, dst);
   if (!e || !holds(keys, key3(dst, x, y))) {
     const std::string dsts = list_destinations(keys, x << 4 | y, false);
-    throw py::type_error(
-        std::string(name) + ": no kernel for " + type_name(A.type) + " and " + type_name(B.type) +
-        " into " + type_name(dst) + " (" + form_name(c) + "); " +
-        (dsts.empty() ? "the sources it takes: " + list_pairs(keys, false)
-                      : "their destinations: " + dsts));
+    throw py::type_error(std::string(name) + ": no kernel for " + type_name(A.type) + " and " +
+                         type_name(B.type) + " into " + type_name(dst) + form_name(s, other) +
+                         "; " +
+                         (dsts.empty() ? "the sources it takes: " + list_pairs(keys, false)
+                                       : "their destinations: " + dsts));
   }
   Output o = output_arg(out, dst, A, name);
   check_overlap(o, A, name, "a", true);
@@ -107,30 +110,28 @@ py::object two_images(const Elementwise &s, const char *name, py::handle a, py::
 }
 
 py::object with_constant(const Elementwise &s, const char *name, py::handle img,
-                         py::handle constant, bool reversed, int32_t scale, bool saturate,
+                         py::handle constant, bool reversed, int32_t scale, bool other,
                          py::handle dtype, py::handle out) {
   const char *img_name = reversed ? "b" : "a";
   Image A = image_arg(img, name, img_name);
+  if (!((s.const_channels >> A.channels()) & 1))
+    throw py::value_error(std::string(name) + ": with a constant it takes images of " +
+                          (s.const_channels == (1u << 1 | 1u << 3 | 1u << 4)
+                               ? "1, 3 or 4 channels"
+                               : "other channel counts") +
+                          ", not " + std::to_string(A.channels()));
   double cvec[4] = {0, 0, 0, 0};
   channel_constants(constant, A.channels(), cvec, name, reversed ? "a" : "b");
-  uint32_t dst = A.type;
-  if (!dtype.is_none()) dst = code_of_dtype_arg(dtype, name);
-  else if (!out.is_none() && py::isinstance<py::array>(out)) {
-    const uint32_t t = type_code(py::reinterpret_borrow<py::array>(out));
-    if (t) dst = t;
-  }
-  const Choice c = choose(saturate, dst);
-  const Keys keys = c.sat || c.ssat ? s.sat_ctriples : s.ctriples;
+  const uint32_t dst = destination(dtype, out, A.type, name);
+  const Keys keys = other ? s.other_ctriples : s.ctriples;
   // Constant op image where the operation does not commute.
-  const bool use_reversed = reversed && s.rwrapC;
-  const Entry<Arith2c> e = use_reversed ? (c.ssat ? s.rssatC : c.sat ? s.rsatC : s.rwrapC)
-                                        : (c.ssat ? s.ssatC : c.sat ? s.satC : s.wrapC);
+  const Entry<Arith2c> e = pick(reversed && s.reversed.plain ? s.reversed : s.constant, other, dst);
   bool known = false;
   for (uint32_t k : keys) known = known || (k >> 4) == (dst << 4 | A.type);
   if (!e || !known) {
     const std::string dsts = list_destinations(keys, A.type, true);
     throw py::type_error(std::string(name) + ": no kernel for " + type_name(A.type) +
-                         " with a constant into " + type_name(dst) + " (" + form_name(c) + "); " +
+                         " with a constant into " + type_name(dst) + form_name(s, other) + "; " +
                          (dsts.empty() ? "the image types it takes: " + list_pairs(keys, true)
                                        : "their destinations: " + dsts));
   }
@@ -148,25 +149,48 @@ py::object with_constant(const Elementwise &s, const char *name, py::handle img,
   return finish(o);
 }
 
+py::object elementwise(const Elementwise &s, const char *name, py::handle a, py::handle b,
+                       int32_t scale, bool other, py::handle dtype, py::handle out) {
+  const bool ai = is_image(a), bi = is_image(b);
+  if (ai && bi) return two_images(s, name, a, b, scale, other, dtype, out);
+  if (ai) return with_constant(s, name, a, b, false, scale, other, dtype, out);
+  if (bi) return with_constant(s, name, b, a, true, scale, other, dtype, out);
+  throw py::type_error(std::string(name) +
+                       ": a or b must be an image (a numpy array of 2 or 3 axes), not " +
+                       py::str(py::type::handle_of(a).attr("__name__")).cast<std::string>() +
+                       " and " +
+                       py::str(py::type::handle_of(b).attr("__name__")).cast<std::string>());
+}
+
 }  // namespace
 
 void bind(py::module_ &m, const char *name, const char *doc, const Elementwise &s) {
-  m.def(
-      name,
-      [s, name](py::object a, py::object b, int32_t scale, bool saturate, py::object dtype,
-                py::object out) -> py::object {
-        const bool ai = is_image(a), bi = is_image(b);
-        if (ai && bi) return two_images(s, name, a, b, scale, saturate, dtype, out);
-        if (ai) return with_constant(s, name, a, b, false, scale, saturate, dtype, out);
-        if (bi) return with_constant(s, name, b, a, true, scale, saturate, dtype, out);
-        throw py::type_error(std::string(name) +
-                             ": a or b must be an image (a numpy array of 2 or 3 axes), not " +
-                             py::str(py::type::handle_of(a).attr("__name__")).cast<std::string>() +
-                             " and " +
-                             py::str(py::type::handle_of(b).attr("__name__")).cast<std::string>());
-      },
-      doc, py::arg("a"), py::arg("b"), py::kw_only(), py::arg("scale") = 0,
-      py::arg("saturate") = true, py::arg("dtype") = py::none(), py::arg("out") = py::none());
+  // The keywords a family has: scale= for those with a scale factor, and the
+  // keyword of its other form.
+  const auto a = py::arg("a"), b = py::arg("b");
+  const auto dtype = py::arg("dtype") = py::none(), out = py::arg("out") = py::none();
+  if (s.scaled && s.option) {
+    m.def(
+        name,
+        [s, name](py::object a, py::object b, int32_t scale, bool other, py::object dtype,
+                  py::object out) { return elementwise(s, name, a, b, scale, other, dtype, out); },
+        doc, a, b, py::kw_only(), py::arg("scale") = 0, py::arg(s.option) = s.option_default,
+        dtype, out);
+  } else if (s.scaled) {
+    m.def(
+        name,
+        [s, name](py::object a, py::object b, int32_t scale, py::object dtype, py::object out) {
+          return elementwise(s, name, a, b, scale, false, dtype, out);
+        },
+        doc, a, b, py::kw_only(), py::arg("scale") = 0, dtype, out);
+  } else {
+    m.def(
+        name,
+        [s, name](py::object a, py::object b, py::object dtype, py::object out) {
+          return elementwise(s, name, a, b, 0, false, dtype, out);
+        },
+        doc, a, b, py::kw_only(), dtype, out);
+  }
 }
 
 }  // namespace sorn::python

@@ -18,14 +18,33 @@ constexpr uint32_t kAddqTriples[] = {SORN_ADDQ_OWN_TRIPLES(SORN_PY_TRIPLE)
 constexpr uint32_t kAddcTriples[] = {SORN_ADDC_TRIPLES(SORN_PY_TRIPLE)};
 constexpr uint32_t kAddqcTriples[] = {SORN_ADDQC_OWN_TRIPLES(SORN_PY_TRIPLE)
                                           SORN_ADDQC_PLAIN_TRIPLES(SORN_PY_TRIPLE)};
+constexpr uint32_t kMulcTriples[] = {SORN_MULC_TRIPLES(SORN_PY_TRIPLE)};
+constexpr uint32_t kDivTriples[] = {SORN_DIV_TRIPLES(SORN_PY_TRIPLE)};
+constexpr uint32_t kDivcPairs[] = {SORN_DIVC_PAIRS(SORN_PY_PAIR)};
+constexpr uint32_t kLogicTriples[] = {SORN_LOGIC_TYPES(SORN_PY_SAME3)};
+constexpr uint32_t kLogicPairs[] = {SORN_LOGIC_TYPES(SORN_PY_SAME2)};
+constexpr uint32_t kConstChannels = 0u SORN_CONST_CHANNELS(SORN_PY_CHANNEL_BIT, _);
+constexpr uint32_t kNegPairs[] = {SORN_NEG_PAIRS(SORN_PY_PAIR)};
+constexpr uint32_t kNegqPairs[] = {SORN_NEGQ_OWN_PAIRS(SORN_PY_PAIR)
+                                       SORN_NEGQ_PLAIN_PAIRS(SORN_PY_PAIR)};
+constexpr uint32_t kExpPairs[] = {SORN_EXP_PAIRS(SORN_PY_PAIR)};
+constexpr uint32_t kCmpPairs[] = {SORN_CMP_PAIRS(SORN_PY_PAIR)};
+constexpr uint32_t kECmpPairs[] = {SORN_ECMP_PAIRS(SORN_PY_PAIR)};
+constexpr uint32_t kMinmaxTypes[] = {SORN_MINMAX_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kSumTypes[] = {SORN_SUM_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kHistTypes[] = {SORN_HIST_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kHistXmTypes[] = {SORN_HIST_XM_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kFillTypes[] = {SORN_FILL_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kMulPairs[] = {SORN_MULMM_PAIRS(SORN_PY_PAIR)};
 
-using Shape = std::variant<Elementwise, Reduction, Histogram, Fill, MatMul, ComponentTree,
-                           StableRegions>;
+// The accuracy of exp (and of the sigmoid, which uses it) and of ln.
+constexpr FlagChoice kExpAccuracy[] = {
+    {"accurate", SORN_F_EXP_ACCURATE}, {"fast", SORN_F_EXP_FAST}, {"superfast", SORN_F_EXP_SUPERFAST}};
+constexpr FlagChoice kLnAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
+                                      {"superfast", SORN_F_EXP_SUPERFAST}};
+
+using Shape = std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill,
+                           MatMul, ComponentTree, StableRegions>;
 
 struct Family {
   const char *name;
@@ -50,11 +69,11 @@ the signed saturating form: uint8 sources, results clamped to -128..127.
 The result has the type of the wider source (dtype= or out= choose another
 the library has a kernel for: uint8, int16, int32, float32 destinations; the
 error lists the combinations). out may be a or b itself.)",
-     Elementwise{
-         SORN_PY_ENTRY(SornAdd), SORN_PY_ENTRY(SornAddq), SORN_PY_ENTRY(SornAddsq),
-         SORN_PY_ENTRY(SornAddC), SORN_PY_ENTRY(SornAddqC), SORN_PY_ENTRY(SornAddsqC),
-         {}, {}, {},  // addition commutes
-         kAddTriples, kAddqTriples, kAddcTriples, kAddqcTriples}},
+     Elementwise{"saturate", true, true,
+                 {SORN_PY_ENTRY(SornAdd), SORN_PY_ENTRY(SornAddq), SORN_PY_ENTRY(SornAddsq)},
+                 {SORN_PY_ENTRY(SornAddC), SORN_PY_ENTRY(SornAddqC), SORN_PY_ENTRY(SornAddsqC)},
+                 {},  // addition commutes
+                 kAddTriples, kAddqTriples, kAddcTriples, kAddqcTriples, kAnyChannels}},
     {"subtract",
      R"(subtract(a, b, *, scale=0, saturate=True, dtype=None, out=None)
 
@@ -63,11 +82,137 @@ constant), or of a constant and an image (constant minus image). scale,
 saturate, dtype and out as for add: with saturate=False an integer difference
 wraps (10 - 20 in uint8 is 246), with saturate=True it clamps (0), and into an
 int8 destination it is the signed difference (-10).)",
-     Elementwise{
-         SORN_PY_ENTRY(SornSub), SORN_PY_ENTRY(SornSubq), SORN_PY_ENTRY(SornSubsq),
-         SORN_PY_ENTRY(SornSubC), SORN_PY_ENTRY(SornSubqC), SORN_PY_ENTRY(SornSubsqC),
-         SORN_PY_ENTRY(SornRSubC), SORN_PY_ENTRY(SornRSubqC), SORN_PY_ENTRY(SornRSubsqC),
-         kAddTriples, kAddqTriples, kAddcTriples, kAddqcTriples}},
+     Elementwise{"saturate", true, true,
+                 {SORN_PY_ENTRY(SornSub), SORN_PY_ENTRY(SornSubq), SORN_PY_ENTRY(SornSubsq)},
+                 {SORN_PY_ENTRY(SornSubC), SORN_PY_ENTRY(SornSubqC), SORN_PY_ENTRY(SornSubsqC)},
+                 {SORN_PY_ENTRY(SornRSubC), SORN_PY_ENTRY(SornRSubqC), SORN_PY_ENTRY(SornRSubsqC)},
+                 kAddTriples, kAddqTriples, kAddcTriples, kAddqcTriples, kAnyChannels}},
+    {"multiply",
+     R"(multiply(a, b, *, scale=0, dtype=None, out=None)
+
+Element-wise a * b of two images, or of an image and a constant (a number, or
+one per channel) on either side. Integer products saturate at every scale:
+scale 0 clamps the product to the destination's range, a positive scale
+shifts it left and clamps, a negative one divides by 2**-scale, rounding to
+nearest with ties to even. dtype and out as for add; a uint8 image times a
+constant may go into int8.
+
+multiply(x, x) with the very same array squares it by the library's square
+kernels, which wrap at scale 0 where two separate equal operands saturate.)",
+     Elementwise{nullptr, false, true,
+                 {.plain = SORN_PY_ENTRY(SornMul)},
+                 {.plain = SORN_PY_ENTRY(SornMulC)},
+                 {},  // multiplication commutes
+                 kAddTriples, {}, kMulcTriples, {}, kAnyChannels}},
+    {"divide",
+     R"(divide(a, b, *, scale=0, round=False, dtype=None, out=None)
+
+Element-wise a / b of two images of one type (uint8, int16, int32, float32),
+of an image by a constant, or of a constant by an image. round=False
+truncates integer quotients toward zero, round=True rounds them to nearest,
+ties to even; scale as for multiply. Constants are rounded to the image's type
+first (dividing uint8 by 2.5 divides by 2), and the constant forms take 1, 3
+or 4 channels. A zero divisor is no error: what it gives is whatever the
+library's float quotient converts to (the lower end of the range where the
+result is clamped).)",
+     Elementwise{"round", false, true,
+                 {.plain = SORN_PY_ENTRY(SornDiv), .other = SORN_PY_ENTRY(SornDivr)},
+                 {.plain = SORN_PY_ENTRY(SornDivC), .other = SORN_PY_ENTRY(SornDivrC)},
+                 {.plain = SORN_PY_ENTRY(SornRDivC), .other = SORN_PY_ENTRY(SornRDivrC)},
+                 kDivTriples, kDivTriples, kDivcPairs, kDivcPairs, kConstChannels}},
+    {"bitwise_and",
+     R"(bitwise_and(a, b, *, dtype=None, out=None)
+
+Element-wise a & b of two images of one type (uint8, int16, int32), or of an
+image and a constant, rounded and clamped into the type (the constant forms
+take 1, 3 or 4 channels).)",
+     Elementwise{nullptr, false, false,
+                 {.plain = SORN_PY_UNSCALED(SornAnd)},
+                 {.plain = SORN_PY_UNSCALED(SornAndC)},
+                 {},
+                 kLogicTriples, {}, kLogicPairs, {}, kConstChannels}},
+    {"bitwise_or",
+     R"(bitwise_or(a, b, *, dtype=None, out=None)
+
+Element-wise a | b; types and constants as for bitwise_and.)",
+     Elementwise{nullptr, false, false,
+                 {.plain = SORN_PY_UNSCALED(SornOrr)},
+                 {.plain = SORN_PY_UNSCALED(SornOrrC)},
+                 {},
+                 kLogicTriples, {}, kLogicPairs, {}, kConstChannels}},
+    {"bitwise_xor",
+     R"(bitwise_xor(a, b, *, dtype=None, out=None)
+
+Element-wise a ^ b; types and constants as for bitwise_and.)",
+     Elementwise{nullptr, false, false,
+                 {.plain = SORN_PY_UNSCALED(SornXor)},
+                 {.plain = SORN_PY_UNSCALED(SornXorC)},
+                 {},
+                 kLogicTriples, {}, kLogicPairs, {}, kConstChannels}},
+    {"bitwise_not",
+     R"(bitwise_not(a, *, dtype=None, out=None)
+
+The complement of every bit of an image of uint8, int16 or int32.)",
+     Unary{nullptr, false, false, {.plain = SORN_PY_UNSCALED1(SornNot)}, kLogicPairs, {}, {}, nullptr, 0,
+           {}}},
+    {"negative",
+     R"(negative(a, *, scale=0, saturate=False, dtype=None, out=None)
+
+Element-wise -a. At scale 0 an integer negation wraps (uint8 v gives 256 - v)
+unless saturate=True, which clamps (int16 -32768 gives 32767; into uint8 every
+non-negative value gives 0). scale as for add; dtype and out choose another
+destination the library has a kernel for.)",
+     Unary{"saturate", false, true,
+           {.plain = SORN_PY_ENTRY(SornNegate), .other = SORN_PY_ENTRY(SornNegateq)},
+           kNegPairs, kNegqPairs, {}, nullptr, 0, {}}},
+    {"exp",
+     R"(exp(a, *, accuracy='accurate', dtype=None, out=None)
+
+The exponential of every element of a float32 image, by the library's fast
+approximations: 'accurate' (the default, 0 below -88.376 and infinity above
+88.376), 'fast' or 'superfast' (a few bit operations, no range test).)",
+     Unary{nullptr, false, false, {.plain = SORN_PY_ENTRY(SornExp)}, kExpPairs, {}, kExpAccuracy, nullptr,
+           0, {}}},
+    {"log",
+     R"(log(a, *, accuracy='accurate', dtype=None, out=None)
+
+The natural logarithm of every element of a float32 image, by the library's
+approximations 'accurate' or 'superfast'. Zero and negative values give minus
+infinity.)",
+     Unary{nullptr, false, false, {.plain = SORN_PY_ENTRY(SornLn)}, kExpPairs, {}, kLnAccuracy, nullptr, 0,
+           {}}},
+    {"sigmoid",
+     R"(sigmoid(a, slope=1.0, *, accuracy='accurate', dtype=None, out=None)
+
+1 / (exp(slope * a) + 1) for every element of a float32 image: a positive
+slope gives a falling curve. slope is one number, or one per channel, all
+equal. A slope of 0 gives 0.5 everywhere. accuracy as for exp; note that the
+'superfast' form has the opposite sign of the other two, as the library has
+it.)",
+     Unary{nullptr, false, false, {}, kExpPairs, {}, kExpAccuracy, "slope", 1.0,
+           SORN_PY_ENTRY(SornSigmoidAlpha)}},
+    {"compare",
+     R"(compare(a, b, op, *, true=None, false=None, dtype=None, out=None)
+
+Element-wise comparison of two images of one type, or of an image and a
+constant (a number or one per channel) on either side. op is one of '==',
+'!=', '<', '<=', '>', '>=' (or 'eq', 'ne', 'lt', 'le', 'gt', 'ge').
+
+Without true and false the result is a mask, uint8 by default: 255 where the
+comparison holds and 0 where it fails (all ones in int16 and int32 masks; in a
+float32 mask the float of bits 0x3FFFFFFF, 1.99999988). With them, true= is
+written where it holds and false= where it fails; each is a value (or one per
+channel), 'source' (the element of the image compared) or 'keep' (out's
+element stays; needs out); the one not given keeps. The result then has the
+image's type by default.
+
+Float32 compares with a tolerance: values within 1.1920929e-7 are equal, and
+NaN is unequal to everything. A constant is first rounded and saturated into
+the image's type (< 3.5 on uint8 means < 4). Above 16384 pixels a byte image
+compared with a constant goes through tables: there int8 compares as unsigned
+bytes, and a 2-channel image raises SornNotSupportedError.)",
+     Compare{SORN_PY_ENTRY(SornCompare), SORN_PY_ENTRY(SornCompareC),
+             SORN_PY_ENTRY(SornECompare), SORN_PY_ENTRY(SornECompareC), kCmpPairs, kECmpPairs}},
     {"sum",
      R"(sum(img, *, mask=None, invert_mask=False, fast=False)
 
@@ -88,6 +233,20 @@ The mean of every channel, in double, shaped as sum() gives it. With a mask
 only the selected pixels count; a mask that selects none gives means of 0.0.)",
      Reduction{SORN_PY_ENTRY(SornMean), SORN_PY_ENTRY(SornMeanEx), kSumTypes, SORN_F_SUM_FAST,
                SORN_F_STATS_INVMASK}},
+    {"minmax",
+     R"(minmax(img, *, mask=None, invert_mask=False, positions=False)
+
+The smallest and the largest value of every channel: (min, max) as numbers
+for a 2-D image, arrays of one per channel for a 3-D one, a row per plane for
+a 4-D stack. NaN is passed over (unless it is the first element). With
+positions=True also where each first occurs: (min, max, min_at, max_at) with
+(row, column) places, the first in address order.
+
+mask: one byte per pixel, for one-channel images; pixels whose byte is 0 (255
+with invert_mask) are left out, and a mask that selects none raises
+SornEmptyRegionError.)",
+     Extremes{SORN_PY_ENTRY(SornMinmax), SORN_PY_ENTRY(SornMinmaxEx), kMinmaxTypes,
+              SORN_F_STATS_INVMASK}},
     {"histogram",
      R"(histogram(img, bins=256, range=None, *, mask=None, invert_mask=False)
 
@@ -101,8 +260,7 @@ high - low + 1 a value v falls in bin v - low, otherwise in bin
 int((v - low) * (bins - 1) / (high - low)), so that high falls in the last
 bin. The default range is the type's (uint8 0..255, int8 -128..127, int16
 -32768..32767) and, for int32 and float32, the data's smallest and largest
-value. Every counted value must lie in range (ValueError otherwise: the
-library does not test it), and float32 images may not hold NaN.
+value. Values outside the range, and NaN, are not counted.
 
 mask: one byte per pixel; pixels whose byte is 0 (255 with invert_mask) are
 not counted. Channels are counted one at a time, each from a copy.)",

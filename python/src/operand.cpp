@@ -384,6 +384,10 @@ void walk(std::span<Image *const> inputs, Output *out, bool order_free) {
     tmp.image.esize = out->image.esize;
     for (int k = 0; k < 4; ++k) tmp.image.ext[k] = out->image.ext[k];
     create_fresh(tmp, kOrientations[0]);
+    // The library may keep elements of its destination (masked fills,
+    // comparisons that keep): the temporary starts as the caller's array.
+    static py::handle copyto = py::object(py::module_::import("numpy").attr("copyto")).release();
+    copyto(tmp.image.array, out->image.array);
     out->back = out->image.array;
     out->image = tmp.image;
     g_copies.fetch_add(1, std::memory_order_relaxed);

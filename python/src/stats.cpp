@@ -82,6 +82,76 @@ py::object reduce(const Reduction &s, const char *name, py::handle img, py::hand
   return result;
 }
 
+/* ---------------- extremes ---------------- */
+
+py::object extremes(const Extremes &s, const char *name, py::handle img, py::handle mask,
+                    bool invert_mask, bool positions) {
+  Image I = image_arg(img, name, "img", Axes{2, 4});
+  check_type(s.types, I, name, "");
+  std::optional<Image> M = optional_mask(mask, name, I);
+  if (M && I.channels() > 1)
+    throw py::value_error(std::string(name) + ": a mask takes one-channel images only");
+  std::vector<Image *> inputs{&I};
+  if (M) inputs.push_back(&*M);
+  // Places count rows and columns as the caller sees them.
+  walk(inputs, nullptr, false);
+  const SornFlags flags = invert_mask ? s.invmask : 0;
+  const int64_t P = I.planes(), C = I.channels();
+  std::vector<SornMinmaxRec> recs((size_t)P);
+  SornStatus st = SORN_OK;
+  {
+    py::gil_scoped_release nogil;
+    SornXE *xe = thread_env();
+    for (int64_t p = 0; p < P && st >= 0; ++p) {
+      SornMinmaxRec &rec = recs[(size_t)p];
+      std::memset(&rec, 0, sizeof rec);
+      rec.what = positions ? SORN_MINMAX_MINCOL | SORN_MINMAX_MAXCOL | SORN_MINMAX_POSITIONS : 3;
+      const SornArray r = record(plane_of(I, p));
+      if (M) {
+        const SornArray rm = record(plane_of(*M, M->planes() == 1 ? 0 : p));
+        st = s.masked.fn(xe, flags, &r, &rm, nullptr, nullptr, &rec);
+      } else {
+        st = s.plain.fn(xe, flags, &r, nullptr, &rec);
+      }
+    }
+  }
+  check(st, M ? s.masked.name : s.plain.name);
+  // Values in the image's type (float32 as floats), places as (row, column).
+  const py::dtype vt = I.type == SORN_F32 ? py::dtype::of<float>() : py::dtype::of<int32_t>();
+  py::array lo(vt, std::vector<py::ssize_t>{(py::ssize_t)P, (py::ssize_t)C});
+  py::array hi(vt, std::vector<py::ssize_t>{(py::ssize_t)P, (py::ssize_t)C});
+  py::array_t<int32_t> lopos(std::vector<py::ssize_t>{(py::ssize_t)P, (py::ssize_t)C, 2});
+  py::array_t<int32_t> hipos(std::vector<py::ssize_t>{(py::ssize_t)P, (py::ssize_t)C, 2});
+  for (int64_t p = 0; p < P; ++p)
+    for (int64_t c = 0; c < C; ++c) {
+      const SornMinmaxRec &rec = recs[(size_t)p];
+      const size_t i = (size_t)(p * C + c);
+      if (I.type == SORN_F32) {
+        static_cast<float *>(lo.mutable_data())[i] = rec.min[c].fvalue;
+        static_cast<float *>(hi.mutable_data())[i] = rec.max[c].fvalue;
+      } else {
+        static_cast<int32_t *>(lo.mutable_data())[i] = rec.min[c].ivalue;
+        static_cast<int32_t *>(hi.mutable_data())[i] = rec.max[c].ivalue;
+      }
+      lopos.mutable_data()[2 * i] = rec.min[c].row;
+      lopos.mutable_data()[2 * i + 1] = rec.min[c].col;
+      hipos.mutable_data()[2 * i] = rec.max[c].row;
+      hipos.mutable_data()[2 * i + 1] = rec.max[c].col;
+    }
+  // Shaped as sum() shapes its results: scalars for a 2-D image, one per
+  // channel for 3-D, a row per plane for 4-D.
+  auto shaped = [&](py::object a, bool place) -> py::object {
+    if (I.ndim == 4) return a;
+    py::object row = a[py::int_(0)];
+    if (I.ndim == 3) return row;
+    py::object v = row[py::int_(0)];
+    return place ? py::object(py::tuple(v.attr("tolist")())) : v.attr("item")();
+  };
+  if (!positions) return py::make_tuple(shaped(lo, false), shaped(hi, false));
+  return py::make_tuple(shaped(lo, false), shaped(hi, false), shaped(lopos, true),
+                        shaped(hipos, true));
+}
+
 /* ---------------- histograms ---------------- */
 
 // The range of values a type's histogram may be given, and the range the
@@ -102,11 +172,18 @@ TypeRange type_range(uint32_t type) {
   }
 }
 
-// The smallest and largest value of an array (NaN when it holds one).
-std::pair<double, double> extremes(const py::array &a) {
-  static py::handle npmin = py::object(py::module_::import("numpy").attr("min")).release();
-  static py::handle npmax = py::object(py::module_::import("numpy").attr("max")).release();
-  return {npmin(a).cast<double>(), npmax(a).cast<double>()};
+// The smallest and largest value of an array, NaN left out; (0, 1) when
+// nothing else is there.
+std::pair<double, double> data_range(const py::array &a) {
+  static py::handle np = py::object(py::module_::import("numpy")).release();
+  py::object warnings = py::module_::import("warnings");
+  py::object quiet = warnings.attr("catch_warnings")();
+  quiet.attr("__enter__")();
+  warnings.attr("simplefilter")("ignore");
+  const double lo = np.attr("nanmin")(a).cast<double>(), hi = np.attr("nanmax")(a).cast<double>();
+  quiet.attr("__exit__")(py::none(), py::none(), py::none());
+  if (std::isnan(lo) || std::isnan(hi)) return {0, 1};
+  return {lo, hi};
 }
 
 py::object histogram(const Histogram &s, const char *name, py::handle img, int64_t bins,
@@ -119,24 +196,23 @@ py::object histogram(const Histogram &s, const char *name, py::handle img, int64
     throw py::value_error(std::string(name) + ": bins must be 1 to 8388608, not " +
                           std::to_string(bins));
   const TypeRange tr = type_range(I.type);
-  const bool is_float = I.type == SORN_F32;
   std::optional<std::pair<double, double>> given;
   if (!range.is_none()) {
-    py::sequence seq;
     if (!py::isinstance<py::sequence>(range) || py::len(range) != 2)
       throw py::type_error(std::string(name) + ": range must be (low, high)");
-    seq = py::reinterpret_borrow<py::sequence>(range);
+    py::sequence seq = py::reinterpret_borrow<py::sequence>(range);
     given = std::make_pair(py::float_(seq[0]).cast<double>(), py::float_(seq[1]).cast<double>());
     if (!(given->first <= given->second) || given->first < tr.lo || given->second > tr.hi)
-      throw py::value_error(std::string(name) + ": range (" + std::to_string(given->first) +
-                            ", " + std::to_string(given->second) + ") must be low <= high within " +
-                            type_name(I.type) + "'s values");
+      throw py::value_error(std::string(name) + ": range must be (low, high) with low <= high, "
+                                                "within the values of " +
+                            type_name(I.type));
   }
 
   const int64_t C = I.channels();
   py::array_t<uint32_t> counts(std::vector<py::ssize_t>{(py::ssize_t)C, (py::ssize_t)(bins + 1)});
   std::memset(counts.mutable_data(), 0, (size_t)(C * (bins + 1)) * sizeof(uint32_t));
   const SornFlags flags = invert_mask ? s.invmask : 0;
+  const bool empty = I.planes() * I.rows() * I.cols() == 0;
 
   for (int64_t c = 0; c < C; ++c) {
     // The counting kernels read one channel: a channel of several is counted
@@ -147,68 +223,37 @@ py::object histogram(const Histogram &s, const char *name, py::handle img, int64
     std::optional<Image> m = M;
     std::vector<Image *> inputs{&ch};
     if (m) inputs.push_back(&*m);
+    // Counts do not depend on the order of the pixels.
     walk(inputs, nullptr, true);
 
-    // Every value counted must lie in range: the kernels index their
-    // counters without a test.
-    std::optional<std::pair<double, double>> data;
-    const bool empty = I.planes() * I.rows() * I.cols() == 0;
-    double lo, hi;
-    if (empty) {
-      // Nothing to count: the library answers for the empty region.
-      lo = 0;
-      hi = 1;
-    } else if (given) {
-      lo = given->first;
-      hi = given->second;
-    } else if (tr.whole) {
-      lo = tr.lo;
-      hi = tr.hi;
-    } else {
-      data = extremes(ch.array);
-      lo = data->first;
-      hi = data->second;
-    }
-    SornHistInit init{I.type, (int32_t)bins, lo, hi, 1, (int32_t)I.rows(), (int32_t)I.cols()};
+    std::pair<double, double> r = given ? *given
+                                  : tr.whole || empty ? std::make_pair(tr.lo, tr.hi)
+                                                      : data_range(ch.array);
+    if (empty) r = {0, 1};  // nothing to count: the library answers for the empty region
+    SornHistInit init{I.type, (int32_t)bins, r.first, r.second, 1, (int32_t)I.rows(),
+                      (int32_t)I.cols()};
     SornHist h{};
     sorn_hist_inithdr(&h, &init);
     h.counts = counts.mutable_data() + c * (bins + 1);
-    bool covered;
-    if (is_float) {
-      if (!std::isfinite(h.low) || !std::isfinite(h.high) || !std::isfinite(h.span))
-        throw py::value_error(std::string(name) + ": range must be finite in float32");
-      covered = data && data->first >= h.low && data->second <= h.high;
-      if (!covered && !empty) {
-        if (!data) data = extremes(ch.array);
-        covered = data->first >= h.low && data->second <= h.high;  // false for NaN
-        if (!covered && (std::isnan(data->first) || std::isnan(data->second)))
-          throw py::value_error(std::string(name) + ": img holds NaN, which no bin takes");
-      }
+    if (I.type == SORN_F32) {
+      if (!std::isfinite(h.span))
+        throw py::value_error(std::string(name) + ": the range's width is not finite in float32");
     } else {
-      const int64_t r = (int64_t)h.ihigh - h.ilow;
-      if (r + 1 > INT32_MAX || (r + 1 != bins && r * bins > INT32_MAX))
-        throw py::value_error(std::string(name) + ": range and bins too wide for the 32-bit bin "
-                                                  "arithmetic of integer histograms");
-      covered = h.ilow <= tr.lo && h.ihigh >= tr.hi;
-      if (!covered && !empty) {
-        if (!data) data = extremes(ch.array);
-        covered = data->first >= h.ilow && data->second <= h.ihigh;
-      }
+      // Bins are found in 32-bit integer arithmetic: (v - low) * bins must fit.
+      const int64_t width = (int64_t)h.ihigh - h.ilow;
+      if (width + 1 != bins && width * bins > INT32_MAX)
+        throw py::value_error(std::string(name) + ": bins times the range's width exceeds the "
+                                                  "32-bit arithmetic of integer bins");
     }
-    if (!covered && !empty)
-      throw py::value_error(std::string(name) + ": img holds values from " +
-                            std::to_string(data->first) + " to " + std::to_string(data->second) +
-                            ", outside range; give a range that covers them");
-
-    const SornArray r = record(ch);
+    const SornArray rec = record(ch);
     SornStatus st;
     {
       py::gil_scoped_release nogil;
       if (m) {
         const SornArray rm = record(*m);
-        st = s.masked.fn(thread_env(), flags, &r, &rm, nullptr, nullptr, 0, &h);
+        st = s.masked.fn(thread_env(), flags, &rec, &rm, nullptr, nullptr, 0, &h);
       } else {
-        st = s.plain.fn(thread_env(), flags, &r, nullptr, 0, &h);
+        st = s.plain.fn(thread_env(), flags, &rec, nullptr, 0, &h);
       }
     }
     check(st, m ? s.masked.name : s.plain.name);
@@ -229,6 +274,16 @@ void bind(py::module_ &m, const char *name, const char *doc, const Reduction &s)
       },
       doc, py::arg("img"), py::kw_only(), py::arg("mask") = py::none(),
       py::arg("invert_mask") = false, py::arg("fast") = false);
+}
+
+void bind(py::module_ &m, const char *name, const char *doc, const Extremes &s) {
+  m.def(
+      name,
+      [s, name](py::object img, py::object mask, bool invert_mask, bool positions) {
+        return extremes(s, name, img, mask, invert_mask, positions);
+      },
+      doc, py::arg("img"), py::kw_only(), py::arg("mask") = py::none(),
+      py::arg("invert_mask") = false, py::arg("positions") = false);
 }
 
 void bind(py::module_ &m, const char *name, const char *doc, const Histogram &s) {
