@@ -136,23 +136,29 @@ py::object compare(const Compare &s, const char *name, py::handle a, py::handle 
   std::vector<Image *> inputs{&A};
   if (B) inputs.push_back(&*B);
   walk(inputs, &o, true);
-  const SornArray rd = record(o.image), ra = record(A);
-  SornArray rb{};
-  if (B) rb = record(*B);
-  SornStatus st;
+  // A stack the call frame can take goes whole, any other plane by plane.
+  const bool whole = frame_walkable(o.image) && frame_walkable(A) && (!B || frame_walkable(*B));
+  const int64_t P = whole ? 1 : A.planes();
+  SornStatus st = SORN_OK;
   const char *fn = values ? (B ? s.images_values.name : s.constant_values.name)
                           : (B ? s.images.name : s.constant.name);
   {
     py::gil_scoped_release nogil;
     SornXE *xe = thread_env();
-    if (!values)
-      st = B ? s.images.fn(xe, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, cmp)
-             : s.constant.fn(xe, 0, &rd, &ra, cvec, nullptr, nullptr, cmp);
-    else
-      st = B ? s.images_values.fn(xe, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, cmp, t.arg(),
-                                  f.arg())
-             : s.constant_values.fn(xe, 0, &rd, &ra, cvec, nullptr, nullptr, cmp, t.arg(),
-                                    f.arg());
+    for (int64_t p = 0; p < P && st >= 0; ++p) {
+      const SornArray rd = record(whole ? o.image : plane(o.image, p));
+      const SornArray ra = record(whole ? A : plane(A, p));
+      SornArray rb{};
+      if (B) rb = record(whole ? *B : plane(*B, p));
+      if (!values)
+        st = B ? s.images.fn(xe, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, cmp)
+               : s.constant.fn(xe, 0, &rd, &ra, cvec, nullptr, nullptr, cmp);
+      else
+        st = B ? s.images_values.fn(xe, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, cmp, t.arg(),
+                                    f.arg())
+               : s.constant_values.fn(xe, 0, &rd, &ra, cvec, nullptr, nullptr, cmp, t.arg(),
+                                      f.arg());
+    }
   }
   check(st, fn);
   return finish(o);

@@ -32,6 +32,7 @@ constexpr uint32_t kCmpPairs[] = {SORN_CMP_PAIRS(SORN_PY_PAIR)};
 constexpr uint32_t kECmpPairs[] = {SORN_ECMP_PAIRS(SORN_PY_PAIR)};
 constexpr uint32_t kMinmaxTypes[] = {SORN_MINMAX_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kSumTypes[] = {SORN_SUM_TYPES(SORN_PY_TYPE)};
+constexpr uint32_t kStatsChannels = 0u SORN_STATS_CHANNELS(SORN_PY_CHANNEL_BIT, _);
 constexpr uint32_t kHistTypes[] = {SORN_HIST_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kHistXmTypes[] = {SORN_HIST_XM_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kFillTypes[] = {SORN_FILL_TYPES(SORN_PY_TYPE)};
@@ -68,7 +69,13 @@ the signed saturating form: uint8 sources, results clamped to -128..127.
 
 The result has the type of the wider source (dtype= or out= choose another
 the library has a kernel for: uint8, int16, int32, float32 destinations; the
-error lists the combinations). out may be a or b itself.)",
+error lists the combinations). out may be a or b itself.
+
+add(x, x) with the very same array (one memory, one layout) is the library's
+form for like sources, kept as the library defines it: the sum goes to its
+multiply-by-constant kernel with a block of doubles that kernel reads in its
+own type, so that uint8 gives zeros and other types their own factors, not a
+doubling. add(x, x.copy()) doubles.)",
      Elementwise{"saturate", true, true,
                  {SORN_PY_ENTRY(SornAdd), SORN_PY_ENTRY(SornAddq), SORN_PY_ENTRY(SornAddsq)},
                  {SORN_PY_ENTRY(SornAddC), SORN_PY_ENTRY(SornAddqC), SORN_PY_ENTRY(SornAddsqC)},
@@ -224,14 +231,14 @@ float32 images add their elements in double, row by row in address order.
 mask: one byte per pixel (uint8 or bool); pixels whose byte is 0 are left out
 (255 with invert_mask=True). fast=True takes the library's narrow
 accumulators, which wrap at 32 bits (and add float32 in float32).)",
-     Reduction{SORN_PY_ENTRY(SornSum), SORN_PY_ENTRY(SornSumEx), kSumTypes, SORN_F_SUM_FAST,
+     Reduction{SORN_PY_ENTRY(SornSum), SORN_PY_ENTRY(SornSumEx), kSumTypes, kStatsChannels, SORN_F_SUM_FAST,
                SORN_F_STATS_INVMASK}},
     {"mean",
      R"(mean(img, *, mask=None, invert_mask=False, fast=False)
 
 The mean of every channel, in double, shaped as sum() gives it. With a mask
 only the selected pixels count; a mask that selects none gives means of 0.0.)",
-     Reduction{SORN_PY_ENTRY(SornMean), SORN_PY_ENTRY(SornMeanEx), kSumTypes, SORN_F_SUM_FAST,
+     Reduction{SORN_PY_ENTRY(SornMean), SORN_PY_ENTRY(SornMeanEx), kSumTypes, kStatsChannels, SORN_F_SUM_FAST,
                SORN_F_STATS_INVMASK}},
     {"minmax",
      R"(minmax(img, *, mask=None, invert_mask=False, positions=False)
@@ -246,7 +253,7 @@ mask: one byte per pixel, for one-channel images; pixels whose byte is 0 (255
 with invert_mask) are left out, and a mask that selects none raises
 SornEmptyRegionError.)",
      Extremes{SORN_PY_ENTRY(SornMinmax), SORN_PY_ENTRY(SornMinmaxEx), kMinmaxTypes,
-              SORN_F_STATS_INVMASK}},
+              kStatsChannels, SORN_F_STATS_INVMASK}},
     {"histogram",
      R"(histogram(img, bins=256, range=None, *, mask=None, invert_mask=False)
 
@@ -256,7 +263,8 @@ stack is counted over all its planes.
 
 Integer images: low and high are rounded to integers; with bins equal to
 high - low + 1 a value v falls in bin v - low, otherwise in bin
-((v - low) * bins) // (high - low + 1). float32 images: bin
+((v - low) * bins) / (high - low + 1) in 32-bit arithmetic, the division
+truncating toward zero (so values less than a bin below low count in bin 0). float32 images: bin
 int((v - low) * (bins - 1) / (high - low)), so that high falls in the last
 bin. The default range is the type's (uint8 0..255, int8 -128..127, int16
 -32768..32767) and, for int32 and float32, the data's smallest and largest

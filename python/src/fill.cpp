@@ -51,23 +51,22 @@ py::object fill(const Fill &s, const char *name, py::handle img, py::handle valu
   walk(inputs, &o, true);
   const SornFlags flags = invert_mask ? s.invmask : 0;
   const bool two_values = !outside.is_none();
-  const SornArray rd = record(o.image);
-  SornStatus st;
-  const char *fn;
+  // A stack the call frame can take goes whole, any other plane by plane.
+  const bool whole = frame_walkable(o.image) && (!M || frame_walkable(*M));
+  const int64_t P = whole ? 1 : o.image.planes();
+  SornStatus st = SORN_OK;
+  const char *fn = !M ? s.plain.name : two_values ? s.masked2.name : s.masked.name;
   {
     py::gil_scoped_release nogil;
-    if (!M) {
-      fn = s.plain.name;
-      st = s.plain.fn(thread_env(), flags, &rd, nullptr, v1);
-    } else {
-      const SornArray rm = record(*M);
-      if (!two_values) {
-        fn = s.masked.name;
-        st = s.masked.fn(thread_env(), flags, &rd, &rm, nullptr, nullptr, v1);
-      } else {
-        fn = s.masked2.name;
-        st = s.masked2.fn(thread_env(), flags, &rd, &rm, nullptr, nullptr, v1, v2);
+    for (int64_t p = 0; p < P && st >= 0; ++p) {
+      const SornArray rd = record(whole ? o.image : plane(o.image, p));
+      if (!M) {
+        st = s.plain.fn(thread_env(), flags, &rd, nullptr, v1);
+        continue;
       }
+      const SornArray rm = record(whole ? *M : plane(*M, M->planes() == 1 ? 0 : p));
+      st = two_values ? s.masked2.fn(thread_env(), flags, &rd, &rm, nullptr, nullptr, v1, v2)
+                      : s.masked.fn(thread_env(), flags, &rd, &rm, nullptr, nullptr, v1);
     }
   }
   check(st, fn);

@@ -19,6 +19,10 @@ PYBIND11_MODULE(_sorn, m) {
   m.def("_copies_made", &sorn::python::copies_made,
         "_copies_made()\n\nLayout copies made since the module was loaded: operands the library "
         "could not walk as they lay.");
+  m.def(
+      "_raise_status",
+      [](int64_t status, const char *function) { sorn::python::raise_status(status, function); },
+      "_raise_status(status, function)\n\nRaises what a call answering status raises (for tests).");
   m.def("_live_environments", &sorn::python::live_envs,
         "_live_environments()\n\nExecution environments alive: one per thread that has called "
         "the library and not yet ended.");

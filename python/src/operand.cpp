@@ -394,6 +394,22 @@ void walk(std::span<Image *const> inputs, Output *out, bool order_free) {
   }
 }
 
+Image plane(const Image &img, int64_t p) {
+  Image r = img;
+  if (img.ndim == 4) {
+    r.data += p * img.str[0];
+    r.ext[0] = 1;
+    r.str[0] = r.ext[1] * r.str[1];
+    r.ndim = 3;
+  }
+  return r;
+}
+
+bool frame_walkable(const Image &img) {
+  if (img.ndim != 4) return true;
+  return img.str[0] >= img.ext[1] * img.str[1] && img.str[1] >= img.ext[2] * img.str[2];
+}
+
 Image transposed(const Image &img) { return oriented(img, Orientation{true, false}); }
 
 py::array finish(Output &out) {

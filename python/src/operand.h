@@ -120,6 +120,16 @@ void check_overlap(const Output &out, const Image &in, const char *function, con
 // result does not depend on the order in which pixels are visited.
 void walk(std::span<Image *const> inputs, Output *out, bool order_free);
 
+// Plane p of a stack, as an image of three axes (the image itself when it is
+// no stack).
+Image plane(const Image &img, int64_t p);
+
+// Whether the library's call frame may take a stack whole: it merges a
+// dimension into the next where the outer stride is no shorter than the
+// inner extent (rows upside down or repeated would be merged wrongly), so a
+// stack that is not laid out that way goes to the library plane by plane.
+bool frame_walkable(const Image &img);
+
 // The same memory read with rows and columns exchanged.
 Image transposed(const Image &img);
 

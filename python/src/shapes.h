@@ -161,6 +161,7 @@ struct Reduction {
   Entry<Reduce> plain;
   Entry<ReduceEx> masked;
   Keys types;
+  uint32_t channels;  // bit c: images of c channels have kernels
   SornFlags fast;     // the flag of the narrow accumulators
   SornFlags invmask;  // the flag that makes 255 the skipped mask value
 };
@@ -176,6 +177,7 @@ struct Extremes {
   Entry<MinmaxFn> plain;
   Entry<MinmaxExFn> masked;
   Keys types;
+  uint32_t channels;
   SornFlags invmask;
 };
 

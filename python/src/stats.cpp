@@ -21,21 +21,19 @@ std::string list_types(Keys keys) {
   return s;
 }
 
+void check_channels(uint32_t channels, const Image &img, const char *name) {
+  if ((channels >> img.channels()) & 1) return;
+  std::string takes;
+  for (int c = 1; c <= 4; ++c)
+    if ((channels >> c) & 1) takes += (takes.empty() ? "" : ", ") + std::to_string(c);
+  throw py::value_error(std::string(name) + ": takes images of " + takes + " channels, not " +
+                        std::to_string(img.channels()));
+}
+
 void check_type(Keys keys, const Image &img, const char *name, const char *what) {
   if (!holds(keys, img.type))
     throw py::type_error(std::string(name) + ": no kernel for " + type_name(img.type) + what +
                          "; it takes " + list_types(keys));
-}
-
-// One plane of a stack, as a three-dimensional operand.
-Image plane_of(const Image &img, int64_t p) {
-  Image r = img;
-  if (img.ndim == 4) {
-    r.data += p * img.str[0];
-    r.ext[0] = 1;
-    r.ndim = 3;
-  }
-  return r;
 }
 
 std::optional<Image> optional_mask(py::handle mask, const char *name, const Image &img) {
@@ -49,6 +47,7 @@ py::object reduce(const Reduction &s, const char *name, py::handle img, py::hand
                   bool invert_mask, bool fast) {
   Image I = image_arg(img, name, "img", Axes{2, 4});
   check_type(s.types, I, name, "");
+  check_channels(s.channels, I, name);
   std::optional<Image> M = optional_mask(mask, name, I);
   std::vector<Image *> inputs{&I};
   if (M) inputs.push_back(&*M);
@@ -67,9 +66,9 @@ py::object reduce(const Reduction &s, const char *name, py::handle img, py::hand
     py::gil_scoped_release nogil;
     SornXE *xe = thread_env();
     for (int64_t p = 0; p < P && st >= 0; ++p) {
-      const SornArray r = record(plane_of(I, p));
+      const SornArray r = record(plane(I, p));
       if (M) {
-        const SornArray rm = record(plane_of(*M, M->planes() == 1 ? 0 : p));
+        const SornArray rm = record(plane(*M, M->planes() == 1 ? 0 : p));
         st = s.masked.fn(xe, flags, &r, &rm, nullptr, nullptr, res + p * C);
       } else {
         st = s.plain.fn(xe, flags, &r, nullptr, res + p * C);
@@ -88,6 +87,7 @@ py::object extremes(const Extremes &s, const char *name, py::handle img, py::han
                     bool invert_mask, bool positions) {
   Image I = image_arg(img, name, "img", Axes{2, 4});
   check_type(s.types, I, name, "");
+  check_channels(s.channels, I, name);
   std::optional<Image> M = optional_mask(mask, name, I);
   if (M && I.channels() > 1)
     throw py::value_error(std::string(name) + ": a mask takes one-channel images only");
@@ -106,9 +106,9 @@ py::object extremes(const Extremes &s, const char *name, py::handle img, py::han
       SornMinmaxRec &rec = recs[(size_t)p];
       std::memset(&rec, 0, sizeof rec);
       rec.what = positions ? SORN_MINMAX_MINCOL | SORN_MINMAX_MAXCOL | SORN_MINMAX_POSITIONS : 3;
-      const SornArray r = record(plane_of(I, p));
+      const SornArray r = record(plane(I, p));
       if (M) {
-        const SornArray rm = record(plane_of(*M, M->planes() == 1 ? 0 : p));
+        const SornArray rm = record(plane(*M, M->planes() == 1 ? 0 : p));
         st = s.masked.fn(xe, flags, &r, &rm, nullptr, nullptr, &rec);
       } else {
         st = s.plain.fn(xe, flags, &r, nullptr, &rec);
@@ -245,15 +245,21 @@ py::object histogram(const Histogram &s, const char *name, py::handle img, int64
         throw py::value_error(std::string(name) + ": bins times the range's width exceeds the "
                                                   "32-bit arithmetic of integer bins");
     }
-    const SornArray rec = record(ch);
-    SornStatus st;
+    // A stack the call frame can take goes whole; the library adds its planes
+    // one after another into the counts, as the loop below does otherwise.
+    const bool whole = frame_walkable(ch) && (!m || frame_walkable(*m));
+    const int64_t P = whole ? 1 : ch.planes();
+    SornStatus st = SORN_OK;
     {
       py::gil_scoped_release nogil;
-      if (m) {
-        const SornArray rm = record(*m);
-        st = s.masked.fn(thread_env(), flags, &rec, &rm, nullptr, nullptr, 0, &h);
-      } else {
-        st = s.plain.fn(thread_env(), flags, &rec, nullptr, 0, &h);
+      for (int64_t p = 0; p < P && st >= 0; ++p) {
+        const SornArray rec = record(whole ? ch : plane(ch, p));
+        if (m) {
+          const SornArray rm = record(whole ? *m : plane(*m, m->planes() == 1 ? 0 : p));
+          st = s.masked.fn(thread_env(), flags, &rec, &rm, nullptr, nullptr, 0, &h);
+        } else {
+          st = s.plain.fn(thread_env(), flags, &rec, nullptr, 0, &h);
+        }
       }
     }
     check(st, m ? s.masked.name : s.plain.name);
