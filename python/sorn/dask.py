@@ -33,6 +33,10 @@ additions run in another order.
 
 The library works on one record of at most 2 GiB per call: tiles are how
 larger images reach it.
+
+sorn's functions live in its extension module and do not pickle; these
+functions send them to the workers by name (portable(func) does that for a
+function of your own Dask code).
 """
 
 import functools
@@ -48,8 +52,8 @@ import sorn
 
 from . import io as _io
 
-__all__ = ["map_images", "stable_regions", "picture_paths", "histogram", "sum", "mean",
-           "elementwise"]
+__all__ = ["map_images", "stable_regions", "picture_paths", "portable", "histogram", "sum",
+           "mean", "elementwise"]
 
 _builtin_sum = sum
 
@@ -60,6 +64,32 @@ def picture_paths(folder):
     """The pictures of a folder that sorn.io reads, in name order."""
     names = sorted(n for n in os.listdir(folder) if n.lower().endswith(_io.EXTENSIONS))
     return [os.path.join(folder, n) for n in names]
+
+
+class _Named:
+    """A function of sorn by its name. The module's functions are built into
+    the extension and cannot be pickled themselves; this stands for one on
+    the workers, where it looks the function up in their own sorn."""
+
+    def __init__(self, name):
+        self.name = name
+
+    def __call__(self, *args, **kwargs):
+        return getattr(sorn, self.name)(*args, **kwargs)
+
+    def __repr__(self):
+        return f"sorn.{self.name}"
+
+
+def portable(func):
+    """func in a form that reaches Dask's workers: sorn's own functions (also
+    inside functools.partial) by name, any other as it is."""
+    if isinstance(func, functools.partial):
+        return functools.partial(portable(func.func), *func.args, **func.keywords)
+    name = getattr(func, "__name__", None)
+    if name and getattr(sorn, name, None) is func:
+        return _Named(name)
+    return func
 
 
 def _apply(func, args, kwargs, image):
@@ -73,6 +103,7 @@ def _read_and_apply(func, args, kwargs, path):
 def map_images(func, images, *args, scheduler=None, read_on_client=False, **kwargs):
     """func(image, *args, **kwargs) for every image, as a list in the order
     of images. See the module's help for images and scheduler."""
+    func = portable(func)
     if isinstance(images, db.Bag):
         bag = images.map(functools.partial(_apply, func, args, kwargs))
     else:
@@ -199,6 +230,7 @@ def elementwise(func, *arrays, **kwargs):
     if not arrays:
         raise TypeError("elementwise: no arrays")
     first = _image_array(arrays[0], "elementwise")
+    func = portable(func)
     arrays = [first] + [_image_array(a, "elementwise").rechunk(first.chunks) for a in arrays[1:]]
     # The type of the result, from one pixel of each.
     probe = func(*[np.zeros((1, 1) + a.shape[2:], a.dtype) for a in arrays], **kwargs)

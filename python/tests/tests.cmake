@@ -15,3 +15,11 @@ foreach(test_file IN LISTS sorn_py_tests)
     ENVIRONMENT "${sorn_py_test_env}"
     LABELS python TIMEOUT 300)
 endforeach()
+
+# The example runs on a local cluster over pictures it writes itself.
+add_test(NAME python.example_dask_regions
+         COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/examples/dask_regions.py
+                 ${CMAKE_CURRENT_BINARY_DIR}/example_pictures --make 3 --workers 2)
+set_tests_properties(python.example_dask_regions PROPERTIES
+  ENVIRONMENT "${sorn_py_test_env}" LABELS python TIMEOUT 300
+  PASS_REGULAR_EXPRESSION "3 pictures in")
