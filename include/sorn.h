@@ -73,6 +73,9 @@ typedef uint32_t SornDimPack;
 #define SORN_TYPECODE_s64 SORN_S64
 #define SORN_TYPECODE_f32 SORN_F32
 #define SORN_TYPECODE_f64 SORN_F64
+/* Every element type by its token, for what goes over all of them (the
+ * Python module's map from numpy's types, for one). */
+#define SORN_ELEM_TYPES(X) X(u8) X(u16) X(u32) X(u64) X(s8) X(s16) X(s32) X(s64) X(f32) X(f64)
 /* Bit c set: code c is a known type (1-4 and 9-15). */
 #define SORN_KNOWN_TYPES 0xfe1eu
 /* Bytes per element, always from the size class (code & 7). */
@@ -881,6 +884,9 @@ SORN_SQR_PAIRS(SORN_DECL_SQR)
 #undef SORN_DECL_SQR
 #undef SORN_ARITH1_KERNEL_DECL
 
+/* The one pair of types exp, ln and the sigmoid take: destination, source. */
+#define SORN_EXP_PAIRS(X) X(f32, f32)
+
 /* The element functions of exp and ln, by accuracy. */
 float _T_sorna__exp_fast_acc(float x);
 float _T_sorna__exp_fast(float x);
@@ -1174,6 +1180,10 @@ uint32_t sorn_bhash(const void *p, size_t n);
 #define SORN_F_INVMASK  0x20000ull
 #define SORN_TAG_FILL SORN_FOURCC('f', 'i', 'l', 'l')
 #define SORN_TAG_FILX SORN_FOURCC('f', 'i', 'l', 'x')
+
+/* The types a fill vector holds, and so the types SornFill, SornFillEx and
+ * SornFillEx2 write; the 64-bit types are not supported. */
+#define SORN_FILL_TYPES(X) X(u8) X(u16) X(u32) X(s8) X(s16) X(s32) X(f32)
 
 /* Values are rounded to nearest (ties to even) in 32 bits and saturated to
  * the type; f32 is narrowed. nchan 1 to 4; a null fvals means zeros. */
