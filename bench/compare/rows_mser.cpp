@@ -17,10 +17,6 @@ extern "C" {
 
 #include "compare.h"
 
-#ifndef SORN_COMPARE_HAVE_FMSER
-#define SORN_COMPARE_HAVE_FMSER 0
-#endif
-
 using namespace compare;
 
 namespace {
@@ -65,22 +61,6 @@ int sorn_floodings(SornXE *xe, const cv::Mat &img) {
     SornFWTSRESfini(&res);
   }
   return nodes;
-}
-
-#if SORN_COMPARE_HAVE_FMSER
-}  // namespace
-// The header may declare the entries before the library has them: weak
-// references let the program link either way and find out at run time.
-extern "C" {
-decltype(SornGenerateFMSERs) SornGenerateFMSERs __attribute__((weak));
-decltype(__sorn_fmserfilt__$) __sorn_fmserfilt__$ __attribute__((weak));
-decltype(sorn_fmserf_destroy) sorn_fmserf_destroy __attribute__((weak));
-}
-namespace {
-
-bool fmser_in_library() {
-  return SornGenerateFMSERs != nullptr && __sorn_fmserfilt__$ != nullptr &&
-         sorn_fmserf_destroy != nullptr;
 }
 
 int sorn_msers(SornXE *xe, const SornArray *img) {
@@ -132,33 +112,19 @@ void mser_rows(const Scenes &scenes, int rows, int cols, int samples) {
   auto flood = [&] { nodes = sorn_floodings(xe, img); };
   flood();
   std::vector<std::function<void()>> fns = {flood, opencv, vlfeat};
-  bool have_mser = false;
-#if SORN_COMPARE_HAVE_FMSER
-  have_mser = fmser_in_library();
   SornArray rimg = rec_of(img);
   int found = 0;
   auto sorn = [&] { found = sorn_msers(xe, &rimg); };
-  if (have_mser) {
-    sorn();
-    fns.push_back(sorn);
-  }
-#endif
+  sorn();
+  fns.push_back(sorn);
   // One race for all four, so that the peers are timed once per size.
   const auto t = race(fns, samples);
   add_timed_row("component trees (f flooding x2)", rows, cols, "cv::MSER", t[0], t[1], NAN,
                 "the floodings alone: Sorn tree nodes " + std::to_string(nodes) + "; " + counts);
-  if (have_mser) {
-#if SORN_COMPARE_HAVE_FMSER
-    const std::string all = "regions: Sorn " + std::to_string(found) + ", OpenCV " +
-                            std::to_string(cvregions.size()) + ", VLFeat " + std::to_string(vlcount);
-    add_timed_row("MSER, dark and bright", rows, cols, "cv::MSER", t[3], t[1], 0.5, all);
-    add_timed_row("MSER, dark and bright", rows, cols, "vl_mser_process", t[3], t[2], NAN, all);
-#endif
-  } else {
-    const std::string why = "pending: SornGenerateFMSERs is not in the library yet; " + counts;
-    add_timed_row("MSER, dark and bright", rows, cols, "cv::MSER", NAN, t[1], 0.5, why);
-    add_timed_row("MSER, dark and bright", rows, cols, "vl_mser_process", NAN, t[2], NAN, why);
-  }
+  const std::string all = "regions: Sorn " + std::to_string(found) + ", OpenCV " +
+                          std::to_string(cvregions.size()) + ", VLFeat " + std::to_string(vlcount);
+  add_timed_row("MSER, dark and bright", rows, cols, "cv::MSER", t[3], t[1], 0.5, all);
+  add_timed_row("MSER, dark and bright", rows, cols, "vl_mser_process", t[3], t[2], NAN, all);
   vl_mser_delete(vf);
 }
 
