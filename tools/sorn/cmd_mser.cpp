@@ -235,15 +235,9 @@ const char *legend_of(const std::string &shape) {
 
 int run_mser(const std::vector<std::string> &argv) {
   Args args("mser", argv,
-            {{"-o", "--output", true},
-             {"--shape", nullptr, true},
-             {"--delta", nullptr, true},
-             {"--min-area", nullptr, true},
-             {"--max-area", nullptr, true},
-             {"--max-variation", nullptr, true},
-             {"--min-diversity", nullptr, true},
-             {"--mode", nullptr, true},
-             {"--json", nullptr, true}},
+            {kOutputOption, valued("--shape"), valued("--delta"), valued("--min-area"),
+             valued("--max-area"), valued("--max-variation"), valued("--min-diversity"),
+             valued("--mode"), valued("--json")},
             1);
   if (args.help()) return print_help(kMserHelp);
   std::string outname = args.text("-o", "");
