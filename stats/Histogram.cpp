@@ -247,15 +247,16 @@ SornStatus mode_rule(int32_t mode) {
 
 }  // namespace
 
-SornStatus SornHistogram(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
-                         int32_t mode, SornHist *hists) {
-  return image_entry(xe, flags, SORN_TAG_HIST, &SornTGAhistogram, src, roi, hists, mode_rule(mode));
+SornStatus SornHistogram(SornXE *xe, SornFlags flags, const SornArray *src,
+                         const SornVolume *srcRoi, int32_t mode, SornHist *hists) {
+  return image_entry(xe, flags, SORN_TAG_HIST, &SornTGAhistogram, src, srcRoi, hists,
+                     mode_rule(mode));
 }
 
 SornStatus SornHistogramEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
-                           const SornVolume *roi, const SornVolume *maskSite, int32_t mode,
+                           const SornVolume *srcRoi, const SornVolume *maskSite, int32_t mode,
                            SornHist *hists) {
-  if (mask == nullptr) return SornHistogram(xe, flags, src, roi, mode, hists);
-  return masked_entry(xe, flags, SORN_TAG_HSTX, &SornTGAhistogramEx, src, mask, roi, maskSite,
+  if (mask == nullptr) return SornHistogram(xe, flags, src, srcRoi, mode, hists);
+  return masked_entry(xe, flags, SORN_TAG_HSTX, &SornTGAhistogramEx, src, mask, srcRoi, maskSite,
                       hists, mode_rule(mode));
 }

@@ -168,14 +168,15 @@ constexpr EntryWay kMinmaxWay{&settle_request, sorn::kKeepRows};
 
 }  // namespace
 
-SornStatus SornMinmax(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
+SornStatus SornMinmax(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *srcRoi,
                       SornMinmaxRec *res) {
-  return image_entry(xe, flags, SORN_TAG_MIMA, &SornTGAminmax, src, roi, res, SORN_OK, kMinmaxWay);
+  return image_entry(xe, flags, SORN_TAG_MIMA, &SornTGAminmax, src, srcRoi, res, SORN_OK,
+                     kMinmaxWay);
 }
 
 SornStatus SornMinmaxEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
-                        const SornVolume *roi, const SornVolume *maskSite, SornMinmaxRec *res) {
-  if (mask == nullptr) return SornMinmax(xe, flags, src, roi, res);
-  return masked_entry(xe, flags, SORN_TAG_MIMX, &SornTGAminmaxEx, src, mask, roi, maskSite, res,
+                        const SornVolume *srcRoi, const SornVolume *maskSite, SornMinmaxRec *res) {
+  if (mask == nullptr) return SornMinmax(xe, flags, src, srcRoi, res);
+  return masked_entry(xe, flags, SORN_TAG_MIMX, &SornTGAminmaxEx, src, mask, srcRoi, maskSite, res,
                       SORN_OK, kMinmaxWay);
 }

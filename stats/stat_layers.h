@@ -38,11 +38,11 @@ struct EntryWay {
 };
 
 inline SornStatus image_entry(SornXE *xe, SornFlags flags, uint32_t tag, sorn::SliceProc<1> slice,
-                              const SornArray *src, const SornVolume *roi, void *out,
+                              const SornArray *src, const SornVolume *srcRoi, void *out,
                               SornStatus pre = SORN_OK, EntryWay way = {}) {
   if (out == nullptr) return SORN_EINVAL;
   sorn::Operand op;
-  SornStatus st = sorn::prepare_image(src, roi, &op);
+  SornStatus st = sorn::prepare_image(src, srcRoi, &op);
   if (st != SORN_OK) return st;
   if (sorn::no_channels(op.roi)) return SORN_ENOSPC;
   if (pre != SORN_OK) return pre;
@@ -51,14 +51,14 @@ inline SornStatus image_entry(SornXE *xe, SornFlags flags, uint32_t tag, sorn::S
 }
 
 inline SornStatus masked_entry(SornXE *xe, SornFlags flags, uint32_t tag, sorn::SliceProc<2> slice,
-                               const SornArray *src, const SornArray *mask, const SornVolume *roi,
-                               const SornVolume *maskSite, void *out, SornStatus pre = SORN_OK,
-                               EntryWay way = {}) {
+                               const SornArray *src, const SornArray *mask,
+                               const SornVolume *srcRoi, const SornVolume *maskSite, void *out,
+                               SornStatus pre = SORN_OK, EntryWay way = {}) {
   if (out == nullptr) return SORN_EINVAL;
   // A pixel mask is one channel of bytes.
   if (mask->elemtype != SORN_U8) return SORN_EINVAL;
   sorn::Operand op, mop;
-  SornStatus st = sorn::prepare_pair(src, mask, sorn::Channels::One, roi, maskSite, &op, &mop);
+  SornStatus st = sorn::prepare_pair(src, mask, sorn::Channels::One, srcRoi, maskSite, &op, &mop);
   if (st != SORN_OK) return st;
   if (sorn::no_channels(op.roi)) return SORN_ENOSPC;
   if (pre != SORN_OK) return pre;
@@ -155,15 +155,15 @@ template <class Out> void settled(SornFlags, uint32_t, uint32_t, Out *) {}
 
 // The entries of a statistic with one double per channel, Sorn<Name> and
 // Sorn<Name>Ex: the latter without a mask is the former.
-#define SORN_STATS_ENTRIES(Name, op, tag, tagx)                                                   \
-  SornStatus Sorn##Name(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi, \
-                        double *out) {                                                            \
-    return sorn::stats::image_entry(xe, flags, tag, &SornTGA##op, src, roi, out);                 \
-  }                                                                                               \
-  SornStatus Sorn##Name##Ex(SornXE *xe, SornFlags flags, const SornArray *src,                    \
-                            const SornArray *mask, const SornVolume *roi,                         \
-                            const SornVolume *maskSite, double *out) {                            \
-    if (mask == nullptr) return Sorn##Name(xe, flags, src, roi, out);                             \
-    return sorn::stats::masked_entry(xe, flags, tagx, &SornTGA##op##Ex, src, mask, roi, maskSite, \
-                                     out);                                                        \
+#define SORN_STATS_ENTRIES(Name, op, tag, tagx)                                            \
+  SornStatus Sorn##Name(SornXE *xe, SornFlags flags, const SornArray *src,                 \
+                        const SornVolume *srcRoi, double *out) {                           \
+    return sorn::stats::image_entry(xe, flags, tag, &SornTGA##op, src, srcRoi, out);       \
+  }                                                                                        \
+  SornStatus Sorn##Name##Ex(SornXE *xe, SornFlags flags, const SornArray *src,             \
+                            const SornArray *mask, const SornVolume *srcRoi,               \
+                            const SornVolume *maskSite, double *out) {                     \
+    if (mask == nullptr) return Sorn##Name(xe, flags, src, srcRoi, out);                   \
+    return sorn::stats::masked_entry(xe, flags, tagx, &SornTGA##op##Ex, src, mask, srcRoi, \
+                                     maskSite, out);                                       \
   }
