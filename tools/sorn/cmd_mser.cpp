@@ -198,7 +198,7 @@ void draw_quad(Image &im, const double (*q)[2], Rgb c, int width) {
     line(im, q[k][0], q[k][1], q[(k + 1) % 4][0], q[(k + 1) % 4][1], c, width);
 }
 
-// Today's tint of every pixel: dark regions towards red, bright ones
+// The tint of every pixel: dark regions towards red, bright ones
 // towards blue, pixels of both purple.
 Image tinted(const Image &grey, const std::vector<uint8_t> &marks) {
   Image out(grey.width, grey.height, 3);
