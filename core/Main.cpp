@@ -50,22 +50,22 @@ void fix(KuCrtAction *n) {
   if (n->right) n->right->parent = n;
 }
 
-KuCrtAction *rotate_right(KuCrtAction *n) {
-  KuCrtAction *l = n->left;
-  n->left = l->right;
-  l->right = n;
+// Lifts n's child on side `up` into n's place; n becomes that child's child
+// on the other side, `down`.
+KuCrtAction *rotate(KuCrtAction *n, KuCrtAction *KuCrtAction::*up,
+                    KuCrtAction *KuCrtAction::*down) {
+  KuCrtAction *c = n->*up;
+  n->*up = c->*down;
+  c->*down = n;
   fix(n);
-  fix(l);
-  return l;
+  fix(c);
+  return c;
 }
-
+KuCrtAction *rotate_right(KuCrtAction *n) {
+  return rotate(n, &KuCrtAction::left, &KuCrtAction::right);
+}
 KuCrtAction *rotate_left(KuCrtAction *n) {
-  KuCrtAction *r = n->right;
-  n->right = r->left;
-  r->left = n;
-  fix(n);
-  fix(r);
-  return r;
+  return rotate(n, &KuCrtAction::right, &KuCrtAction::left);
 }
 
 KuCrtAction *insert(KuCrtAction *root, KuCrtAction *a) {

@@ -50,65 +50,43 @@ int32_t *sorn_vec__neg(int32_t n, int32_t *d, const int32_t *a) {
 
 int32_t *sorn_vec__neg_$I(int32_t n, int32_t *a) { return sorn_vec__neg(n, a, a); }
 
-int32_t *sorn_vec__add(int32_t n, int32_t *d, const int32_t *a, const int32_t *b) {
-  for (int32_t i = 0; i < n; ++i) d[i] = wadd(a[i], b[i]);
-  return d;
-}
-int32_t *sorn_vec__add_$I(int32_t n, int32_t *a, const int32_t *b) {
-  return sorn_vec__add(n, a, a, b);
-}
-int32_t *sorn_vec__add_$C(int32_t n, int32_t *d, const int32_t *a, int32_t x) {
-  for (int32_t i = 0; i < n; ++i) d[i] = wadd(a[i], x);
-  return d;
-}
-int32_t *sorn_vec__add_$C$I(int32_t n, int32_t *a, int32_t x) {
-  return sorn_vec__add_$C(n, a, a, x);
-}
+namespace {
 
-int32_t *sorn_vec__sub(int32_t n, int32_t *d, const int32_t *a, const int32_t *b) {
-  for (int32_t i = 0; i < n; ++i) d[i] = wsub(a[i], b[i]);
-  return d;
-}
-int32_t *sorn_vec__sub_$I(int32_t n, int32_t *a, const int32_t *b) {
-  return sorn_vec__sub(n, a, a, b);
-}
-int32_t *sorn_vec__sub_$C(int32_t n, int32_t *d, const int32_t *a, int32_t x) {
-  for (int32_t i = 0; i < n; ++i) d[i] = wsub(a[i], x);
-  return d;
-}
-int32_t *sorn_vec__sub_$C$I(int32_t n, int32_t *a, int32_t x) {
-  return sorn_vec__sub_$C(n, a, a, x);
-}
+inline int32_t wrsb(int32_t a, int32_t b) { return wsub(b, a); }
+inline int32_t lesser(int32_t a, int32_t b) { return a < b ? a : b; }
+inline int32_t greater(int32_t a, int32_t b) { return a > b ? a : b; }
 
-int32_t *sorn_vec__rsb(int32_t n, int32_t *d, const int32_t *a, const int32_t *b) {
-  for (int32_t i = 0; i < n; ++i) d[i] = wsub(b[i], a[i]);
-  return d;
-}
-int32_t *sorn_vec__rsb_$I(int32_t n, int32_t *a, const int32_t *b) {
-  return sorn_vec__rsb(n, a, a, b);
-}
-int32_t *sorn_vec__rsb_$C(int32_t n, int32_t *d, const int32_t *a, int32_t x) {
-  for (int32_t i = 0; i < n; ++i) d[i] = wsub(x, a[i]);
-  return d;
-}
-int32_t *sorn_vec__rsb_$C$I(int32_t n, int32_t *a, int32_t x) {
-  return sorn_vec__rsb_$C(n, a, a, x);
-}
+}  // namespace
 
-int32_t *sorn_vec__min(int32_t n, int32_t *d, const int32_t *a, const int32_t *b) {
-  for (int32_t i = 0; i < n; ++i) d[i] = a[i] < b[i] ? a[i] : b[i];
-  return d;
-}
-int32_t *sorn_vec__min_$I(int32_t n, int32_t *a, const int32_t *b) {
-  return sorn_vec__min(n, a, a, b);
-}
-int32_t *sorn_vec__max(int32_t n, int32_t *d, const int32_t *a, const int32_t *b) {
-  for (int32_t i = 0; i < n; ++i) d[i] = a[i] > b[i] ? a[i] : b[i];
-  return d;
-}
-int32_t *sorn_vec__max_$I(int32_t n, int32_t *a, const int32_t *b) {
-  return sorn_vec__max(n, a, a, b);
-}
+// A cell-wise operation `rule` of two vectors into a third, and its form in
+// place (into the first).
+#define SORN_VEC_CELLWISE(op, rule)                                                    \
+  int32_t *sorn_vec__##op(int32_t n, int32_t *d, const int32_t *a, const int32_t *b) { \
+    for (int32_t i = 0; i < n; ++i) d[i] = rule(a[i], b[i]);                           \
+    return d;                                                                          \
+  }                                                                                    \
+  int32_t *sorn_vec__##op##_$I(int32_t n, int32_t *a, const int32_t *b) {              \
+    return sorn_vec__##op(n, a, a, b);                                                 \
+  }
+
+// The same with a constant for every cell of the second vector.
+#define SORN_VEC_WITH_CONSTANT(op, rule)                                             \
+  int32_t *sorn_vec__##op##_$C(int32_t n, int32_t *d, const int32_t *a, int32_t x) { \
+    for (int32_t i = 0; i < n; ++i) d[i] = rule(a[i], x);                            \
+    return d;                                                                        \
+  }                                                                                  \
+  int32_t *sorn_vec__##op##_$C$I(int32_t n, int32_t *a, int32_t x) {                 \
+    return sorn_vec__##op##_$C(n, a, a, x);                                          \
+  }
+
+SORN_VEC_CELLWISE(add, wadd)
+SORN_VEC_WITH_CONSTANT(add, wadd)
+SORN_VEC_CELLWISE(sub, wsub)
+SORN_VEC_WITH_CONSTANT(sub, wsub)
+SORN_VEC_CELLWISE(rsb, wrsb)
+SORN_VEC_WITH_CONSTANT(rsb, wrsb)
+SORN_VEC_CELLWISE(min, lesser)
+SORN_VEC_CELLWISE(max, greater)
 
 int sorn_vec__equal(int32_t n, const int32_t *a, const int32_t *b) {
   if (n < 1) return n == 0;

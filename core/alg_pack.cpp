@@ -52,53 +52,37 @@ SornPack *sorna_genpackL(SornPack *pack, uint32_t tag, SornSliceProc proc, SornX
   return pack;
 }
 
-SornPack *sorna_mappackL(SornPack *pack, uint32_t tag, SornSliceProc proc, SornXE *xe,
-                         SornFlags flags, void *data, SornDimPack dimpack, int32_t keep,
-                         int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
-                         int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
-                         int32_t *strides1) {
-  sorna_genpackL(pack, tag, proc, xe, flags, data, dimpack, keep, dims, type0, base0, origin0,
-                 strides0);
-  put_operand(pack, 1, dimpack, type1, base1, origin1, strides1);
+// The parameters every form shares, operand k's four, and the same as
+// arguments: each form below is the one before it and one operand more.
+#define PACK_PARAMS                                                                          \
+  SornPack *pack, uint32_t tag, SornSliceProc proc, SornXE *xe, SornFlags flags, void *data, \
+      SornDimPack dimpack, int32_t keep, int32_t *dims
+#define PACK_ARGS pack, tag, proc, xe, flags, data, dimpack, keep, dims
+#define OPERAND_PARAMS(k) uint32_t type##k, void *base##k, int32_t *origin##k, int32_t *strides##k
+#define OPERAND_ARGS(k) type##k, base##k, origin##k, strides##k
+
+SornPack *sorna_mappackL(PACK_PARAMS, OPERAND_PARAMS(0), OPERAND_PARAMS(1)) {
+  sorna_genpackL(PACK_ARGS, OPERAND_ARGS(0));
+  put_operand(pack, 1, dimpack, OPERAND_ARGS(1));
   return pack;
 }
 
-SornPack *sorna_zippackL(SornPack *pack, uint32_t tag, SornSliceProc proc, SornXE *xe,
-                         SornFlags flags, void *data, SornDimPack dimpack, int32_t keep,
-                         int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
-                         int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
-                         int32_t *strides1, uint32_t type2, void *base2, int32_t *origin2,
-                         int32_t *strides2) {
-  sorna_mappackL(pack, tag, proc, xe, flags, data, dimpack, keep, dims, type0, base0, origin0,
-                 strides0, type1, base1, origin1, strides1);
-  put_operand(pack, 2, dimpack, type2, base2, origin2, strides2);
+SornPack *sorna_zippackL(PACK_PARAMS, OPERAND_PARAMS(0), OPERAND_PARAMS(1), OPERAND_PARAMS(2)) {
+  sorna_mappackL(PACK_ARGS, OPERAND_ARGS(0), OPERAND_ARGS(1));
+  put_operand(pack, 2, dimpack, OPERAND_ARGS(2));
   return pack;
 }
 
-SornPack *sorna_zip3packL(SornPack *pack, uint32_t tag, SornSliceProc proc, SornXE *xe,
-                          SornFlags flags, void *data, SornDimPack dimpack, int32_t keep,
-                          int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
-                          int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
-                          int32_t *strides1, uint32_t type2, void *base2, int32_t *origin2,
-                          int32_t *strides2, uint32_t type3, void *base3, int32_t *origin3,
-                          int32_t *strides3) {
-  sorna_zippackL(pack, tag, proc, xe, flags, data, dimpack, keep, dims, type0, base0, origin0,
-                 strides0, type1, base1, origin1, strides1, type2, base2, origin2, strides2);
-  put_operand(pack, 3, dimpack, type3, base3, origin3, strides3);
+SornPack *sorna_zip3packL(PACK_PARAMS, OPERAND_PARAMS(0), OPERAND_PARAMS(1), OPERAND_PARAMS(2),
+                          OPERAND_PARAMS(3)) {
+  sorna_zippackL(PACK_ARGS, OPERAND_ARGS(0), OPERAND_ARGS(1), OPERAND_ARGS(2));
+  put_operand(pack, 3, dimpack, OPERAND_ARGS(3));
   return pack;
 }
 
-SornPack *sorna_zip4packL(SornPack *pack, uint32_t tag, SornSliceProc proc, SornXE *xe,
-                          SornFlags flags, void *data, SornDimPack dimpack, int32_t keep,
-                          int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
-                          int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
-                          int32_t *strides1, uint32_t type2, void *base2, int32_t *origin2,
-                          int32_t *strides2, uint32_t type3, void *base3, int32_t *origin3,
-                          int32_t *strides3, uint32_t type4, void *base4, int32_t *origin4,
-                          int32_t *strides4) {
-  sorna_zip3packL(pack, tag, proc, xe, flags, data, dimpack, keep, dims, type0, base0, origin0,
-                  strides0, type1, base1, origin1, strides1, type2, base2, origin2, strides2, type3,
-                  base3, origin3, strides3);
-  put_operand(pack, 4, dimpack, type4, base4, origin4, strides4);
+SornPack *sorna_zip4packL(PACK_PARAMS, OPERAND_PARAMS(0), OPERAND_PARAMS(1), OPERAND_PARAMS(2),
+                          OPERAND_PARAMS(3), OPERAND_PARAMS(4)) {
+  sorna_zip3packL(PACK_ARGS, OPERAND_ARGS(0), OPERAND_ARGS(1), OPERAND_ARGS(2), OPERAND_ARGS(3));
+  put_operand(pack, 4, dimpack, OPERAND_ARGS(4));
   return pack;
 }

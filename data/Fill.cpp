@@ -118,6 +118,9 @@ template <class Rule>
 SornStatus masked_fill(SornFlags flags, int32_t n, const int32_t *dims, void *dst,
                        const int32_t *strides, const void *mask, const int32_t *mstrides,
                        const void *v1, const void *v2) {
+  // Under an inverted mask the two values of a two-value fill trade places.
+  if constexpr (std::is_same_v<Rule, PixelRule2> || std::is_same_v<Rule, ElemRule2>)
+    if (flags & SORN_F_INVMASK) std::swap(v1, v2);
   if (n < 2) return SORN_EINVAL;
   const int32_t c = dims[n - 1];
   const int32_t es = strides[n - 1];
@@ -192,34 +195,24 @@ SornStatus sorna__dofill(SornXE *xe, SornFlags flags, int32_t n, const int32_t *
   return SORN_OK;
 }
 
-SornStatus sorna__dofillxm(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,
-                           const int32_t *strides, const void *mask, const int32_t *mstrides,
-                           const void *vector) {
-  (void)xe;
-  return masked_fill<PixelRule>(flags, n, dims, dst, strides, mask, mstrides, vector, vector);
-}
+// The masked fills by rule Rule with one value and with two.
+#define SORN_MASKED_FILL_PARAMS                                                                 \
+  SornXE *, SornFlags flags, int32_t n, const int32_t *dims, void *dst, const int32_t *strides, \
+      const void *mask, const int32_t *mstrides
+#define SORN_MASKED_FILL(name, Rule)                                                        \
+  SornStatus name(SORN_MASKED_FILL_PARAMS, const void *vector) {                            \
+    return masked_fill<Rule>(flags, n, dims, dst, strides, mask, mstrides, vector, vector); \
+  }
+#define SORN_MASKED_FILL2(name, Rule)                                                         \
+  SornStatus name(SORN_MASKED_FILL_PARAMS, const void *vector1, const void *vector2) {        \
+    return masked_fill<Rule>(flags, n, dims, dst, strides, mask, mstrides, vector1, vector2); \
+  }
 
-SornStatus sorna__dofillxm2(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,
-                            const int32_t *strides, const void *mask, const int32_t *mstrides,
-                            const void *vector1, const void *vector2) {
-  (void)xe;
-  if (flags & SORN_F_INVMASK) std::swap(vector1, vector2);
-  return masked_fill<PixelRule2>(flags, n, dims, dst, strides, mask, mstrides, vector1, vector2);
-}
-
-SornStatus _T_sorna__dofillem(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
-                              void *dst, const int32_t *strides, const void *mask,
-                              const int32_t *mstrides, const void *vector) {
-  (void)xe;
-  return masked_fill<ElemRule>(flags, n, dims, dst, strides, mask, mstrides, vector, vector);
-}
-
-SornStatus _T_sorna__dofillemc(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
-                               void *dst, const int32_t *strides, const void *mask,
-                               const int32_t *mstrides, const void *vector) {
-  (void)xe;
-  return masked_fill<ElemRuleC>(flags, n, dims, dst, strides, mask, mstrides, vector, vector);
-}
+SORN_MASKED_FILL(sorna__dofillxm, PixelRule)
+SORN_MASKED_FILL2(sorna__dofillxm2, PixelRule2)
+SORN_MASKED_FILL(_T_sorna__dofillem, ElemRule)
+SORN_MASKED_FILL(_T_sorna__dofillemc, ElemRuleC)
+SORN_MASKED_FILL2(sorna__dofillem2, ElemRule2)
 
 SornStatus sorna__dofillem(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,
                            const int32_t *strides, const void *mask, const int32_t *mstrides,
@@ -227,14 +220,6 @@ SornStatus sorna__dofillem(SornXE *xe, SornFlags flags, int32_t n, const int32_t
   if (flags & SORN_F_INVMASK)
     return _T_sorna__dofillemc(xe, flags, n, dims, dst, strides, mask, mstrides, vector);
   return _T_sorna__dofillem(xe, flags, n, dims, dst, strides, mask, mstrides, vector);
-}
-
-SornStatus sorna__dofillem2(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,
-                            const int32_t *strides, const void *mask, const int32_t *mstrides,
-                            const void *vector1, const void *vector2) {
-  (void)xe;
-  if (flags & SORN_F_INVMASK) std::swap(vector1, vector2);
-  return masked_fill<ElemRule2>(flags, n, dims, dst, strides, mask, mstrides, vector1, vector2);
 }
 
 /* ---------------- layer 3 ---------------- */

@@ -11,7 +11,7 @@
 
 namespace {
 
-using namespace sorn_geom;
+using namespace sorn::geometry;
 constexpr double kPi = std::numbers::pi;
 
 // Semi-axes are the square roots of the eigenvalues times scale: with a

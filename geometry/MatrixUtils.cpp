@@ -9,13 +9,13 @@
 extern "C" {
 
 double *sorn_f64_symmat2x2_eigvals(double *out, const double *m) {
-  return sorn_geom::eigvals(out, m[0], m[1], m[3]);
+  return sorn::geometry::eigvals(out, m[0], m[1], m[3]);
 }
 
 double sorn_f64_symmat2x2_xeigvals(double *out, const double *m) {
   const double a = m[0], b = m[1], d = m[3];
-  sorn_geom::eigvals(out, a, b, d);
-  return sorn_geom::rotation(a, b, d);
+  sorn::geometry::eigvals(out, a, b, d);
+  return sorn::geometry::rotation(a, b, d);
 }
 
 }  // extern "C"

@@ -21,7 +21,7 @@ SornMoment2 *sorn_r2d_moment2_centralize_$I(SornMoment2 *m, const SornR2dPt *cen
 }
 
 double sorn_r2d_moment2c_rotation(const SornMoment2 *m) {
-  return sorn_geom::rotation(m->m20, m->m11, m->m02);
+  return sorn::geometry::rotation(m->m20, m->m11, m->m02);
 }
 
 double *sorn_r2d_moment2c_covariance(double *out, const SornMoment2 *m) {
@@ -34,13 +34,13 @@ double *sorn_r2d_moment2c_covariance(double *out, const SornMoment2 *m) {
 }
 
 double *sorn_r2d_moment2c_eigvals(double *out, const SornMoment2 *m) {
-  return sorn_geom::eigvals(out, m->m20, m->m11, m->m02);
+  return sorn::geometry::eigvals(out, m->m20, m->m11, m->m02);
 }
 
 double sorn_r2d_moment2c_xeigvals(double *out, const SornMoment2 *m) {
   const SornMoment2 v = *m;
-  sorn_geom::eigvals(out, v.m20, v.m11, v.m02);
-  return sorn_geom::rotation(v.m20, v.m11, v.m02);
+  sorn::geometry::eigvals(out, v.m20, v.m11, v.m02);
+  return sorn::geometry::rotation(v.m20, v.m11, v.m02);
 }
 
 }  // extern "C"

@@ -3,7 +3,7 @@
 
 #include "family.h"
 
-using sorn_geom::Int;
+using sorn::geometry::Int;
 
 extern "C" {
 

@@ -2,7 +2,7 @@
 // tolerance. The internals without a family in their names are these.
 #include "pointlist_family.h"
 
-using namespace sorn_geom;
+using namespace sorn::geometry;
 
 extern "C" {
 

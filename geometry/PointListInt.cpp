@@ -3,9 +3,9 @@
 
 #include <algorithm>
 
-using namespace sorn_geom;
+using namespace sorn::geometry;
 
-namespace sorn_geom {
+namespace sorn::geometry {
 
 // The hull of an integer list without sorting the points that lie strictly
 // inside the polygon of its extreme points in eight directions, which can
@@ -99,7 +99,7 @@ int32_t convexhull_filtered(Sorn2dPt *p, int32_t n) {
   return graham_scan<Int>(p, kept);
 }
 
-}  // namespace sorn_geom
+}  // namespace sorn::geometry
 
 extern "C" {
 

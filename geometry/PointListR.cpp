@@ -1,7 +1,7 @@
 // Point lists of f64 points, with the f32 epsilon as the tolerance.
 #include "pointlist_family.h"
 
-using namespace sorn_geom;
+using namespace sorn::geometry;
 
 extern "C" {
 

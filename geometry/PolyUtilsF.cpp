@@ -1,7 +1,7 @@
 // Polygons of f32 points, computed in f64.
 #include "polygon.h"
 
-using namespace sorn_geom;
+using namespace sorn::geometry;
 
 extern "C" {
 

@@ -1,7 +1,7 @@
 // Polygons of s32 points: products and sums in 64 bits.
 #include "polygon.h"
 
-using namespace sorn_geom;
+using namespace sorn::geometry;
 
 extern "C" {
 

@@ -1,7 +1,7 @@
 // Polygons of f64 points.
 #include "polygon.h"
 
-using namespace sorn_geom;
+using namespace sorn::geometry;
 
 extern "C" {
 

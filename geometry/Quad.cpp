@@ -8,7 +8,7 @@
 
 namespace {
 
-using namespace sorn_geom;
+using namespace sorn::geometry;
 
 // A rectangle's far corner is summed in its own family's type (32 bits,
 // f32 or f64) before the conversion.

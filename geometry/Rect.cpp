@@ -10,7 +10,7 @@
 
 namespace {
 
-using namespace sorn_geom;
+using namespace sorn::geometry;
 
 // Every cell takes the larger value, the far corner too: the result
 // reaches as far as the further of the two rectangles. This is the

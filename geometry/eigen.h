@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-namespace sorn_geom {
+namespace sorn::geometry {
 
 // Mean minus and plus the half spread, for the matrix a, b, b, d.
 inline double *eigvals(double *out, double a, double b, double d) {
@@ -20,4 +20,4 @@ inline double *eigvals(double *out, double a, double b, double d) {
 // coordinate has rotation 0; equal eigenvalues give atan2(0, 0), that is 0.
 inline double rotation(double a, double b, double d) { return std::atan2(2.0 * b, d - a) * 0.5; }
 
-}  // namespace sorn_geom
+}  // namespace sorn::geometry

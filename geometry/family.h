@@ -11,7 +11,7 @@
 
 #include "core/elem_types.h"
 
-namespace sorn_geom {
+namespace sorn::geometry {
 
 // The tolerance of the float families: 2^-23, the f32 machine epsilon,
 // used as an f64 value whatever the coordinate type.
@@ -102,4 +102,4 @@ inline typename F::Wide cross(const typename F::Pt &a, const typename F::Pt &b,
   return sub(mul(cax, bay), mul(bax, cay));
 }
 
-}  // namespace sorn_geom
+}  // namespace sorn::geometry

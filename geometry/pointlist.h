@@ -17,7 +17,7 @@
 #include "family.h"
 #include "shapes.h"
 
-namespace sorn_geom {
+namespace sorn::geometry {
 
 // Half the sum of cur.x prev.y - prev.x cur.y around the ring.
 template <class F> double sarea(const typename F::Pt *p, int32_t n) {
@@ -568,4 +568,4 @@ template <class F, class Q> Q *minbquad(Q *out, const typename F::Pt *p, int32_t
   return result;
 }
 
-}  // namespace sorn_geom
+}  // namespace sorn::geometry

@@ -11,7 +11,7 @@
 #include "family.h"
 #include "pointlist.h"
 
-namespace sorn_geom {
+namespace sorn::geometry {
 
 // Even-odd crossing along the second coordinate. An edge counts when x
 // lies in its half-open span (one end below x, the other not), and flips
@@ -140,7 +140,7 @@ template <class F> SornR2dEll *poly_fitell_r(SornR2dEll *out, const typename F::
   return __sorn_r2d_ellipse__$moment2$c(out, &c, &m, 2.0);
 }
 
-}  // namespace sorn_geom
+}  // namespace sorn::geometry
 
 // The members every family has.
 #define SORN_POLY_FAMILY(fam, F)                                                                \

@@ -4,7 +4,7 @@
 
 #include "family.h"
 
-namespace sorn_geom {
+namespace sorn::geometry {
 
 // A rectangle as two corners and back, the sums and differences taken in
 // the family's coordinate type.
@@ -36,4 +36,4 @@ template <class Q, class S> inline Q *quad_cast(Q *out, const S *q) {
   return out;
 }
 
-}  // namespace sorn_geom
+}  // namespace sorn::geometry

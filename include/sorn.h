@@ -1948,9 +1948,9 @@ SornStatus sorn_hist__init_n_xe(int32_t mode, uint32_t w, SornHist *hists,
 /* Counting: hists holds one record per channel, set up in advance; the
  * operations add to it. mode 0 is the only one implemented. */
 SornStatus SornHistogram(SornXE *xe, SornFlags flags, const SornArray *src,
-                         const SornVolume *roi, int32_t mode, SornHist *hists);
+                         const SornVolume *srcRoi, int32_t mode, SornHist *hists);
 SornStatus SornHistogramEx(SornXE *xe, SornFlags flags, const SornArray *src,
-                           const SornArray *mask, const SornVolume *roi,
+                           const SornArray *mask, const SornVolume *srcRoi,
                            const SornVolume *maskSite, int32_t mode, SornHist *hists);
 SornStatus SornTGAhistogram(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
                             int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
@@ -2012,14 +2012,14 @@ SORN_HIST_XM_TYPES(SORN_HIST_XM_KERNEL_DECL)
 /* Sums and means: one double per channel, overwritten. The masked forms
  * answer a positive count of the selected pixels under SORN_F_SUM_COUNT, and
  * SornMeanEx always does: only negative answers are errors. */
-SornStatus SornSum(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
+SornStatus SornSum(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *srcRoi,
                    double *sums);
 SornStatus SornSumEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
-                     const SornVolume *roi, const SornVolume *maskSite, double *sums);
-SornStatus SornMean(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
+                     const SornVolume *srcRoi, const SornVolume *maskSite, double *sums);
+SornStatus SornMean(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *srcRoi,
                     double *means);
 SornStatus SornMeanEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
-                      const SornVolume *roi, const SornVolume *maskSite, double *means);
+                      const SornVolume *srcRoi, const SornVolume *maskSite, double *means);
 SornStatus SornTGAsum(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
                       uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0);
 SornStatus SornTGAsumEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
@@ -2131,10 +2131,10 @@ typedef struct SornMinmaxRec {
  * pixels count as its value. Only one-channel images are searched under a
  * mask (SORN_ENOTSUP otherwise); a mask that selects nothing answers
  * SORN_ENOSPC with the record as it was. */
-SornStatus SornMinmax(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
+SornStatus SornMinmax(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *srcRoi,
                       SornMinmaxRec *res);
 SornStatus SornMinmaxEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
-                        const SornVolume *roi, const SornVolume *maskSite, SornMinmaxRec *res);
+                        const SornVolume *srcRoi, const SornVolume *maskSite, SornMinmaxRec *res);
 SornStatus SornTGAminmax(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
                          int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
                          int32_t *strides0);
@@ -3326,10 +3326,10 @@ typedef struct SornFWTSRegionPool {
   int32_t capacity;
 } SornFWTSRegionPool;
 
-SornStatus SornWatershed(SornXE *xe, SornFlags flags, const SornArray *image,
-                         const SornVolume *roi, SornWTSState *state);
-SornStatus SornWatershedEx(SornXE *xe, SornFlags flags, const SornArray *image,
-                           const SornArray *mask, const SornVolume *roi,
+SornStatus SornWatershed(SornXE *xe, SornFlags flags, const SornArray *src,
+                         const SornVolume *srcRoi, SornWTSState *state);
+SornStatus SornWatershedEx(SornXE *xe, SornFlags flags, const SornArray *src,
+                           const SornArray *mask, const SornVolume *srcRoi,
                            const SornVolume *maskSite, SornWTSState *state);
 /* Slice forms: data is the SornWTSState. */
 SornStatus SornTGAwatershed(SornXE *xe, SornFlags flags, void *state, SornDimPack code,
@@ -3511,15 +3511,15 @@ SornFMSERFilter *sorn_fmserf_setimvol_$2d(SornFMSERFilter *filter, int32_t rows,
 SornFMSERFilter *sorn_fmserf_setimvol(SornFMSERFilter *filter, SornDimPack code,
                                       const int32_t *dims, const int32_t *strides);
 
-SornStatus SornGenerateMSERs(SornXE *xe, SornFlags flags, const SornArray *image,
-                             const SornVolume *roi, SornMSERFilter *filter);
-SornStatus SornGenerateMSERsEx(SornXE *xe, SornFlags flags, const SornArray *image,
-                               const SornArray *mask, const SornVolume *roi,
+SornStatus SornGenerateMSERs(SornXE *xe, SornFlags flags, const SornArray *src,
+                             const SornVolume *srcRoi, SornMSERFilter *filter);
+SornStatus SornGenerateMSERsEx(SornXE *xe, SornFlags flags, const SornArray *src,
+                               const SornArray *mask, const SornVolume *srcRoi,
                                const SornVolume *maskSite, SornMSERFilter *filter);
-SornStatus SornGenerateFMSERs(SornXE *xe, SornFlags flags, const SornArray *image,
-                              const SornVolume *roi, SornFMSERFilter *filter);
-SornStatus SornGenerateFMSERsEx(SornXE *xe, SornFlags flags, const SornArray *image,
-                                const SornArray *mask, const SornVolume *roi,
+SornStatus SornGenerateFMSERs(SornXE *xe, SornFlags flags, const SornArray *src,
+                              const SornVolume *srcRoi, SornFMSERFilter *filter);
+SornStatus SornGenerateFMSERsEx(SornXE *xe, SornFlags flags, const SornArray *src,
+                                const SornArray *mask, const SornVolume *srcRoi,
                                 const SornVolume *maskSite, SornFMSERFilter *filter);
 /* Slice forms: data is the filter. */
 SornStatus SornTGAgenerateMSERs(SornXE *xe, SornFlags flags, void *filter, SornDimPack code,

@@ -52,65 +52,54 @@ void mm_column(int32_t m, int32_t kk, void *dst, ptrdiff_t ds, const void *a, pt
 
 }  // namespace sorn::matrix
 
-void __sorna__mulmm_f32f32_w11(SORN_MUL_SHAPE_ARGS) {
-  mm_fixed_k<F32Pol, 1>(m, n, dst, dstStride, a, aStride, b, bStride, 0);
-}
-void __sorna__mulmm_f32f32_w12(SORN_MUL_SHAPE_ARGS) {
-  if (n == 2)
-    return __sorna__mulmm_f32f32_w12_w22(m, k, n, dst, dstStride, a, aStride, b, bStride, shift);
-  mm_fixed_k<F32Pol, 2>(m, n, dst, dstStride, a, aStride, b, bStride, 0);
-}
-void __sorna__mulmm_f32f32_w13(SORN_MUL_SHAPE_ARGS) {
-  if (n == 3)
-    return __sorna__mulmm_f32f32_w13_w23(m, k, n, dst, dstStride, a, aStride, b, bStride, shift);
-  mm_fixed_k<F32Pol, 3>(m, n, dst, dstStride, a, aStride, b, bStride, 0);
-}
-void __sorna__mulmm_f32f32_w14(SORN_MUL_SHAPE_ARGS) {
-  mm_fixed_k<F32Pol, 4>(m, n, dst, dstStride, a, aStride, b, bStride, 0);
-}
-void __sorna__mulmm_f32f32_w15_h1(SORN_MUL_SHAPE_ARGS) {
-  mm_fixed_k<F32Pol, 5>(m, n, dst, dstStride, a, aStride, b, bStride, 0);
-}
-void __sorna__mulmm_f32f32_w22(SORN_MUL_SHAPE_ARGS) {
-  mm_fixed_n<F32Pol, 2>(m, k, dst, dstStride, a, aStride, b, bStride, 0);
-}
-void __sorna__mulmm_f32f32_w23(SORN_MUL_SHAPE_ARGS) {
-  mm_fixed_n<F32Pol, 3>(m, k, dst, dstStride, a, aStride, b, bStride, 0);
-}
-void __sorna__mulmm_f32f32_w24(SORN_MUL_SHAPE_ARGS) {
-  mm_fixed_n<F32Pol, 4>(m, k, dst, dstStride, a, aStride, b, bStride, 0);
-}
-void __sorna__mulmm_f32f32_w12_w22(SORN_MUL_SHAPE_ARGS) {
-  mm_fixed_kn<2, 2>(m, dst, dstStride, a, aStride, b, bStride);
-}
-void __sorna__mulmm_f32f32_w13_w23(SORN_MUL_SHAPE_ARGS) {
-  mm_fixed_kn<3, 3>(m, dst, dstStride, a, aStride, b, bStride);
-}
+// The shape helpers that are one fixed side and nothing more: K fixed (w1K,
+// and K = 5 for a single row), N fixed (w2N); the list helpers with the
+// count fixed (nC) or K fixed (wK).
+#define SORN_F32_FIXED_K(name, K)                                           \
+  void __sorna__mulmm_f32f32_##name(SORN_MUL_SHAPE_ARGS) {                  \
+    mm_fixed_k<F32Pol, K>(m, n, dst, dstStride, a, aStride, b, bStride, 0); \
+  }
+// K fixed, and K = N for a square b, with both fixed (w1K_w2K).
+#define SORN_F32_FIXED_K_SQUARE(K)                                                                \
+  void __sorna__mulmm_f32f32_w1##K##_w2##K(SORN_MUL_SHAPE_ARGS) {                                 \
+    mm_fixed_kn<K, K>(m, dst, dstStride, a, aStride, b, bStride);                                 \
+  }                                                                                               \
+  void __sorna__mulmm_f32f32_w1##K(SORN_MUL_SHAPE_ARGS) {                                         \
+    if (n == K)                                                                                   \
+      return __sorna__mulmm_f32f32_w1##K##_w2##K(m, k, n, dst, dstStride, a, aStride, b, bStride, \
+                                                 shift);                                          \
+    mm_fixed_k<F32Pol, K>(m, n, dst, dstStride, a, aStride, b, bStride, 0);                       \
+  }
+#define SORN_F32_FIXED_N(N)                                                 \
+  void __sorna__mulmm_f32f32_w2##N(SORN_MUL_SHAPE_ARGS) {                   \
+    mm_fixed_n<F32Pol, N>(m, k, dst, dstStride, a, aStride, b, bStride, 0); \
+  }
+#define SORN_F32_LIST_COUNT(C)                                                            \
+  void __sorna__mulmvn_f32f32_n##C(SORN_MUL_LIST_ARGS) {                                  \
+    mvn_fixed_count<F32Pol, C>(m, k, dst, dstStride, a, aStride, VecList(vectors, C), 0); \
+  }
+#define SORN_F32_LIST_K(K)                                                                    \
+  void __sorna__mulmvn_f32f32_w##K(SORN_MUL_LIST_ARGS) {                                      \
+    mvn_fixed_k<F32Pol, K>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0); \
+  }
 
-void __sorna__mulmvn_f32f32_n1(SORN_MUL_LIST_ARGS) {
-  mvn_fixed_count<F32Pol, 1>(m, k, dst, dstStride, a, aStride, VecList(vectors, 1), 0);
-}
-void __sorna__mulmvn_f32f32_n2(SORN_MUL_LIST_ARGS) {
-  mvn_fixed_count<F32Pol, 2>(m, k, dst, dstStride, a, aStride, VecList(vectors, 2), 0);
-}
-void __sorna__mulmvn_f32f32_n3(SORN_MUL_LIST_ARGS) {
-  mvn_fixed_count<F32Pol, 3>(m, k, dst, dstStride, a, aStride, VecList(vectors, 3), 0);
-}
-void __sorna__mulmvn_f32f32_n4(SORN_MUL_LIST_ARGS) {
-  mvn_fixed_count<F32Pol, 4>(m, k, dst, dstStride, a, aStride, VecList(vectors, 4), 0);
-}
-void __sorna__mulmvn_f32f32_w1(SORN_MUL_LIST_ARGS) {
-  mvn_fixed_k<F32Pol, 1>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0);
-}
-void __sorna__mulmvn_f32f32_w2(SORN_MUL_LIST_ARGS) {
-  mvn_fixed_k<F32Pol, 2>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0);
-}
-void __sorna__mulmvn_f32f32_w3(SORN_MUL_LIST_ARGS) {
-  mvn_fixed_k<F32Pol, 3>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0);
-}
-void __sorna__mulmvn_f32f32_w4(SORN_MUL_LIST_ARGS) {
-  mvn_fixed_k<F32Pol, 4>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0);
-}
+SORN_F32_FIXED_K(w11, 1)
+SORN_F32_FIXED_K_SQUARE(2)
+SORN_F32_FIXED_K_SQUARE(3)
+SORN_F32_FIXED_K(w14, 4)
+SORN_F32_FIXED_K(w15_h1, 5)
+SORN_F32_FIXED_N(2)
+SORN_F32_FIXED_N(3)
+SORN_F32_FIXED_N(4)
+
+SORN_F32_LIST_COUNT(1)
+SORN_F32_LIST_COUNT(2)
+SORN_F32_LIST_COUNT(3)
+SORN_F32_LIST_COUNT(4)
+SORN_F32_LIST_K(1)
+SORN_F32_LIST_K(2)
+SORN_F32_LIST_K(3)
+SORN_F32_LIST_K(4)
 
 void __sorna__mulmm_transpose_f32_w2(void *out, const void *src, int32_t rowBytes,
                                      int32_t srcStride, int32_t k) {
@@ -206,16 +195,18 @@ SornStatus sorna__mulmvn_f32f32(SornXE *xe, SornFlags flags, SornDimPack pack, c
     __sorna__mulmvn_f32f32_n1(M, K, count, dst, ds, src1, as, vectors, 0);
     return SORN_OK;
   }
-  if (count <= 4) {
-    // Scattered vectors read by many rows are worth packing first.
+  // A list helper over the vectors packed together first where that pays
+  // (scattered vectors read by many rows) and the scratch is there.
+  const auto packed = [&](SornMulListProc proc) {
     PackedList pl(xe, M, K, count, vectors, (int32_t)sizeof(float));
-    SornMulListProc proc = count == 2   ? &__sorna__mulmvn_f32f32_n2
-                           : count == 3 ? &__sorna__mulmvn_f32f32_n3
-                                        : &__sorna__mulmvn_f32f32_n4;
     proc(M, K, count, dst, ds, src1, as, pl.list, 0);
     pl.release();
     return SORN_OK;
-  }
+  };
+  if (count <= 4)
+    return packed(count == 2   ? &__sorna__mulmvn_f32f32_n2
+                  : count == 3 ? &__sorna__mulmvn_f32f32_n3
+                               : &__sorna__mulmvn_f32f32_n4);
   if (K == 1) {
     // Vectors of one element, evenly spaced, are one row of the product.
     if (v.strided && v.step == (ptrdiff_t)sizeof(float)) {
@@ -227,12 +218,9 @@ SornStatus sorna__mulmvn_f32f32(SornXE *xe, SornFlags flags, SornDimPack pack, c
       C_sorn_bcopy2d(row, v.base, (int32_t)sizeof(float), (int32_t)v.step, count, sizeof(float));
       __sorna__mulmm_f32f32_w11(M, 1, count, dst, ds, src1, as, row, 0, 0);
       SornXEfreea(xe, row);
-    } else {
-      PackedList pl(xe, M, K, count, vectors, (int32_t)sizeof(float));
-      __sorna__mulmvn_f32f32_w1(M, K, count, dst, ds, src1, as, pl.list, 0);
-      pl.release();
+      return SORN_OK;
     }
-    return SORN_OK;
+    return packed(&__sorna__mulmvn_f32f32_w1);
   }
   if (K == 2) {
     void *rows = v.strided && 3 * M + count > 96
@@ -243,20 +231,12 @@ SornStatus sorna__mulmvn_f32f32(SornXE *xe, SornFlags flags, SornDimPack pack, c
       __sorna__mulmm_transpose_f32_w2(rows, v.base, rowBytes, (int32_t)v.step, count);
       __sorna__mulmm_f32f32_w12(M, 2, count, dst, ds, src1, as, rows, rowBytes, 0);
       SornXEfreea(xe, rows);
-    } else {
-      PackedList pl(xe, M, K, count, vectors, (int32_t)sizeof(float));
-      __sorna__mulmvn_f32f32_w2(M, K, count, dst, ds, src1, as, pl.list, 0);
-      pl.release();
+      return SORN_OK;
     }
-    return SORN_OK;
+    return packed(&__sorna__mulmvn_f32f32_w2);
   }
-  if (K == 3 || K == 4) {
-    PackedList pl(xe, M, K, count, vectors, (int32_t)sizeof(float));
-    (K == 3 ? &__sorna__mulmvn_f32f32_w3 : &__sorna__mulmvn_f32f32_w4)(M, K, count, dst, ds, src1,
-                                                                       as, pl.list, 0);
-    pl.release();
-    return SORN_OK;
-  }
+  if (K == 3 || K == 4)
+    return packed(K == 3 ? &__sorna__mulmvn_f32f32_w3 : &__sorna__mulmvn_f32f32_w4);
   mvn_general<F32Pol>(xe, M, K, count, dst, ds, src1, as, vectors, 0);
   return SORN_OK;
 }

@@ -489,6 +489,21 @@ inline int32_t pack_n(SornDimPack pack) { return (int32_t)(pack & 15); }
 #define SORN_MUL_LIST_ARGS                                                          \
   int32_t m, int32_t k, int32_t count, void *dst, int32_t dstStride, const void *a, \
       int32_t aStride, const void *const *vectors, int32_t shift
+// The parameters of the layers that move the bases of two image operands to
+// their origins (sorna_mulmm, sorna_mulmv), for their definitions.
+#define SORN_MUL_ORIGIN_ARGS                                                                 \
+  SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1, const int32_t *dims2, \
+      uint32_t dstType, void *dst, const int32_t *dstOrigin, const int32_t *dstStrides,      \
+      uint32_t type1, const void *src1, const int32_t *origin1, const int32_t *strides1,     \
+      uint32_t type2, const void *src2, const int32_t *origin2, const int32_t *strides2,     \
+      int32_t shift, uint32_t reserved
+// The parameters of the dispatchers of two image operands (sorna__mulmm,
+// sorna__mulmmt, sorna__mulmv), for their definitions.
+#define SORN_MUL_DISPATCH_ARGS                                                                  \
+  SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1, const int32_t *dims2,    \
+      uint32_t dstType, void *dst, const int32_t *dstStrides, uint32_t type1, const void *src1, \
+      const int32_t *strides1, uint32_t type2, const void *src2, const int32_t *strides2,       \
+      int32_t shift, uint32_t reserved
 
 // ------------------------------------------------------------------ entry helpers
 
@@ -514,5 +529,26 @@ K product_kernel(K (*lookup)(uint32_t, uint32_t, uint32_t, SornStatus *), SornFl
 
 // A box with no plane, row or column.
 inline bool box_empty(const SornVolume &v) { return sorn_volume__empty(3, v.size) != 0; }
+
+// A product without a first source multiplies the destination in place; it
+// is read over the destination's region unless given one of its own.
+inline void first_source_or_destination(const SornArray *dst, const SornVolume *dstRoi,
+                                        const SornArray *&src1, const SornVolume *&src1Roi) {
+  if (src1) return;
+  src1 = dst;
+  if (!src1Roi) src1Roi = dstRoi;
+}
+
+// The regions the entries of two image operands start from: the first
+// source's and the destination's clipped to their data, the second source's
+// from its site to its end.
+inline void operand_regions(const SornArray *dst, const SornArray *src1, const SornArray *src2,
+                            const SornVolume *dstRoi, const SornVolume *src1Roi,
+                            const SornVolume *src2Site, SornVolume &rd, SornVolume &r1,
+                            SornVolume &r2) {
+  sorn_arr_adjorgetRoi(src1, &r1, src1Roi);
+  sorn_arr__siteofAt(src2, 4, r2.origin, r2.size, src2Site ? src2Site->origin : nullptr);
+  sorn_arr_adjorgetRoi(dst, &rd, dstRoi);
+}
 
 }  // namespace sorn::matrix

@@ -27,11 +27,7 @@ SORN_TRIPLE_LOOKUP(sorna__amulmvnfun_imp, SornMulMVnKernel, kMulMVn)
 
 /* ---------------- dispatchers ---------------- */
 
-SornStatus sorna__mulmm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
-                        const int32_t *dims2, uint32_t dstType, void *dst,
-                        const int32_t *dstStrides, uint32_t type1, const void *src1,
-                        const int32_t *strides1, uint32_t type2, const void *src2,
-                        const int32_t *strides2, int32_t shift, uint32_t reserved) {
+SornStatus sorna__mulmm(SORN_MUL_DISPATCH_ARGS) {
   const int32_t n = pack_n(pack);
   if (n < 3) return SORN_EINVAL;
   SornStatus st = SORN_OK;
@@ -44,11 +40,7 @@ SornStatus sorna__mulmm(SornXE *xe, SornFlags flags, SornDimPack pack, const int
 
 // A transposed second source is a list of its rows: row j of src2 is the
 // vector that column j of the result is made from.
-SornStatus sorna__mulmmt(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
-                         const int32_t *dims2, uint32_t dstType, void *dst,
-                         const int32_t *dstStrides, uint32_t type1, const void *src1,
-                         const int32_t *strides1, uint32_t type2, const void *src2,
-                         const int32_t *strides2, int32_t shift, uint32_t reserved) {
+SornStatus sorna__mulmmt(SORN_MUL_DISPATCH_ARGS) {
   const int32_t n = pack_n(pack);
   const int32_t count = n >= 3 ? dims2[n - 3] : 1;
   const void *list[3] = {nullptr, nullptr, nullptr};
@@ -57,12 +49,7 @@ SornStatus sorna__mulmmt(SornXE *xe, SornFlags flags, SornDimPack pack, const in
                        strides1, type2, list, strides2, count, shift, reserved);
 }
 
-SornStatus sorna_mulmm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
-                       const int32_t *dims2, uint32_t dstType, void *dst, const int32_t *dstOrigin,
-                       const int32_t *dstStrides, uint32_t type1, const void *src1,
-                       const int32_t *origin1, const int32_t *strides1, uint32_t type2,
-                       const void *src2, const int32_t *origin2, const int32_t *strides2,
-                       int32_t shift, uint32_t reserved) {
+SornStatus sorna_mulmm(SORN_MUL_ORIGIN_ARGS) {
   void *d = sorn::at_origin(dst, pack, dstOrigin, dstStrides);
   const void *a = sorn::at_origin(src1, pack, origin1, strides1);
   const void *b = sorn::at_origin(src2, pack, origin2, strides2);
@@ -76,10 +63,7 @@ SornStatus sorna_mulmm(SornXE *xe, SornFlags flags, SornDimPack pack, const int3
 SornStatus SornMulMM(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
                      const SornArray *src2, const SornVolume *dstRoi, const SornVolume *src1Roi,
                      const SornVolume *src2Site, int32_t shift, uint32_t reserved) {
-  if (!src1) {
-    src1 = dst;
-    if (!src1Roi) src1Roi = dstRoi;
-  }
+  first_source_or_destination(dst, dstRoi, src1, src1Roi);
   // Three planes of one rank 3: rows and columns are the matrix.
   if (!sorn::good_image(dst) || dst->ndims != 3 ||
       !sorn::fits_image(src1, dst, sorn::Channels::Same) ||
@@ -87,9 +71,7 @@ SornStatus SornMulMM(SornXE *xe, SornFlags flags, const SornArray *dst, const So
     return SORN_EINVAL;
 
   SornVolume r1, r2, rd;
-  sorn_arr_adjorgetRoi(src1, &r1, src1Roi);
-  sorn_arr__siteofAt(src2, 4, r2.origin, r2.size, src2Site ? src2Site->origin : nullptr);
-  sorn_arr_adjorgetRoi(dst, &rd, dstRoi);
+  operand_regions(dst, src1, src2, dstRoi, src1Roi, src2Site, rd, r1, r2);
 
   // Rows and columns agree; whatever a source lacks shrinks the product.
   const int32_t M = std::min(rd.size[1], r1.size[1]);

@@ -10,11 +10,7 @@
 
 using namespace sorn::matrix;
 
-SornStatus sorna__mulmv(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
-                        const int32_t *dims2, uint32_t dstType, void *dst,
-                        const int32_t *dstStrides, uint32_t type1, const void *src1,
-                        const int32_t *strides1, uint32_t type2, const void *src2,
-                        const int32_t *strides2, int32_t shift, uint32_t reserved) {
+SornStatus sorna__mulmv(SORN_MUL_DISPATCH_ARGS) {
   const int32_t n = pack_n(pack);
   const int32_t off = (int32_t)((pack >> 4) & 15);
   if (n != 2 || off < 1) return SORN_EINVAL;
@@ -28,26 +24,17 @@ SornStatus sorna__mulmv(SornXE *xe, SornFlags flags, SornDimPack pack, const int
                        strides1 - 1, type2, list, strides2 - 1, 1, shift, reserved);
 }
 
-SornStatus sorna_mulmv(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
-                       const int32_t *dims2, uint32_t dstType, void *dst, const int32_t *dstOrigin,
-                       const int32_t *dstStrides, uint32_t type1, const void *src1,
-                       const int32_t *origin1, const int32_t *strides1, uint32_t type2,
-                       const void *src2, const int32_t *origin2, const int32_t *strides2,
-                       int32_t shift, uint32_t reserved) {
-  void *d = sorn::at_origin(dst, pack, dstOrigin, dstStrides);
-  const void *a = sorn::at_origin(src1, pack, origin1, strides1);
-  const void *b = sorn::at_origin(src2, pack, origin2, strides2);
-  return sorna__mulmv(xe, flags, pack, dims1, dims2, dstType, d, dstStrides, type1, a, strides1,
-                      type2, b, strides2, shift, reserved);
+SornStatus sorna_mulmv(SORN_MUL_ORIGIN_ARGS) {
+  return sorna__mulmv(xe, flags, pack, dims1, dims2, dstType,
+                      sorn::at_origin(dst, pack, dstOrigin, dstStrides), dstStrides, type1,
+                      sorn::at_origin(src1, pack, origin1, strides1), strides1, type2,
+                      sorn::at_origin(src2, pack, origin2, strides2), strides2, shift, reserved);
 }
 
 SornStatus SornMulMV(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
                      const SornArray *src2, const SornVolume *dstRoi, const SornVolume *src1Roi,
                      const SornVolume *src2Site, int32_t shift, uint32_t reserved) {
-  if (!src1) {
-    src1 = dst;
-    if (!src1Roi) src1Roi = dstRoi;
-  }
+  first_source_or_destination(dst, dstRoi, src1, src1Roi);
   if (!dst || !src1 || !src2) return SORN_EINVAL;
   const int32_t ch = SORN_CHANNELS(dst->dims[3]);
   // Vector operands are records of two dimensions, filled by hand; records
@@ -60,9 +47,7 @@ SornStatus SornMulMV(SornXE *xe, SornFlags flags, const SornArray *dst, const So
     return SORN_EINVAL;
 
   SornVolume r1, r2, rd;
-  sorn_arr_adjorgetRoi(src1, &r1, src1Roi);
-  sorn_arr__siteofAt(src2, 4, r2.origin, r2.size, src2Site ? src2Site->origin : nullptr);
-  sorn_arr_adjorgetRoi(dst, &rd, dstRoi);
+  operand_regions(dst, src1, src2, dstRoi, src1Roi, src2Site, rd, r1, r2);
 
   const int32_t K = std::min(r1.size[2], r2.size[2]);
   const int32_t M = std::min(r1.size[1], rd.size[2]);

@@ -61,10 +61,7 @@ SornStatus SornMulMV_n(SornXE *xe, SornFlags flags, const SornArray *dst, const 
                        const SornArray *const *vectors, const SornVolume *dstRoi,
                        const SornVolume *src1Roi, const SornVolume *vecSite, int32_t count,
                        int32_t shift, uint32_t reserved) {
-  if (!src1) {
-    src1 = dst;
-    if (!src1Roi) src1Roi = dstRoi;
-  }
+  first_source_or_destination(dst, dstRoi, src1, src1Roi);
   if (!dst || !src1 || !vectors || count < 1) return SORN_EINVAL;
   if (!sorn::good_image(dst) || dst->ndims != 3 ||
       !sorn::fits_image(src1, dst, sorn::Channels::Same))

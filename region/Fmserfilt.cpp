@@ -33,11 +33,7 @@ SornFMSERFilter *__sorn_fmserfilt__$(SornFMSERFilter *f) {
 }
 
 SornFMSERFilter *sorn_fmserf_destroy(SornFMSERFilter *f) {
-  f->count1 = 0;
-  f->count2 = 0;
-  f->list1 = nullptr;
-  f->list2 = nullptr;
-  sorn::region::drop_regions(&f->regions);
+  sorn::region::forget_picked(f);
   // Only the embedded results are the filter's; one from outside is the
   // caller's to finish.
   if (f->res1 == &f->res1own) SornFWTSRESfini(&f->res1own);

@@ -67,7 +67,7 @@ int32_t fetch_and_measure(const SornFMSERFilter *f, SornVec *out, int32_t which,
   if (!regs.items) return 0;
   SornVec points = {0, 0, nullptr};
   fetch(f, p, &regs, &points);
-  sorn_region::reserve(out, p.n, sizeof(Rec));
+  sorn::region::reserve(out, p.n, sizeof(Rec));
   const uint64_t before = out->count;
   if (fetched_whole(&regs, &points)) measure(out, &regs);
   _KuMfree(points.items);
@@ -83,7 +83,7 @@ int32_t sorn_fmserf_pixreg_$2d(const SornFMSERFilter *f, SornVec *regs, SornVec 
                                int32_t which) {
   Passes p;
   if (!choose(f, which, p)) return 0;
-  sorn_region::reserve_records(regs, p.n);
+  sorn::region::reserve_records(regs, p.n);
   // Records that find no room are not written past the block.
   if (regs->capacity < regs->count + p.n) return 0;
   fetch(f, p, regs, points);

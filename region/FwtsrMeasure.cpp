@@ -13,7 +13,7 @@ namespace {
 // vector that could not grow gets the records that fit and no more.
 template <class Rec, class Measure>
 SornVec *measure_all(SornVec *out, const SornVec *pixregs, Measure &&measure) {
-  sorn_region::reserve(out, pixregs->count, sizeof(Rec));
+  sorn::region::reserve(out, pixregs->count, sizeof(Rec));
   const auto *regs = static_cast<const SornFwtsrPixReg *>(pixregs->items);
   for (uint64_t i = 0; i < pixregs->count && out->count < out->capacity; ++i) {
     Rec rec{};

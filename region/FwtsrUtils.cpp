@@ -11,8 +11,8 @@ namespace {
 static_assert(sizeof(Sorn2dPt) == 8, "a point of two s32");
 static_assert(sizeof(SornFwtsrPixReg) == 48, "a fetched region of six words");
 
-using sorn_region::reserve;
-using sorn_region::reserve_records;
+using sorn::region::reserve;
+using sorn::region::reserve_records;
 
 inline Sorn2dPt *pts(SornVec *v) { return static_cast<Sorn2dPt *>(v->items); }
 inline SornFwtsrPixReg *recs(SornVec *v) { return static_cast<SornFwtsrPixReg *>(v->items); }

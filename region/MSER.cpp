@@ -9,23 +9,23 @@
 namespace {
 
 template <class Filter>
-SornStatus generate(SornXE *xe, SornFlags flags, const SornArray *image, const SornVolume *roi,
+SornStatus generate(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *srcRoi,
                     Filter *filter, sorn::SliceProc<1> slice) {
   if (filter == nullptr) return SORN_EINVAL;
   sorn::Operand op;
-  const SornStatus st = sorn::prepare_image(image, roi, &op);
+  const SornStatus st = sorn::prepare_image(src, srcRoi, &op);
   if (st != SORN_OK) return st;
   return sorn::run({xe, flags, SORN_TAG_MSER, filter, sorn::kKeepRows}, slice, op);
 }
 
 template <class Filter>
-SornStatus generate_masked(SornXE *xe, SornFlags flags, const SornArray *image,
-                           const SornArray *mask, const SornVolume *roi, const SornVolume *maskSite,
-                           Filter *filter, sorn::SliceProc<2> slice) {
+SornStatus generate_masked(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
+                           const SornVolume *srcRoi, const SornVolume *maskSite, Filter *filter,
+                           sorn::SliceProc<2> slice) {
   if (filter == nullptr) return SORN_EINVAL;
   sorn::Operand op, mop;
   const SornStatus st =
-      sorn::prepare_pair(image, mask, sorn::Channels::One, roi, maskSite, &op, &mop);
+      sorn::prepare_pair(src, mask, sorn::Channels::One, srcRoi, maskSite, &op, &mop);
   if (st != SORN_OK) return st;
   return sorn::run({xe, flags, SORN_TAG_MSRX, filter, sorn::kKeepRows}, slice, op, mop);
 }
@@ -33,17 +33,17 @@ SornStatus generate_masked(SornXE *xe, SornFlags flags, const SornArray *image,
 }  // namespace
 
 // The entries of one form, without and with a mask (no mask is the former).
-#define SORN_MSER_ENTRIES(Name, Filter)                                                  \
-  SornStatus SornGenerate##Name(SornXE *xe, SornFlags flags, const SornArray *image,     \
-                                const SornVolume *roi, Filter *filter) {                 \
-    return generate(xe, flags, image, roi, filter, &SornTGAgenerate##Name);              \
-  }                                                                                      \
-  SornStatus SornGenerate##Name##Ex(SornXE *xe, SornFlags flags, const SornArray *image, \
-                                    const SornArray *mask, const SornVolume *roi,        \
-                                    const SornVolume *maskSite, Filter *filter) {        \
-    if (mask == nullptr) return SornGenerate##Name(xe, flags, image, roi, filter);       \
-    return generate_masked(xe, flags, image, mask, roi, maskSite, filter,                \
-                           &SornTGAgenerate##Name##Ex);                                  \
+#define SORN_MSER_ENTRIES(Name, Filter)                                                \
+  SornStatus SornGenerate##Name(SornXE *xe, SornFlags flags, const SornArray *src,     \
+                                const SornVolume *srcRoi, Filter *filter) {            \
+    return generate(xe, flags, src, srcRoi, filter, &SornTGAgenerate##Name);           \
+  }                                                                                    \
+  SornStatus SornGenerate##Name##Ex(SornXE *xe, SornFlags flags, const SornArray *src, \
+                                    const SornArray *mask, const SornVolume *srcRoi,   \
+                                    const SornVolume *maskSite, Filter *filter) {      \
+    if (mask == nullptr) return SornGenerate##Name(xe, flags, src, srcRoi, filter);    \
+    return generate_masked(xe, flags, src, mask, srcRoi, maskSite, filter,             \
+                           &SornTGAgenerate##Name##Ex);                                \
   }
 
 extern "C" {

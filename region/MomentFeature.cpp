@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "region/features.h"
+
 namespace {
 
 inline void add_point(SornWTSMF *v, double r, double c) {
@@ -85,21 +87,9 @@ void __SornWTSMF__ongather__(void *value, SornWTSRegion *region) {
   static_cast<SornWTSMF *>(value)->count = static_cast<int32_t>(region->size);
 }
 
+// Moments need no set-up or clean-up: a zeroed value is an empty one.
 SornWTSFeatureDs *SornWTSMFinitFeatureDs(SornWTSFeatureDs *ds, void *arg) {
-  ds->magic = SORN_WTS_MAGIC_MOMENTS;
-  ds->size = sizeof(SornWTSMF);
-  ds->offset = 0;
-  ds->reserved = 0;
-  ds->arg = arg;
-  ds->init = nullptr;
-  ds->destroy = nullptr;
-  ds->copy = nullptr;
-  ds->update = __SornWTSMF__update__;
-  ds->update2D = __SornWTSMF__update2D__;
-  ds->merge = __SornWTSMF__merge__;
-  ds->lazymerge = __SornWTSMF__lazymerge__;
-  ds->isgathered = __SornWTSMF__isgathered__;
-  ds->ongather = __SornWTSMF__ongather__;
+  *ds = SORN_WTS_FEATURE_DS(MF, SORN_WTS_MAGIC_MOMENTS, arg, nullptr, nullptr);
   return ds;
 }
 

@@ -43,11 +43,7 @@ SornMSERFilter *__sorn_mserfilt__$(SornMSERFilter *f) {
 
 SornMSERFilter *sorn_mserf_destroy(SornMSERFilter *f) {
   SornSTB *b1 = f->builder1, *b2 = f->builder2;
-  f->count1 = 0;
-  f->count2 = 0;
-  f->list1 = nullptr;
-  f->list2 = nullptr;
-  sorn::region::drop_regions(&f->regions);
+  sorn::region::forget_picked(f);
   // Closing ends the trees, the features of their regions and the stacks.
   SornSTBclose(b1, 0);
   SornSTBclose(b2, 0);

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "region/features.h"
+
 namespace {
 
 constexpr uint64_t kGathered = SORN_WTSPF_GATHERED;
@@ -62,6 +64,16 @@ bool copy_points(SornWTSPF *v, const SornWTSPF *o) {
   return true;
 }
 
+// The capacity's top bit says whether the value is gathered; `change` sees
+// the plain capacity, and the bit comes back as it was.
+template <class Change> void keeping_gathered(void *value, Change change) {
+  SornWTSPF *v = static_cast<SornWTSPF *>(value);
+  const uint64_t bit = v->capacity & kGathered;
+  v->capacity &= ~kGathered;
+  change(v);
+  v->capacity |= bit;
+}
+
 }  // namespace
 
 extern "C" {
@@ -97,19 +109,11 @@ void __SornWTSPF__destroy__(void *value) {
 }
 
 void __SornWTSPF__update__(void *value, const uint32_t *points, int32_t n) {
-  SornWTSPF *v = static_cast<SornWTSPF *>(value);
-  uint64_t bit = v->capacity & kGathered;
-  v->capacity &= ~kGathered;
-  SornWTSPF_update_n(v, points, n);
-  v->capacity |= bit;
+  keeping_gathered(value, [&](SornWTSPF *v) { SornWTSPF_update_n(v, points, n); });
 }
 
 void __SornWTSPF__update2D__(void *value, const int32_t *points, int32_t n) {
-  SornWTSPF *v = static_cast<SornWTSPF *>(value);
-  uint64_t bit = v->capacity & kGathered;
-  v->capacity &= ~kGathered;
-  SornWTSPF_update2D_n(v, points, n);
-  v->capacity |= bit;
+  keeping_gathered(value, [&](SornWTSPF *v) { SornWTSPF_update2D_n(v, points, n); });
 }
 
 // After an eager merge the value counts as complete, even when the copy
@@ -122,11 +126,8 @@ void __SornWTSPF__merge__(void *value, const void *other) {
 }
 
 void __SornWTSPF__lazymerge__(void *value, const void *other) {
-  SornWTSPF *v = static_cast<SornWTSPF *>(value);
-  uint64_t bit = v->capacity & kGathered;
-  v->capacity &= ~kGathered;
-  copy_points(v, static_cast<const SornWTSPF *>(other));
-  v->capacity |= bit;
+  keeping_gathered(value,
+                   [&](SornWTSPF *v) { copy_points(v, static_cast<const SornWTSPF *>(other)); });
 }
 
 int __SornWTSPF__isgathered__(const void *value) {
@@ -138,20 +139,8 @@ void __SornWTSPF__ongather__(void *value, SornWTSRegion *) {
 }
 
 SornWTSFeatureDs *SornWTSPFinitFeatureDs(SornWTSFeatureDs *ds, void *arg) {
-  ds->magic = SORN_WTS_MAGIC_PIXELS;
-  ds->size = sizeof(SornWTSPF);
-  ds->offset = 0;
-  ds->reserved = 0;
-  ds->arg = arg;
-  ds->init = __SornWTSPF__init__;
-  ds->destroy = __SornWTSPF__destroy__;
-  ds->copy = nullptr;
-  ds->update = __SornWTSPF__update__;
-  ds->update2D = __SornWTSPF__update2D__;
-  ds->merge = __SornWTSPF__merge__;
-  ds->lazymerge = __SornWTSPF__lazymerge__;
-  ds->isgathered = __SornWTSPF__isgathered__;
-  ds->ongather = __SornWTSPF__ongather__;
+  *ds = SORN_WTS_FEATURE_DS(PF, SORN_WTS_MAGIC_PIXELS, arg, __SornWTSPF__init__,
+                            __SornWTSPF__destroy__);
   return ds;
 }
 

@@ -23,6 +23,19 @@ void init_features(SornWTSRegion *r, const SornWTSLSC *lsc) {
   }
 }
 
+// n points more in region r: its size, and each feature's value through
+// `update`, the feature's operation for points of that form.
+template <class Point>
+void accumulate(const SornWTSLSC *lsc, SornWTSRegion *r,
+                void (*SornWTSFeatureDs::*update)(void *, const Point *, int32_t),
+                const Point *points, int32_t n) {
+  r->size += static_cast<uint32_t>(n);
+  for (int32_t i = 0; i < lsc->nfeatures; ++i) {
+    const SornWTSFeatureDs &f = lsc->features[i];
+    (f.*update)(value_of(r, f), points, n);
+  }
+}
+
 void destroy_features(SornWTSRegion *r, const SornWTSLSC *lsc) {
   if (!lsc) return;
   for (int32_t i = 0; i < lsc->nfeatures; ++i) {
@@ -183,20 +196,12 @@ void _T_wtstb__disposergn__(SornWTSRegion *, void *, SornWTSLSC *) {}
 
 void _T_wtstb__accumulate__(SornSTB *, SornWTSLSC *lsc, SornWTSRegion *r, const uint32_t *points,
                             int32_t n) {
-  r->size += static_cast<uint32_t>(n);
-  for (int32_t i = 0; i < lsc->nfeatures; ++i) {
-    const SornWTSFeatureDs &f = lsc->features[i];
-    f.update(value_of(r, f), points, n);
-  }
+  accumulate(lsc, r, &SornWTSFeatureDs::update, points, n);
 }
 
 void _T_wtstb__accumulate2D__(SornSTB *, SornWTSLSC *lsc, SornWTSRegion *r, const int32_t *points,
                               int32_t n) {
-  r->size += static_cast<uint32_t>(n);
-  for (int32_t i = 0; i < lsc->nfeatures; ++i) {
-    const SornWTSFeatureDs &f = lsc->features[i];
-    f.update2D(value_of(r, f), points, n);
-  }
+  accumulate(lsc, r, &SornWTSFeatureDs::update2D, points, n);
 }
 
 // The moment table: the sums only; the count stays 0, that is, not gathered.

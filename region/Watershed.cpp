@@ -27,11 +27,11 @@ SornStatus classify(SornDimPack code, const int32_t *dims, const int32_t *stride
 
 extern "C" {
 
-SornStatus SornWatershed(SornXE *xe, SornFlags flags, const SornArray *image, const SornVolume *roi,
-                         SornWTSState *state) {
+SornStatus SornWatershed(SornXE *xe, SornFlags flags, const SornArray *src,
+                         const SornVolume *srcRoi, SornWTSState *state) {
   if (state == nullptr) return SORN_EINVAL;
   sorn::Operand op;
-  const SornStatus st = sorn::prepare_image(image, roi, &op);
+  const SornStatus st = sorn::prepare_image(src, srcRoi, &op);
   if (st != SORN_OK) return st;
   // The slice form also lets the flags choose the f flooding; below rank 4
   // the plain flooding is called at once.
@@ -42,14 +42,14 @@ SornStatus SornWatershed(SornXE *xe, SornFlags flags, const SornArray *image, co
                          op.origin_at(), op.strides_at());
 }
 
-SornStatus SornWatershedEx(SornXE *xe, SornFlags flags, const SornArray *image,
-                           const SornArray *mask, const SornVolume *roi, const SornVolume *maskSite,
+SornStatus SornWatershedEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
+                           const SornVolume *srcRoi, const SornVolume *maskSite,
                            SornWTSState *state) {
-  if (mask == nullptr) return SornWatershed(xe, flags, image, roi, state);
+  if (mask == nullptr) return SornWatershed(xe, flags, src, srcRoi, state);
   if (state == nullptr) return SORN_EINVAL;
   sorn::Operand op, mop;
   const SornStatus st =
-      sorn::prepare_pair(image, mask, sorn::Channels::One, roi, maskSite, &op, &mop);
+      sorn::prepare_pair(src, mask, sorn::Channels::One, srcRoi, maskSite, &op, &mop);
   if (st != SORN_OK) return st;
   if (op.rank == 4)
     return sorn::through_frame({xe, flags, SORN_TAG_WTSX, state, sorn::kKeepRows},

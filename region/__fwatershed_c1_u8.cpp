@@ -190,88 +190,44 @@ SornStatus flood(int32_t rows, int32_t columns, int32_t seedrow, int32_t seedcol
   SornFWTSRegion *R = nullptr;
   uint32_t s = 1;
 
-visit_east : {
-  const int64_t q = p + 1;
-  const uint32_t wq = W[q];
-  if (wq & kFloodable) {
+  // A floodable neighbour q of p lower than p's level takes the flooding
+  // down: p waits in its level's list with `code`, the way back to it, and
+  // the visits begin again at q with `next`; true then. A neighbour of p's
+  // level along the row (`step` 1 or -1) brings the run of that level behind
+  // it into the list with it; any other neighbour waits in its own level's
+  // list.
+  auto reach = [&](int64_t q, int64_t step, uint32_t code, uint32_t next) {
+    const uint32_t wq = W[q];
+    if (!(wq & kFloodable)) return false;
     const uint32_t e = wq & 0xFFu;
     if (L > e) {
-      push((uint32_t)p, L, s);
+      push((uint32_t)p, L, code);
       W[q] = kListEnd;
       p = q;
       L = e;
-      s = 2;
+      s = next;
       R = nullptr;
-      goto visit_east;
+      return true;
     }
-    if (Runs && e == L) {
+    if (Runs && step != 0 && e == L) {
       int64_t a = q;
-      for (uint32_t wn; ((wn = W[a + 1]) & kFloodable) && (wn & 0xFFu) == L; ++a)
+      for (uint32_t wn; ((wn = W[a + step]) & kFloodable) && (wn & 0xFFu) == L; a += step)
         push((uint32_t)a, L, 2);
       push((uint32_t)a, L, 0);
     } else {
       push((uint32_t)q, e, 0);
     }
-  }
-}
-visit_west : {
-  const int64_t q = p - 1;
-  const uint32_t wq = W[q];
-  if (wq & kFloodable) {
-    const uint32_t e = wq & 0xFFu;
-    if (L > e) {
-      push((uint32_t)p, L, 2);
-      W[q] = kListEnd;
-      p = q;
-      L = e;
-      s = 2;
-      R = nullptr;
-      goto visit_east;
-    }
-    if (Runs && e == L) {
-      int64_t a = q;
-      for (uint32_t wn; ((wn = W[a - 1]) & kFloodable) && (wn & 0xFFu) == L; --a)
-        push((uint32_t)a, L, 2);
-      push((uint32_t)a, L, 0);
-    } else {
-      push((uint32_t)q, e, 0);
-    }
-  }
-}
-visit_north : {
-  const int64_t q = p - cols;
-  const uint32_t wq = W[q];
-  if (wq & kFloodable) {
-    const uint32_t e = wq & 0xFFu;
-    if (L > e) {
-      push((uint32_t)p, L, 3);
-      W[q] = kListEnd;
-      p = q;
-      L = e;
-      s = 1;
-      R = nullptr;
-      goto visit_east;
-    }
-    push((uint32_t)q, e, 0);
-  }
-}
-visit_south : {
-  const int64_t q = p + cols;
-  const uint32_t wq = W[q];
-  if (wq & kFloodable) {
-    const uint32_t e = wq & 0xFFu;
-    if (L > e) {
-      push((uint32_t)p, L, 4);
-      W[q] = kListEnd;
-      p = q;
-      L = e;
-      s = 1;
-      R = nullptr;
-      goto visit_east;
-    }
-    push((uint32_t)q, e, 0);
-  }
-}
+    return false;
+  };
+
+visit_east:
+  if (reach(p + 1, 1, s, 2)) goto visit_east;
+visit_west:
+  if (reach(p - 1, -1, 2, 2)) goto visit_east;
+visit_north:
+  if (reach(p - cols, 0, 3, 1)) goto visit_east;
+visit_south:
+  if (reach(p + cols, 0, 4, 1)) goto visit_east;
 accumulate:
   if (R == nullptr) {
     R = take((int32_t)p, (int32_t)L);

@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace sorn_region {
+namespace sorn::region {
 
 // Room for count + more items.
 inline void reserve(SornVec *v, uint64_t more, size_t itemsize) {
@@ -38,4 +38,4 @@ inline void reserve_records(SornVec *regs, uint64_t more) {
   }
 }
 
-}  // namespace sorn_region
+}  // namespace sorn::region

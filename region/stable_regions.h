@@ -236,11 +236,28 @@ inline void drop_regions(SornVec *v) {
   v->count = 0;
 }
 
+// Forgets what a filter's passes picked: the counts, the lists and the
+// regions.
+template <class Filter> void forget_picked(Filter *f) {
+  f->count1 = 0;
+  f->count2 = 0;
+  f->list1 = nullptr;
+  f->list2 = nullptr;
+  drop_regions(&f->regions);
+}
+
 }  // namespace sorn::region
 
 // The rest of a form's type-generic layer over its masked work
 // sorna_<low>_xm: the form without a mask, and the slice forms, whose data
 // is the filter.
+// The parameters of a form's masked work sorna_<low>_xm over filter record
+// Filter, for its definition.
+#define SORN_MSER_XM_ARGS(Filter)                                                           \
+  SornXE *xe, SornFlags flags, SornDimPack code, const int32_t *dims, uint32_t type,        \
+      const void *base, const int32_t *loffs, const int32_t *strides, const void *maskbase, \
+      const int32_t *maskloffs, const int32_t *maskstrides, Filter *f
+
 #define SORN_MSER_LAYER2(low, Name, Filter)                                                        \
   SornStatus sorna_##low(SornXE *xe, SornFlags flags, SornDimPack code, const int32_t *dims,       \
                          uint32_t type, const void *base, const int32_t *loffs,                    \

@@ -19,17 +19,9 @@ SornFWTSRES *result_for(SornFWTSRES *&field, SornFWTSRES *own) {
   return field;
 }
 
+// A failed run leaves the filter empty, as destroyed.
 SornStatus fail(SornFMSERFilter *f, SornStatus s) {
-  SornFWTSRES *r1 = f->res1, *r2 = f->res2;
-  f->res1 = nullptr;
-  f->res2 = nullptr;
-  f->count1 = 0;
-  f->count2 = 0;
-  f->list1 = nullptr;
-  f->list2 = nullptr;
-  drop_regions(&f->regions);
-  if (r1 == &f->res1own) SornFWTSRESfini(r1);
-  if (r2 == &f->res2own) SornFWTSRESfini(r2);
+  sorn_fmserf_destroy(f);
   return s;
 }
 
@@ -37,10 +29,7 @@ SornStatus fail(SornFMSERFilter *f, SornStatus s) {
 
 extern "C" {
 
-SornStatus sorna_fmser_xm(SornXE *xe, SornFlags flags, SornDimPack code, const int32_t *dims,
-                          uint32_t type, const void *base, const int32_t *loffs,
-                          const int32_t *strides, const void *maskbase, const int32_t *maskloffs,
-                          const int32_t *maskstrides, SornFMSERFilter *f) {
+SornStatus sorna_fmser_xm(SORN_MSER_XM_ARGS(SornFMSERFilter)) {
   if (f == nullptr || dims == nullptr || strides == nullptr) return SORN_EINVAL;
   sorn_fmserf_setimvol(f, code, dims, strides);
   SornFWTSRES *r1 = f->mode != SORN_MSER_BRIGHT ? result_for(f->res1, &f->res1own) : nullptr;

@@ -14,31 +14,15 @@ SornSTB *open_builder(SornXE *xe) {
   return SornWTSTBopen(nullptr, nullptr, nullptr, SornXEmmstack(xe));
 }
 
-void drop_all(SornMSERFilter *f) {
-  SornSTB *b1 = f->builder1, *b2 = f->builder2;
-  f->builder1 = nullptr;
-  f->builder2 = nullptr;
-  f->count1 = 0;
-  f->count2 = 0;
-  f->list1 = nullptr;
-  f->list2 = nullptr;
-  drop_regions(&f->regions);
-  SornSTBclose(b1, 0);
-  SornSTBclose(b2, 0);
-}
-
 }  // namespace
 
 extern "C" {
 
-SornStatus sorna_mser_xm(SornXE *xe, SornFlags flags, SornDimPack code, const int32_t *dims,
-                         uint32_t type, const void *base, const int32_t *loffs,
-                         const int32_t *strides, const void *maskbase, const int32_t *maskloffs,
-                         const int32_t *maskstrides, SornMSERFilter *f) {
+SornStatus sorna_mser_xm(SORN_MSER_XM_ARGS(SornMSERFilter)) {
   if (f == nullptr || dims == nullptr) return SORN_EINVAL;
   // The builders of an earlier run die here: their regions could not be
   // told from this run's, and nothing else would end them.
-  if (f->builder1 || f->builder2) drop_all(f);
+  if (f->builder1 || f->builder2) sorn_mserf_destroy(f);
 
   SornSTB *b1 = nullptr, *b2 = nullptr;
   if (f->mode != SORN_MSER_BRIGHT && (b1 = open_builder(xe)) == nullptr) return SORN_ENOMEM;
@@ -56,19 +40,19 @@ SornStatus sorna_mser_xm(SornXE *xe, SornFlags flags, SornDimPack code, const in
   const Operands o{code, dims, type, base, loffs, strides, maskbase, maskloffs, maskstrides};
   const SornStatus s = run_passes<&sorna_watershed, &sorna_watershed_xm>(xe, flags, &st, o, b1, b2);
   if (s != SORN_OK) {
-    drop_all(f);
+    sorn_mserf_destroy(f);
     return s;
   }
 
   const SornMSERParams p = params_of(f, code, dims, f->delta);
   if (b1 && SornDetectMSERs(&f->regions, b1->tree, &p) == nullptr) {
-    drop_all(f);
+    sorn_mserf_destroy(f);
     return SORN_ENOMEM;
   }
   const uint64_t count1 = f->regions.count;
   if (b2) {
     if (SornDetectMSERs(&f->regions, b2->tree, &p) == nullptr) {
-      drop_all(f);
+      sorn_mserf_destroy(f);
       return SORN_ENOMEM;
     }
     // Picked regions of the bright pass hold true levels; the others of

@@ -229,34 +229,7 @@ SornHistXmKernel sorna__histofunxm_imp(uint32_t chword, SornElemType type, SornS
   return sorn::lookup_channels(kHistXm, chword, type, sorn::refusal_for(type), status);
 }
 
-SornStatus sorna__histogram(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                            uint32_t type, const void *src, const int32_t *strides,
-                            SornHist *hists) {
-  const sorn::Inner s = sorn::inner3(pack, dims, strides);
-  const uint32_t w = (uint32_t)s.dims[s.n - 1];
-  flags = sorn::with_channel_format(flags, w);
-  SornStatus st = SORN_OK;
-  SornHistKernel k = sorna__histofun_imp(w & 15u, type, &st);
-  if (st != SORN_OK) return st;
-  st = k(xe, flags, s.n, s.dims, src, s.strides, hists);
-  if (st == SORN_OK) settle_sums(flags, w, type, hists);
-  return st;
-}
-
-SornStatus sorna__histogram_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                               uint32_t type, const void *src, const int32_t *strides,
-                               const void *mask, const int32_t *mstrides, SornHist *hists) {
-  if (mask == nullptr) return sorna__histogram(xe, flags, pack, dims, type, src, strides, hists);
-  const sorn::Inner s = sorn::inner3(pack, dims, strides, mstrides);
-  const uint32_t w = (uint32_t)s.dims[s.n - 1];
-  flags = sorn::with_channel_format(flags, w);
-  SornStatus st = SORN_OK;
-  SornHistXmKernel k = sorna__histofunxm_imp(w & 15u, type, &st);
-  if (st != SORN_OK) return st;
-  st = k(xe, flags, s.n, s.dims, src, s.strides, (const uint8_t *)mask, s.mstrides, hists);
-  if (st == SORN_OK) settle_sums(flags, w, type, hists);
-  return st;
-}
+SORN_STATS_DISPATCHERS(histogram, SornHist, sorna__histofun_imp, sorna__histofunxm_imp, settle_sums)
 
 /* ---------------- type-generic layer and slice forms ---------------- */
 
@@ -274,15 +247,16 @@ SornStatus mode_rule(int32_t mode) {
 
 }  // namespace
 
-SornStatus SornHistogram(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
-                         int32_t mode, SornHist *hists) {
-  return image_entry(xe, flags, SORN_TAG_HIST, &SornTGAhistogram, src, roi, hists, mode_rule(mode));
+SornStatus SornHistogram(SornXE *xe, SornFlags flags, const SornArray *src,
+                         const SornVolume *srcRoi, int32_t mode, SornHist *hists) {
+  return image_entry(xe, flags, SORN_TAG_HIST, &SornTGAhistogram, src, srcRoi, hists,
+                     mode_rule(mode));
 }
 
 SornStatus SornHistogramEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
-                           const SornVolume *roi, const SornVolume *maskSite, int32_t mode,
+                           const SornVolume *srcRoi, const SornVolume *maskSite, int32_t mode,
                            SornHist *hists) {
-  if (mask == nullptr) return SornHistogram(xe, flags, src, roi, mode, hists);
-  return masked_entry(xe, flags, SORN_TAG_HSTX, &SornTGAhistogramEx, src, mask, roi, maskSite,
+  if (mask == nullptr) return SornHistogram(xe, flags, src, srcRoi, mode, hists);
+  return masked_entry(xe, flags, SORN_TAG_HSTX, &SornTGAhistogramEx, src, mask, srcRoi, maskSite,
                       hists, mode_rule(mode));
 }

@@ -15,8 +15,8 @@ using namespace sorn::stats;
 namespace {
 
 #define MINMAX_ROW(c, t) SORN_KERNEL_ROW(sorna__minmax_c##c##_##t, c, SORN_TYPECODE(t))
-#define MINMAX_ROWS(t) SORN_STATS_CHANNELS(MINMAX_ROW, t)
 #define MINMAX_XM_ROW(c, t) SORN_KERNEL_ROW(sorna__minmax_xm_c##c##_##t, c, SORN_TYPECODE(t))
+#define MINMAX_ROWS(t) SORN_STATS_CHANNELS(MINMAX_ROW, t)
 #define MINMAX_XM_ROWS(t) SORN_STATS_CHANNELS(MINMAX_XM_ROW, t)
 constexpr sorn::KernelRow<SornMinmaxKernel> kMinmax[] = {SORN_MINMAX_TYPES(MINMAX_ROWS)};
 constexpr sorn::KernelRow<SornMinmaxXmKernel> kMinmaxXm[] = {SORN_MINMAX_TYPES(MINMAX_XM_ROWS)};
@@ -55,34 +55,8 @@ SornMinmaxXmKernel sorna__minmaxfunxm_imp(uint32_t chword, SornElemType type, So
   return sorn::lookup_channels(kMinmaxXm, chword, type, sorn::refusal_for(type), status);
 }
 
-SornStatus sorna__minmax(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                         uint32_t type, const void *src, const int32_t *strides,
-                         SornMinmaxRec *res) {
-  const sorn::Inner s = sorn::inner3(pack, dims, strides);
-  const uint32_t w = (uint32_t)s.dims[s.n - 1];
-  flags = sorn::with_channel_format(flags, w);
-  SornStatus st = SORN_OK;
-  SornMinmaxKernel k = sorna__minmaxfun_imp(w & 15u, type, &st);
-  if (st != SORN_OK) return st;
-  st = k(xe, flags, s.n, s.dims, src, s.strides, res);
-  if (st == SORN_OK) settle_values(flags, w, type, res);
-  return st;
-}
-
-SornStatus sorna__minmax_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                            uint32_t type, const void *src, const int32_t *strides,
-                            const void *mask, const int32_t *mstrides, SornMinmaxRec *res) {
-  if (mask == nullptr) return sorna__minmax(xe, flags, pack, dims, type, src, strides, res);
-  const sorn::Inner s = sorn::inner3(pack, dims, strides, mstrides);
-  const uint32_t w = (uint32_t)s.dims[s.n - 1];
-  flags = sorn::with_channel_format(flags, w);
-  SornStatus st = SORN_OK;
-  SornMinmaxXmKernel k = sorna__minmaxfunxm_imp(w & 15u, type, &st);
-  if (st != SORN_OK) return st;
-  st = k(xe, flags, s.n, s.dims, src, s.strides, (const uint8_t *)mask, s.mstrides, res);
-  if (st == SORN_OK) settle_values(flags, w, type, res);
-  return st;
-}
+SORN_STATS_DISPATCHERS(minmax, SornMinmaxRec, sorna__minmaxfun_imp, sorna__minmaxfunxm_imp,
+                       settle_values)
 
 /* ---------------- value ranges of an image ---------------- */
 
@@ -176,26 +150,8 @@ SornStatus sorna__adjust_vrange_xm(SornXE *xe, SornFlags flags, SornDimPack pack
 
 SORN_STATS_LAYER2(minmax, SornMinmaxRec)
 
-// The value-range layer: bases moved to their origins, a mask base absent
-// when null.
-#define SORN_VRANGE_LAYER2(op)                                                                     \
-  SornStatus sorna_##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,        \
-                        uint32_t type, const void *base, const int32_t *origin,                    \
-                        const int32_t *strides, SornVrng *vranges) {                               \
-    return sorna__##op(xe, flags, pack, dims, type, sorn::at_origin(base, pack, origin, strides),  \
-                       strides, vranges);                                                          \
-  }                                                                                                \
-  SornStatus sorna_##op##_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,   \
-                             uint32_t type, const void *base, const int32_t *origin,               \
-                             const int32_t *strides, uint32_t, const void *mbase,                  \
-                             const int32_t *morigin, const int32_t *mstrides, SornVrng *vranges) { \
-    const void *mask = mbase ? sorn::at_origin(mbase, pack, morigin, mstrides) : nullptr;          \
-    return sorna__##op##_xm(xe, flags, pack, dims, type,                                           \
-                            sorn::at_origin(base, pack, origin, strides), strides, mask, mstrides, \
-                            vranges);                                                              \
-  }
-SORN_VRANGE_LAYER2(compute_vrange)
-SORN_VRANGE_LAYER2(adjust_vrange)
+SORN_STATS_ORIGINS(compute_vrange, SornVrng)
+SORN_STATS_ORIGINS(adjust_vrange, SornVrng)
 
 /* ---------------- entries ---------------- */
 
@@ -212,14 +168,15 @@ constexpr EntryWay kMinmaxWay{&settle_request, sorn::kKeepRows};
 
 }  // namespace
 
-SornStatus SornMinmax(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
+SornStatus SornMinmax(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *srcRoi,
                       SornMinmaxRec *res) {
-  return image_entry(xe, flags, SORN_TAG_MIMA, &SornTGAminmax, src, roi, res, SORN_OK, kMinmaxWay);
+  return image_entry(xe, flags, SORN_TAG_MIMA, &SornTGAminmax, src, srcRoi, res, SORN_OK,
+                     kMinmaxWay);
 }
 
 SornStatus SornMinmaxEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
-                        const SornVolume *roi, const SornVolume *maskSite, SornMinmaxRec *res) {
-  if (mask == nullptr) return SornMinmax(xe, flags, src, roi, res);
-  return masked_entry(xe, flags, SORN_TAG_MIMX, &SornTGAminmaxEx, src, mask, roi, maskSite, res,
+                        const SornVolume *srcRoi, const SornVolume *maskSite, SornMinmaxRec *res) {
+  if (mask == nullptr) return SornMinmax(xe, flags, src, srcRoi, res);
+  return masked_entry(xe, flags, SORN_TAG_MIMX, &SornTGAminmaxEx, src, mask, srcRoi, maskSite, res,
                       SORN_OK, kMinmaxWay);
 }

@@ -45,31 +45,28 @@ SornSumXmKernel sorna__sumfunxm_imp(SornFlags flags, uint32_t chword, SornElemTy
 
 SornStatus sorna__sum(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                       uint32_t type, const void *src, const int32_t *strides, double *sums) {
-  const sorn::Inner s = sorn::inner3(pack, dims, strides);
-  const uint32_t w = (uint32_t)s.dims[s.n - 1];
-  flags = sorn::with_channel_format(flags, w);
-  SornStatus st = SORN_OK;
-  SornSumKernel k = sorna__sumfun_imp(flags, w & 15u, type, &st);
-  if (st != SORN_OK) return st;
-  return k(xe, flags, s.n, s.dims, src, s.strides, sums);
+  return dispatch(
+      xe, flags, pack, dims, type, src, strides, nullptr, nullptr, sums,
+      [type](SornFlags f, uint32_t c, SornStatus *st) { return sorna__sumfun_imp(f, c, type, st); },
+      settled<double>);
 }
 
 SornStatus sorna__sum_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                          uint32_t type, const void *src, const int32_t *strides, const void *mask,
                          const int32_t *mstrides, double *sums) {
-  const sorn::Inner s = sorn::inner3(pack, dims, strides, mstrides);
   if (mask == nullptr) {
     // No mask selects every pixel; a counting caller gets them all.
     SornStatus st = sorna__sum(xe, flags, pack, dims, type, src, strides, sums);
     if (st < 0 || !(flags & SORN_F_SUM_COUNT)) return st;
+    const sorn::Inner s = sorn::inner3(pack, dims, strides);
     return (SornStatus)sorn_volume__capacity(s.n - 1, s.dims);
   }
-  const uint32_t w = (uint32_t)s.dims[s.n - 1];
-  flags = sorn::with_channel_format(flags, w);
-  SornStatus st = SORN_OK;
-  SornSumXmKernel k = sorna__sumfunxm_imp(flags, w & 15u, type, &st);
-  if (st != SORN_OK) return st;
-  return k(xe, flags, s.n, s.dims, src, s.strides, (const uint8_t *)mask, s.mstrides, sums);
+  return dispatch(
+      xe, flags, pack, dims, type, src, strides, mask, mstrides, sums,
+      [type](SornFlags f, uint32_t c, SornStatus *st) {
+        return sorna__sumfunxm_imp(f, c, type, st);
+      },
+      settled<double>);
 }
 
 /* ---------------- type-generic layer and slice forms ---------------- */

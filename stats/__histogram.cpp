@@ -70,6 +70,22 @@ void fold_table(SornHist *h, int32_t lo, const uint32_t *const *banks, int32_t n
 // A range that the division rule could not map: it would divide by zero.
 inline bool unmappable(const SornHist *h) { return h->irange == 0 && (int32_t)h->bins != 0; }
 
+// Hands each selected element of the rows of r to `count`: every element, or
+// with a mask those whose mask byte is not `skip`.
+template <class T, bool Masked, class Count>
+inline void each_selected(const Rows &r, const void *src, const uint8_t *mask, uint8_t skip,
+                          Count count) {
+  const uint8_t *row = (const uint8_t *)src;
+  const uint8_t *mrow = mask;
+  for (int32_t y = 0; y < r.rows; ++y) {
+    const T *p = (const T *)row;
+    for (int32_t x = 0; x < r.cols; ++x)
+      if (!Masked || mrow[x] != skip) count(p[x]);
+    row += r.step;
+    if (Masked) mrow += r.mstep;
+  }
+}
+
 /* ---- 8-bit elements ---- */
 
 // Index of an 8-bit element as a table offset.
@@ -158,13 +174,7 @@ SornStatus count8(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, c
 
   if (h->irange == bins) {
     uint32_t *c = h->counts;
-    for (int32_t y = 0; y < r.rows; ++y) {
-      const T *p = (const T *)row;
-      for (int32_t x = 0; x < r.cols; ++x)
-        if (!Masked || mrow[x] != skip) count_in(c, ix(p[x]) - lo, bins);
-      row += r.step;
-      if (Masked) mrow += r.mstep;
-    }
+    each_selected<T, Masked>(r, row, mrow, skip, [&](T v) { count_in(c, ix(v) - lo, bins); });
     sum_all_counts(h, lo);
     return SORN_OK;
   }
@@ -174,13 +184,7 @@ SornStatus count8(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, c
   uint32_t local[768];
   memset(local, 0, sizeof local);
   uint32_t *t = local + 256 - lo;
-  for (int32_t y = 0; y < r.rows; ++y) {
-    const T *p = (const T *)row;
-    for (int32_t x = 0; x < r.cols; ++x)
-      if (!Masked || mrow[x] != skip) ++t[ix(p[x])];
-    row += r.step;
-    if (Masked) mrow += r.mstep;
-  }
+  each_selected<T, Masked>(r, row, mrow, skip, [&](T v) { ++t[ix(v)]; });
   const uint32_t *one[1] = {local + 256};
   fold_table(h, lo, one, 1);
   return SORN_OK;
@@ -198,23 +202,13 @@ SornStatus count_int(SornFlags flags, int32_t n, const int32_t *dims, const void
   const int32_t bins = (int32_t)h->bins, irange = h->irange;
   const uint8_t skip = skip_value(flags);
   uint32_t *c = h->counts;
-  const uint8_t *row = (const uint8_t *)src;
-  const uint8_t *mrow = mask;
-  for (int32_t y = 0; y < r.rows; ++y) {
-    const T *p = (const T *)row;
-    if (irange == bins) {
-      for (int32_t x = 0; x < r.cols; ++x)
-        if (!Masked || mrow[x] != skip)
-          count_in(c, (int32_t)((uint32_t)(int32_t)p[x] - (uint32_t)lo), bins);
-    } else {
-      for (int32_t x = 0; x < r.cols; ++x)
-        if (!Masked || mrow[x] != skip)
-          count_in(c, scaled_bin((int32_t)((uint32_t)(int32_t)p[x] - (uint32_t)lo), bins, irange),
-                   bins);
-    }
-    row += r.step;
-    if (Masked) mrow += r.mstep;
-  }
+  // The offset from lo wraps like the element's 32-bit difference.
+  const auto offset = [lo](T v) { return (int32_t)((uint32_t)(int32_t)v - (uint32_t)lo); };
+  if (irange == bins)
+    each_selected<T, Masked>(r, src, mask, skip, [&](T v) { count_in(c, offset(v), bins); });
+  else
+    each_selected<T, Masked>(r, src, mask, skip,
+                             [&](T v) { count_in(c, scaled_bin(offset(v), bins, irange), bins); });
   sum_all_counts(h, lo);
   return SORN_OK;
 }
@@ -232,16 +226,9 @@ SornStatus count_f32(SornFlags flags, int32_t n, const int32_t *dims, const void
   const int32_t bins = (int32_t)h->bins;
   const uint8_t skip = skip_value(flags);
   uint32_t *c = h->counts;
-  const uint8_t *row = (const uint8_t *)src;
-  const uint8_t *mrow = mask;
-  for (int32_t y = 0; y < r.rows; ++y) {
-    const float *p = (const float *)row;
-    for (int32_t x = 0; x < r.cols; ++x)
-      if (!Masked || mrow[x] != skip)
-        count_in(c, sorn::trunc_i32((double)(p[x] - low) * scale), bins);
-    row += r.step;
-    if (Masked) mrow += r.mstep;
-  }
+  each_selected<float, Masked>(r, src, mask, skip, [&](float v) {
+    count_in(c, sorn::trunc_i32((double)(v - low) * scale), bins);
+  });
   // The value of bin i is taken as i + low, a step of 1 and not the width:
   // the float sum is defined so, and kept.
   float s = h->fsum;
@@ -250,47 +237,39 @@ SornStatus count_f32(SornFlags flags, int32_t n, const int32_t *dims, const void
   return SORN_OK;
 }
 
-template <class T> struct Kernels {
-  static SornStatus plain(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
-                          const void *src, const int32_t *strides, SornHist *h) {
-    if constexpr (sizeof(T) == 1)
-      return count8<T, false>(xe, flags, n, dims, src, strides, nullptr, nullptr, h);
-    else if constexpr (std::is_same_v<T, float>)
-      return count_f32<false>(flags, n, dims, src, strides, nullptr, nullptr, h);
-    else
-      return count_int<T, false>(flags, n, dims, src, strides, nullptr, nullptr, h);
-  }
-  static SornStatus masked(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
-                           const void *src, const int32_t *strides, const uint8_t *mask,
-                           const int32_t *mstrides, SornHist *h) {
-    if constexpr (sizeof(T) == 1)
-      return count8<T, true>(xe, flags, n, dims, src, strides, mask, mstrides, h);
-    else if constexpr (std::is_same_v<T, float>)
-      return count_f32<true>(flags, n, dims, src, strides, mask, mstrides, h);
-    else
-      return count_int<T, true>(flags, n, dims, src, strides, mask, mstrides, h);
-  }
-};
+// The counting loop for elements of type T: banks for bytes, the float
+// rule, the wider integers.
+template <class T, bool Masked>
+SornStatus count(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, const void *src,
+                 const int32_t *strides, const uint8_t *mask, const int32_t *mstrides,
+                 SornHist *h) {
+  if constexpr (sizeof(T) == 1)
+    return count8<T, Masked>(xe, flags, n, dims, src, strides, mask, mstrides, h);
+  else if constexpr (std::is_same_v<T, float>)
+    return count_f32<Masked>(flags, n, dims, src, strides, mask, mstrides, h);
+  else
+    return count_int<T, Masked>(flags, n, dims, src, strides, mask, mstrides, h);
+}
 
 }  // namespace
 
 // Only one channel is ever counted: the c3 and c4 forms are refusals.
-#define HIST_KERNEL(c, t)                                                           \
-  SornStatus sorna__histogram_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,    \
-                                         const int32_t *dims, const void *src,      \
-                                         const int32_t *strides, SornHist *hists) { \
-    if (c != 1) return SORN_ENOTSUP;                                                \
-    return Kernels<sorn::tok::t>::plain(xe, flags, n, dims, src, strides, hists);   \
+#define HIST_KERNEL(c, t)                                                                         \
+  SornStatus sorna__histogram_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,                  \
+                                         const int32_t *dims, const void *src,                    \
+                                         const int32_t *strides, SornHist *hists) {               \
+    if (c != 1) return SORN_ENOTSUP;                                                              \
+    return count<sorn::tok::t, false>(xe, flags, n, dims, src, strides, nullptr, nullptr, hists); \
   }
 #define HIST_KERNELS(t) SORN_STATS_CHANNELS(HIST_KERNEL, t)
 SORN_HIST_TYPES(HIST_KERNELS)
 
-#define HIST_XM_KERNEL(c, t)                                                                       \
-  SornStatus sorna__histogram_xm_c##c##_##t(                                                       \
-      SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, const void *src,                \
-      const int32_t *strides, const uint8_t *mask, const int32_t *mstrides, SornHist *hists) {     \
-    if (c != 1) return SORN_ENOTSUP;                                                               \
-    return Kernels<sorn::tok::t>::masked(xe, flags, n, dims, src, strides, mask, mstrides, hists); \
+#define HIST_XM_KERNEL(c, t)                                                                   \
+  SornStatus sorna__histogram_xm_c##c##_##t(                                                   \
+      SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, const void *src,            \
+      const int32_t *strides, const uint8_t *mask, const int32_t *mstrides, SornHist *hists) { \
+    if (c != 1) return SORN_ENOTSUP;                                                           \
+    return count<sorn::tok::t, true>(xe, flags, n, dims, src, strides, mask, mstrides, hists); \
   }
 #define HIST_XM_KERNELS(t) SORN_STATS_CHANNELS(HIST_XM_KERNEL, t)
 SORN_HIST_XM_TYPES(HIST_XM_KERNELS)

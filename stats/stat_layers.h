@@ -7,6 +7,7 @@
 #include <sorn.h>
 
 #include <cstdint>
+#include <type_traits>
 
 #include "core/entry.h"
 #include "core/rows.h"
@@ -37,11 +38,11 @@ struct EntryWay {
 };
 
 inline SornStatus image_entry(SornXE *xe, SornFlags flags, uint32_t tag, sorn::SliceProc<1> slice,
-                              const SornArray *src, const SornVolume *roi, void *out,
+                              const SornArray *src, const SornVolume *srcRoi, void *out,
                               SornStatus pre = SORN_OK, EntryWay way = {}) {
   if (out == nullptr) return SORN_EINVAL;
   sorn::Operand op;
-  SornStatus st = sorn::prepare_image(src, roi, &op);
+  SornStatus st = sorn::prepare_image(src, srcRoi, &op);
   if (st != SORN_OK) return st;
   if (sorn::no_channels(op.roi)) return SORN_ENOSPC;
   if (pre != SORN_OK) return pre;
@@ -50,14 +51,14 @@ inline SornStatus image_entry(SornXE *xe, SornFlags flags, uint32_t tag, sorn::S
 }
 
 inline SornStatus masked_entry(SornXE *xe, SornFlags flags, uint32_t tag, sorn::SliceProc<2> slice,
-                               const SornArray *src, const SornArray *mask, const SornVolume *roi,
-                               const SornVolume *maskSite, void *out, SornStatus pre = SORN_OK,
-                               EntryWay way = {}) {
+                               const SornArray *src, const SornArray *mask,
+                               const SornVolume *srcRoi, const SornVolume *maskSite, void *out,
+                               SornStatus pre = SORN_OK, EntryWay way = {}) {
   if (out == nullptr) return SORN_EINVAL;
   // A pixel mask is one channel of bytes.
   if (mask->elemtype != SORN_U8) return SORN_EINVAL;
   sorn::Operand op, mop;
-  SornStatus st = sorn::prepare_pair(src, mask, sorn::Channels::One, roi, maskSite, &op, &mop);
+  SornStatus st = sorn::prepare_pair(src, mask, sorn::Channels::One, srcRoi, maskSite, &op, &mop);
   if (st != SORN_OK) return st;
   if (sorn::no_channels(op.roi)) return SORN_ENOSPC;
   if (pre != SORN_OK) return pre;
@@ -65,14 +66,58 @@ inline SornStatus masked_entry(SornXE *xe, SornFlags flags, uint32_t tag, sorn::
   return sorn::run({xe, flags, tag, out, way.keep}, slice, op, mop);
 }
 
+// The dispatcher of a statistic: the inner form of rank 3 at most, the
+// channel format from the channels word, the kernel that `find` gives for the
+// channel count (a kernel taking a pixel mask when `mask` is given), then
+// `settle` on the results once the kernel has succeeded.
+template <class Out, class Find, class Settle>
+SornStatus dispatch(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                    uint32_t type, const void *src, const int32_t *strides, const void *mask,
+                    const int32_t *mstrides, Out *out, Find find, Settle settle) {
+  const sorn::Inner s = sorn::inner3(pack, dims, strides, mask ? mstrides : nullptr);
+  const uint32_t w = (uint32_t)s.dims[s.n - 1];
+  flags = sorn::with_channel_format(flags, w);
+  SornStatus st = SORN_OK;
+  const auto k = find(flags, w & 15u, &st);
+  if (st != SORN_OK) return st;
+  if constexpr (std::is_invocable_v<decltype(k), SornXE *, SornFlags, int32_t, const int32_t *,
+                                    const void *, const int32_t *, Out *>)
+    st = k(xe, flags, s.n, s.dims, src, s.strides, out);
+  else
+    st = k(xe, flags, s.n, s.dims, src, s.strides, (const uint8_t *)mask, s.mstrides, out);
+  if (st == SORN_OK) settle(flags, w, type, out);
+  return st;
+}
+
+// Results that need nothing after their kernel.
+template <class Out> void settled(SornFlags, uint32_t, uint32_t, Out *) {}
+
 }  // namespace sorn::stats
 
-// The type-generic layer of a statistic `op` with results of type Out, and
-// its slice forms: sorna_<op> and sorna_<op>_xm move the bases to their
-// origins (no mask base gives a null mask) and call the dispatchers
-// sorna__<op> and sorna__<op>_xm; SornTGA<op> and SornTGA<op>Ex take the
-// results from the call's data.
-#define SORN_STATS_LAYER2(op, Out)                                                                 \
+// The dispatchers of a statistic `op` whose kernels come from the lookups
+// `find` and `findxm` (by channels word and element type) and whose results
+// are finished by `settle`: sorna__<op> and sorna__<op>_xm, the latter
+// without a mask the former.
+#define SORN_STATS_DISPATCHERS(op, Out, find, findxm, settle)                                     \
+  SornStatus sorna__##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,      \
+                         uint32_t type, const void *src, const int32_t *strides, Out *out) {      \
+    return sorn::stats::dispatch(                                                                 \
+        xe, flags, pack, dims, type, src, strides, nullptr, nullptr, out,                         \
+        [type](SornFlags, uint32_t c, SornStatus *st) { return find(c, type, st); }, settle);     \
+  }                                                                                               \
+  SornStatus sorna__##op##_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
+                              uint32_t type, const void *src, const int32_t *strides,             \
+                              const void *mask, const int32_t *mstrides, Out *out) {              \
+    if (mask == nullptr) return sorna__##op(xe, flags, pack, dims, type, src, strides, out);      \
+    return sorn::stats::dispatch(                                                                 \
+        xe, flags, pack, dims, type, src, strides, mask, mstrides, out,                           \
+        [type](SornFlags, uint32_t c, SornStatus *st) { return findxm(c, type, st); }, settle);   \
+  }
+
+// The bases of a statistic's operands moved to their origins (no mask base
+// gives a null mask) on the way to the dispatchers: sorna_<op> and
+// sorna_<op>_xm over sorna__<op> and sorna__<op>_xm, with results of type Out.
+#define SORN_STATS_ORIGINS(op, Out)                                                                \
   SornStatus sorna_##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,        \
                         uint32_t type, const void *base, const int32_t *origin,                    \
                         const int32_t *strides, Out *out) {                                        \
@@ -88,7 +133,13 @@ inline SornStatus masked_entry(SornXE *xe, SornFlags flags, uint32_t tag, sorn::
     return sorna__##op##_xm(xe, flags, pack, dims, type,                                           \
                             sorn::at_origin(base, pack, origin, strides), strides, mask, mstrides, \
                             out);                                                                  \
-  }                                                                                                \
+  }
+
+// The type-generic layer of a statistic `op` with results of type Out, and
+// its slice forms: sorna_<op> and sorna_<op>_xm (SORN_STATS_ORIGINS);
+// SornTGA<op> and SornTGA<op>Ex take the results from the call's data.
+#define SORN_STATS_LAYER2(op, Out)                                                                 \
+  SORN_STATS_ORIGINS(op, Out)                                                                      \
   SornStatus SornTGA##op(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims, \
                          uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0) {       \
     return sorna_##op(xe, flags, pack, dims, type0, base0, origin0, strides0,                      \
@@ -104,15 +155,15 @@ inline SornStatus masked_entry(SornXE *xe, SornFlags flags, uint32_t tag, sorn::
 
 // The entries of a statistic with one double per channel, Sorn<Name> and
 // Sorn<Name>Ex: the latter without a mask is the former.
-#define SORN_STATS_ENTRIES(Name, op, tag, tagx)                                                   \
-  SornStatus Sorn##Name(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi, \
-                        double *out) {                                                            \
-    return sorn::stats::image_entry(xe, flags, tag, &SornTGA##op, src, roi, out);                 \
-  }                                                                                               \
-  SornStatus Sorn##Name##Ex(SornXE *xe, SornFlags flags, const SornArray *src,                    \
-                            const SornArray *mask, const SornVolume *roi,                         \
-                            const SornVolume *maskSite, double *out) {                            \
-    if (mask == nullptr) return Sorn##Name(xe, flags, src, roi, out);                             \
-    return sorn::stats::masked_entry(xe, flags, tagx, &SornTGA##op##Ex, src, mask, roi, maskSite, \
-                                     out);                                                        \
+#define SORN_STATS_ENTRIES(Name, op, tag, tagx)                                            \
+  SornStatus Sorn##Name(SornXE *xe, SornFlags flags, const SornArray *src,                 \
+                        const SornVolume *srcRoi, double *out) {                           \
+    return sorn::stats::image_entry(xe, flags, tag, &SornTGA##op, src, srcRoi, out);       \
+  }                                                                                        \
+  SornStatus Sorn##Name##Ex(SornXE *xe, SornFlags flags, const SornArray *src,             \
+                            const SornArray *mask, const SornVolume *srcRoi,               \
+                            const SornVolume *maskSite, double *out) {                     \
+    if (mask == nullptr) return Sorn##Name(xe, flags, src, srcRoi, out);                   \
+    return sorn::stats::masked_entry(xe, flags, tagx, &SornTGA##op##Ex, src, mask, srcRoi, \
+                                     maskSite, out);                                       \
   }

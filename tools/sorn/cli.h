@@ -119,6 +119,12 @@ struct OptionSpec {
   bool takes_value;
 };
 
+// Options by kind: one that takes a value, a flag, and the picture a command
+// writes, -o or --output.
+inline OptionSpec valued(const char *name) { return {name, nullptr, true}; }
+inline OptionSpec flag(const char *name) { return {name, nullptr, false}; }
+inline constexpr OptionSpec kOutputOption{"-o", "--output", true};
+
 class Args {
  public:
   // Parses argv; usage errors fail with exit 2 and name the option.

@@ -21,8 +21,7 @@ const char *const kAddHelp =
     "  -h, --help        this text\n";
 
 int run_add(const std::vector<std::string> &argv) {
-  Args args("add", argv,
-            {{"-o", "--output", true}, {"--sf", nullptr, true}, {"--saturate", nullptr, false}}, 2);
+  Args args("add", argv, {kOutputOption, valued("--sf"), flag("--saturate")}, 2);
   if (args.help()) return print_help(kAddHelp);
   if (args.positionals().size() == 1) usage_error("needs two images A and B");
   if (!args.has("-o")) usage_error("missing -o OUT");

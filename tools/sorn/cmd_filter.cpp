@@ -103,13 +103,10 @@ void put_channel(Image &image, const Image &plane, int32_t c) {
 }  // namespace
 
 int run_filter(const std::vector<std::string> &argv) {
-  Args args("filter", argv,
-            {{"-o", "--output", true},
-             {"--size", nullptr, true},
-             {"--anchor", nullptr, true},
-             {"--border", nullptr, true},
-             {"--value", nullptr, true}},
-            2);
+  Args args(
+      "filter", argv,
+      {kOutputOption, valued("--size"), valued("--anchor"), valued("--border"), valued("--value")},
+      2);
   if (args.help()) return print_help(kFilterHelp);
   if (args.positionals().empty()) usage_error("missing the filter: box, min or max");
   const std::string which = args.positionals()[0];
@@ -189,11 +186,7 @@ int run_filter(const std::vector<std::string> &argv) {
 
 int run_border(const std::vector<std::string> &argv) {
   Args args("border", argv,
-            {{"-o", "--output", true},
-             {"--kind", nullptr, true},
-             {"--widths", nullptr, true},
-             {"--value", nullptr, true}},
-            1);
+            {kOutputOption, valued("--kind"), valued("--widths"), valued("--value")}, 1);
   if (args.help()) return print_help(kBorderHelp);
   if (!args.has("-o")) usage_error("missing -o OUT");
   const std::string outname = args.text("-o", "");

@@ -138,7 +138,7 @@ Image plot(const Image &image, const std::vector<std::vector<uint32_t>> &counts)
 }  // namespace
 
 int run_hist(const std::vector<std::string> &argv) {
-  Args args("hist", argv, {{"-o", "--output", true}}, 1);
+  Args args("hist", argv, {kOutputOption}, 1);
   if (args.help()) return print_help(kHistHelp);
   std::string plotname = args.text("-o", "");
   if (!plotname.empty()) format_for_output(plotname);

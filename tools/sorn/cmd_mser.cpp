@@ -198,7 +198,7 @@ void draw_quad(Image &im, const double (*q)[2], Rgb c, int width) {
     line(im, q[k][0], q[k][1], q[(k + 1) % 4][0], q[(k + 1) % 4][1], c, width);
 }
 
-// Today's tint of every pixel: dark regions towards red, bright ones
+// The tint of every pixel: dark regions towards red, bright ones
 // towards blue, pixels of both purple.
 Image tinted(const Image &grey, const std::vector<uint8_t> &marks) {
   Image out(grey.width, grey.height, 3);
@@ -235,15 +235,9 @@ const char *legend_of(const std::string &shape) {
 
 int run_mser(const std::vector<std::string> &argv) {
   Args args("mser", argv,
-            {{"-o", "--output", true},
-             {"--shape", nullptr, true},
-             {"--delta", nullptr, true},
-             {"--min-area", nullptr, true},
-             {"--max-area", nullptr, true},
-             {"--max-variation", nullptr, true},
-             {"--min-diversity", nullptr, true},
-             {"--mode", nullptr, true},
-             {"--json", nullptr, true}},
+            {kOutputOption, valued("--shape"), valued("--delta"), valued("--min-area"),
+             valued("--max-area"), valued("--max-variation"), valued("--min-diversity"),
+             valued("--mode"), valued("--json")},
             1);
   if (args.help()) return print_help(kMserHelp);
   std::string outname = args.text("-o", "");

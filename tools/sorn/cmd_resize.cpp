@@ -81,11 +81,7 @@ std::string shown(double f) {
 
 int run_resize(const std::vector<std::string> &argv) {
   Args args("resize", argv,
-            {{"-o", "--output", true},
-             {"--factor", nullptr, true},
-             {"--fx", nullptr, true},
-             {"--fy", nullptr, true},
-             {"--size", nullptr, true}},
+            {kOutputOption, valued("--factor"), valued("--fx"), valued("--fy"), valued("--size")},
             1);
   if (args.help()) return print_help(kResizeHelp);
   if (!args.has("-o")) usage_error("missing -o OUT");

@@ -102,7 +102,7 @@ const char *channel_name(int32_t channels, int32_t c) {
 }  // namespace
 
 int run_stats(const std::vector<std::string> &argv) {
-  Args args("stats", argv, {{"--mask", nullptr, true}}, 1);
+  Args args("stats", argv, {valued("--mask")}, 1);
   if (args.help()) return print_help(kStatsHelp);
   Input in = load_input(args.positionals(), 0);
   const Image &image = in.image;

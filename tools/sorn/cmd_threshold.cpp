@@ -61,11 +61,7 @@ std::string effective(const char *how, double t) {
 
 int run_threshold(const std::vector<std::string> &argv) {
   Args args("threshold", argv,
-            {{"-o", "--output", true},
-             {"--value", nullptr, true},
-             {"--otsu", nullptr, false},
-             {"--usto", nullptr, false},
-             {"--blur", nullptr, true}},
+            {kOutputOption, valued("--value"), flag("--otsu"), flag("--usto"), valued("--blur")},
             1);
   if (args.help()) return print_help(kThresholdHelp);
   const int methods = int(args.has("--value")) + int(args.has("--otsu")) + int(args.has("--usto")) +

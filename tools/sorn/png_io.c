@@ -25,6 +25,12 @@ static void on_error(png_structp png, png_const_charp message) {
   longjmp(sink->jump, 1);
 }
 
+/* The report of a codec that could not be set up. */
+static int out_of_memory(char *err, size_t errlen) {
+  put_text(err, errlen, "out of memory");
+  return SORN_TOOL_PNG_NOMEM;
+}
+
 /* Warnings (unknown chunks, odd ICC profiles) don't stop a read. */
 static void on_warning(png_structp png, png_const_charp message) {
   (void)png;
@@ -41,20 +47,15 @@ static void read_bytes(png_structp png, png_bytep data, size_t length) {
 int sorn_tool_png_read(FILE *f, int32_t maxside, int64_t maxbytes, SornToolPixels *out, char *err,
                        size_t errlen) {
   unsigned char signature[8];
+  ErrorSink sink = {.text = err, .len = errlen};
   out->width = out->height = out->channels = 0;
   out->pixels = NULL;
   if (fread(signature, 1, 8, f) != 8 || png_sig_cmp(signature, 0, 8) != 0) {
     put_text(err, errlen, "not a PNG file");
     return SORN_TOOL_PNG_NOT_PNG;
   }
-  ErrorSink sink;
-  sink.text = err;
-  sink.len = errlen;
   png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &sink, on_error, on_warning);
-  if (!png) {
-    put_text(err, errlen, "out of memory");
-    return SORN_TOOL_PNG_NOMEM;
-  }
+  if (!png) return out_of_memory(err, errlen);
   png_infop info = png_create_info_struct(png);
   /* Changed after setjmp and read after a longjmp: volatile. */
   uint8_t *volatile pixels = NULL;
@@ -62,8 +63,7 @@ int sorn_tool_png_read(FILE *f, int32_t maxside, int64_t maxbytes, SornToolPixel
   volatile int status = SORN_TOOL_PNG_CORRUPT;
   if (!info) {
     png_destroy_read_struct(&png, NULL, NULL);
-    put_text(err, errlen, "out of memory");
-    return SORN_TOOL_PNG_NOMEM;
+    return out_of_memory(err, errlen);
   }
   if (setjmp(sink.jump)) {
     free(rows);
@@ -138,19 +138,13 @@ int sorn_tool_png_write(FILE *f, const uint8_t *pixels, int32_t width, int32_t h
     put_text(err, errlen, "nothing to write");
     return SORN_TOOL_PNG_WRITE;
   }
-  ErrorSink sink;
-  sink.text = err;
-  sink.len = errlen;
+  ErrorSink sink = {.text = err, .len = errlen};
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &sink, on_error, on_warning);
-  if (!png) {
-    put_text(err, errlen, "out of memory");
-    return SORN_TOOL_PNG_NOMEM;
-  }
+  if (!png) return out_of_memory(err, errlen);
   png_infop info = png_create_info_struct(png);
   if (!info) {
     png_destroy_write_struct(&png, NULL);
-    put_text(err, errlen, "out of memory");
-    return SORN_TOOL_PNG_NOMEM;
+    return out_of_memory(err, errlen);
   }
   if (setjmp(sink.jump)) {
     png_destroy_write_struct(&png, &info);
