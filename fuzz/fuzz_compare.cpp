@@ -106,7 +106,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const SornVolume *proi = in.chance(128) ? &roi : nullptr;
   const SornVolume *psite1 = in.chance(128) ? &site1 : nullptr;
   const SornVolume *psite2 = in.chance(128) ? &site2 : nullptr;
-  static const SornFlags common[] = {0, 0, 0, SORN_F_STATS_INVMASK, 0x10, 0x20, 0x30, SORN_F_PROBE};
+  static const SornFlags common[] = {0,    0,    0,    SORN_F_STATS_INVMASK, 0x10, 0x20, 0x30,
+                                     SORN_F_PROBE, SORN_F_THH_MARGIN,
+                                     SORN_F_THH_MARGIN | SORN_F_THH_PARMARGIN};
   const SornFlags flags = in.chance(240) ? in.pick(common) : in.u64();
   const uint32_t cmpop = in.chance(220) ? 3 + in.u8() % 6 : in.u32();
 
