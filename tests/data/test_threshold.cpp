@@ -769,6 +769,44 @@ TEST(Threshold, FourDimensionalImagesGoThroughTheFrame) {
   EXPECT_TRUE(env.at_mark());
 }
 
+TEST(Threshold, FourDimensionalBlurAndUstoSeeTheMarginsOfTheirPlane) {
+  // Planes apart in memory (a gap between them) cannot merge: the frame
+  // calls the slice form once, and the first plane of the region alone is
+  // thresholded, as a three-dimensional call on that plane would be,
+  // margins and all; the other planes stay as they were.
+  Env env;
+  const int32_t planes = 3, rows = 14, cols = 21, gap = 40;
+  const int32_t pstride = rows * cols + gap;
+  std::vector<uint8_t> src((size_t)planes * pstride), dst(src.size()), one(rows * cols);
+  auto rng = sorn_test::seeded_rng(0x4d4d);
+  for (uint8_t &v : src) v = (uint8_t)(40 + rng() % 150);
+  SornArray a = make_record4(src.data(), planes, rows, cols, 1, SORN_U8, pstride, cols);
+  SornArray d = make_record4(dst.data(), planes, rows, cols, 1, SORN_U8, pstride, cols);
+  const SornVolume roi = make_roi(3, 4, 8, 13, 1, 1, 2);
+  const SornVolume plane_roi = make_roi(3, 4, 8, 13, 1);
+  const SornThresholdSpec blur = method(SORN_THH_BLUR | SORN_THH_DEFAULTS);
+  SornThresholdSpec usto = method(SORN_THH_USTO);
+  usto.blurSize[0] = usto.flatSize[0] = 1;
+  usto.blurSize[1] = usto.blurSize[2] = 3;
+  usto.flatSize[1] = usto.flatSize[2] = 7;
+  for (const SornThresholdSpec *spec : {&blur, (const SornThresholdSpec *)&usto})
+    for (SornFlags flags : {(SornFlags)0, (SornFlags)SORN_F_THH_MARGIN}) {
+      std::fill(dst.begin(), dst.end(), 0x11);
+      ASSERT_EQ(SornThreshold(env.xe(), flags, &d, &a, &roi, &roi, spec, nullptr, 0), SORN_OK);
+      std::fill(one.begin(), one.end(), 0x11);
+      SornArray ap = make_record(src.data() + pstride, rows, cols, 1, SORN_U8, cols);
+      SornArray op = make_record(one.data(), rows, cols, 1, SORN_U8, cols);
+      ASSERT_EQ(SornThreshold(env.xe(), flags, &op, &ap, &plane_roi, &plane_roi, spec, nullptr, 0),
+                SORN_OK);
+      for (int32_t i = 0; i < pstride; ++i) {
+        ASSERT_EQ(dst[i], 0x11) << i;
+        ASSERT_EQ(dst[2 * (size_t)pstride + i], 0x11) << i;
+        if (i < rows * cols) ASSERT_EQ(dst[pstride + i], one[i]) << i << " flags " << flags;
+      }
+      EXPECT_TRUE(env.at_mark());
+    }
+}
+
 /* ---------------- scratch ---------------- */
 
 TEST(Threshold, ScratchThatCantBeHadIsNoMemoryAndWritesNothing) {
