@@ -254,4 +254,26 @@ inline void *at_origin(const void *base, SornDimPack pack, const int32_t *origin
   return sorn_advance_ptr(base, sorn_vec_mkloff_$LS(pack, origin, strides));
 }
 
+// The sites around a source, given in data coordinates, as the layers below
+// layer 2 take them: in the coordinates of the region's first pixel. A
+// missing or empty site is the region itself and a missing or empty parent
+// site is the site, so that no margin exists beyond what is given.
+inline SornSites sites_at_region(SornDimPack pack, const int32_t *dims, const int32_t *origin,
+                                 const SornSites *sites) {
+  SornSites at;
+  int32_t o[4] = {0, 0, 0, 0};
+  if (origin != nullptr) __sorn_dims__$v$L(o, pack, origin);
+  if (sites == nullptr || sorn_volume__empty(3, sites->site.size)) {
+    std::memcpy(at.site.origin, o, sizeof o);
+    __sorn_Nvolume__$v$L(at.site.size, pack, dims);
+  } else {
+    at.site = sites->site;
+  }
+  at.parsite =
+      sites == nullptr || sorn_volume__empty(3, sites->parsite.size) ? at.site : sites->parsite;
+  sorn_vec__sub_$I(4, at.site.origin, o);
+  sorn_vec__sub_$I(4, at.parsite.origin, o);
+  return at;
+}
+
 }  // namespace sorn

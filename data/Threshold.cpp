@@ -4,6 +4,7 @@
 // kernels: every element goes through the comparison's dispatchers.
 #include <sorn.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -43,6 +44,17 @@ void values_of(const SornThresholdCriterion &c, double *v) {
 
 /* ---------------- a scratch image of the region ---------------- */
 
+// A dense image of `inner` cells (the last the channel count) and type from
+// the scratch stack, its strides started from zero and filled out for
+// those cells. Null when the stack has no room (or the extents no size).
+void *scratch_image(SornXE *xe, int32_t inner, const int32_t *extents, uint32_t type,
+                    int32_t *strides) {
+  for (int32_t i = 0; i < inner; ++i) strides[i] = 0;
+  strides[inner - 1] = sorn::elem_size(type);
+  const size_t bytes = sorn_vmemsize(inner, extents, strides, 2);
+  return bytes == 0 ? nullptr : SornXEalloca(xe, bytes, 16);
+}
+
 // A dense image of the call's region and type from the scratch stack, with
 // strides for the call's cells, handed to `use` and given back after it.
 template <class Use>
@@ -50,13 +62,10 @@ SornStatus with_scratch(SornXE *xe, SornDimPack pack, const int32_t *dims, uint3
                         Use &&use) {
   const Cells c = cells_of(pack, dims);
   const int32_t inner = c.n - c.skip;
-  int32_t d[3], st[3] = {0, 0, 0};
+  int32_t d[3], st[3];
   for (int32_t i = 0; i < inner; ++i) d[i] = c.dims[i];
   d[inner - 1] = c.channels();
-  st[inner - 1] = sorn::elem_size(type);
-  const size_t bytes = sorn_vmemsize(inner, d, st, 2);
-  if (bytes == 0) return SORN_EINVAL;
-  void *block = SornXEalloca(xe, bytes, 16);
+  void *block = scratch_image(xe, inner, d, type, st);
   if (block == nullptr) return SORN_ENOMEM;
   int32_t strides[4] = {0, 0, 0, 0};
   for (int32_t i = 0; i < inner; ++i) strides[c.skip + i] = st[i];
@@ -289,13 +298,69 @@ bool fit_box(SornSeShape *box, SornDimPack pack, const int32_t *dims) {
 
 }  // namespace
 
+namespace {
+
+// The reach of the filters of the usto and blur methods: unless the caller
+// lets them read the pixels around the region (SORN_F_THH_MARGIN) and
+// beyond the source's own site (SORN_F_THH_PARMARGIN), they see the region
+// alone and the rest is made by reflection.
+SornFlags filter_reach(SornFlags flags) {
+  if (!(flags & SORN_F_THH_MARGIN)) flags |= SORN_F_NOMARGIN;
+  if (!(flags & SORN_F_THH_PARMARGIN)) flags |= SORN_F_SITEMARGIN;
+  return flags;
+}
+
+// The window that reaches furthest along each cell of two: the margin that
+// serves both boxes of the usto method.
+SornSeShape furthest_reach(const SornSeShape &a, const SornSeShape &b) {
+  SornSeShape r;
+  for (int i = 0; i < 4; ++i) {
+    const int32_t before = std::max(a.anchor[i], b.anchor[i]);
+    const int32_t after = std::max(a.size[i] - a.anchor[i], b.size[i] - b.anchor[i]);
+    r.anchor[i] = before;
+    r.size[i] = before + after;
+  }
+  return r;
+}
+
+// The flattened image of the usto method, written into t: the source, plus
+// the mean of the source (or its blur by box b), minus its blur by box a,
+// in the element type's arithmetic.
+SornStatus flatten(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                   uint32_t type, void *t, const int32_t *ts, void *dst, const int32_t *dststrides,
+                   const void *src, const int32_t *srcstrides, const SornSeShape &a,
+                   const SornSeShape *b) {
+  SornStatus st =
+      sorna__filter(xe, flags, pack, dims, type, t, ts, src, srcstrides, SORN_FILTER_BOX, &a);
+  if (st == SORN_OK && b == nullptr) {
+    double mean[4] = {0, 0, 0, 0};
+    st = sorna__mean(xe, flags, pack, dims, type, src, srcstrides, mean);
+    if (st == SORN_OK)
+      st = sorna__rsubC(xe, flags, pack, dims, type, t, ts, type, t, ts, mean, 0, 0);
+  } else if (st == SORN_OK) {
+    // The second blur goes through the destination, which the conditions
+    // overwrite at the end.
+    st = sorna__filter(xe, flags, pack, dims, type, dst, dststrides, src, srcstrides,
+                       SORN_FILTER_BOX, b);
+    if (st == SORN_OK)
+      st =
+          sorna__rsub(xe, flags, pack, dims, type, t, ts, type, t, ts, type, dst, dststrides, 0, 0);
+  }
+  if (st == SORN_OK)
+    st = sorna__add(xe, flags, pack, dims, type, t, ts, type, t, ts, type, src, srcstrides, 0, 0);
+  return st;
+}
+
+}  // namespace
+
 SornStatus sorna__ethreshold_usto(SornXE *xe, SornFlags flags, SornDimPack pack,
                                   const int32_t *dims, uint32_t type, void *dst,
                                   const int32_t *dststrides, const void *src,
                                   const int32_t *srcstrides, const SornThresholdSpec *spec,
                                   const SornThresholdCriterion *criteria, int32_t count,
                                   const SornSites *sites) {
-  const int32_t channels = cells_of(pack, dims).channels();
+  const Cells c = cells_of(pack, dims);
+  const int32_t channels = c.channels();
   SornSeShape a, b;
   bool has_b = false;
   if (spec_in_force(spec)) {
@@ -313,10 +378,51 @@ SornStatus sorna__ethreshold_usto(SornXE *xe, SornFlags flags, SornDimPack pack,
     a = centred_box(size, channels);
   }
   if (!fit_box(&a, pack, dims) || (has_b && !fit_box(&b, pack, dims))) return SORN_EINVAL;
-  // Flattening blurs the source with the box filter and borders it with the
-  // border copy, which this build does not have yet: after every check the
-  // method declines, having written nothing.
-  return SORN_ENOTSUP;
+
+  return with_scratch(xe, pack, dims, type, [&](void *t, const int32_t *ts) {
+    SornFlags f = filter_reach(flags & ~(SornFlags)SORN_F_BORDER_ONLY);
+    // Whether every pixel either box reads may be read where it stands;
+    // if not, both read a copy of the source bordered by reflection.
+    const int32_t n = c.n - c.skip;
+    const int32_t *d = c.dims;
+    const int32_t *ss = srcstrides + c.skip;
+    const SornSeShape reach = has_b ? furthest_reach(a, b) : a;
+    int32_t availO[4], availS[4], needO[4], needS[4];
+    const bool covered = sorn__compute_roi_$se(f, n - 1, availO, availS, needO, needS, nullptr, d,
+                                               &reach, sites ? &sites->site : nullptr,
+                                               sites ? &sites->parsite : nullptr) != 0;
+    f &= ~(SornFlags)(SORN_F_NOMARGIN | SORN_F_SITEMARGIN);
+    const SornSeShape *second = has_b ? &b : nullptr;
+    if (covered) {
+      const SornStatus st =
+          flatten(xe, f, pack, dims, type, t, ts, dst, dststrides, src, srcstrides, a, second);
+      return st != SORN_OK ? st
+                           : sorna__ethreshold_otsu(xe, f, pack, dims, type, dst, dststrides, t, ts,
+                                                    spec, criteria, count, sites);
+    }
+    availO[n - 1] = needO[n - 1] = 0;
+    availS[n - 1] = needS[n - 1] = d[n - 1];
+    int32_t extents[4], ps[4] = {0, 0, 0, 0};
+    std::memcpy(extents, needS, sizeof extents);
+    extents[n - 1] = channels;
+    void *padded = scratch_image(xe, n, extents, type, ps + c.skip);
+    if (padded == nullptr) return SORN_ENOMEM;
+    SornBrShape br = {};
+    sorn_brshape__compute_$gv(&br, n - 1, needO, needS, availO, availS);
+    SornStatus st = sorna__copymkb(xe, f, (SornDimPack)n, availS, type, padded, ps + c.skip,
+                                   sorn_advance_ptr(src, sorn_vec_mkloff(n, availO, ss)), ss,
+                                   SORN_BORDER_REFLECT101, &br, nullptr);
+    // The region inside the bordered copy stands for the source from here
+    // on, in the flattening as in the sum that ends it.
+    const void *at = sorn_advance_ptr(padded, -sorn_vec_mkloff(n, needO, ps + c.skip));
+    if (st == SORN_OK)
+      st = flatten(xe, f, pack, dims, type, t, ts, dst, dststrides, at, ps, a, second);
+    if (st == SORN_OK)
+      st = sorna__ethreshold_otsu(xe, f, pack, dims, type, dst, dststrides, t, ts, spec, criteria,
+                                  count, sites);
+    SornXEfreea(xe, padded);
+    return st;
+  });
 }
 
 SornStatus sorna__ethreshold_blur(SornXE *xe, SornFlags flags, SornDimPack pack,
@@ -324,19 +430,34 @@ SornStatus sorna__ethreshold_blur(SornXE *xe, SornFlags flags, SornDimPack pack,
                                   const int32_t *dststrides, const void *src,
                                   const int32_t *srcstrides, const SornThresholdSpec *spec,
                                   const SornThresholdCriterion *criteria, int32_t count,
-                                  const SornSites *) {
+                                  const SornSites *sites) {
   // The box rides in the place of the ranges, as a window; a zero box is
   // the default.
   SornSeShape box;
   std::memset(&box, 0, sizeof box);
   if (spec_in_force(spec)) std::memcpy(&box, spec->vrng, sizeof box);
   if (!fit_box(&box, pack, dims)) return SORN_EINVAL;
-  (void)xe, (void)flags, (void)type, (void)dst, (void)dststrides, (void)src, (void)srcstrides;
-  (void)criteria, (void)count;
-  // The threshold image is the source blurred by the box filter, which this
-  // build does not have yet: after every check the method declines, having
-  // written nothing.
-  return SORN_ENOTSUP;
+  return with_scratch(xe, pack, dims, type, [&](void *t, const int32_t *ts) {
+    const SornFlags f = filter_reach(flags);
+    const SornBorderSpec border = {SORN_BORDER_REFLECT101, {0, 0, 0, 0}};
+    SornStatus st = sorna__efilter(xe, f, pack, dims, type, t, ts, src, srcstrides, SORN_FILTER_BOX,
+                                   &box, &border, sites);
+    if (st != SORN_OK) return st;
+    // Each pixel's threshold is its own blurred value.
+    const Cells c = cells_of(pack, dims);
+    SornArray blurred;
+    __sorn_array__$xtrn(&blurred, (SornDimPack)(c.n - c.skip), c.dims, type, t, nullptr,
+                        ts + c.skip);
+    SornThresholdCriterion k[2];
+    const int32_t n = method_conditions(type, criteria, count, k, [&](SornThresholdCriterion &x) {
+      x.thresh[0] = NAN;
+      set_condition_array(x, &blurred);
+    });
+    return n > 1 ? sorna__adaptive_threshold_n2(xe, f, pack, dims, type, dst, dststrides, src,
+                                                srcstrides, k, n)
+                 : sorna__adaptive_threshold_n1(xe, f, pack, dims, type, dst, dststrides, src,
+                                                srcstrides, k, n);
+  });
 }
 
 SornStatus sorna__ethreshold(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
@@ -381,10 +502,11 @@ SornStatus sorna__ethreshold(SornXE *xe, SornFlags flags, SornDimPack pack, cons
       void *dst, const int32_t *dstorigin, const int32_t *dststrides, const void *src,        \
       const int32_t *srcorigin, const int32_t *srcstrides, const SornThresholdSpec *spec,     \
       const SornThresholdCriterion *criteria, int32_t count, const SornSites *sites) {        \
+    const SornSites at = sorn::sites_at_region(pack, dims, srcorigin, sites);                 \
     return sorna__##name(xe, flags, pack, dims, type,                                         \
                          sorn::at_origin(dst, pack, dstorigin, dststrides), dststrides,       \
                          sorn::at_origin(src, pack, srcorigin, srcstrides), srcstrides, spec, \
-                         criteria, count, sites);                                             \
+                         criteria, count, &at);                                               \
   }
 SORN_THRESHOLD_LAYER2(threshold)
 SORN_THRESHOLD_LAYER2(sheer_threshold_n1)
@@ -429,13 +551,22 @@ SornStatus SornThreshold(SornXE *xe, SornFlags flags, const SornArray *dst, cons
   sorn::whole_pixels(&rd, dst);
   sorn::whole_pixels(&rs, src);
   // The source's site and its parent's, for the filters of the usto and
-  // blur methods, which may read pixels around the region.
+  // blur methods, which may read pixels around the region; counted from
+  // data, like the region's origin.
   SornSites sites;
   sorn_arr_siteof(src, &sites.site);
+  sorn::count_from_data(&sites.site, src);
   sorn_arr_parsiteof(src, &sites.parsite);
+  sorn::count_from_data(&sites.parsite, src);
   sorn::Operand d(dst, rd), s(src, rs);
   // A single plane of the source serves every plane of the destination.
   if (src->dims[0] == 1) s.strides[0] = 0;
+  // Through the frame every start moves into its base and slices count
+  // from there: so do the sites.
+  if (s.rank == 4) {
+    sorn_vec__sub_$I(4, sites.site.origin, s.roi.origin);
+    sorn_vec__sub_$I(4, sites.parsite.origin, s.roi.origin);
+  }
   SornThresholdArgs args{spec, criteria, count, &sites};
   return sorn::run({xe, flags & ~SORN_F_PROBE, SORN_TAG_THRH, &args, sorn::kKeepRows},
                    &SornTGAthreshold, d, s);

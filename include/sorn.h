@@ -1701,6 +1701,12 @@ SornStatus sorn_xlat2d_u8(uint8_t *const *tables, void *dst, const void *src,
 #define SORN_THH_USTO      4u
 #define SORN_THH_BLUR      5u
 #define SORN_THH_DEFAULTS  16u
+/* The box filters of the usto and blur methods see the region alone and
+ * make every pixel around it by reflection, unless these flags let them
+ * read the real pixels around the region in the source's own site
+ * (SORN_F_THH_MARGIN) and beyond it in its parent's (SORN_F_THH_PARMARGIN). */
+#define SORN_F_THH_MARGIN    0x4000000ull
+#define SORN_F_THH_PARMARGIN 0x8000000ull
 
 /* The method record. For Otsu and usto: per channel the range of the
  * histogram (lo NaN: the default, 0 to the type's top; lo infinite or above

@@ -781,4 +781,45 @@ TEST(OracleOtsu, U8ThresholdsAndResultsMatchCvThreshold) {
   }
 }
 
+TEST(OracleBlurThreshold, MatchesAdaptiveThresholdAwayFromBordersAndTies) {
+  // Both compare each pixel with the rounded mean of the 5 by 5 box around
+  // it. Two differences by design: OpenCV makes white what lies above the
+  // mean, Sorn what lies at or above it (its default conditions are "below
+  // is 0, the rest the top"); and OpenCV replicates the edge pixels where
+  // Sorn reflects about them, so the two outermost rows and columns are
+  // left out.
+  auto rng = rng_for("blur threshold");
+  Env env;
+  for (int i = 0; i < 20; ++i) {
+    const int rows = 12 + (int)(rng() % 50), cols = 12 + (int)(rng() % 70);
+    cv::Mat a(rows, cols, CV_8UC1);
+    fill_random(a, rng, 0, 255);
+    if (i % 2) cv::GaussianBlur(a, a, cv::Size(3, 3), 0);  // smoother, with more ties
+    cv::Mat c, mean;
+    cv::adaptiveThreshold(a, c, 255, cv::ADAPTIVE_THRESH_MEAN_C, cv::THRESH_BINARY, 5, 0);
+    cv::blur(a, mean, cv::Size(5, 5), cv::Point(-1, -1), cv::BORDER_REPLICATE);
+    cv::Mat d(rows, cols, CV_8UC1, cv::Scalar(7));
+    const SornArray ra = rec_of(a), rd = rec_of(d);
+    SornThresholdSpec spec;
+    std::memset(&spec, 0, sizeof spec);
+    spec.method = SORN_THH_BLUR | SORN_THH_DEFAULTS;
+    ASSERT_EQ(SornThreshold(&env.xe, 0, &rd, &ra, nullptr, nullptr, &spec, nullptr, 0), SORN_OK);
+    int ties = 0;
+    for (int y = 2; y < rows - 2; ++y)
+      for (int x = 2; x < cols - 2; ++x) {
+        const int v = a.at<uint8_t>(y, x), m = mean.at<uint8_t>(y, x);
+        if (v == m) {
+          ++ties;
+          ASSERT_EQ(d.at<uint8_t>(y, x), 255) << i << " at " << y << "," << x;
+          ASSERT_EQ(c.at<uint8_t>(y, x), 0) << i << " at " << y << "," << x;
+        } else {
+          ASSERT_EQ(d.at<uint8_t>(y, x), c.at<uint8_t>(y, x)) << i << " at " << y << "," << x;
+        }
+      }
+    if (i % 2) {
+      EXPECT_GT(ties, 0) << i;
+    }
+  }
+}
+
 }  // namespace

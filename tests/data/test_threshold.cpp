@@ -5,7 +5,9 @@
 // failures of the entries.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <string>
 #include <cstring>
 #include <limits>
 #include <vector>
@@ -364,38 +366,282 @@ TEST(Threshold, UstoWithoutABlurBoxIsOtsu) {
   EXPECT_EQ(o1.get(3, 30, 0), 255);
 }
 
-// The usto method's flattening runs the box filter and the border copy,
-// which this build does not have: after its checks it declines.
-TEST(Threshold, UstoWithABlurBoxIsNotSupportedYet) {
+/* ---------------- usto and blur against plain references ---------------- */
+
+namespace {
+
+// Reflection about the edge pixels of [lo, lo + n): ..2 1 | 0 1 .. n-1 | n-2..
+int32_t reflect_in(int32_t i, int32_t lo, int32_t n) {
+  if (n == 1) return lo;
+  const int32_t p = 2 * (n - 1), j = (((i - lo) % p) + p) % p;
+  return lo + (j < n ? j : p - j);
+}
+
+// A box of an image: origin row and column, rows and columns.
+struct Rect {
+  int32_t y, x, h, w;
+};
+
+// The u8 box mean over the window (h by w, anchor ay, ax) around each pixel
+// of `region`, read from `img` where the pixel lies in `readable` and
+// reflected about its edges elsewhere: the sum of the window, times the
+// float reciprocal of its area, rounded to nearest-even.
+std::vector<int32_t> box_mean(const Image &img, Rect region, Rect readable, int32_t h, int32_t w,
+                              int32_t ay, int32_t ax) {
+  std::vector<int32_t> out;
+  const float scale = 1.0f / (float)(h * w);
+  for (int32_t y = 0; y < region.h; ++y)
+    for (int32_t x = 0; x < region.w; ++x) {
+      int32_t sum = 0;
+      for (int32_t i = 0; i < h; ++i)
+        for (int32_t j = 0; j < w; ++j)
+          sum += img.at<uint8_t>(reflect_in(region.y + y - ay + i, readable.y, readable.h),
+                                 reflect_in(region.x + x - ax + j, readable.x, readable.w));
+      out.push_back((int32_t)std::nearbyintf((float)sum * scale));
+    }
+  return out;
+}
+
+// The region's pixels of an image, row by row.
+std::vector<int32_t> pixels_of(const Image &img, Rect region) {
+  std::vector<int32_t> out;
+  for (int32_t y = 0; y < region.h; ++y)
+    for (int32_t x = 0; x < region.w; ++x) out.push_back(img.at<uint8_t>(region.y + y, region.x + x));
+  return out;
+}
+
+// Otsu's threshold of u8 values over the default range: one bin per value.
+double otsu_of(const std::vector<int32_t> &values) {
+  std::vector<uint32_t> counts(256, 0);
+  for (int32_t v : values) ++counts[(size_t)v];
+  return otsu_reference(counts, 1.0, 0.0, (double)values.size()).threshold;
+}
+
+// A background that drifts across the image, dark specks and noise.
+Image drifting_scene(int32_t rows, int32_t cols, uint64_t seed) {
+  auto rng = sorn_test::seeded_rng(seed);
+  Image img(rows, cols, 1, SORN_U8, 8);
+  for (int32_t y = 0; y < rows; ++y)
+    for (int32_t x = 0; x < cols; ++x) {
+      const int32_t back = 60 + 3 * x + y, speck = rng() % 9 == 0 ? 45 : 0;
+      img.at<uint8_t>(y, x) = (uint8_t)std::clamp(back - speck + (int32_t)(rng() % 7), 0, 255);
+    }
+  return img;
+}
+
+// Checks that the region of `out` holds `want`, that nothing around it
+// changed, and that no guard byte was touched.
+void expect_region(const Image &out, const std::vector<uint8_t> &before, Rect region,
+                   const std::vector<int32_t> &want, const std::string &what) {
+  for (int32_t y = 0; y < out.rows(); ++y)
+    for (int32_t x = 0; x < out.cols(); ++x) {
+      const bool inside =
+          y >= region.y && y < region.y + region.h && x >= region.x && x < region.x + region.w;
+      const uint8_t got = out.at<uint8_t>(y, x);
+      if (inside)
+        ASSERT_EQ(got, want[(size_t)(y - region.y) * region.w + (x - region.x)])
+            << what << " at " << y << "," << x;
+      else
+        ASSERT_EQ(got, before[(size_t)(&out.at<uint8_t>(y, x) - out.base())])
+            << what << " outside at " << y << "," << x;
+    }
+  ASSERT_TRUE(out.guards_intact()) << what;
+}
+
+}  // namespace
+
+TEST(Threshold, BlurComparesEachPixelWithItsBoxMean) {
   Env env;
-  Image img(9, 33, 1, SORN_U8, 0, 3), out(9, 33, 1, SORN_U8, 0, 0x5a);
-  SornArray a = img.record(), o = out.record();
-  const std::vector<uint8_t> before = out.bytes_copy();
-  SornThresholdSpec usto = method(SORN_THH_USTO);
-  usto.blurSize[0] = 1;
-  usto.blurSize[1] = 7;
-  usto.blurSize[2] = 7;
-  EXPECT_EQ(SornThreshold(env.xe(), 0, &o, &a, nullptr, nullptr, &usto, nullptr, 0), SORN_ENOTSUP);
-  EXPECT_EQ(SornThreshold(env.xe(), 0, &o, &a, nullptr, nullptr, nullptr, nullptr, 0) , SORN_EINVAL);
-  const SornThresholdSpec defaults = method(SORN_THH_USTO | SORN_THH_DEFAULTS);
-  EXPECT_EQ(SornThreshold(env.xe(), 0, &o, &a, nullptr, nullptr, &defaults, nullptr, 0),
-            SORN_ENOTSUP);
-  EXPECT_EQ(before, out.bytes_copy());
+  const int32_t rows = 23, cols = 41;
+  Image img = drifting_scene(rows, cols, 0xb1a5);
+  const Rect region = {4, 5, 14, 29};
+  const SornVolume roi = make_roi(region.y, region.x, region.h, region.w, 1);
+  const Rect whole = {0, 0, rows, cols};
+  SornArray a = img.record();
+  struct Box {
+    int32_t h, w, ay, ax;
+  };
+  // The default box, centred boxes, an anchor off the centre, one row.
+  const Box boxes[] = {{0, 0, 0, 0}, {3, 3, 1, 1}, {7, 5, 3, 2}, {4, 6, 0, 5}, {1, 9, 0, 4}};
+  for (const Box &bx : boxes)
+    for (SornFlags flags : {(SornFlags)0, (SornFlags)SORN_F_THH_MARGIN,
+                            (SornFlags)(SORN_F_THH_MARGIN | SORN_F_THH_PARMARGIN)})
+      for (int32_t count : {0, 1, 3}) {
+        SornThresholdSpec blur = method(SORN_THH_BLUR);
+        const SornVolume window = {{0, bx.ay, bx.ax, 0}, {1, bx.h, bx.w, 0}};
+        std::memcpy(blur.vrng, &window, sizeof window);
+        const bool dflt = bx.h == 0;
+        const int32_t h = dflt ? 5 : bx.h, w = dflt ? 5 : bx.w;
+        const int32_t ay = dflt ? 2 : bx.ay, ax = dflt ? 2 : bx.ax;
+        // Without the margin flags the filter sees the region alone; with
+        // them the real pixels around it, as far as the image goes.
+        const Rect readable = flags == 0 ? region : whole;
+        const std::vector<int32_t> mean = box_mean(img, region, readable, h, w, ay, ax);
+        const std::vector<int32_t> px = pixels_of(img, region);
+        std::vector<int32_t> want(px.size());
+        // The conditions given: above the mean 9, and then below it 1; a
+        // third is not read.
+        const SornThresholdCriterion given[3] = {sheer(SORN_CMP_GT, 0, 9), sheer(SORN_CMP_LT, 0, 1),
+                                                 sheer(SORN_CMP_EQ, 0, 77)};
+        for (size_t i = 0; i < px.size(); ++i) {
+          if (count == 0)
+            want[i] = px[i] < mean[i] ? 0 : 255;
+          else if (count == 1)
+            want[i] = px[i] > mean[i] ? 9 : px[i];
+          else {
+            // Two passes: the second condition sees the first one's output.
+            const int32_t first = px[i] > mean[i] ? 9 : px[i];
+            want[i] = first < mean[i] ? 1 : first;
+          }
+        }
+        Image out(rows, cols, 1, SORN_U8, 8, 0x5a);
+        SornArray o = out.record();
+        const std::vector<uint8_t> before = out.bytes_copy();
+        ASSERT_EQ(SornThreshold(env.xe(), flags, &o, &a, &roi, &roi, &blur, given, count),
+                  SORN_OK);
+        ASSERT_NO_FATAL_FAILURE(expect_region(out, before, region, want,
+                                              "box " + std::to_string(h) + "x" +
+                                                  std::to_string(w) + " flags " +
+                                                  std::to_string(flags) + " count " +
+                                                  std::to_string(count)));
+        ASSERT_TRUE(env.at_mark());
+      }
+}
+
+TEST(Threshold, BlurWithoutASpecAndInPlaceTakesTheDefaultBox) {
+  Env env;
+  Image img = drifting_scene(12, 20, 0xb1a6), copy = img;
+  const Rect whole = {0, 0, 12, 20};
+  const std::vector<int32_t> mean = box_mean(img, whole, whole, 5, 5, 2, 2);
+  const std::vector<int32_t> px = pixels_of(img, whole);
+  SornArray a = img.record();
+  const SornThresholdSpec blur = method(SORN_THH_BLUR | SORN_THH_DEFAULTS);
+  ASSERT_EQ(SornThreshold(env.xe(), 0, &a, nullptr, nullptr, nullptr, &blur, nullptr, 0), SORN_OK);
+  for (size_t i = 0; i < px.size(); ++i)
+    ASSERT_EQ(img.at<uint8_t>((int32_t)i / 20, (int32_t)i % 20), px[i] < mean[i] ? 0 : 255) << i;
+  // A spec record whose box is left zero is the same default.
+  SornArray c = copy.record();
+  SornThresholdSpec zero = method(SORN_THH_BLUR);
+  std::memset(zero.vrng, 0, sizeof zero.vrng);
+  ASSERT_EQ(SornThreshold(env.xe(), 0, &c, nullptr, nullptr, nullptr, &zero, nullptr, 0), SORN_OK);
+  EXPECT_EQ(img.bytes_copy(), copy.bytes_copy());
   EXPECT_TRUE(env.at_mark());
 }
 
-// The blur method's threshold image is the source through the box filter,
-// which this build does not have: after its checks it declines.
-TEST(Threshold, BlurIsNotSupportedYet) {
+namespace {
+
+// The flattened image of the usto method, in u8 arithmetic that wraps: the
+// source, plus the rounded mean of the region or its blur by the second
+// box, minus its blur by the first.
+std::vector<int32_t> flattened(const std::vector<int32_t> &px, const std::vector<int32_t> &blur_a,
+                               const std::vector<int32_t> *blur_b) {
+  double sum = 0;
+  for (int32_t v : px) sum += v;
+  const int32_t mean = (int32_t)std::nearbyint(sum / (double)px.size());
+  std::vector<int32_t> t(px.size());
+  for (size_t i = 0; i < px.size(); ++i)
+    t[i] = (px[i] + (blur_b ? (*blur_b)[i] : mean) - blur_a[i]) & 255;
+  return t;
+}
+
+}  // namespace
+
+TEST(Threshold, UstoTakesOtsusThresholdOfTheFlattenedImage) {
   Env env;
-  Image img(9, 33, 1, SORN_U8, 0, 3), out(9, 33, 1, SORN_U8, 0, 0x5a);
-  SornArray a = img.record(), o = out.record();
-  const std::vector<uint8_t> before = out.bytes_copy();
-  SornThresholdSpec blur = method(SORN_THH_BLUR);
-  const SornVolume box = {{0, 1, 1, 0}, {1, 3, 3, 0}};
-  std::memcpy(blur.vrng, &box, sizeof box);
-  EXPECT_EQ(SornThreshold(env.xe(), 0, &o, &a, nullptr, nullptr, &blur, nullptr, 0), SORN_ENOTSUP);
-  EXPECT_EQ(before, out.bytes_copy());
+  const int32_t rows = 26, cols = 44;
+  Image img = drifting_scene(rows, cols, 0x0575);
+  const Rect region = {3, 6, 19, 33}, whole = {0, 0, rows, cols};
+  const SornVolume roi = make_roi(region.y, region.x, region.h, region.w, 1);
+  SornArray a = img.record();
+  const std::vector<int32_t> px = pixels_of(img, region);
+  struct Boxes {
+    int32_t a, b;  // square sizes; b 0 for none
+  };
+  // No spec (5 by 5 and the mean); a second box larger than the first,
+  // and smaller, so that the copy made for the two has the margin of both.
+  for (const Boxes bx : {Boxes{0, 0}, Boxes{3, 0}, Boxes{3, 9}, Boxes{7, 3}})
+    for (SornFlags flags : {(SornFlags)0, (SornFlags)SORN_F_THH_MARGIN}) {
+      SornThresholdSpec usto = method(SORN_THH_USTO);
+      const int32_t sa = bx.a == 0 ? 5 : bx.a;
+      usto.blurSize[0] = 1;
+      usto.blurSize[1] = usto.blurSize[2] = bx.a;
+      if (bx.b != 0) {
+        usto.flatSize[0] = 1;
+        usto.flatSize[1] = usto.flatSize[2] = bx.b;
+      }
+      // Without the margin flag the region is bordered by reflection; with
+      // it the image's own pixels around the region are read (the region
+      // lies far enough inside that no window leaves the image).
+      const Rect readable = flags == 0 ? region : whole;
+      const std::vector<int32_t> blur_a = box_mean(img, region, readable, sa, sa, sa / 2, sa / 2);
+      std::vector<int32_t> blur_b;
+      if (bx.b != 0) blur_b = box_mean(img, region, readable, bx.b, bx.b, bx.b / 2, bx.b / 2);
+      const std::vector<int32_t> t = flattened(px, blur_a, bx.b != 0 ? &blur_b : nullptr);
+      const double thr = otsu_of(t);
+      std::vector<int32_t> want(t.size());
+      for (size_t i = 0; i < t.size(); ++i) want[i] = (double)t[i] < thr ? 0 : 255;
+      Image out(rows, cols, 1, SORN_U8, 8, 0x5a);
+      SornArray o = out.record();
+      const std::vector<uint8_t> before = out.bytes_copy();
+      const SornThresholdSpec defaults = method(SORN_THH_USTO | SORN_THH_DEFAULTS);
+      ASSERT_EQ(SornThreshold(env.xe(), flags, &o, &a, &roi, &roi, bx.a == 0 ? &defaults : &usto,
+                              nullptr, 0),
+                SORN_OK);
+      ASSERT_NO_FATAL_FAILURE(expect_region(out, before, region, want,
+                                            "boxes " + std::to_string(sa) + "," +
+                                                std::to_string(bx.b) + " flags " +
+                                                std::to_string(flags)));
+      ASSERT_TRUE(env.at_mark());
+    }
+}
+
+TEST(Threshold, UstoConditionsSeeTheFlattenedElements) {
+  Env env;
+  Image img = drifting_scene(15, 24, 0x0576);
+  const Rect whole = {0, 0, 15, 24};
+  const std::vector<int32_t> px = pixels_of(img, whole);
+  const std::vector<int32_t> t = flattened(px, box_mean(img, whole, whole, 5, 5, 2, 2), nullptr);
+  const double thr = otsu_of(t);
+  SornArray a = img.record();
+  Image out(15, 24, 1, SORN_U8);
+  SornArray o = out.record();
+  const SornThresholdSpec usto = method(SORN_THH_USTO | SORN_THH_DEFAULTS);
+  // One condition: at or above the threshold 250; the flattened element
+  // elsewhere, not the source's.
+  const SornThresholdCriterion c = sheer(SORN_CMP_GE, 0, 250);
+  ASSERT_EQ(SornThreshold(env.xe(), 0, &o, &a, nullptr, nullptr, &usto, &c, 1), SORN_OK);
+  for (size_t i = 0; i < t.size(); ++i)
+    ASSERT_EQ(out.at<uint8_t>((int32_t)i / 24, (int32_t)i % 24), (double)t[i] < thr ? t[i] : 250)
+        << i;
+  EXPECT_TRUE(env.at_mark());
+}
+
+TEST(Threshold, UstoFlatteningWrapsInTheElementType) {
+  // A dark dot on a bright field: the mean is 247, the dot's blur 240, and
+  // the flattened dot 0 + 247 - 240 = 7; its neighbours, whose windows hold
+  // the dot too, give 250 + 247 - 240 = 257, which wraps to 1 and joins the
+  // dot on the dark side.
+  Env env;
+  Image img(9, 9, 1, SORN_U8, 0, 250);
+  img.at<uint8_t>(4, 4) = 0;
+  const Rect whole = {0, 0, 9, 9};
+  const std::vector<int32_t> px = pixels_of(img, whole);
+  const std::vector<int32_t> blur = box_mean(img, whole, whole, 5, 5, 2, 2);
+  const std::vector<int32_t> t = flattened(px, blur, nullptr);
+  EXPECT_EQ(blur[4 * 9 + 4], 240);
+  EXPECT_EQ(t[4 * 9 + 4], 7);
+  EXPECT_EQ(t[0], 247);
+  EXPECT_EQ(t[4 * 9 + 5], 1);
+  const double thr = otsu_of(t);
+  SornArray a = img.record();
+  Image out(9, 9, 1, SORN_U8);
+  SornArray o = out.record();
+  const SornThresholdSpec usto = method(SORN_THH_USTO | SORN_THH_DEFAULTS);
+  ASSERT_EQ(SornThreshold(env.xe(), 0, &o, &a, nullptr, nullptr, &usto, nullptr, 0), SORN_OK);
+  for (size_t i = 0; i < t.size(); ++i)
+    ASSERT_EQ(out.at<uint8_t>((int32_t)i / 9, (int32_t)i % 9), (double)t[i] < thr ? 0 : 255) << i;
+  EXPECT_EQ(out.at<uint8_t>(4, 5), 0);
+  EXPECT_EQ(out.at<uint8_t>(0, 0), 255);
   EXPECT_TRUE(env.at_mark());
 }
 
@@ -523,19 +769,66 @@ TEST(Threshold, FourDimensionalImagesGoThroughTheFrame) {
   EXPECT_TRUE(env.at_mark());
 }
 
+TEST(Threshold, FourDimensionalBlurAndUstoSeeTheMarginsOfTheirPlane) {
+  // Planes apart in memory (a gap between them) cannot merge: the frame
+  // calls the slice form once, and the first plane of the region alone is
+  // thresholded, as a three-dimensional call on that plane would be,
+  // margins and all; the other planes stay as they were.
+  Env env;
+  const int32_t planes = 3, rows = 14, cols = 21, gap = 40;
+  const int32_t pstride = rows * cols + gap;
+  std::vector<uint8_t> src((size_t)planes * pstride), dst(src.size()), one(rows * cols);
+  auto rng = sorn_test::seeded_rng(0x4d4d);
+  for (uint8_t &v : src) v = (uint8_t)(40 + rng() % 150);
+  SornArray a = make_record4(src.data(), planes, rows, cols, 1, SORN_U8, pstride, cols);
+  SornArray d = make_record4(dst.data(), planes, rows, cols, 1, SORN_U8, pstride, cols);
+  const SornVolume roi = make_roi(3, 4, 8, 13, 1, 1, 2);
+  const SornVolume plane_roi = make_roi(3, 4, 8, 13, 1);
+  const SornThresholdSpec blur = method(SORN_THH_BLUR | SORN_THH_DEFAULTS);
+  SornThresholdSpec usto = method(SORN_THH_USTO);
+  usto.blurSize[0] = usto.flatSize[0] = 1;
+  usto.blurSize[1] = usto.blurSize[2] = 3;
+  usto.flatSize[1] = usto.flatSize[2] = 7;
+  for (const SornThresholdSpec *spec : {&blur, (const SornThresholdSpec *)&usto})
+    for (SornFlags flags : {(SornFlags)0, (SornFlags)SORN_F_THH_MARGIN}) {
+      std::fill(dst.begin(), dst.end(), 0x11);
+      ASSERT_EQ(SornThreshold(env.xe(), flags, &d, &a, &roi, &roi, spec, nullptr, 0), SORN_OK);
+      std::fill(one.begin(), one.end(), 0x11);
+      SornArray ap = make_record(src.data() + pstride, rows, cols, 1, SORN_U8, cols);
+      SornArray op = make_record(one.data(), rows, cols, 1, SORN_U8, cols);
+      ASSERT_EQ(SornThreshold(env.xe(), flags, &op, &ap, &plane_roi, &plane_roi, spec, nullptr, 0),
+                SORN_OK);
+      for (int32_t i = 0; i < pstride; ++i) {
+        ASSERT_EQ(dst[i], 0x11) << i;
+        ASSERT_EQ(dst[2 * (size_t)pstride + i], 0x11) << i;
+        if (i < rows * cols) ASSERT_EQ(dst[pstride + i], one[i]) << i << " flags " << flags;
+      }
+      EXPECT_TRUE(env.at_mark());
+    }
+}
+
 /* ---------------- scratch ---------------- */
 
 TEST(Threshold, ScratchThatCantBeHadIsNoMemoryAndWritesNothing) {
   Env env;
-  Image img(5, 40, 1, SORN_S16), out(5, 40, 1, SORN_S16, 0, 0x33);
-  for (int x = 0; x < 40; ++x) img.set(2, x, 0, x);
-  SornArray a = img.record(), o = out.record();
   const SornThresholdCriterion two[2] = {sheer(SORN_CMP_LT, 10, 500), sheer(SORN_CMP_GE, 20, 7)};
-  const std::vector<uint8_t> before = out.bytes_copy();
   const SornThresholdSpec otsu = method(SORN_THH_OTSU);
+  const SornThresholdSpec usto = method(SORN_THH_USTO | SORN_THH_DEFAULTS);
+  const SornThresholdSpec blur = method(SORN_THH_BLUR | SORN_THH_DEFAULTS);
+  struct Case {
+    uint32_t type;
+    const SornThresholdSpec *spec;
+  };
+  const Case cases[] = {{SORN_S16, nullptr}, {SORN_S16, &otsu}, {SORN_S16, &blur},
+                        {SORN_U8, &usto},    {SORN_U8, &blur}};
   // Every allocation of each call failed in turn: the call answers
   // SORN_ENOMEM, the scratch goes back, and a failed call writes nothing.
-  for (const SornThresholdSpec *spec : {(const SornThresholdSpec *)nullptr, &otsu}) {
+  for (const Case &c : cases) {
+    Image img(5, 40, 1, c.type), out(5, 40, 1, c.type, 0, 0x33);
+    for (int x = 0; x < 40; ++x) img.set(2, x, 0, x);
+    SornArray a = img.record(), o = out.record();
+    const std::vector<uint8_t> before = out.bytes_copy();
+    const SornThresholdSpec *spec = c.spec;
     const int64_t failed = sorn_test::for_each_allocation_failure([&](int64_t k) {
       SornStatus st;
       bool fired;
@@ -554,8 +847,32 @@ TEST(Threshold, ScratchThatCantBeHadIsNoMemoryAndWritesNothing) {
       EXPECT_TRUE(env.at_mark()) << k;
       return fired;
     });
-    EXPECT_GE(failed, 1);
+    EXPECT_GE(failed, spec == &usto ? 2 : 1);
   }
+}
+
+// On s16 the flattening subtracts the rounded mean in the element type when
+// it is whole; a fractional mean is formed wider and saturated into s16 by
+// the conversion, which this build does not have yet: the call declines
+// after the blur, having written nothing.
+TEST(Threshold, UstoOnS16WithAFractionalMeanIsNotSupportedYet) {
+  Env env;
+  Image img(6, 10, 1, SORN_S16), out(6, 10, 1, SORN_S16, 0, 0x33);
+  for (int y = 0; y < 6; ++y)
+    for (int x = 0; x < 10; ++x) img.set(y, x, 0, 1000);
+  SornArray a = img.record(), o = out.record();
+  const SornThresholdSpec usto = method(SORN_THH_USTO | SORN_THH_DEFAULTS);
+  // A whole mean (1000): the flattened image is the source itself, a
+  // constant that the default range 0 to 255 does not reach: no bin counts
+  // it, the threshold is just under 1, and every element is above it.
+  ASSERT_EQ(SornThreshold(env.xe(), 0, &o, &a, nullptr, nullptr, &usto, nullptr, 0), SORN_OK);
+  for (int y = 0; y < 6; ++y)
+    for (int x = 0; x < 10; ++x) ASSERT_EQ(out.get(y, x, 0), 255);
+  img.set(0, 0, 0, 1001);  // mean 1000.0166...
+  const std::vector<uint8_t> before = out.bytes_copy();
+  EXPECT_EQ(SornThreshold(env.xe(), 0, &o, &a, nullptr, nullptr, &usto, nullptr, 0), SORN_ENOTSUP);
+  EXPECT_EQ(before, out.bytes_copy());
+  EXPECT_TRUE(env.at_mark());
 }
 
 /* ---------------- failures ---------------- */
@@ -607,6 +924,18 @@ TEST(ThresholdFailures, RecordsRegionsTypesMethodsAndChannels) {
   SornArray ou16 = au16;
   EXPECT_EQ(SornThreshold(env.xe(), 0, &ou16, &au16, nullptr, nullptr, &otsu, nullptr, 0),
             SORN_ENOTSUP);
+  // The box filter under the usto and blur methods takes one channel, and
+  // u8, s16, s32 and f32 alone.
+  const SornThresholdSpec usto = method(SORN_THH_USTO | SORN_THH_DEFAULTS);
+  const SornThresholdSpec blur = method(SORN_THH_BLUR | SORN_THH_DEFAULTS);
+  const std::vector<uint8_t> before3 = c3out.bytes_copy();
+  EXPECT_EQ(SornThreshold(env.xe(), 0, &o3, &a3, nullptr, nullptr, &usto, nullptr, 0), SORN_ENOTSUP);
+  EXPECT_EQ(SornThreshold(env.xe(), 0, &o3, &a3, nullptr, nullptr, &blur, nullptr, 0), SORN_ENOTSUP);
+  EXPECT_EQ(before3, c3out.bytes_copy());
+  Image s8(4, 6, 1, SORN_S8);
+  SornArray as8 = s8.record(), os8 = as8;
+  EXPECT_EQ(SornThreshold(env.xe(), 0, &os8, &as8, nullptr, nullptr, &blur, nullptr, 0), SORN_EINVAL);
+  EXPECT_EQ(SornThreshold(env.xe(), 0, &os8, &as8, nullptr, nullptr, &usto, nullptr, 0), SORN_EINVAL);
   double t[4];
   EXPECT_EQ(SornComputeThresholdByOtsu(env.xe(), 0, &a3, nullptr, t, nullptr, nullptr), SORN_ENOTSUP);
   EXPECT_EQ(SornComputeThresholdByOtsu(env.xe(), 0, &a, nullptr, nullptr, nullptr, nullptr), SORN_EINVAL);

@@ -94,19 +94,36 @@ TEST(ToolThreshold, OtsuIsTheDefaultAndColourGoesToGrey) {
   EXPECT_EQ(out.at(0, 2), 255);  // grey of white
 }
 
-// The usto and blur methods run the box filter, which the library does not
-// have yet: the tool reports the library's refusal.
-TEST(ToolThreshold, UstoAndBlurReportTheLibrarysRefusal) {
+TEST(ToolThreshold, BlurMarksWhatIsDarkerThanItsSurroundings) {
   Scratch dir;
-  for (const std::vector<std::string> &method : {std::vector<std::string>{"--usto"},
-                                                 std::vector<std::string>{"--blur", "7"}}) {
-    std::vector<std::string> args = {"threshold", "-o", dir.path("b.pgm")};
-    args.insert(args.end(), method.begin(), method.end());
-    ToolRun r = run_tool(args);
-    EXPECT_EQ(r.code, 1) << r.out;
-    auto lines = r.err_lines();
-    ASSERT_EQ(lines.size(), 1u) << r.err;
-    EXPECT_EQ(lines[0].rfind("sorn threshold: SornThreshold: SORN_ENOTSUP", 0), 0u) << lines[0];
+  // A step from 50 to 150 between columns 4 and 5: in the flat parts every
+  // pixel equals its mean and stays white; column 4, darker than its 3x3
+  // mean of 83, turns black, and column 5, brighter than 117, stays white.
+  Image im = tool_test::make_image(10, 6, 1, [](int, int x, int) { return x < 5 ? 50 : 150; });
+  sorn::tool::write_image(dir.path("a.pgm"), im);
+  ToolRun r = run_tool({"threshold", dir.path("a.pgm"), "--blur", "3", "-o", dir.path("b.pgm")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(line_starting(r.out, "threshold"), "threshold: the mean of the 3x3 box around each pixel");
+  Image out = sorn::tool::read_image(dir.path("b.pgm"));
+  for (int y = 0; y < 6; ++y)
+    for (int x = 0; x < 10; ++x) EXPECT_EQ(out.at(y, x), x == 4 ? 0 : 255) << y << "," << x;
+  EXPECT_NE(r.out.find("54 of 60 pixels white"), std::string::npos) << r.out;
+}
+
+TEST(ToolThreshold, UstoFindsAThinDarkLineOnADriftingBackground) {
+  Scratch dir;
+  // A background that brightens from left to right, which no single
+  // threshold parts from the line, and a dark line down column 12.
+  Image im = tool_test::make_image(24, 16, 1, [](int, int x, int) { return x == 12 ? 40 + 4 * x : 80 + 6 * x; });
+  sorn::tool::write_image(dir.path("a.pgm"), im);
+  ToolRun r = run_tool({"threshold", dir.path("a.pgm"), "--usto", "-o", dir.path("b.pgm")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(line_starting(r.out, "threshold"), "threshold: Otsu's of the flattened picture");
+  Image out = sorn::tool::read_image(dir.path("b.pgm"));
+  for (int y = 0; y < 16; ++y) {
+    EXPECT_EQ(out.at(y, 12), 0) << y;
+    EXPECT_EQ(out.at(y, 2), 255) << y;
+    EXPECT_EQ(out.at(y, 20), 255) << y;
   }
 }
 
