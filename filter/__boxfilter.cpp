@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
 
 #include "filter/flat_kernels.h"
 
@@ -23,6 +24,38 @@ constexpr int32_t kChunk = 256;
 template <class T, bool U>
 void out_chunk(Line<T, U> d, const typename Box<T>::Acc *__restrict sums, int32_t n, float scale) {
   for (int32_t i = 0; i < n; ++i) d[i] = Box<T>::out(sums[i], scale);
+}
+
+// sums[i] = sum + diff[0] + ... + diff[i - 1], and the sum after the last.
+// f32 sums keep their one order, (diff + sum). Integer sums wrap, and any
+// order gives their bits: four chains, each starting from the sum of the
+// differences before its quarter, run side by side.
+template <class A> A prefix_sums(A *__restrict sums, const A *__restrict diff, int32_t n, A sum) {
+  if constexpr (std::is_same_v<A, float>) {
+    for (int32_t i = 0; i < n; ++i) {
+      sums[i] = sum;
+      sum = diff[i] + sum;
+    }
+    return sum;
+  } else {
+    const int32_t q = n / 4;
+    uint32_t s[4] = {(uint32_t)sum, 0, 0, 0};
+    for (int32_t k = 1; k < 4; ++k) {
+      uint32_t part = 0;
+      for (int32_t j = 0; j < q; ++j) part += (uint32_t)diff[(k - 1) * q + j];
+      s[k] = s[k - 1] + part;
+    }
+    for (int32_t j = 0; j < q; ++j)
+      for (int32_t k = 0; k < 4; ++k) {
+        sums[k * q + j] = (A)s[k];
+        s[k] += (uint32_t)diff[k * q + j];
+      }
+    for (int32_t i = 4 * q; i < n; ++i) {
+      sums[i] = (A)s[3];
+      s[3] += (uint32_t)diff[i];
+    }
+    return (A)s[3];
+  }
 }
 
 // The running sum along one row of `x` outputs over windows of `w` cells:
@@ -50,10 +83,7 @@ void running_row(Line<T, U> d, int32_t x, int32_t w, float scale, Cells cells) {
     cells(enter, o0 + w, updates);
     cells(leave, o0, updates);
     for (int32_t i = 0; i < updates; ++i) enter[i] = B::sub(enter[i], leave[i]);
-    for (int32_t i = 0; i < updates; ++i) {
-      sums[i] = sum;
-      sum = B::add(enter[i], sum);
-    }
+    sum = prefix_sums(sums, enter, updates, sum);
     if (updates < m) sums[m - 1] = sum;
     out_chunk(d.at(o0), sums, m, scale);
   }

@@ -58,7 +58,8 @@ SornStatus edge_decision(SornXE *xe, SornFlags flags, SornDimPack pack, const in
   strides[n - 1] = srcStrides[n - 1];
   for (int32_t k = 0; k < n; ++k)
     if (needS[k] < 1) return SORN_ENOMEM;
-  const int64_t row = (int64_t)needS[n - 2] * (strides[n - 2] < 0 ? -(int64_t)strides[n - 2] : strides[n - 2]);
+  const int64_t row =
+      (int64_t)needS[n - 2] * (strides[n - 2] < 0 ? -(int64_t)strides[n - 2] : strides[n - 2]);
   if (row > INT32_MAX) return SORN_ENOMEM;
   const size_t bytes = sorn_vmemsize(n, needS, strides, 2);
   void *scratch = bytes > 0 ? SornXEalloca(xe, bytes, 0) : nullptr;

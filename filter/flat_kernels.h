@@ -73,9 +73,14 @@ template <class T> struct Box {
   static Acc add(Acc a, Acc b) { return (Acc)((uint32_t)a + (uint32_t)b); }
   static Acc sub(Acc a, Acc b) { return (Acc)((uint32_t)a - (uint32_t)b); }
   static T out(Acc sum, float scale) {
-    const int32_t v = round_i32((float)sum * scale);
-    if constexpr (sizeof(T) < 4) return sat32<T>(v);
-    return (T)v;
+    const float m = (float)sum * scale;
+    if constexpr (sizeof(T) < 4) {
+      // A mean of 8- or 16-bit values lies well inside 2^23, where adding
+      // and removing 2^23 with the value's sign rounds it to nearest even.
+      const float k = m < 0.0f ? -8388608.0f : 8388608.0f;
+      return sat32<T>((int32_t)((m + k) - k));
+    }
+    return (T)round_i32(m);
   }
 };
 template <> struct Box<float> {
