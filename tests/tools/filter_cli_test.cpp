@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "tool_testutil.h"
 
@@ -14,15 +15,9 @@ using sorn::tool::Image;
 using tool_test::run_tool;
 using tool_test::Scratch;
 using tool_test::ToolRun;
+using tool_test::expect_failure;
 
 namespace {
-
-void expect_failure(const ToolRun &r, int code, const std::string &line) {
-  EXPECT_EQ(r.code, code) << r.err;
-  auto lines = r.err_lines();
-  ASSERT_EQ(lines.size(), 1u) << r.err;
-  EXPECT_EQ(lines[0], line);
-}
 
 int32_t wrap(int32_t i, int32_t n) { return ((i % n) + n) % n; }
 int32_t reflect101(int32_t i, int32_t n) {
@@ -88,7 +83,9 @@ TEST(ToolFilter, MinimumWithAConstantBorder) {
   for (int32_t y = 0; y < 5; ++y)
     for (int32_t x = 0; x < 5; ++x) {
       const bool edge = y == 0 || x == 0 || y == 4 || x == 4;
-      if (edge) EXPECT_EQ(0, out.at(y, x)) << y << "," << x;
+      if (edge) {
+        EXPECT_EQ(0, out.at(y, x)) << y << "," << x;
+      }
     }
 }
 
