@@ -104,17 +104,28 @@ template <class A> struct SumCells {
   }
 };
 
+// The fixed shapes: each output row from the source rows from its own on,
+// folded by `f`.
+template <class T, bool U, class F>
+SornStatus each_row(const Plane &p, char *d, const char *s, F f) {
+  for (int32_t y = 0; y < p.rows; ++y) {
+    auto src_row = [&](int32_t k) {
+      return Line<const T, U>{row_at<const T>(s, p.srs, y + k), p.sps};
+    };
+    f(Line<T, U>{row_at<T>(d, p.drs, y), p.dps}, src_row);
+  }
+  return SORN_OK;
+}
+
 struct Shape2x1 {
   template <class T, bool U>
   static SornStatus run(SornXE *, const Plane &p, char *d, const char *s, const SornSeShape *) {
     using B = Box<T>;
-    for (int32_t y = 0; y < p.rows; ++y) {
-      const Line<T, U> dr{row_at<T>(d, p.drs, y), p.dps};
-      const Line<const T, U> sr{row_at<const T>(s, p.srs, y), p.sps};
+    return each_row<T, U>(p, d, s, [&](Line<T, U> dr, auto src_row) {
+      const Line<const T, U> a = src_row(0);
       for (int32_t i = 0; i < p.cols; ++i)
-        dr[i] = B::out(B::add(B::acc(sr[i]), B::acc(sr[i + 1])), 0.5f);
-    }
-    return SORN_OK;
+        dr[i] = B::out(B::add(B::acc(a[i]), B::acc(a[i + 1])), 0.5f);
+    });
   }
 };
 
@@ -122,16 +133,14 @@ struct Shape4x1 {
   template <class T, bool U>
   static SornStatus run(SornXE *, const Plane &p, char *d, const char *s, const SornSeShape *) {
     using B = Box<T>;
-    for (int32_t y = 0; y < p.rows; ++y) {
-      const Line<T, U> dr{row_at<T>(d, p.drs, y), p.dps};
-      const Line<const T, U> sr{row_at<const T>(s, p.srs, y), p.sps};
+    return each_row<T, U>(p, d, s, [&](Line<T, U> dr, auto src_row) {
+      const Line<const T, U> a = src_row(0);
       for (int32_t i = 0; i < p.cols; ++i) {
-        const typename B::Acc a = B::add(
-            B::add(B::add(B::acc(sr[i]), B::acc(sr[i + 1])), B::acc(sr[i + 2])), B::acc(sr[i + 3]));
-        dr[i] = B::out(a, 0.25f);
+        const typename B::Acc sum = B::add(
+            B::add(B::add(B::acc(a[i]), B::acc(a[i + 1])), B::acc(a[i + 2])), B::acc(a[i + 3]));
+        dr[i] = B::out(sum, 0.25f);
       }
-    }
-    return SORN_OK;
+    });
   }
 };
 
@@ -139,13 +148,10 @@ struct Shape1x2 {
   template <class T, bool U>
   static SornStatus run(SornXE *, const Plane &p, char *d, const char *s, const SornSeShape *) {
     using B = Box<T>;
-    for (int32_t y = 0; y < p.rows; ++y) {
-      const Line<T, U> dr{row_at<T>(d, p.drs, y), p.dps};
-      const Line<const T, U> a{row_at<const T>(s, p.srs, y), p.sps};
-      const Line<const T, U> b{row_at<const T>(s, p.srs, y + 1), p.sps};
+    return each_row<T, U>(p, d, s, [&](Line<T, U> dr, auto src_row) {
+      const Line<const T, U> a = src_row(0), b = src_row(1);
       for (int32_t i = 0; i < p.cols; ++i) dr[i] = B::out(B::add(B::acc(a[i]), B::acc(b[i])), 0.5f);
-    }
-    return SORN_OK;
+    });
   }
 };
 
@@ -154,17 +160,14 @@ struct Shape2x2 {
   template <class T, bool U>
   static SornStatus run(SornXE *, const Plane &p, char *d, const char *s, const SornSeShape *) {
     using B = Box<T>;
-    for (int32_t y = 0; y < p.rows; ++y) {
-      const Line<T, U> dr{row_at<T>(d, p.drs, y), p.dps};
-      const Line<const T, U> a{row_at<const T>(s, p.srs, y), p.sps};
-      const Line<const T, U> b{row_at<const T>(s, p.srs, y + 1), p.sps};
+    return each_row<T, U>(p, d, s, [&](Line<T, U> dr, auto src_row) {
+      const Line<const T, U> a = src_row(0), b = src_row(1);
       for (int32_t i = 0; i < p.cols; ++i) {
         const typename B::Acc c0 = B::add(B::acc(a[i]), B::acc(b[i]));
         const typename B::Acc c1 = B::add(B::acc(a[i + 1]), B::acc(b[i + 1]));
         dr[i] = B::out(B::add(c0, c1), 0.25f);
       }
-    }
-    return SORN_OK;
+    });
   }
 };
 
@@ -231,13 +234,9 @@ SornStatus kernel(SornXE *xe, int32_t n, const int32_t *sizes, void *dst, const 
 template <class T>
 SornStatus dispatch(SornXE *xe, SornFlags flags, int32_t n, const int32_t *sizes, void *dst,
                     const int32_t *ds, const void *src, const int32_t *ss, const SornSeShape *se) {
-  const int32_t h = se->size[1], w = se->size[2];
-  if (h == 1 && w == 1) {
-    if (flags & SORN_F_PROBE) return SORN_OK;
-    return sorna__copy(xe, flags, (SornDimPack)n, sizes, code_of<T>, dst, ds, src, ss);
-  }
   SornStatus st;
-  if (guarded(flags, &st)) return st;
+  if (answered_first<T>(xe, flags, n, sizes, dst, ds, src, ss, se, &st)) return st;
+  const int32_t h = se->size[1], w = se->size[2];
   if (h == 1) {
     if (w == 2) return kernel<T, Shape2x1>(xe, n, sizes, dst, ds, src, ss, se);
     if (w == 4) return kernel<T, Shape4x1>(xe, n, sizes, dst, ds, src, ss, se);

@@ -129,9 +129,20 @@ template <class T> inline ptrdiff_t pitch_of(int32_t n) {
   return (ptrdiff_t)((((size_t)n * sizeof(T)) + 15) & ~(size_t)15) / (ptrdiff_t)sizeof(T);
 }
 
-// The guard that every dispatcher applies once it has chosen a kernel: no
-// kernel works without a margin, and a probe does no work.
-inline bool guarded(SornFlags flags, SornStatus *st) {
+// What every dispatcher answers before it chooses a kernel. A window of
+// one cell is a copy, which asks nothing of the margin; a probe of it does
+// no work. Any other window meets the guard: no kernel works without a
+// margin, and a probe does no work. True when `st` holds the answer.
+template <class T>
+inline bool answered_first(SornXE *xe, SornFlags flags, int32_t n, const int32_t *sizes, void *dst,
+                           const int32_t *ds, const void *src, const int32_t *ss,
+                           const SornSeShape *se, SornStatus *st) {
+  if (se->size[1] == 1 && se->size[2] == 1) {
+    *st = (flags & SORN_F_PROBE)
+              ? SORN_OK
+              : sorna__copy(xe, flags, (SornDimPack)n, sizes, code_of<T>, dst, ds, src, ss);
+    return true;
+  }
   if (flags & SORN_F_NOMARGIN) {
     *st = SORN_EAGAIN;
     return true;
