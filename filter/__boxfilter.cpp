@@ -68,7 +68,7 @@ template <class T, bool U, class Cells>
 void running_row(Line<T, U> d, int32_t x, int32_t w, float scale, Cells cells) {
   using B = Box<T>;
   using A = typename B::Acc;
-  A enter[kChunk], leave[kChunk], sums[kChunk];
+  A enter[kChunk], sums[kChunk];
   A sum = A(0);
   for (int32_t k0 = 0; k0 < w; k0 += kChunk) {
     const int32_t m = std::min(kChunk, w - k0);
@@ -80,9 +80,7 @@ void running_row(Line<T, U> d, int32_t x, int32_t w, float scale, Cells cells) {
   for (int32_t o0 = 0; o0 < x; o0 += kChunk) {
     const int32_t m = std::min(kChunk, x - o0);
     const int32_t updates = std::min(m, x - 1 - o0);
-    cells(enter, o0 + w, updates);
-    cells(leave, o0, updates);
-    for (int32_t i = 0; i < updates; ++i) enter[i] = B::sub(enter[i], leave[i]);
+    cells.diff(enter, o0, w, updates);
     sum = prefix_sums(sums, enter, updates, sum);
     if (updates < m) sums[m - 1] = sum;
     out_chunk(d.at(o0), sums, m, scale);
@@ -95,12 +93,23 @@ template <class T, bool U> struct ImageCells {
   void operator()(typename Box<T>::Acc *__restrict out, int32_t from, int32_t n) const {
     for (int32_t i = 0; i < n; ++i) out[i] = Box<T>::acc(row[from + i]);
   }
+  // The updates of outputs from .. from + n - 1: the cell entering the
+  // window less the one leaving it.
+  void diff(typename Box<T>::Acc *__restrict out, int32_t from, int32_t w, int32_t n) const {
+    using B = Box<T>;
+    for (int32_t i = 0; i < n; ++i)
+      out[i] = B::sub(B::acc(row[from + w + i]), B::acc(row[from + i]));
+  }
 };
 template <class A> struct SumCells {
   const A *col;
   void operator()(A *__restrict out, int32_t from, int32_t n) const {
     const A *__restrict c = col + from;
     for (int32_t i = 0; i < n; ++i) out[i] = c[i];
+  }
+  void diff(A *__restrict out, int32_t from, int32_t w, int32_t n) const {
+    const A *__restrict c = col + from;
+    for (int32_t i = 0; i < n; ++i) out[i] = Box<A>::sub(c[w + i], c[i]);
   }
 };
 
