@@ -21,9 +21,19 @@ namespace {
 // one loop that the compiler vectorises.
 constexpr int32_t kChunk = 256;
 
-template <class T, bool U>
+template <bool Clamp, class T, bool U>
 void out_chunk(Line<T, U> d, const typename Box<T>::Acc *__restrict sums, int32_t n, float scale) {
-  for (int32_t i = 0; i < n; ++i) d[i] = Box<T>::out(sums[i], scale);
+  if constexpr (Clamp)
+    for (int32_t i = 0; i < n; ++i) d[i] = Box<T>::out(sums[i], scale);
+  else
+    for (int32_t i = 0; i < n; ++i) d[i] = Box<T>::out_in_range(sums[i], scale);
+}
+
+// Runs f<Clamp>() with Clamp false when no mean of a window of `cells`
+// cells can leave the element's range.
+template <class T, class F> SornStatus by_clamp(uint64_t cells, F &&f) {
+  if (Box<T>::needs_clamp(cells)) return f.template operator()<true>();
+  return f.template operator()<false>();
 }
 
 // sums[i] = sum + diff[0] + ... + diff[i - 1], and the sum after the last.
@@ -64,7 +74,7 @@ template <class A> A prefix_sums(A *__restrict sums, const A *__restrict diff, i
 // and is left out. cells(out, from, n) gives the sums' terms of cells
 // from .. from + n - 1. The terms and their differences come in chunks
 // through loops that vectorise; only the running sum itself is serial.
-template <class T, bool U, class Cells>
+template <bool Clamp, class T, bool U, class Cells>
 void running_row(Line<T, U> d, int32_t x, int32_t w, float scale, Cells cells) {
   using B = Box<T>;
   using A = typename B::Acc;
@@ -83,7 +93,7 @@ void running_row(Line<T, U> d, int32_t x, int32_t w, float scale, Cells cells) {
     cells.diff(enter, o0, w, updates);
     sum = prefix_sums(sums, enter, updates, sum);
     if (updates < m) sums[m - 1] = sum;
-    out_chunk(d.at(o0), sums, m, scale);
+    out_chunk<Clamp>(d.at(o0), sums, m, scale);
   }
 }
 
@@ -185,12 +195,14 @@ struct ShapeNx1 {
   static SornStatus run(SornXE *, const Plane &p, char *d, const char *s, const SornSeShape *se) {
     const int32_t w = se->size[2];
     const float scale = 1.0f / (float)w;
-    for (int32_t y = 0; y < p.rows; ++y) {
-      const Line<const T, U> sr{row_at<const T>(s, p.srs, y), p.sps};
-      running_row(Line<T, U>{row_at<T>(d, p.drs, y), p.dps}, p.cols, w, scale,
-                  ImageCells<T, U>{sr});
-    }
-    return SORN_OK;
+    return by_clamp<T>((uint64_t)w, [&]<bool Clamp>() {
+      for (int32_t y = 0; y < p.rows; ++y) {
+        const Line<const T, U> sr{row_at<const T>(s, p.srs, y), p.sps};
+        running_row<Clamp>(Line<T, U>{row_at<T>(d, p.drs, y), p.dps}, p.cols, w, scale,
+                           ImageCells<T, U>{sr});
+      }
+      return SORN_OK;
+    });
   }
 };
 
@@ -213,15 +225,18 @@ struct ShapeNxM {
       const Line<const T, U> sr{row_at<const T>(s, p.srs, r), p.sps};
       for (int32_t c = 0; c < span; ++c) col[c] = B::add(col[c], B::acc(sr[c]));
     }
-    for (int32_t y = 0; y < p.rows; ++y) {
-      running_row(Line<T, U>{row_at<T>(d, p.drs, y), p.dps}, p.cols, w, scale, SumCells<A>{col});
-      if (y + 1 == p.rows) break;
-      const Line<const T, U> enter{row_at<const T>(s, p.srs, y + h), p.sps};
-      const Line<const T, U> leave{row_at<const T>(s, p.srs, y), p.sps};
-      for (int32_t c = 0; c < span; ++c)
-        col[c] = B::add(B::sub(B::acc(enter[c]), B::acc(leave[c])), col[c]);
-    }
-    return SORN_OK;
+    return by_clamp<T>((uint64_t)w * (uint64_t)h, [&]<bool Clamp>() {
+      for (int32_t y = 0; y < p.rows; ++y) {
+        running_row<Clamp>(Line<T, U>{row_at<T>(d, p.drs, y), p.dps}, p.cols, w, scale,
+                           SumCells<A>{col});
+        if (y + 1 == p.rows) break;
+        const Line<const T, U> enter{row_at<const T>(s, p.srs, y + h), p.sps};
+        const Line<const T, U> leave{row_at<const T>(s, p.srs, y), p.sps};
+        for (int32_t c = 0; c < span; ++c)
+          col[c] = B::add(B::sub(B::acc(enter[c]), B::acc(leave[c])), col[c]);
+      }
+      return SORN_OK;
+    });
   }
 };
 

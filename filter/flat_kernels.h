@@ -15,6 +15,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
+#include <type_traits>
 
 #include "core/elem_types.h"
 
@@ -82,6 +84,25 @@ template <class T> struct Box {
     }
     return (T)round_i32(m);
   }
+  // Whether the sums of a window of `cells` cells may wrap, or their mean
+  // fall outside the element's range. When they cannot, every mean lies
+  // within the range (and within 2^22), and out_in_range() gives out()'s
+  // value with no clamp: plus 1.5 * 2^23 the mean is where floats are one
+  // apart, so the addition rounds it to nearest even, whatever its sign.
+  static bool needs_clamp(uint64_t cells) {
+    if constexpr (sizeof(T) < 4) {
+      // The largest magnitude of a cell: 255, or 32768.
+      const uint64_t big = std::max((uint64_t)std::numeric_limits<T>::max(),
+                                    (uint64_t) - (int64_t)std::numeric_limits<T>::min());
+      return cells * big > (uint64_t)INT32_MAX;
+    }
+    return true;
+  }
+  static T out_in_range(Acc sum, float scale) {
+    if constexpr (sizeof(T) < 4)
+      return (T)(int32_t)(((float)sum * scale + 12582912.0f) - 12582912.0f);
+    return out(sum, scale);
+  }
 };
 template <> struct Box<float> {
   using Acc = float;
@@ -89,6 +110,8 @@ template <> struct Box<float> {
   static Acc add(Acc a, Acc b) { return a + b; }
   static Acc sub(Acc a, Acc b) { return a - b; }
   static float out(Acc sum, float scale) { return sum * scale; }
+  static bool needs_clamp(uint64_t) { return false; }
+  static float out_in_range(Acc sum, float scale) { return sum * scale; }
 };
 
 /* ---------------- the extremes ---------------- */

@@ -6,6 +6,7 @@
 // bytes, in place; and the kernels' own cases.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -246,6 +247,34 @@ TEST(BoxFilter, AConstantImageStaysConstantUnderThreeByThree) {
 TEST(BoxFilter, SixteenBitSumsStayExact) {
   EXPECT_EQ(-32768, box_of<int16_t>(std::vector<int16_t>(49, -32768), 7, 7));
   EXPECT_EQ(32767, box_of<int16_t>(std::vector<int16_t>(81, 32767), 9, 9));
+}
+
+// The mean of a window whose 32-bit sum wrapped, rounded as every mean
+// and then clamped to the element's range.
+template <class T> T wrapped_mean(int64_t sum, int64_t cells) {
+  const float m = (float)(int32_t)(uint32_t)(uint64_t)sum * (1.0f / (float)(int32_t)cells);
+  const long r = std::lrint(m);
+  return (T)std::clamp<long>(r, std::numeric_limits<T>::min(), std::numeric_limits<T>::max());
+}
+
+TEST(BoxFilter, MeansOfWrappedSumsAreClampedToTheRange) {
+  // 65537 cells of s16 whose sum is 2^31 - 1 past a wrap: f32 makes it 2^31,
+  // and its mean, 32767.5, rounds to 32768, which is clamped to 32767.
+  std::vector<int16_t> row(65537, -32768);
+  row[7] = -1;
+  const int64_t sum = -32768LL * 65537 + 32767;
+  EXPECT_EQ(32767, wrapped_mean<int16_t>(sum, 65537));
+  EXPECT_EQ(32767, box_of<int16_t>(row, 65537));
+  // 2903 x 2901 cells of 255: the sum wraps below zero, and the mean of
+  // about -255 is clamped to 0.
+  const int32_t w = 2903, h = 2901;
+  const int64_t cells = (int64_t)w * h;
+  EXPECT_EQ(0, wrapped_mean<uint8_t>(255 * cells, cells));
+  EXPECT_EQ(0, box_of<uint8_t>(std::vector<uint8_t>((size_t)cells, 255), w, h));
+  // Just short of a possible wrap the means need no clamp: 65535 cells of
+  // -32768 and of 32767.
+  EXPECT_EQ(-32768, box_of<int16_t>(std::vector<int16_t>(65535, -32768), 65535));
+  EXPECT_EQ(32767, box_of<int16_t>(std::vector<int16_t>(65535, 32767), 65535));
 }
 
 TEST(BoxFilter, ThirtyTwoBitSumsWrapAndLoseTheirLowBitsInF32) {
