@@ -10,6 +10,8 @@
 #include <cstring>
 #include <vector>
 
+#include "bench_env.h"
+
 namespace {
 
 constexpr int32_t kRows = 1080, kCols = 1920;
@@ -38,19 +40,10 @@ struct Frame {
   }
 };
 
-struct Env {
-  SornXE xe;
-  Env() {
-    std::memset(&xe, 0, sizeof xe);
-    SornXEinit(&xe, nullptr);
-  }
-  ~Env() { SornXEfini(&xe); }
-};
-
 void run_border(benchmark::State &state, uint32_t type) {
   const int32_t m = (int32_t)state.range(0);
   Frame src(type, kRows, kCols), dst(type, kRows + 2 * m, kCols + 2 * m);
-  Env env;
+  bench::Env env;
   SornBrShape br;
   std::memset(&br, 0, sizeof br);
   br.lo[1] = br.lo[2] = -m;
@@ -66,7 +59,7 @@ void run_border(benchmark::State &state, uint32_t type) {
 void run_filter(benchmark::State &state, uint32_t type, int32_t kind) {
   const int32_t n = (int32_t)state.range(0);
   Frame src(type, kRows, kCols), dst(type, kRows, kCols);
-  Env env;
+  bench::Env env;
   SornSeShape se;
   std::memset(&se, 0, sizeof se);
   se.size[1] = se.size[2] = n;

@@ -800,6 +800,17 @@ SornArray sub_rec_of(const cv::Mat &m) {
   return r;
 }
 
+// A window of kw columns by kh rows, its anchor at column ax, row ay.
+SornSeShape window_of(int kw, int kh, int ax, int ay) {
+  SornSeShape se;
+  std::memset(&se, 0, sizeof se);
+  se.size[1] = kh;
+  se.size[2] = kw;
+  se.anchor[1] = ay;
+  se.anchor[2] = ax;
+  return se;
+}
+
 int cv_border(int32_t kind) {
   switch (kind) {
     case SORN_BORDER_CONST: return cv::BORDER_CONSTANT;
@@ -878,12 +889,7 @@ TEST(OracleBox, OddWindowsOfU8MatchBlur) {
     const int ax = (int)(rng() % kw), ay = (int)(rng() % kh);
     cv::Mat peer, mine(src.size(), CV_8U);
     cv::blur(src, peer, cv::Size(kw, kh), cv::Point(ax, ay), cv::BORDER_REFLECT_101);
-    SornSeShape se;
-    std::memset(&se, 0, sizeof se);
-    se.size[1] = kh;
-    se.size[2] = kw;
-    se.anchor[1] = ay;
-    se.anchor[2] = ax;
+    const SornSeShape se = window_of(kw, kh, ax, ay);
     const SornArray rs = sub_rec_of(src), rd = rec_of(mine);
     ASSERT_EQ(SornFilter(&env.xe, 0, &rd, &rs, nullptr, nullptr, SORN_FILTER_BOX, &se), SORN_OK);
     expect_same(mine, peer, "blur");
@@ -906,12 +912,7 @@ TEST(OracleBox, F32AgreesToARoundingOfTheSum) {
     if (kw == 1 && kh == 1) continue;
     cv::Mat peer, mine(src.size(), CV_32F);
     cv::blur(src, peer, cv::Size(kw, kh), cv::Point(kw / 2, kh / 2), cv::BORDER_REFLECT_101);
-    SornSeShape se;
-    std::memset(&se, 0, sizeof se);
-    se.size[1] = kh;
-    se.size[2] = kw;
-    se.anchor[1] = kh / 2;
-    se.anchor[2] = kw / 2;
+    const SornSeShape se = window_of(kw, kh, kw / 2, kh / 2);
     const SornArray rs = rec_of(src), rd = rec_of(mine);
     ASSERT_EQ(SornFilter(&env.xe, 0, &rd, &rs, nullptr, nullptr, SORN_FILTER_BOX, &se), SORN_OK);
     // Sums of up to 64 cells of magnitude 100: a few ulps of 6400.
@@ -943,12 +944,7 @@ TEST(OracleMinMax, RectangularErodeAndDilateMatch) {
       cv::dilate(src, peer, k, cv::Point(ax, ay), 1, cv::BORDER_REFLECT_101);
     else
       cv::erode(src, peer, k, cv::Point(ax, ay), 1, cv::BORDER_REFLECT_101);
-    SornSeShape se;
-    std::memset(&se, 0, sizeof se);
-    se.size[1] = kh;
-    se.size[2] = kw;
-    se.anchor[1] = ay;
-    se.anchor[2] = ax;
+    const SornSeShape se = window_of(kw, kh, ax, ay);
     const SornArray rs = sub_rec_of(src), rd = rec_of(mine);
     ASSERT_EQ(SornFilter(&env.xe, 0, &rd, &rs, nullptr, nullptr,
                          max ? SORN_FILTER_MAX : SORN_FILTER_MIN, &se),
