@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
 
 #include "filter/flat_kernels.h"
 
@@ -20,9 +21,51 @@ namespace {
 // one loop that the compiler vectorises.
 constexpr int32_t kChunk = 256;
 
-template <class T, bool U>
+template <bool Clamp, class T, bool U>
 void out_chunk(Line<T, U> d, const typename Box<T>::Acc *__restrict sums, int32_t n, float scale) {
-  for (int32_t i = 0; i < n; ++i) d[i] = Box<T>::out(sums[i], scale);
+  if constexpr (Clamp)
+    for (int32_t i = 0; i < n; ++i) d[i] = Box<T>::out(sums[i], scale);
+  else
+    for (int32_t i = 0; i < n; ++i) d[i] = Box<T>::out_in_range(sums[i], scale);
+}
+
+// Runs f<Clamp>() with Clamp false when no mean of a window of `cells`
+// cells can leave the element's range.
+template <class T, class F> SornStatus by_clamp(uint64_t cells, F &&f) {
+  if (Box<T>::needs_clamp(cells)) return f.template operator()<true>();
+  return f.template operator()<false>();
+}
+
+// sums[i] = sum + diff[0] + ... + diff[i - 1], and the sum after the last.
+// f32 sums keep their one order, (diff + sum). Integer sums wrap, and any
+// order gives their bits: four chains, each starting from the sum of the
+// differences before its quarter, run side by side.
+template <class A> A prefix_sums(A *__restrict sums, const A *__restrict diff, int32_t n, A sum) {
+  if constexpr (std::is_same_v<A, float>) {
+    for (int32_t i = 0; i < n; ++i) {
+      sums[i] = sum;
+      sum = diff[i] + sum;
+    }
+    return sum;
+  } else {
+    const int32_t q = n / 4;
+    uint32_t s[4] = {(uint32_t)sum, 0, 0, 0};
+    for (int32_t k = 1; k < 4; ++k) {
+      uint32_t part = 0;
+      for (int32_t j = 0; j < q; ++j) part += (uint32_t)diff[(k - 1) * q + j];
+      s[k] = s[k - 1] + part;
+    }
+    for (int32_t j = 0; j < q; ++j)
+      for (int32_t k = 0; k < 4; ++k) {
+        sums[k * q + j] = (A)s[k];
+        s[k] += (uint32_t)diff[k * q + j];
+      }
+    for (int32_t i = 4 * q; i < n; ++i) {
+      sums[i] = (A)s[3];
+      s[3] += (uint32_t)diff[i];
+    }
+    return (A)s[3];
+  }
 }
 
 // The running sum along one row of `x` outputs over windows of `w` cells:
@@ -31,11 +74,11 @@ void out_chunk(Line<T, U> d, const typename Box<T>::Acc *__restrict sums, int32_
 // and is left out. cells(out, from, n) gives the sums' terms of cells
 // from .. from + n - 1. The terms and their differences come in chunks
 // through loops that vectorise; only the running sum itself is serial.
-template <class T, bool U, class Cells>
+template <bool Clamp, class T, bool U, class Cells>
 void running_row(Line<T, U> d, int32_t x, int32_t w, float scale, Cells cells) {
   using B = Box<T>;
   using A = typename B::Acc;
-  A enter[kChunk], leave[kChunk], sums[kChunk];
+  A enter[kChunk], sums[kChunk];
   A sum = A(0);
   for (int32_t k0 = 0; k0 < w; k0 += kChunk) {
     const int32_t m = std::min(kChunk, w - k0);
@@ -47,15 +90,10 @@ void running_row(Line<T, U> d, int32_t x, int32_t w, float scale, Cells cells) {
   for (int32_t o0 = 0; o0 < x; o0 += kChunk) {
     const int32_t m = std::min(kChunk, x - o0);
     const int32_t updates = std::min(m, x - 1 - o0);
-    cells(enter, o0 + w, updates);
-    cells(leave, o0, updates);
-    for (int32_t i = 0; i < updates; ++i) enter[i] = B::sub(enter[i], leave[i]);
-    for (int32_t i = 0; i < updates; ++i) {
-      sums[i] = sum;
-      sum = B::add(enter[i], sum);
-    }
+    cells.diff(enter, o0, w, updates);
+    sum = prefix_sums(sums, enter, updates, sum);
     if (updates < m) sums[m - 1] = sum;
-    out_chunk(d.at(o0), sums, m, scale);
+    out_chunk<Clamp>(d.at(o0), sums, m, scale);
   }
 }
 
@@ -65,6 +103,13 @@ template <class T, bool U> struct ImageCells {
   void operator()(typename Box<T>::Acc *__restrict out, int32_t from, int32_t n) const {
     for (int32_t i = 0; i < n; ++i) out[i] = Box<T>::acc(row[from + i]);
   }
+  // The updates of outputs from .. from + n - 1: the cell entering the
+  // window less the one leaving it.
+  void diff(typename Box<T>::Acc *__restrict out, int32_t from, int32_t w, int32_t n) const {
+    using B = Box<T>;
+    for (int32_t i = 0; i < n; ++i)
+      out[i] = B::sub(B::acc(row[from + w + i]), B::acc(row[from + i]));
+  }
 };
 template <class A> struct SumCells {
   const A *col;
@@ -72,19 +117,34 @@ template <class A> struct SumCells {
     const A *__restrict c = col + from;
     for (int32_t i = 0; i < n; ++i) out[i] = c[i];
   }
+  void diff(A *__restrict out, int32_t from, int32_t w, int32_t n) const {
+    const A *__restrict c = col + from;
+    for (int32_t i = 0; i < n; ++i) out[i] = Box<A>::sub(c[w + i], c[i]);
+  }
 };
+
+// The fixed shapes: each output row from the source rows from its own on,
+// folded by `f`.
+template <class T, bool U, class F>
+SornStatus each_row(const Plane &p, char *d, const char *s, F f) {
+  for (int32_t y = 0; y < p.rows; ++y) {
+    auto src_row = [&](int32_t k) {
+      return Line<const T, U>{row_at<const T>(s, p.srs, y + k), p.sps};
+    };
+    f(Line<T, U>{row_at<T>(d, p.drs, y), p.dps}, src_row);
+  }
+  return SORN_OK;
+}
 
 struct Shape2x1 {
   template <class T, bool U>
   static SornStatus run(SornXE *, const Plane &p, char *d, const char *s, const SornSeShape *) {
     using B = Box<T>;
-    for (int32_t y = 0; y < p.rows; ++y) {
-      const Line<T, U> dr{row_at<T>(d, p.drs, y), p.dps};
-      const Line<const T, U> sr{row_at<const T>(s, p.srs, y), p.sps};
+    return each_row<T, U>(p, d, s, [&](Line<T, U> dr, auto src_row) {
+      const Line<const T, U> a = src_row(0);
       for (int32_t i = 0; i < p.cols; ++i)
-        dr[i] = B::out(B::add(B::acc(sr[i]), B::acc(sr[i + 1])), 0.5f);
-    }
-    return SORN_OK;
+        dr[i] = B::out(B::add(B::acc(a[i]), B::acc(a[i + 1])), 0.5f);
+    });
   }
 };
 
@@ -92,16 +152,14 @@ struct Shape4x1 {
   template <class T, bool U>
   static SornStatus run(SornXE *, const Plane &p, char *d, const char *s, const SornSeShape *) {
     using B = Box<T>;
-    for (int32_t y = 0; y < p.rows; ++y) {
-      const Line<T, U> dr{row_at<T>(d, p.drs, y), p.dps};
-      const Line<const T, U> sr{row_at<const T>(s, p.srs, y), p.sps};
+    return each_row<T, U>(p, d, s, [&](Line<T, U> dr, auto src_row) {
+      const Line<const T, U> a = src_row(0);
       for (int32_t i = 0; i < p.cols; ++i) {
-        const typename B::Acc a = B::add(
-            B::add(B::add(B::acc(sr[i]), B::acc(sr[i + 1])), B::acc(sr[i + 2])), B::acc(sr[i + 3]));
-        dr[i] = B::out(a, 0.25f);
+        const typename B::Acc sum = B::add(
+            B::add(B::add(B::acc(a[i]), B::acc(a[i + 1])), B::acc(a[i + 2])), B::acc(a[i + 3]));
+        dr[i] = B::out(sum, 0.25f);
       }
-    }
-    return SORN_OK;
+    });
   }
 };
 
@@ -109,13 +167,10 @@ struct Shape1x2 {
   template <class T, bool U>
   static SornStatus run(SornXE *, const Plane &p, char *d, const char *s, const SornSeShape *) {
     using B = Box<T>;
-    for (int32_t y = 0; y < p.rows; ++y) {
-      const Line<T, U> dr{row_at<T>(d, p.drs, y), p.dps};
-      const Line<const T, U> a{row_at<const T>(s, p.srs, y), p.sps};
-      const Line<const T, U> b{row_at<const T>(s, p.srs, y + 1), p.sps};
+    return each_row<T, U>(p, d, s, [&](Line<T, U> dr, auto src_row) {
+      const Line<const T, U> a = src_row(0), b = src_row(1);
       for (int32_t i = 0; i < p.cols; ++i) dr[i] = B::out(B::add(B::acc(a[i]), B::acc(b[i])), 0.5f);
-    }
-    return SORN_OK;
+    });
   }
 };
 
@@ -124,17 +179,14 @@ struct Shape2x2 {
   template <class T, bool U>
   static SornStatus run(SornXE *, const Plane &p, char *d, const char *s, const SornSeShape *) {
     using B = Box<T>;
-    for (int32_t y = 0; y < p.rows; ++y) {
-      const Line<T, U> dr{row_at<T>(d, p.drs, y), p.dps};
-      const Line<const T, U> a{row_at<const T>(s, p.srs, y), p.sps};
-      const Line<const T, U> b{row_at<const T>(s, p.srs, y + 1), p.sps};
+    return each_row<T, U>(p, d, s, [&](Line<T, U> dr, auto src_row) {
+      const Line<const T, U> a = src_row(0), b = src_row(1);
       for (int32_t i = 0; i < p.cols; ++i) {
         const typename B::Acc c0 = B::add(B::acc(a[i]), B::acc(b[i]));
         const typename B::Acc c1 = B::add(B::acc(a[i + 1]), B::acc(b[i + 1]));
         dr[i] = B::out(B::add(c0, c1), 0.25f);
       }
-    }
-    return SORN_OK;
+    });
   }
 };
 
@@ -143,12 +195,14 @@ struct ShapeNx1 {
   static SornStatus run(SornXE *, const Plane &p, char *d, const char *s, const SornSeShape *se) {
     const int32_t w = se->size[2];
     const float scale = 1.0f / (float)w;
-    for (int32_t y = 0; y < p.rows; ++y) {
-      const Line<const T, U> sr{row_at<const T>(s, p.srs, y), p.sps};
-      running_row(Line<T, U>{row_at<T>(d, p.drs, y), p.dps}, p.cols, w, scale,
-                  ImageCells<T, U>{sr});
-    }
-    return SORN_OK;
+    return by_clamp<T>((uint64_t)w, [&]<bool Clamp>() {
+      for (int32_t y = 0; y < p.rows; ++y) {
+        const Line<const T, U> sr{row_at<const T>(s, p.srs, y), p.sps};
+        running_row<Clamp>(Line<T, U>{row_at<T>(d, p.drs, y), p.dps}, p.cols, w, scale,
+                           ImageCells<T, U>{sr});
+      }
+      return SORN_OK;
+    });
   }
 };
 
@@ -171,15 +225,18 @@ struct ShapeNxM {
       const Line<const T, U> sr{row_at<const T>(s, p.srs, r), p.sps};
       for (int32_t c = 0; c < span; ++c) col[c] = B::add(col[c], B::acc(sr[c]));
     }
-    for (int32_t y = 0; y < p.rows; ++y) {
-      running_row(Line<T, U>{row_at<T>(d, p.drs, y), p.dps}, p.cols, w, scale, SumCells<A>{col});
-      if (y + 1 == p.rows) break;
-      const Line<const T, U> enter{row_at<const T>(s, p.srs, y + h), p.sps};
-      const Line<const T, U> leave{row_at<const T>(s, p.srs, y), p.sps};
-      for (int32_t c = 0; c < span; ++c)
-        col[c] = B::add(B::sub(B::acc(enter[c]), B::acc(leave[c])), col[c]);
-    }
-    return SORN_OK;
+    return by_clamp<T>((uint64_t)w * (uint64_t)h, [&]<bool Clamp>() {
+      for (int32_t y = 0; y < p.rows; ++y) {
+        running_row<Clamp>(Line<T, U>{row_at<T>(d, p.drs, y), p.dps}, p.cols, w, scale,
+                           SumCells<A>{col});
+        if (y + 1 == p.rows) break;
+        const Line<const T, U> enter{row_at<const T>(s, p.srs, y + h), p.sps};
+        const Line<const T, U> leave{row_at<const T>(s, p.srs, y), p.sps};
+        for (int32_t c = 0; c < span; ++c)
+          col[c] = B::add(B::sub(B::acc(enter[c]), B::acc(leave[c])), col[c]);
+      }
+      return SORN_OK;
+    });
   }
 };
 
@@ -201,13 +258,9 @@ SornStatus kernel(SornXE *xe, int32_t n, const int32_t *sizes, void *dst, const 
 template <class T>
 SornStatus dispatch(SornXE *xe, SornFlags flags, int32_t n, const int32_t *sizes, void *dst,
                     const int32_t *ds, const void *src, const int32_t *ss, const SornSeShape *se) {
-  const int32_t h = se->size[1], w = se->size[2];
-  if (h == 1 && w == 1) {
-    if (flags & SORN_F_PROBE) return SORN_OK;
-    return sorna__copy(xe, flags, (SornDimPack)n, sizes, code_of<T>, dst, ds, src, ss);
-  }
   SornStatus st;
-  if (guarded(flags, &st)) return st;
+  if (answered_first<T>(xe, flags, n, sizes, dst, ds, src, ss, se, &st)) return st;
+  const int32_t h = se->size[1], w = se->size[2];
   if (h == 1) {
     if (w == 2) return kernel<T, Shape2x1>(xe, n, sizes, dst, ds, src, ss, se);
     if (w == 4) return kernel<T, Shape4x1>(xe, n, sizes, dst, ds, src, ss, se);

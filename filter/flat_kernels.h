@@ -15,6 +15,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
+#include <type_traits>
 
 #include "core/elem_types.h"
 
@@ -73,9 +75,33 @@ template <class T> struct Box {
   static Acc add(Acc a, Acc b) { return (Acc)((uint32_t)a + (uint32_t)b); }
   static Acc sub(Acc a, Acc b) { return (Acc)((uint32_t)a - (uint32_t)b); }
   static T out(Acc sum, float scale) {
-    const int32_t v = round_i32((float)sum * scale);
-    if constexpr (sizeof(T) < 4) return sat32<T>(v);
-    return (T)v;
+    const float m = (float)sum * scale;
+    if constexpr (sizeof(T) < 4) {
+      // A mean of 8- or 16-bit values lies well inside 2^23, where adding
+      // and removing 2^23 with the value's sign rounds it to nearest even.
+      const float k = m < 0.0f ? -8388608.0f : 8388608.0f;
+      return sat32<T>((int32_t)((m + k) - k));
+    }
+    return (T)round_i32(m);
+  }
+  // Whether the sums of a window of `cells` cells may wrap, or their mean
+  // fall outside the element's range. When they cannot, every mean lies
+  // within the range (and within 2^22), and out_in_range() gives out()'s
+  // value with no clamp: plus 1.5 * 2^23 the mean is where floats are one
+  // apart, so the addition rounds it to nearest even, whatever its sign.
+  static bool needs_clamp(uint64_t cells) {
+    if constexpr (sizeof(T) < 4) {
+      // The largest magnitude of a cell: 255, or 32768.
+      const uint64_t big = std::max((uint64_t)std::numeric_limits<T>::max(),
+                                    (uint64_t) - (int64_t)std::numeric_limits<T>::min());
+      return cells * big > (uint64_t)INT32_MAX;
+    }
+    return true;
+  }
+  static T out_in_range(Acc sum, float scale) {
+    if constexpr (sizeof(T) < 4)
+      return (T)(int32_t)(((float)sum * scale + 12582912.0f) - 12582912.0f);
+    return out(sum, scale);
   }
 };
 template <> struct Box<float> {
@@ -84,6 +110,8 @@ template <> struct Box<float> {
   static Acc add(Acc a, Acc b) { return a + b; }
   static Acc sub(Acc a, Acc b) { return a - b; }
   static float out(Acc sum, float scale) { return sum * scale; }
+  static bool needs_clamp(uint64_t) { return false; }
+  static float out_in_range(Acc sum, float scale) { return sum * scale; }
 };
 
 /* ---------------- the extremes ---------------- */
@@ -124,9 +152,20 @@ template <class T> inline ptrdiff_t pitch_of(int32_t n) {
   return (ptrdiff_t)((((size_t)n * sizeof(T)) + 15) & ~(size_t)15) / (ptrdiff_t)sizeof(T);
 }
 
-// The guard that every dispatcher applies once it has chosen a kernel: no
-// kernel works without a margin, and a probe does no work.
-inline bool guarded(SornFlags flags, SornStatus *st) {
+// What every dispatcher answers before it chooses a kernel. A window of
+// one cell is a copy, which asks nothing of the margin; a probe of it does
+// no work. Any other window meets the guard: no kernel works without a
+// margin, and a probe does no work. True when `st` holds the answer.
+template <class T>
+inline bool answered_first(SornXE *xe, SornFlags flags, int32_t n, const int32_t *sizes, void *dst,
+                           const int32_t *ds, const void *src, const int32_t *ss,
+                           const SornSeShape *se, SornStatus *st) {
+  if (se->size[1] == 1 && se->size[2] == 1) {
+    *st = (flags & SORN_F_PROBE)
+              ? SORN_OK
+              : sorna__copy(xe, flags, (SornDimPack)n, sizes, code_of<T>, dst, ds, src, ss);
+    return true;
+  }
   if (flags & SORN_F_NOMARGIN) {
     *st = SORN_EAGAIN;
     return true;

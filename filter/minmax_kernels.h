@@ -370,13 +370,9 @@ struct Wide {
 template <class T, class E>
 SornStatus dispatch(SornXE *xe, SornFlags flags, int32_t n, const int32_t *sizes, void *dst,
                     const int32_t *ds, const void *src, const int32_t *ss, const SornSeShape *se) {
-  const int32_t h = se->size[1], w = se->size[2];
-  if (h == 1 && w == 1) {
-    if (flags & SORN_F_PROBE) return SORN_OK;
-    return sorna__copy(xe, flags, (SornDimPack)n, sizes, code_of<T>, dst, ds, src, ss);
-  }
   SornStatus st;
-  if (guarded(flags, &st)) return st;
+  if (answered_first<T>(xe, flags, n, sizes, dst, ds, src, ss, se, &st)) return st;
+  const int32_t h = se->size[1], w = se->size[2];
   auto k = [&](auto shape) {
     return kernel<T, E, decltype(shape)>(xe, n, sizes, dst, ds, src, ss, se);
   };

@@ -1,7 +1,9 @@
 // Sorn against OpenCV where both define a result the same way: saturating
 // arithmetic on 8- and 16-bit elements, float addition, histogram counts,
 // sums, means with and without a mask, fill, comparison masks, extremes
-// with their first places, Otsu's threshold, nearest-neighbour shrinking. On random images of random
+// with their first places, Otsu's threshold, nearest-neighbour shrinking,
+// border copies, box filters of odd windows and rectangular erosion and
+// dilation. On random images of random
 // shapes (odd widths, 1 to 4 channels, padded rows) the outputs must agree
 // element for element. Where the two differ by design, the test says why
 // and checks only what they share.
@@ -818,6 +820,177 @@ TEST(OracleBlurThreshold, MatchesAdaptiveThresholdAwayFromBordersAndTies) {
       }
     if (i % 2) {
       EXPECT_GT(ties, 0) << i;
+// ---------------------------------------------------------------- borders and filters
+
+// A region of a larger matrix, as both libraries see a sub-array: its record
+// has the matrix in its bounds and its start in its offset, so that Sorn may
+// read the pixels around it as OpenCV does for a region of interest.
+SornArray sub_rec_of(const cv::Mat &m) {
+  cv::Size whole;
+  cv::Point at;
+  m.locateROI(whole, at);
+  SornArray r = rec_of(m);
+  r.bounds[1] = whole.height;
+  r.bounds[2] = whole.width;
+  r.offset = (int64_t)at.y * r.strides[1] + (int64_t)at.x * r.strides[2];
+  r.data = m.data - r.offset;
+  return r;
+}
+
+// A window of kw columns by kh rows, its anchor at column ax, row ay.
+SornSeShape window_of(int kw, int kh, int ax, int ay) {
+  SornSeShape se;
+  std::memset(&se, 0, sizeof se);
+  se.size[1] = kh;
+  se.size[2] = kw;
+  se.anchor[1] = ay;
+  se.anchor[2] = ax;
+  return se;
+}
+
+int cv_border(int32_t kind) {
+  switch (kind) {
+    case SORN_BORDER_CONST: return cv::BORDER_CONSTANT;
+    case SORN_BORDER_REPLICATE: return cv::BORDER_REPLICATE;
+    case SORN_BORDER_WRAP: return cv::BORDER_WRAP;
+    case SORN_BORDER_REFLECT: return cv::BORDER_REFLECT;
+    default: return cv::BORDER_REFLECT_101;
+  }
+}
+
+// cv::copyMakeBorder and SornCopyMkb make the same frame, with real pixels
+// of the parent where there are some (and none, isolated, under
+// SORN_F_SITEMARGIN), for every kind both have. Borders stay within twice
+// the image: beyond that OpenCV's wrap no longer repeats the period.
+TEST(OracleBorder, EveryKindMatchesCopyMakeBorder) {
+  auto rng = rng_for("OracleBorder");
+  Env env;
+  const int32_t kinds[] = {SORN_BORDER_CONST, SORN_BORDER_REPLICATE, SORN_BORDER_WRAP,
+                           SORN_BORDER_REFLECT, SORN_BORDER_REFLECT101};
+  const int depths[] = {CV_8U, CV_16S, CV_32S, CV_32F};
+  for (int i = 0; i < 300; ++i) {
+    const int32_t kind = kinds[rng() % 5];
+    const int depth = depths[rng() % 4];
+    const Shape s = random_shape(rng);
+    const int type = CV_MAKETYPE(depth, s.channels);
+    cv::Mat parent(s.rows + 6, s.cols + 6, type);
+    fill_random(parent, rng, -300, 300);
+    const int oy = (int)(rng() % 7), ox = (int)(rng() % 7);
+    const int h = 1 + (int)(rng() % (s.rows + 6 - oy)), w = 1 + (int)(rng() % (s.cols + 6 - ox));
+    cv::Mat src = parent(cv::Rect(ox, oy, w, h));
+    const int t = (int)(rng() % (2 * h + 1)), b = (int)(rng() % (2 * h + 1));
+    const int l = (int)(rng() % (2 * w + 1)), r = (int)(rng() % (2 * w + 1));
+    const bool isolated = rng() % 2;
+    const cv::Scalar value(rng() % 200, 7, -9, 1000);
+    cv::Mat peer, mine(h + t + b, w + l + r, type, cv::Scalar::all(0));
+    cv::copyMakeBorder(src, peer, t, b, l, r, cv_border(kind) | (isolated ? cv::BORDER_ISOLATED : 0),
+                       value);
+    SornBrShape br;
+    std::memset(&br, 0, sizeof br);
+    br.lo[1] = -t;
+    br.lo[2] = -l;
+    br.hi[1] = b;
+    br.hi[2] = r;
+    for (int k = 0; k < 4; ++k) br.fill[k] = value[k];
+    const SornArray rs = sub_rec_of(src), rd = rec_of(mine);
+    ASSERT_EQ(SornCopyMkb(&env.xe, isolated ? SORN_F_SITEMARGIN : 0, &rd, &rs, nullptr, nullptr,
+                          kind, &br),
+              SORN_OK);
+    expect_same(mine, peer, "copyMakeBorder");
+    if (HasFailure()) {
+      ADD_FAILURE() << "kind " << kind << " depth " << depth << " " << h << "x" << w
+                    << " borders " << t << " " << l << " " << b << " " << r
+                    << (isolated ? " isolated" : "");
+      return;
+    }
+  }
+}
+
+// The means of odd windows of u8 agree: f32(sum) times f32(1 / cells) and
+// OpenCV's product in doubles are never on either side of a half apart, as
+// a sum of an odd count of cells is never a half from a multiple of it.
+// Even windows have ties and f32 images another order of additions (Sorn
+// keeps running column sums with their rounding; OpenCV sums rows first):
+// those agree to within a rounding of the sum.
+TEST(OracleBox, OddWindowsOfU8MatchBlur) {
+  auto rng = rng_for("OracleBox");
+  Env env;
+  for (int i = 0; i < 200; ++i) {
+    const int rows = 1 + (int)(rng() % 60), cols = 1 + (int)(rng() % 90);
+    cv::Mat parent(rows + 10, cols + 10, CV_8U);
+    fill_random(parent, rng, 0, 256);
+    const bool sub = rng() % 2;
+    cv::Mat src = sub ? parent(cv::Rect(5, 5, cols, rows)) : parent;
+    const int kw = 1 + 2 * (int)(rng() % 5), kh = 1 + 2 * (int)(rng() % 5);
+    if (kw == 1 && kh == 1) continue;
+    const int ax = (int)(rng() % kw), ay = (int)(rng() % kh);
+    cv::Mat peer, mine(src.size(), CV_8U);
+    cv::blur(src, peer, cv::Size(kw, kh), cv::Point(ax, ay), cv::BORDER_REFLECT_101);
+    const SornSeShape se = window_of(kw, kh, ax, ay);
+    const SornArray rs = sub_rec_of(src), rd = rec_of(mine);
+    ASSERT_EQ(SornFilter(&env.xe, 0, &rd, &rs, nullptr, nullptr, SORN_FILTER_BOX, &se), SORN_OK);
+    expect_same(mine, peer, "blur");
+    if (HasFailure()) {
+      ADD_FAILURE() << kw << "x" << kh << " anchor " << ax << "," << ay << " on " << rows << "x"
+                    << cols << (sub ? " inside a parent" : "");
+      return;
+    }
+  }
+}
+
+TEST(OracleBox, F32AgreesToARoundingOfTheSum) {
+  auto rng = rng_for("OracleBoxF32");
+  Env env;
+  for (int i = 0; i < 60; ++i) {
+    const int rows = 1 + (int)(rng() % 50), cols = 1 + (int)(rng() % 70);
+    cv::Mat src(rows, cols, CV_32F);
+    fill_random(src, rng, -100, 100);
+    const int kw = 1 + (int)(rng() % 8), kh = 1 + (int)(rng() % 8);
+    if (kw == 1 && kh == 1) continue;
+    cv::Mat peer, mine(src.size(), CV_32F);
+    cv::blur(src, peer, cv::Size(kw, kh), cv::Point(kw / 2, kh / 2), cv::BORDER_REFLECT_101);
+    const SornSeShape se = window_of(kw, kh, kw / 2, kh / 2);
+    const SornArray rs = rec_of(src), rd = rec_of(mine);
+    ASSERT_EQ(SornFilter(&env.xe, 0, &rd, &rs, nullptr, nullptr, SORN_FILTER_BOX, &se), SORN_OK);
+    // Sums of up to 64 cells of magnitude 100: a few ulps of 6400.
+    const double worst = cv::norm(mine, peer, cv::NORM_INF);
+    EXPECT_LE(worst, 64 * 100 * 4e-7) << kw << "x" << kh;
+  }
+}
+
+// Rectangular erosion and dilation are window minima and maxima in both
+// libraries, exact for every type, NaN aside.
+TEST(OracleMinMax, RectangularErodeAndDilateMatch) {
+  auto rng = rng_for("OracleMinMax");
+  Env env;
+  const int depths[] = {CV_8U, CV_16S, CV_32F};
+  for (int i = 0; i < 240; ++i) {
+    const int depth = depths[rng() % 3];
+    const int rows = 1 + (int)(rng() % 60), cols = 1 + (int)(rng() % 90);
+    cv::Mat parent(rows + 12, cols + 12, depth);
+    fill_random(parent, rng, -1000, 1000);
+    const bool sub = rng() % 2;
+    cv::Mat src = sub ? parent(cv::Rect(6, 6, cols, rows)) : parent;
+    const int kw = 1 + (int)(rng() % 11), kh = 1 + (int)(rng() % 11);
+    if (kw == 1 && kh == 1) continue;
+    const int ax = (int)(rng() % kw), ay = (int)(rng() % kh);
+    const bool max = rng() % 2;
+    const cv::Mat k = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(kw, kh));
+    cv::Mat peer, mine(src.size(), src.type());
+    if (max)
+      cv::dilate(src, peer, k, cv::Point(ax, ay), 1, cv::BORDER_REFLECT_101);
+    else
+      cv::erode(src, peer, k, cv::Point(ax, ay), 1, cv::BORDER_REFLECT_101);
+    const SornSeShape se = window_of(kw, kh, ax, ay);
+    const SornArray rs = sub_rec_of(src), rd = rec_of(mine);
+    ASSERT_EQ(SornFilter(&env.xe, 0, &rd, &rs, nullptr, nullptr,
+                         max ? SORN_FILTER_MAX : SORN_FILTER_MIN, &se),
+              SORN_OK);
+    expect_same(mine, peer, max ? "dilate" : "erode");
+    if (HasFailure()) {
+      ADD_FAILURE() << kw << "x" << kh << " anchor " << ax << "," << ay << " depth " << depth
+                    << (sub ? " inside a parent" : "");
+      return;
     }
   }
 }

@@ -104,19 +104,46 @@ TEST(FilterFrame, AWholeImageReflectsAndASubArrayReadsItsParent) {
   struct Case {
     SornFlags flags;
     filter_ref::Box readable;
-  } cases[] = {{0, {-3, -4, 10, 12}}, {SORN_F_SITEMARGIN, {0, 0, 4, 5}},
-               {SORN_F_NOMARGIN, {0, 0, 4, 5}}};
+  } cases[] = {
+      {0, {-3, -4, 10, 12}}, {SORN_F_SITEMARGIN, {0, 0, 4, 5}}, {SORN_F_NOMARGIN, {0, 0, 4, 5}}};
   Grid<uint8_t> parent_read;
   for (const Case &c : cases) {
     Image out(4, 5, 1, SORN_U8);
     SornArray d = out.record();
-    ASSERT_EQ(SORN_OK, SornFilter(env.xe(), c.flags, &d, &sub, nullptr, nullptr, SORN_FILTER_MAX, &se));
+    ASSERT_EQ(SORN_OK,
+              SornFilter(env.xe(), c.flags, &d, &sub, nullptr, nullptr, SORN_FILTER_MAX, &se));
     const Grid<uint8_t> want = max3(plane, 3, 4, 4, 5, c.readable);
     expect_grid(want, out);
     if (c.flags == 0) parent_read = want;
   }
   // The two readings differ along the sub-array's edge.
   EXPECT_NE(parent_read.v, max3(plane, 3, 4, 4, 5, {0, 0, 4, 5}).v);
+  EXPECT_TRUE(env.at_mark());
+}
+
+// A whole image offers exactly its region and no margin: the frame first
+// asks the kernel whether it can work so, and on its refusal makes the
+// bordered copy. The refusal is the frame's own business: the caller gets
+// the filtered image, for every kind and every type.
+TEST(FilterFrame, TheMarginlessQuestionNeverReachesTheCaller) {
+  Env env;
+  for (uint32_t type : {SORN_U8, SORN_S16, SORN_S32, SORN_F32})
+    for (int32_t kind : {SORN_FILTER_BOX, SORN_FILTER_MIN, SORN_FILTER_MAX})
+      for (int32_t n : {1, 2, 7}) {
+        Image src(n, n + 1, 1, type), dst(n, n + 1, 1, type);
+        SornArray d = dst.record(), s = src.record();
+        const SornSeShape se = window(3, 3, 1, 1);
+        EXPECT_EQ(SORN_OK, SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, kind, &se))
+            << type << " " << kind << " " << n;
+        EXPECT_EQ(SORN_OK, SornFilter(env.xe(), 0, &d, nullptr, nullptr, nullptr, kind, &se))
+            << type << " " << kind << " " << n;
+      }
+  Image im(4, 5, 1, SORN_U8), out(4, 5, 1, SORN_U8);
+  ramp(im);
+  SornArray d = out.record(), s = im.record();
+  const SornSeShape se = window(3, 3, 1, 1);
+  ASSERT_EQ(SORN_OK, SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, SORN_FILTER_MAX, &se));
+  expect_grid(max3(grid_of(im), 0, 0, 4, 5, {0, 0, 4, 5}), out);
   EXPECT_TRUE(env.at_mark());
 }
 
@@ -127,7 +154,8 @@ TEST(FilterFrame, WithoutAMarginTheRegionReflectsInTheMiddleOfTheArray) {
   SornArray d = out.record(), s = im.record();
   const SornVolume mid = make_roi(3, 3, 3, 3, 1);
   const SornSeShape se = window(3, 3, 1, 1);
-  ASSERT_EQ(SORN_OK, SornFilter(env.xe(), SORN_F_NOMARGIN, &d, &s, nullptr, &mid, SORN_FILTER_MAX, &se));
+  ASSERT_EQ(SORN_OK,
+            SornFilter(env.xe(), SORN_F_NOMARGIN, &d, &s, nullptr, &mid, SORN_FILTER_MAX, &se));
   expect_grid(max3(grid_of(im), 3, 3, 3, 3, {0, 0, 3, 3}), out);
   ASSERT_EQ(SORN_OK, SornFilter(env.xe(), 0, &d, &s, nullptr, &mid, SORN_FILTER_MAX, &se));
   expect_grid(max3(grid_of(im), 3, 3, 3, 3, {-3, -3, 9, 9}), out);
@@ -277,10 +305,13 @@ TEST(FilterKinds, GradientAndMedianAreNotImplemented) {
   Env env;
   Image src(5, 5, 1, SORN_U8, 0, 3), dst(5, 5, 1, SORN_U8, 0, 0x77);
   SornArray d = dst.record(), s = src.record();
-  EXPECT_EQ(SORN_ENOTIMP, SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, SORN_FILTER_GRADIENT, nullptr));
-  EXPECT_EQ(SORN_ENOTIMP, SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, SORN_FILTER_MEDIAN, nullptr));
+  EXPECT_EQ(SORN_ENOTIMP,
+            SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, SORN_FILTER_GRADIENT, nullptr));
+  EXPECT_EQ(SORN_ENOTIMP,
+            SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, SORN_FILTER_MEDIAN, nullptr));
   for (int32_t kind : {1, 2, 7, 100, 104, 110, 255}) {
-    EXPECT_EQ(SORN_EINVAL, SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, kind, nullptr)) << kind;
+    EXPECT_EQ(SORN_EINVAL, SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, kind, nullptr))
+        << kind;
   }
   EXPECT_EQ(std::vector<uint8_t>(dst.bytes(), 0x77), dst.bytes_copy());
   EXPECT_TRUE(env.at_mark());
@@ -293,9 +324,12 @@ TEST(FilterKinds, OpeningClosingAndTheHatsWaitForMorphology) {
   Env env;
   Image src(6, 6, 1, SORN_U8, 0, 3), dst(6, 6, 1, SORN_U8, 0, 0x77);
   SornArray d = dst.record(), s = src.record();
-  for (int32_t kind : {SORN_FILTER_CLOSE, SORN_FILTER_OPEN, SORN_FILTER_BOTHAT, SORN_FILTER_TOPHAT}) {
-    EXPECT_EQ(SORN_ENOTSUP, SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, kind, nullptr)) << kind;
-    EXPECT_EQ(SORN_ENOTSUP, SornFilter(env.xe(), 0, &d, nullptr, nullptr, nullptr, kind, nullptr)) << kind;
+  for (int32_t kind :
+       {SORN_FILTER_CLOSE, SORN_FILTER_OPEN, SORN_FILTER_BOTHAT, SORN_FILTER_TOPHAT}) {
+    EXPECT_EQ(SORN_ENOTSUP, SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, kind, nullptr))
+        << kind;
+    EXPECT_EQ(SORN_ENOTSUP, SornFilter(env.xe(), 0, &d, nullptr, nullptr, nullptr, kind, nullptr))
+        << kind;
     SornArray bad = s;
     bad.dims[3] = 2;
     EXPECT_EQ(SORN_EINVAL, SornFilter(env.xe(), 0, &d, &bad, nullptr, nullptr, kind, nullptr));
@@ -315,9 +349,12 @@ TEST(FilterKinds, OpeningClosingAndTheHatsWaitForMorphology) {
   }
   int32_t sizes[3] = {2, 2, 1}, st3[3] = {2, 1, 1};
   uint8_t buf[4] = {};
-  EXPECT_EQ(SORN_ENOTSUP, sorna__morphop_close(env.xe(), 0, 3, sizes, SORN_U8, buf, st3, buf, st3, nullptr));
-  EXPECT_EQ(SORN_ENOTSUP, sorna__morphop_tophat(env.xe(), 0, 3, sizes, SORN_U8, buf, st3, buf, st3, nullptr));
-  EXPECT_EQ(SORN_ENOTSUP, sorna__morphop_bothat(env.xe(), 0, 3, sizes, SORN_U8, buf, st3, buf, st3, nullptr));
+  EXPECT_EQ(SORN_ENOTSUP,
+            sorna__morphop_close(env.xe(), 0, 3, sizes, SORN_U8, buf, st3, buf, st3, nullptr));
+  EXPECT_EQ(SORN_ENOTSUP,
+            sorna__morphop_tophat(env.xe(), 0, 3, sizes, SORN_U8, buf, st3, buf, st3, nullptr));
+  EXPECT_EQ(SORN_ENOTSUP,
+            sorna__morphop_bothat(env.xe(), 0, 3, sizes, SORN_U8, buf, st3, buf, st3, nullptr));
 }
 
 TEST(FilterKinds, NamesOfTheKinds) {
@@ -375,14 +412,17 @@ TEST(FilterFailures, TypesAndChannelsOutsideTheTables) {
   for (uint32_t t : {SORN_U16, SORN_S8, SORN_U32, SORN_F64}) {
     Image src(4, 4, 1, t), dst(4, 4, 1, t);
     SornArray d = dst.record(), s = src.record();
-    EXPECT_EQ(SORN_EINVAL, SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, SORN_FILTER_MAX, nullptr));
+    EXPECT_EQ(SORN_EINVAL,
+              SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, SORN_FILTER_MAX, nullptr));
   }
   // Two channels: invalid; three and four: not supported.
   const int32_t expect[5] = {0, SORN_OK, SORN_EINVAL, SORN_ENOTSUP, SORN_ENOTSUP};
   for (int32_t ch = 1; ch <= 4; ++ch) {
     Image src(4, 4, ch, SORN_F32), dst(4, 4, ch, SORN_F32);
     SornArray d = dst.record(), s = src.record();
-    EXPECT_EQ(expect[ch], SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, SORN_FILTER_BOX, nullptr)) << ch;
+    EXPECT_EQ(expect[ch],
+              SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, SORN_FILTER_BOX, nullptr))
+        << ch;
   }
   EXPECT_TRUE(env.at_mark());
 }
@@ -392,7 +432,8 @@ TEST(FilterFailures, ThreeChannelsAreRefusedBeforeAnyScratchIsTaken) {
   Image src(8, 8, 3, SORN_U8), dst(8, 8, 3, SORN_U8, 0, 0x21);
   SornArray d = dst.record(), s = src.record();
   sorn_test::AllocFailure fail(0, true);
-  EXPECT_EQ(SORN_ENOTSUP, SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, SORN_FILTER_BOX, nullptr));
+  EXPECT_EQ(SORN_ENOTSUP,
+            SornFilter(env.xe(), 0, &d, &s, nullptr, nullptr, SORN_FILTER_BOX, nullptr));
   EXPECT_EQ(0, fail.requests());
   EXPECT_EQ(std::vector<uint8_t>(dst.bytes(), 0x21), dst.bytes_copy());
 }
@@ -403,12 +444,15 @@ TEST(FilterFailures, ChannelWordElevenReachesTheFourChannelRowBelowTheEntries) {
   Env env;
   uint8_t buf[256] = {};
   const int32_t sizes[3] = {2, 2, 11}, st[3] = {32, 4, 1};
-  EXPECT_EQ(SORN_ENOTSUP, sorna__filter_box(env.xe(), 0, 3, sizes, SORN_U8, buf, st, buf + 128, st, nullptr));
+  EXPECT_EQ(SORN_ENOTSUP,
+            sorna__filter_box(env.xe(), 0, 3, sizes, SORN_U8, buf, st, buf + 128, st, nullptr));
   const int32_t one[3] = {2, 2, 0x11}, st1[3] = {8, 1, 1};
   const SornSeShape se = window(2, 1, 0, 0);
-  EXPECT_EQ(SORN_OK, sorna__filter_box(env.xe(), 0, 3, one, SORN_U8, buf, st1, buf + 128, st1, &se));
+  EXPECT_EQ(SORN_OK,
+            sorna__filter_box(env.xe(), 0, 3, one, SORN_U8, buf, st1, buf + 128, st1, &se));
   const int32_t eight[3] = {2, 2, 8};
-  EXPECT_EQ(SORN_EINVAL, sorna__filter_box(env.xe(), 0, 3, eight, SORN_U8, buf, st1, buf + 128, st1, &se));
+  EXPECT_EQ(SORN_EINVAL,
+            sorna__filter_box(env.xe(), 0, 3, eight, SORN_U8, buf, st1, buf + 128, st1, &se));
 }
 
 TEST(FilterFailures, EveryFailedScratchRequestIsOutOfMemoryAndAllIsGivenBack) {

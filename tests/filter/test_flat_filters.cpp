@@ -6,6 +6,7 @@
 // bytes, in place; and the kernels' own cases.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -115,8 +116,8 @@ template <class T> void random_call(std::mt19937_64 &rng, int32_t kind, int it) 
     dy = ry;
     dx = rx;
   }
-  SornVolume roi_d = make_roi(dy, dx, 1 + (int32_t)(rng() % drows), 1 + (int32_t)(rng() % dcols),
-                              ch == 3 ? 1 : 1);
+  SornVolume roi_d =
+      make_roi(dy, dx, 1 + (int32_t)(rng() % drows), 1 + (int32_t)(rng() % dcols), ch == 3 ? 1 : 1);
   const int32_t rows = std::min({roi_d.size[1], drows - dy, sh - ry});
   const int32_t cols = std::min({roi_d.size[2], dcols - dx, sw - rx});
 
@@ -157,13 +158,12 @@ template <class T> void random_call(std::mt19937_64 &rng, int32_t kind, int it) 
   const std::vector<uint8_t> src_before = parent.bytes_copy();
   const SornStatus st = SornFilter(env.xe(), flags, &dst, in_place ? nullptr : &src, &roi_d,
                                    in_place ? nullptr : &roi_s, kind, null_se ? nullptr : &se);
-  const std::string what = std::string(sorn_test::type_name(type)) + " kind " +
-                           std::to_string(kind) + " case " + std::to_string(it) + " window " +
-                           std::to_string(w) + "x" + std::to_string(h) + " anchor " +
-                           std::to_string(ax) + "," + std::to_string(ay) + " region " +
-                           std::to_string(rows) + "x" + std::to_string(cols) + " flags " +
-                           std::to_string(flags) + (in_place ? " in place" : "") + " channels " +
-                           std::to_string(ch);
+  const std::string what =
+      std::string(sorn_test::type_name(type)) + " kind " + std::to_string(kind) + " case " +
+      std::to_string(it) + " window " + std::to_string(w) + "x" + std::to_string(h) + " anchor " +
+      std::to_string(ax) + "," + std::to_string(ay) + " region " + std::to_string(rows) + "x" +
+      std::to_string(cols) + " flags " + std::to_string(flags) + (in_place ? " in place" : "") +
+      " channels " + std::to_string(ch);
   ASSERT_EQ(SORN_OK, st) << what;
   ASSERT_TRUE(env.at_mark()) << what;
   ASSERT_TRUE(dimg.guards_intact()) << what;
@@ -196,15 +196,15 @@ template <class T> void random_calls(uint64_t seed, int32_t kind, int count) {
   }
 }
 
-#define FLAT_TYPE_TESTS(t)                                                                    \
-  TEST(BoxFilter, MatchesTheRunningSumReference_##t) {                                       \
-    random_calls<filter_ref::tok::t>(0xB0 + SORN_TYPECODE(t), SORN_FILTER_BOX, 700);                \
-  }                                                                                           \
-  TEST(MinFilter, MatchesTheWindowMinimum_##t) {                                              \
-    random_calls<filter_ref::tok::t>(0x30 + SORN_TYPECODE(t), SORN_FILTER_MIN, 700);                \
-  }                                                                                           \
-  TEST(MaxFilter, MatchesTheWindowMaximum_##t) {                                              \
-    random_calls<filter_ref::tok::t>(0x40 + SORN_TYPECODE(t), SORN_FILTER_MAX, 700);                \
+#define FLAT_TYPE_TESTS(t)                                                           \
+  TEST(BoxFilter, MatchesTheRunningSumReference_##t) {                               \
+    random_calls<filter_ref::tok::t>(0xB0 + SORN_TYPECODE(t), SORN_FILTER_BOX, 700); \
+  }                                                                                  \
+  TEST(MinFilter, MatchesTheWindowMinimum_##t) {                                     \
+    random_calls<filter_ref::tok::t>(0x30 + SORN_TYPECODE(t), SORN_FILTER_MIN, 700); \
+  }                                                                                  \
+  TEST(MaxFilter, MatchesTheWindowMaximum_##t) {                                     \
+    random_calls<filter_ref::tok::t>(0x40 + SORN_TYPECODE(t), SORN_FILTER_MAX, 700); \
   }
 SORN_FILTER_TYPES(FLAT_TYPE_TESTS)
 #undef FLAT_TYPE_TESTS
@@ -228,7 +228,7 @@ TEST(BoxFilter, TiesOfTwoCellsGoToEven) {
   EXPECT_EQ(2, box_of<uint8_t>({1, 2}, 2));
   EXPECT_EQ(2, box_of<uint8_t>({1, 2}, 1, 2));
   EXPECT_EQ(-2, box_of<int16_t>({-1, -2}, 2));
-  EXPECT_EQ(6, box_of<int32_t>({4, 7, 6, 7}, 4));  // 24 * 0.25
+  EXPECT_EQ(6, box_of<int32_t>({4, 7, 6, 7}, 4));     // 24 * 0.25
   EXPECT_EQ(2, box_of<uint8_t>({1, 2, 2, 5}, 2, 2));  // 10 * 0.25 = 2.5
 }
 
@@ -249,6 +249,34 @@ TEST(BoxFilter, SixteenBitSumsStayExact) {
   EXPECT_EQ(32767, box_of<int16_t>(std::vector<int16_t>(81, 32767), 9, 9));
 }
 
+// The mean of a window whose 32-bit sum wrapped, rounded as every mean
+// and then clamped to the element's range.
+template <class T> T wrapped_mean(int64_t sum, int64_t cells) {
+  const float m = (float)(int32_t)(uint32_t)(uint64_t)sum * (1.0f / (float)(int32_t)cells);
+  const long r = std::lrint(m);
+  return (T)std::clamp<long>(r, std::numeric_limits<T>::min(), std::numeric_limits<T>::max());
+}
+
+TEST(BoxFilter, MeansOfWrappedSumsAreClampedToTheRange) {
+  // 65537 cells of s16 whose sum is 2^31 - 1 past a wrap: f32 makes it 2^31,
+  // and its mean, 32767.5, rounds to 32768, which is clamped to 32767.
+  std::vector<int16_t> row(65537, -32768);
+  row[7] = -1;
+  const int64_t sum = -32768LL * 65537 + 32767;
+  EXPECT_EQ(32767, wrapped_mean<int16_t>(sum, 65537));
+  EXPECT_EQ(32767, box_of<int16_t>(row, 65537));
+  // 2903 x 2901 cells of 255: the sum wraps below zero, and the mean of
+  // about -255 is clamped to 0.
+  const int32_t w = 2903, h = 2901;
+  const int64_t cells = (int64_t)w * h;
+  EXPECT_EQ(0, wrapped_mean<uint8_t>(255 * cells, cells));
+  EXPECT_EQ(0, box_of<uint8_t>(std::vector<uint8_t>((size_t)cells, 255), w, h));
+  // Just short of a possible wrap the means need no clamp: 65535 cells of
+  // -32768 and of 32767.
+  EXPECT_EQ(-32768, box_of<int16_t>(std::vector<int16_t>(65535, -32768), 65535));
+  EXPECT_EQ(32767, box_of<int16_t>(std::vector<int16_t>(65535, 32767), 65535));
+}
+
 TEST(BoxFilter, ThirtyTwoBitSumsWrapAndLoseTheirLowBitsInF32) {
   // Two cells of 2^31 - 1: the sum wraps to -2, and -2 * 0.5 is -1.
   EXPECT_EQ(-1, box_of<int32_t>({2147483647, 2147483647}, 2));
@@ -266,8 +294,8 @@ TEST(BoxFilter, FloatRunningSumsKeepTheRoundingOfALargeValue) {
   src.at<float>(0, 5) = 1.0e8f;
   SornArray d = dst.record(), s = src.record();
   const SornSeShape se = window(3, 1, 1, 0);
-  ASSERT_EQ(SORN_OK, SornFilter(env.xe(), SORN_F_NOMARGIN, &d, &s, nullptr, nullptr,
-                                SORN_FILTER_BOX, &se));
+  ASSERT_EQ(SORN_OK,
+            SornFilter(env.xe(), SORN_F_NOMARGIN, &d, &s, nullptr, nullptr, SORN_FILTER_BOX, &se));
   const float got = dst.at<float>(0, 9);  // window 8 .. 10, long past the large value
   const float exact = (0.9f + 1.0f + 1.1f) / 3.0f;
   EXPECT_NE(exact, got);
@@ -291,7 +319,7 @@ TEST(MaxFilter, NaNsGoOnFromTheFirstCellAndDropFromTheSecond) {
   const SornSeShape se = window(2, 1, 0, 0);
   const SornVolume two = make_roi(0, 0, 1, 2, 1);
   ASSERT_EQ(SORN_OK, SornFilter(env.xe(), 0, &d, &s, &two, nullptr, SORN_FILTER_MAX, &se));
-  EXPECT_EQ(1.0f, dst.at<float>(0, 0));           // max(1, NaN): NaN in b is dropped
+  EXPECT_EQ(1.0f, dst.at<float>(0, 0));          // max(1, NaN): NaN in b is dropped
   EXPECT_TRUE(std::isnan(dst.at<float>(0, 1)));  // max(NaN, 3): NaN in a goes on
 }
 
@@ -313,13 +341,13 @@ int64_t requests_of(int32_t w, int32_t h, int32_t kind) {
 }
 
 TEST(MinFilter, TwoColumnsOfFiveRowsTakeTheGeneralWindow) {
-  EXPECT_EQ(1, requests_of(2, 3, SORN_FILTER_MIN));  // 2xN: its row
-  EXPECT_EQ(2, requests_of(2, 5, SORN_FILTER_MIN));  // NxM: its block, the column pass's rows
-  EXPECT_EQ(1, requests_of(3, 2, SORN_FILTER_MIN));  // 3xN for two rows too
-  EXPECT_EQ(1, requests_of(4, 2, SORN_FILTER_MAX));  // NxM: its block; both passes fold
-  EXPECT_EQ(0, requests_of(2, 2, SORN_FILTER_MAX));  // 2x2 folds
-  EXPECT_EQ(1, requests_of(5, 1, SORN_FILTER_MAX));  // Nx1
-  EXPECT_EQ(1, requests_of(1, 5, SORN_FILTER_MAX));  // 1xN
+  EXPECT_EQ(1, requests_of(2, 3, SORN_FILTER_MIN));      // 2xN: its row
+  EXPECT_EQ(2, requests_of(2, 5, SORN_FILTER_MIN));      // NxM: its block, the column pass's rows
+  EXPECT_EQ(1, requests_of(3, 2, SORN_FILTER_MIN));      // 3xN for two rows too
+  EXPECT_EQ(1, requests_of(4, 2, SORN_FILTER_MAX));      // NxM: its block; both passes fold
+  EXPECT_EQ(0, requests_of(2, 2, SORN_FILTER_MAX));      // 2x2 folds
+  EXPECT_EQ(1, requests_of(5, 1, SORN_FILTER_MAX));      // Nx1
+  EXPECT_EQ(1, requests_of(1, 5, SORN_FILTER_MAX));      // 1xN
   EXPECT_EQ(0, requests_of(3, 3, SORN_FILTER_BOX) - 1);  // box NxM: its column sums
   EXPECT_EQ(0, requests_of(5, 1, SORN_FILTER_BOX));      // box Nx1 takes none
 }
@@ -349,7 +377,8 @@ Grid<float> two_pass(const Grid<float> &in, int32_t w, int32_t h, bool rows_firs
   auto rows = [&](const Grid<float> &g) {
     Grid<float> o(g.rows, g.cols - w + 1);
     for (int32_t y = 0; y < g.rows; ++y) {
-      std::vector<float> a(g.v.begin() + (ptrdiff_t)y * g.cols, g.v.begin() + (ptrdiff_t)(y + 1) * g.cols);
+      std::vector<float> a(g.v.begin() + (ptrdiff_t)y * g.cols,
+                           g.v.begin() + (ptrdiff_t)(y + 1) * g.cols);
       const std::vector<float> r = line_max(a, w);
       for (int32_t x = 0; x < o.cols; ++x) o.at(y, x) = r[x];
     }
@@ -416,6 +445,38 @@ TEST(MaxFilter, ARowShorterThanABlockIsAPlainScan) {
   EXPECT_EQ(-40, dst.at<int16_t>(0, 1));
 }
 
+TEST(MaxFilter, FiveCellsAlongARowWorkInBlocksOfFour) {
+  // Outputs 0-3 share the backward extremes of cells 0-3, outputs 4-7 those
+  // of cells 4-7. A NaN cuts a backward extreme short, so what lies after it
+  // inside the block is lost and what lies in the next block is kept: cell 3
+  // (50) is lost to outputs 0 and 1 behind the NaN in cell 2, and cell 7
+  // (60) to output 4 behind the NaN in cell 6. A plain scan of each window
+  // would give 50 and 60.
+  Env env;
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const float v[12] = {1, 2, nan, 50, 3, 1, nan, 60, 4, 1, 2, 1};
+  Image src(1, 12, 1, SORN_F32), dst(1, 8, 1, SORN_F32);
+  for (int32_t x = 0; x < 12; ++x) src.at<float>(0, x) = v[x];
+  SornArray d = dst.record(), s = src.record();
+  const SornSeShape se = window(5, 1, 0, 0);
+  const SornVolume at = make_roi(0, 0, 0, 0, 1);
+  ASSERT_EQ(SORN_OK, SornFilter(env.xe(), 0, &d, &s, nullptr, &at, SORN_FILTER_MAX, &se));
+  EXPECT_EQ(3.0f, dst.at<float>(0, 0));  // s[0] = 2 (NaN and 50 cut off), r = 3
+  EXPECT_EQ(3.0f, dst.at<float>(0, 1));
+  EXPECT_TRUE(std::isnan(dst.at<float>(0, 2)));
+  EXPECT_EQ(60.0f, dst.at<float>(0, 3));  // its window reaches cell 7
+  EXPECT_EQ(4.0f, dst.at<float>(0, 4));   // s[0] = 3 (NaN and 60 cut off), r = 4
+  EXPECT_EQ(4.0f, dst.at<float>(0, 5));
+  EXPECT_TRUE(std::isnan(dst.at<float>(0, 6)));
+  EXPECT_EQ(60.0f, dst.at<float>(0, 7));
+  // The same row through the block model of the general reference.
+  const std::vector<float> want = line_max(std::vector<float>(v, v + 12), 5);
+  for (int32_t x = 0; x < 8; ++x)
+    EXPECT_TRUE((std::isnan(want[x]) && std::isnan(dst.at<float>(0, x))) ||
+                want[x] == dst.at<float>(0, x))
+        << x;
+}
+
 // ---------------------------------------------------------------- dispatchers and kernels
 
 TEST(FlatDispatchers, AMarginlessQuestionIsDeclinedAndAProbeDoesNoWork) {
@@ -434,7 +495,8 @@ TEST(FlatDispatchers, AMarginlessQuestionIsDeclinedAndAProbeDoesNoWork) {
   // A window of one cell is a copy, which asks nothing of the margin; a
   // probe of it does no work either.
   const SornSeShape one = window(1, 1, 0, 0);
-  EXPECT_EQ(SORN_OK, sorna__boxfilter_c1_u8(nullptr, SORN_F_PROBE, 3, sizes, dst, ds, src, ss, &one));
+  EXPECT_EQ(SORN_OK,
+            sorna__boxfilter_c1_u8(nullptr, SORN_F_PROBE, 3, sizes, dst, ds, src, ss, &one));
   for (uint8_t v : dst) EXPECT_EQ(1, v);
   EXPECT_EQ(SORN_OK,
             sorna__maxfilter_c1_u8(nullptr, SORN_F_NOMARGIN, 3, sizes, dst, ds, src, ss, &one));
@@ -445,8 +507,8 @@ TEST(FlatDispatchers, ThreeAndFourChannelFormsAreNotSupported) {
   uint8_t buf[64] = {};
   const int32_t sizes[3] = {2, 2, 3}, st[3] = {6, 3, 1};
   const SornSeShape se = window(3, 3, 1, 1);
-#define FLAT_MULTI(t)                                                                         \
-  for (auto *f : {&sorna__boxfilter_c3_##t, &sorna__boxfilter_c4_##t, &sorna__minfilter_c3_##t, \
+#define FLAT_MULTI(t)                                                                            \
+  for (auto *f : {&sorna__boxfilter_c3_##t, &sorna__boxfilter_c4_##t, &sorna__minfilter_c3_##t,  \
                   &sorna__minfilter_c4_##t, &sorna__maxfilter_c3_##t, &sorna__maxfilter_c4_##t}) \
     EXPECT_EQ(SORN_ENOTSUP, f(nullptr, 0, 3, sizes, buf, st, buf + 32, st, &se));
   SORN_FILTER_TYPES(FLAT_MULTI)
@@ -484,9 +546,9 @@ TEST(FlatKernels, ScratchThatCannotBeHadIsOutOfMemoryAndGivenBack) {
     int32_t w, h;
   };
   const K kernels[] = {
-      {&_T_sorna__maxfilter_c1_u8_Nx1, 6, 1},   {&_T_sorna__minfilter_c1_s16_1xN, 1, 5},
-      {&_T_sorna__maxfilter_c1_s32_2xN, 2, 3},  {&_T_sorna__minfilter_c1_f32_3xN, 3, 2},
-      {&_T_sorna__maxfilter_c1_f32_NxM, 7, 6},  {&_T_sorna__minfilter_c1_u8_NxM, 12, 3},
+      {&_T_sorna__maxfilter_c1_u8_Nx1, 6, 1},  {&_T_sorna__minfilter_c1_s16_1xN, 1, 5},
+      {&_T_sorna__maxfilter_c1_s32_2xN, 2, 3}, {&_T_sorna__minfilter_c1_f32_3xN, 3, 2},
+      {&_T_sorna__maxfilter_c1_f32_NxM, 7, 6}, {&_T_sorna__minfilter_c1_u8_NxM, 12, 3},
       {&_T_sorna__boxfilter_c1_u8_NxM, 5, 5},
   };
   std::vector<uint8_t> src(32 * 32 * 4, 3), dst(8 * 8 * 4, 0);
