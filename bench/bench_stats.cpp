@@ -1,6 +1,6 @@
 // Statistics on a full-HD frame of one channel, through the public entries:
-// the u8 histogram, sums of u8 and f32, and a masked mean. Throughput counts
-// the bytes read, the mask's included.
+// the u8 histogram, sums of u8 and f32, a masked mean, minimum and maximum
+// with their places. Throughput counts the bytes read, the mask's included.
 #include <benchmark/benchmark.h>
 #include <sorn.h>
 
@@ -95,11 +95,29 @@ void BM_MeanEx(benchmark::State &state, uint32_t type) {
                           (SORN_ELEMSIZE(type) + 1));
 }
 
+// Minimum and maximum with their places, on a frame that never reaches both
+// ends of the type: the walk can't end early and reads every row.
+void BM_Minmax(benchmark::State &state, uint32_t type) {
+  Frame src(type, 5);
+  if (type == SORN_U8)
+    for (uint8_t &b : src.store) b = (uint8_t)(1 + b % 254);
+  Env env;
+  SornMinmaxRec r;
+  for (auto _ : state) {
+    r.what = SORN_MINMAX_POSITIONS | SORN_MINMAX_MINCOL | SORN_MINMAX_MAXCOL;
+    if (SornMinmax(&env.xe, 0, &src.rec, nullptr, &r) != SORN_OK) return fail(state);
+    benchmark::DoNotOptimize(r);
+  }
+  state.SetBytesProcessed(state.iterations() * (int64_t)kRows * kCols * SORN_ELEMSIZE(type));
+}
+
 const int kRegistered = [] {
   benchmark::RegisterBenchmark("Histogram/u8/c1/1920x1080", BM_HistogramU8);
   benchmark::RegisterBenchmark("Sum/u8/c1/1920x1080", BM_Sum, SORN_U8);
   benchmark::RegisterBenchmark("Sum/f32/c1/1920x1080", BM_Sum, SORN_F32);
   benchmark::RegisterBenchmark("MeanEx/u8/c1/1920x1080", BM_MeanEx, SORN_U8);
+  benchmark::RegisterBenchmark("Minmax/u8/c1/1920x1080", BM_Minmax, SORN_U8);
+  benchmark::RegisterBenchmark("Minmax/f32/c1/1920x1080", BM_Minmax, SORN_F32);
   return 0;
 }();
 

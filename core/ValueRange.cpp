@@ -336,32 +336,27 @@ SornVrng *sorn_vrng_equalize(SornVrng *out, const SornVrng *in, int32_t chword) 
 }
 
 // The same on repaired and saturated copies of the channels, so that a NaN
-// or reversed channel counts with the range it would be repaired to. Reads
-// from `in` and writes to `out`; a missing `in` lends nothing, and every
-// channel then counts with the type's full range.
-SornVrng *sorn_vrng_xequalize(SornElemType type, SornVrng *out, const SornVrng *in,
-                              int32_t chword) {
+// or reversed channel counts with the range it would be repaired to.
+SornVrng *sorn_vrng_xequalize_$I(SornElemType type, SornVrng *r, int32_t chword) {
   const int32_t n = channels(chword);
-  if (n < 2) {
-    copy_cn(out, in, chword);
-    return out;
-  }
+  if (n < 2 || r == nullptr) return r;
   const Full f = full_range(type);
   SornVrng all{f.hi, f.lo};
-  SornVrng local{f.hi, f.lo};
   for (int32_t c = 0; c < n; ++c) {
-    if (in != nullptr) local = in[c];
+    SornVrng local = r[c];
     normalize(type, &local, nullptr, true);
     if (local.lo < all.lo) all.lo = local.lo;
     if (local.hi > all.hi) all.hi = local.hi;
   }
-  if (out != nullptr)
-    for (int32_t c = 0; c < n; ++c) out[c] = all;
-  return out;
+  for (int32_t c = 0; c < n; ++c) r[c] = all;
+  return r;
 }
 
-SornVrng *sorn_vrng_xequalize_$I(SornElemType type, SornVrng *r, int32_t chword) {
-  return sorn_vrng_xequalize(type, r, r, chword);
+// Copy (when a source is given), then equalise the output in place.
+SornVrng *sorn_vrng_xequalize(SornElemType type, SornVrng *out, const SornVrng *in,
+                              int32_t chword) {
+  copy_cn(out, in, chword);
+  return sorn_vrng_xequalize_$I(type, out, chword);
 }
 
 /* ---------------- tests ---------------- */

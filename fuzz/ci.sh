@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # CI: every fuzz target (fuzz/fuzz_*.cpp) for a minute. Installs clang and
-# libFuzzer with apt-get when they are missing.
+# libFuzzer with apt-get when they are missing. Fails (non-zero status) when
+# a target does not build, does not run, or makes a finding; SORN_FUZZ_BUILD
+# names the build folder, as for fuzz/run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 missing=()

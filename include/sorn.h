@@ -1257,6 +1257,265 @@ SornStatus _T_sorna__dofillemc(SornXE *xe, SornFlags flags, int32_t n, const int
                                void *dst, const int32_t *strides, const void *mask,
                                const int32_t *mstrides, const void *vector);
 
+/* ---------------- Comparison ----------------
+ * Element-wise comparison of an image with a second image or with one
+ * constant per channel. The plain forms write a mask: all ones of the
+ * destination's width where the comparison holds, 0 where it fails (an f32
+ * destination gets the bit pattern 0x3FFFFFFF, 1.99999988f, not 1.0). The
+ * e forms write caller-given values instead.
+ *
+ * Only the low four bits of an operator count. Codes 3 to 7 are the
+ * operators below; every other code compares as "not equal" in the
+ * kernels, while the table builders accept 3 to 8 only. Integer sources
+ * compare exactly in their own signedness; f32 sources compare within the
+ * tolerance 1.1920929e-7 (two floats that close are equal, NaN is unequal
+ * to everything and neither less nor greater).
+ *
+ * The two sources always have one element type; destinations of one width
+ * share a kernel whatever their signedness. */
+typedef uint32_t SornCmpOp;
+#define SORN_CMP_NONE 0u
+#define SORN_CMP_EQ   3u
+#define SORN_CMP_LT   4u
+#define SORN_CMP_LE   5u
+#define SORN_CMP_GT   6u
+#define SORN_CMP_GE   7u
+#define SORN_CMP_NE   8u
+/* The operator that holds exactly where op fails: 3 and 8, 4 and 7, 5 and
+ * 6 swap; the bits above the low four are kept. */
+#define SORN_CMP_COMPLEMENT(op) \
+  (((op) & ~15u) | (((((((op) & 15u) - 3u) ^ 7u) + 1u)) & 15u))
+
+#define SORN_TAG_COMP SORN_FOURCC('c', 'o', 'm', 'p')
+#define SORN_TAG_CMPC SORN_FOURCC('c', 'm', 'p', 'C')
+#define SORN_TAG_ECMP SORN_FOURCC('e', 'c', 'm', 'p')
+#define SORN_TAG_ECMC SORN_FOURCC('e', 'c', 'm', 'C')
+
+/* The values of the e forms. tval applies where the comparison holds, fval
+ * where it fails. Each is a pointer to one double per channel (converted to
+ * the destination type as a fill vector), or one of two small values: keep
+ * the destination's element, or write the first source's element (the
+ * sources' and destination's types must then agree). At least one of the
+ * two must be a pointer, unless both keep the destination, which makes the
+ * call the plain form. */
+#define SORN_CMP_KEEPDST ((const double *)0)
+#define SORN_CMP_KEEPSRC ((const double *)1)
+/* Pointer values below this are the small readings of tval and fval. */
+#define SORN_CMP_SMALLVAL 16u
+
+/* A byte source of more pixels than this compares with a constant through
+ * 256-entry tables, one per channel. There an s8 source and its constant
+ * compare as unsigned bytes, a 2-channel image is not supported, and an
+ * operator outside 3 to 8 is invalid. */
+#define SORN_CMP_TABLE_LIMIT 16384
+
+SornStatus SornCompare(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
+                       const SornArray *src2, const SornVolume *dstRoi,
+                       const SornVolume *src1Site, const SornVolume *src2Site, SornCmpOp op);
+SornStatus SornCompareC(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                        const double *cvec, const SornVolume *dstRoi, const SornVolume *srcSite,
+                        SornCmpOp op);
+SornStatus SornECompare(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
+                        const SornArray *src2, const SornVolume *dstRoi,
+                        const SornVolume *src1Site, const SornVolume *src2Site, SornCmpOp op,
+                        const double *tval, const double *fval);
+SornStatus SornECompareC(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                         const double *cvec, const SornVolume *dstRoi, const SornVolume *srcSite,
+                         SornCmpOp op, const double *tval, const double *fval);
+
+/* Slice forms (operands dst, src1, src2 or dst, src): the arguments ride in
+ * data as a SornCompareArgs. The two sources must have one type. */
+typedef struct SornCompareArgs {
+  SornCmpOp op;
+  const double *cvec;
+  const double *tval;
+  const double *fval;
+} SornCompareArgs;
+SornStatus SornTGAcompare(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                          int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                          int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                          int32_t *strides1, uint32_t type2, void *base2, int32_t *origin2,
+                          int32_t *strides2);
+SornStatus SornTGAecompare(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                           int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                           int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                           int32_t *strides1, uint32_t type2, void *base2, int32_t *origin2,
+                           int32_t *strides2);
+SornStatus SornTGAcompareC(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                           int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                           int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                           int32_t *strides1);
+SornStatus SornTGAecompareC(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                            int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                            int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                            int32_t *strides1);
+
+/* Type-generic layer: every base moved to its origin. */
+SornStatus sorna_compare(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t dsttype, void *dst, const int32_t *dstorigin,
+                         const int32_t *dststrides, uint32_t srctype, const void *src1,
+                         const int32_t *origin1, const int32_t *strides1, const void *src2,
+                         const int32_t *origin2, const int32_t *strides2, SornCmpOp op);
+SornStatus sorna_ecompare(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                          uint32_t dsttype, void *dst, const int32_t *dstorigin,
+                          const int32_t *dststrides, uint32_t srctype, const void *src1,
+                          const int32_t *origin1, const int32_t *strides1, const void *src2,
+                          const int32_t *origin2, const int32_t *strides2, SornCmpOp op,
+                          const double *tval, const double *fval);
+SornStatus sorna_compareC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                          uint32_t dsttype, void *dst, const int32_t *dstorigin,
+                          const int32_t *dststrides, uint32_t srctype, const void *src,
+                          const int32_t *srcorigin, const int32_t *srcstrides,
+                          const double *cvec, SornCmpOp op);
+SornStatus sorna_ecompareC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                           uint32_t dsttype, void *dst, const int32_t *dstorigin,
+                           const int32_t *dststrides, uint32_t srctype, const void *src,
+                           const int32_t *srcorigin, const int32_t *srcstrides,
+                           const double *cvec, SornCmpOp op, const double *tval,
+                           const double *fval);
+
+/* Dispatchers: data pointers at their origins. The plain forms hand an f32
+ * destination to the e forms; the constant forms turn the constants into a
+ * fill vector of the source type, the e forms their values into fill
+ * vectors of the destination type. */
+SornStatus sorna__compare(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                          uint32_t dsttype, void *dst, const int32_t *dststrides,
+                          uint32_t srctype, const void *src1, const int32_t *strides1,
+                          const void *src2, const int32_t *strides2, SornCmpOp op);
+SornStatus sorna__ecompare(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                           uint32_t dsttype, void *dst, const int32_t *dststrides,
+                           uint32_t srctype, const void *src1, const int32_t *strides1,
+                           const void *src2, const int32_t *strides2, SornCmpOp op,
+                           const double *tval, const double *fval);
+SornStatus sorna__compareC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                           uint32_t dsttype, void *dst, const int32_t *dststrides,
+                           uint32_t srctype, const void *src, const int32_t *srcstrides,
+                           const double *cvec, SornCmpOp op);
+SornStatus sorna__ecompareC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                            uint32_t dsttype, void *dst, const int32_t *dststrides,
+                            uint32_t srctype, const void *src, const int32_t *srcstrides,
+                            const double *cvec, SornCmpOp op, const double *tval,
+                            const double *fval);
+
+/* Kernels: n plain cells (rows dims[n-3], pixels dims[n-2], channels
+ * dims[n-1]); the constant and the values as fill vectors, fval also as a
+ * small value. */
+typedef SornStatus (*SornCmpKernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                    void *dst, const int32_t *dststrides, const void *src1,
+                                    const int32_t *strides1, const void *src2,
+                                    const int32_t *strides2, SornCmpOp op);
+typedef SornStatus (*SornCmpCKernel)(SornXE *xe, SornFlags flags, int32_t n,
+                                     const int32_t *dims, void *dst, const int32_t *dststrides,
+                                     const void *src, const int32_t *srcstrides,
+                                     const void *cvector, SornCmpOp op);
+typedef SornStatus (*SornECmpKernel)(SornXE *xe, SornFlags flags, int32_t n,
+                                     const int32_t *dims, void *dst, const int32_t *dststrides,
+                                     const void *src1, const int32_t *strides1,
+                                     const void *src2, const int32_t *strides2, SornCmpOp op,
+                                     const void *tval, const void *fval);
+typedef SornStatus (*SornECmpCKernel)(SornXE *xe, SornFlags flags, int32_t n,
+                                      const int32_t *dims, void *dst, const int32_t *dststrides,
+                                      const void *src, const int32_t *srcstrides,
+                                      const void *cvector, SornCmpOp op, const void *tval,
+                                      const void *fval);
+
+/* Lookups by (destination code & 7) << 4 | source code. A pair without a
+ * kernel gives sorna_proc_enotsup when both codes are known to the family
+ * (destination an integer type, or for the e forms also a float one; source
+ * any known type), sorna_proc_einval otherwise; the status in *status when
+ * status is not null. */
+SornCmpKernel sorna__cmpfun_imp(uint32_t dsttype, uint32_t srctype, SornStatus *status);
+SornCmpCKernel sorna__cmpcfun_imp(uint32_t dsttype, uint32_t srctype, SornStatus *status);
+SornECmpKernel sorna__ecmpfun_imp(uint32_t dsttype, uint32_t srctype, SornStatus *status);
+SornECmpCKernel sorna__ecmpcfun_imp(uint32_t dsttype, uint32_t srctype, SornStatus *status);
+
+/* Look up and call: the dispatchers' last step. */
+SornStatus __sorna__swcompare(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                              uint32_t dsttype, void *dst, const int32_t *dststrides,
+                              uint32_t srctype, const void *src1, const int32_t *strides1,
+                              const void *src2, const int32_t *strides2, SornCmpOp op);
+SornStatus __sorna__swecompare(SornXE *xe, SornFlags flags, SornDimPack pack,
+                               const int32_t *dims, uint32_t dsttype, void *dst,
+                               const int32_t *dststrides, uint32_t srctype, const void *src1,
+                               const int32_t *strides1, const void *src2,
+                               const int32_t *strides2, SornCmpOp op, const void *tval,
+                               const void *fval);
+SornStatus __sorna__swcompareC(SornXE *xe, SornFlags flags, SornDimPack pack,
+                               const int32_t *dims, uint32_t dsttype, void *dst,
+                               const int32_t *dststrides, uint32_t srctype, const void *src,
+                               const int32_t *srcstrides, const void *cvector, SornCmpOp op);
+SornStatus __sorna__swecompareC(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                const int32_t *dims, uint32_t dsttype, void *dst,
+                                const int32_t *dststrides, uint32_t srctype, const void *src,
+                                const int32_t *srcstrides, const void *cvector, SornCmpOp op,
+                                const void *tval, const void *fval);
+
+/* The type table: destination class, then the type of both sources. The
+ * e forms have one more pair, f32 into f32. */
+#define SORN_CMP_PAIRS(X)                                                                   \
+  X(u8, u8) X(u8, s8) X(u8, s16) X(u8, s32) X(u8, f32) X(s16, u8) X(s16, s8) X(s16, s16)  \
+  X(s16, s32) X(s16, f32) X(s32, u8) X(s32, s8) X(s32, s16) X(s32, s32) X(s32, f32)
+#define SORN_ECMP_PAIRS(X) SORN_CMP_PAIRS(X) X(f32, f32)
+
+#define SORN_CMP_KERNEL_DECL(d, s)                                                          \
+  SornStatus __sorna__compare_##d##s(SornXE *xe, SornFlags flags, int32_t n,               \
+                                     const int32_t *dims, void *dst,                       \
+                                     const int32_t *dststrides, const void *src1,          \
+                                     const int32_t *strides1, const void *src2,            \
+                                     const int32_t *strides2, SornCmpOp op);               \
+  SornStatus __sorna__compareC_##d##s(SornXE *xe, SornFlags flags, int32_t n,              \
+                                      const int32_t *dims, void *dst,                      \
+                                      const int32_t *dststrides, const void *src,          \
+                                      const int32_t *srcstrides, const void *cvector,      \
+                                      SornCmpOp op);
+#define SORN_ECMP_KERNEL_DECL(d, s)                                                         \
+  SornStatus __sorna__ecompare_##d##s(SornXE *xe, SornFlags flags, int32_t n,              \
+                                      const int32_t *dims, void *dst,                      \
+                                      const int32_t *dststrides, const void *src1,         \
+                                      const int32_t *strides1, const void *src2,           \
+                                      const int32_t *strides2, SornCmpOp op,               \
+                                      const void *tval, const void *fval);                 \
+  SornStatus __sorna__ecompareC_##d##s(SornXE *xe, SornFlags flags, int32_t n,             \
+                                       const int32_t *dims, void *dst,                     \
+                                       const int32_t *dststrides, const void *src,         \
+                                       const int32_t *srcstrides, const void *cvector,     \
+                                       SornCmpOp op, const void *tval, const void *fval);
+SORN_CMP_PAIRS(SORN_CMP_KERNEL_DECL)
+SORN_ECMP_PAIRS(SORN_ECMP_KERNEL_DECL)
+#undef SORN_CMP_KERNEL_DECL
+#undef SORN_ECMP_KERNEL_DECL
+
+/* Byte translation tables: tables is an array of nchan pointers to 256
+ * bytes each. One condition: entries that meet op against the channel's
+ * constant take T, the others F. The value arguments read like those of
+ * the e forms: pointers (one value per channel) or small values; both 0
+ * give T 255 and F 0; an F that is not a pointer is the identity (entry i
+ * is i); a T that is not a pointer, with F a pointer, complements op and
+ * takes F's values as T. The table forms here take doubles (converted to
+ * u8 by the fill vector rule); the inner forms (sorn__) take one byte per
+ * channel. SORN_EINVAL for an operator outside 3 to 8, for two small
+ * values that are not both 0, or for nchan outside 1 to 4. */
+SornStatus sorn_mkcmpxlatab(uint8_t **tables, SornCmpOp op, const double *cvec,
+                            const double *tval, const double *fval, int32_t nchan);
+SornStatus sorn__mkcmpxlatab(uint8_t **tables, SornCmpOp op, const uint8_t *cbytes,
+                             const uint8_t *tval, const uint8_t *fval, int32_t nchan);
+/* Two conditions: entries start as the identity; those that meet op1
+ * against c1 take the low value L (0 unless lowval is a pointer), then
+ * those that meet op2 against c2 take the high value H (255 unless highval
+ * is a pointer); the later write wins. */
+SornStatus sorn_mkcmpxlatab2(uint8_t **tables, SornCmpOp op1, SornCmpOp op2,
+                             const double *c1vec, const double *c2vec, const double *lowval,
+                             const double *highval, int32_t nchan);
+SornStatus sorn__mkcmpxlatab2(uint8_t **tables, SornCmpOp op1, SornCmpOp op2,
+                              const uint8_t *c1bytes, const uint8_t *c2bytes,
+                              const uint8_t *lowval, const uint8_t *highval, int32_t nchan);
+/* Applies the table of each channel to a byte image of rows by width
+ * pixels: 1, 3 or 4 channels; 2 channels SORN_ENOTSUP, other counts
+ * SORN_EINVAL. Zero rows or width succeed at once. */
+SornStatus sorn_xlat2d_u8(uint8_t *const *tables, void *dst, const void *src,
+                          int32_t dstRowStride, int32_t srcRowStride, int32_t rows,
+                          int32_t width, int32_t nchan);
+
 /* ---------------- Sort and search ----------------
  * Sequences of n records of size bytes each from base, ordered by a
  * caller's comparison: below 0 when a sorts before b, 0 when they are
@@ -1520,6 +1779,143 @@ SornSumXmKernel sorna__sumfunxm_imp(SornFlags flags, uint32_t chword, SornElemTy
 SORN_SUM_TYPES(SORN_SUM_KERNEL_DECL)
 #undef SORN_SUM_KERNEL_DECL
 #undef SORN_SUM_KERNEL_DECL1
+
+/* ---------------- Minimum and maximum ----------------
+ * The smallest and largest value of each channel of a region, and where
+ * they first occur. Rows and pixels are walked in address order; an
+ * extreme is replaced only by a strictly better value, so ties go to the
+ * first occurrence. f32 NaN never compares (it is passed over), except as
+ * the first element, which then stays both extremes. The walk ends early
+ * once the extremes have reached both ends of the type (0 and 255 for u8,
+ * the s16 and s32 limits, +-3.4028235e38 for f32). */
+#define SORN_TAG_MIMA SORN_FOURCC('m', 'i', 'm', 'a')
+#define SORN_TAG_MIMX SORN_FOURCC('m', 'i', 'm', 'x')
+
+/* One extreme of one channel: the kernel fills ivalue (integer types) or
+ * fvalue (f32), the dispatcher the other; row is the row of the region, col
+ * the pixel within it. Six 32-bit cells. */
+typedef struct SornMinmaxEntry {
+  int32_t ivalue;
+  float fvalue;
+  int32_t unused0;
+  int32_t row;
+  int32_t col;
+  int32_t unused1;
+} SornMinmaxEntry;
+
+/* `what`, in: bit 0 asks for the minimum's column, bit 1 for the maximum's,
+ * bit 2 for positions at all; the entries set a word without any of the
+ * three to 3 (both values, no positions: row and col 0). Without bit 2 the
+ * positions are those of the start; with it, row is where the extreme
+ * first occurs, and col too for the extremes whose bit is set (0 for the
+ * other). 196 bytes. */
+typedef struct SornMinmaxRec {
+  uint32_t what;
+  SornMinmaxEntry min[4];
+  SornMinmaxEntry max[4];
+} SornMinmaxRec;
+#define SORN_MINMAX_MINCOL    1u
+#define SORN_MINMAX_MAXCOL    2u
+#define SORN_MINMAX_POSITIONS 4u
+
+/* Under a mask the walk starts at the first selected pixel, which is also
+ * the position of both extremes until a better value comes; unselected
+ * pixels count as its value. Only one-channel images are searched under a
+ * mask (SORN_ENOTSUP otherwise); a mask that selects nothing answers
+ * SORN_ENOSPC with the record as it was. */
+SornStatus SornMinmax(SornXE *xe, SornFlags flags, const SornArray *src, const SornVolume *roi,
+                      SornMinmaxRec *res);
+SornStatus SornMinmaxEx(SornXE *xe, SornFlags flags, const SornArray *src, const SornArray *mask,
+                        const SornVolume *roi, const SornVolume *maskSite, SornMinmaxRec *res);
+SornStatus SornTGAminmax(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                         int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                         int32_t *strides0);
+SornStatus SornTGAminmaxEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                           int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                           int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                           int32_t *strides1);
+SornStatus sorna_minmax(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, const void *base, const int32_t *origin,
+                        const int32_t *strides, SornMinmaxRec *res);
+SornStatus sorna_minmax_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                           uint32_t type, const void *base, const int32_t *origin,
+                           const int32_t *strides, uint32_t mtype, const void *mbase,
+                           const int32_t *morigin, const int32_t *mstrides, SornMinmaxRec *res);
+/* Dispatchers: after the kernel, for each channel selected by flag bits
+ * 4-7 (0: all) and each extreme whose column bit is set in what, the other
+ * value cell: an f32 value rounded to nearest into ivalue, an integer
+ * converted to float into fvalue (so an s32 beyond 2^24 is float-rounded
+ * there). */
+SornStatus sorna__minmax(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, const void *src, const int32_t *strides,
+                         SornMinmaxRec *res);
+SornStatus sorna__minmax_xm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                            uint32_t type, const void *src, const int32_t *strides,
+                            const void *mask, const int32_t *mstrides, SornMinmaxRec *res);
+
+typedef SornStatus (*SornMinmaxKernel)(SornXE *xe, SornFlags flags, int32_t n,
+                                       const int32_t *dims, const void *src,
+                                       const int32_t *strides, SornMinmaxRec *res);
+typedef SornStatus (*SornMinmaxXmKernel)(SornXE *xe, SornFlags flags, int32_t n,
+                                         const int32_t *dims, const void *src,
+                                         const int32_t *strides, const uint8_t *mask,
+                                         const int32_t *mstrides, SornMinmaxRec *res);
+SornMinmaxKernel sorna__minmaxfun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornMinmaxXmKernel sorna__minmaxfunxm_imp(uint32_t chword, SornElemType type,
+                                          SornStatus *status);
+
+#define SORN_MINMAX_TYPES(X) X(u8) X(s16) X(s32) X(f32)
+#define SORN_MINMAX_KERNEL_DECL1(c, t)                                                       \
+  SornStatus sorna__minmax_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,              \
+                                      const int32_t *dims, const void *src,                \
+                                      const int32_t *strides, SornMinmaxRec *res);         \
+  SornStatus sorna__minmax_xm_c##c##_##t(SornXE *xe, SornFlags flags, int32_t n,           \
+                                         const int32_t *dims, const void *src,             \
+                                         const int32_t *strides, const uint8_t *mask,      \
+                                         const int32_t *mstrides, SornMinmaxRec *res);
+#define SORN_MINMAX_KERNEL_DECL(t) SORN_STATS_CHANNELS(SORN_MINMAX_KERNEL_DECL1, t)
+SORN_MINMAX_TYPES(SORN_MINMAX_KERNEL_DECL)
+#undef SORN_MINMAX_KERNEL_DECL
+#undef SORN_MINMAX_KERNEL_DECL1
+
+/* Value ranges of an image for the conversions, one SornVrng per channel
+ * selected by flag bits 4-7 (0: all). compute measures: the minimum and
+ * maximum as floats, widened (so an s32 range is float-rounded). adjust
+ * completes what a caller only partly gave: a NaN lo becomes 0 to the
+ * type's top (255 for u8, s16, s32, else 1), a finite lo not above hi is
+ * saturated to the type, and an infinite lo or one above hi is measured. */
+SornStatus sorna_compute_vrange(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                const int32_t *dims, uint32_t type, const void *base,
+                                const int32_t *origin, const int32_t *strides,
+                                SornVrng *vranges);
+SornStatus sorna_compute_vrange_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                   const int32_t *dims, uint32_t type, const void *base,
+                                   const int32_t *origin, const int32_t *strides,
+                                   uint32_t mtype, const void *mbase, const int32_t *morigin,
+                                   const int32_t *mstrides, SornVrng *vranges);
+SornStatus sorna_adjust_vrange(SornXE *xe, SornFlags flags, SornDimPack pack,
+                               const int32_t *dims, uint32_t type, const void *base,
+                               const int32_t *origin, const int32_t *strides,
+                               SornVrng *vranges);
+SornStatus sorna_adjust_vrange_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                  const int32_t *dims, uint32_t type, const void *base,
+                                  const int32_t *origin, const int32_t *strides, uint32_t mtype,
+                                  const void *mbase, const int32_t *morigin,
+                                  const int32_t *mstrides, SornVrng *vranges);
+SornStatus sorna__compute_vrange(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                 const int32_t *dims, uint32_t type, const void *src,
+                                 const int32_t *strides, SornVrng *vranges);
+SornStatus sorna__compute_vrange_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                    const int32_t *dims, uint32_t type, const void *src,
+                                    const int32_t *strides, const void *mask,
+                                    const int32_t *mstrides, SornVrng *vranges);
+SornStatus sorna__adjust_vrange(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                const int32_t *dims, uint32_t type, const void *src,
+                                const int32_t *strides, SornVrng *vranges);
+SornStatus sorna__adjust_vrange_xm(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                   const int32_t *dims, uint32_t type, const void *src,
+                                   const int32_t *strides, const void *mask,
+                                   const int32_t *mstrides, SornVrng *vranges);
 
 /* ======================================================================
  * Neighbourhood filters

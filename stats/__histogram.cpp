@@ -29,6 +29,14 @@ inline int32_t scaled_bin(int32_t d, int32_t bins, int32_t irange) {
   return (int32_t)((int64_t)prod / irange);
 }
 
+// Counts bin b when the histogram has it. A value outside the range falls
+// outside the bins and is not counted, as the bank path loses it at the
+// merge: no counter outside the record is ever touched, whatever the data
+// (NaN included, whose bin is the most negative integer).
+inline void count_in(uint32_t *c, int32_t b, int32_t bins) {
+  if ((uint32_t)b < (uint32_t)bins) ++c[b];
+}
+
 inline void prefetch(const void *p) { __builtin_prefetch(p, 0, 3); }
 
 // The weighted sum over every counter of the histogram, earlier counts
@@ -149,11 +157,11 @@ SornStatus count8(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, c
   }
 
   if (h->irange == bins) {
-    uint32_t *c = h->counts - lo;
+    uint32_t *c = h->counts;
     for (int32_t y = 0; y < r.rows; ++y) {
       const T *p = (const T *)row;
       for (int32_t x = 0; x < r.cols; ++x)
-        if (!Masked || mrow[x] != skip) ++c[ix(p[x])];
+        if (!Masked || mrow[x] != skip) count_in(c, ix(p[x]) - lo, bins);
       row += r.step;
       if (Masked) mrow += r.mstep;
     }
@@ -196,11 +204,13 @@ SornStatus count_int(SornFlags flags, int32_t n, const int32_t *dims, const void
     const T *p = (const T *)row;
     if (irange == bins) {
       for (int32_t x = 0; x < r.cols; ++x)
-        if (!Masked || mrow[x] != skip) ++c[(int32_t)((uint32_t)(int32_t)p[x] - (uint32_t)lo)];
+        if (!Masked || mrow[x] != skip)
+          count_in(c, (int32_t)((uint32_t)(int32_t)p[x] - (uint32_t)lo), bins);
     } else {
       for (int32_t x = 0; x < r.cols; ++x)
         if (!Masked || mrow[x] != skip)
-          ++c[scaled_bin((int32_t)((uint32_t)(int32_t)p[x] - (uint32_t)lo), bins, irange)];
+          count_in(c, scaled_bin((int32_t)((uint32_t)(int32_t)p[x] - (uint32_t)lo), bins, irange),
+                   bins);
     }
     row += r.step;
     if (Masked) mrow += r.mstep;
@@ -219,6 +229,7 @@ SornStatus count_f32(SornFlags flags, int32_t n, const int32_t *dims, const void
   const float low = h->low;
   const float fscale = h->span != 0.0f ? (float)((int32_t)h->bins - 1) / h->span : 0.0f;
   const double scale = (double)fscale;
+  const int32_t bins = (int32_t)h->bins;
   const uint8_t skip = skip_value(flags);
   uint32_t *c = h->counts;
   const uint8_t *row = (const uint8_t *)src;
@@ -226,7 +237,8 @@ SornStatus count_f32(SornFlags flags, int32_t n, const int32_t *dims, const void
   for (int32_t y = 0; y < r.rows; ++y) {
     const float *p = (const float *)row;
     for (int32_t x = 0; x < r.cols; ++x)
-      if (!Masked || mrow[x] != skip) ++c[sorn::trunc_i32((double)(p[x] - low) * scale)];
+      if (!Masked || mrow[x] != skip)
+        count_in(c, sorn::trunc_i32((double)(p[x] - low) * scale), bins);
     row += r.step;
     if (Masked) mrow += r.mstep;
   }

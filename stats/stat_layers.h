@@ -28,22 +28,31 @@ inline uint8_t skip_value(SornFlags flags) { return (flags & SORN_F_STATS_INVMAS
 // The entries of a statistic, without and with a pixel mask: the result
 // pointer, the operands' records, their region and its channel cell, then
 // `pre`, a status of the entry's own checks; then the slice form, at once or
-// through the frame, with the result riding in the call's data.
+// through the frame, with the result riding in the call's data. A statistic
+// whose result record carries requests settles them in `ready` once every
+// check has passed, and one whose results name rows keeps them (kKeepRows).
+struct EntryWay {
+  void (*ready)(void *out) = nullptr;
+  int32_t keep = sorn::kKeepRow;
+};
+
 inline SornStatus image_entry(SornXE *xe, SornFlags flags, uint32_t tag, sorn::SliceProc<1> slice,
                               const SornArray *src, const SornVolume *roi, void *out,
-                              SornStatus pre = SORN_OK) {
+                              SornStatus pre = SORN_OK, EntryWay way = {}) {
   if (out == nullptr) return SORN_EINVAL;
   sorn::Operand op;
   SornStatus st = sorn::prepare_image(src, roi, &op);
   if (st != SORN_OK) return st;
   if (sorn::no_channels(op.roi)) return SORN_ENOSPC;
   if (pre != SORN_OK) return pre;
-  return sorn::run({xe, flags, tag, out, sorn::kKeepRow}, slice, op);
+  if (way.ready) way.ready(out);
+  return sorn::run({xe, flags, tag, out, way.keep}, slice, op);
 }
 
 inline SornStatus masked_entry(SornXE *xe, SornFlags flags, uint32_t tag, sorn::SliceProc<2> slice,
                                const SornArray *src, const SornArray *mask, const SornVolume *roi,
-                               const SornVolume *maskSite, void *out, SornStatus pre = SORN_OK) {
+                               const SornVolume *maskSite, void *out, SornStatus pre = SORN_OK,
+                               EntryWay way = {}) {
   if (out == nullptr) return SORN_EINVAL;
   // A pixel mask is one channel of bytes.
   if (mask->elemtype != SORN_U8) return SORN_EINVAL;
@@ -52,7 +61,8 @@ inline SornStatus masked_entry(SornXE *xe, SornFlags flags, uint32_t tag, sorn::
   if (st != SORN_OK) return st;
   if (sorn::no_channels(op.roi)) return SORN_ENOSPC;
   if (pre != SORN_OK) return pre;
-  return sorn::run({xe, flags, tag, out, sorn::kKeepRow}, slice, op, mop);
+  if (way.ready) way.ready(out);
+  return sorn::run({xe, flags, tag, out, way.keep}, slice, op, mop);
 }
 
 }  // namespace sorn::stats

@@ -169,4 +169,33 @@ inline std::vector<KernelC> kernels_c() {
   return v;
 }
 
+// The public entries, with two arrays and with constants.
+using Entry = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                             const SornArray *, const SornVolume *, const SornVolume *,
+                             const SornVolume *, int32_t, uint32_t);
+using EntryC = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                              const double *, const SornVolume *, const SornVolume *, int32_t,
+                              uint32_t);
+
+struct Family {
+  const char *name;
+  Entry entry;
+  EntryC entry_c;
+  Op op;
+  bool sat, signed_sat;
+};
+
+// The nine entries of the group, each with its constant form.
+inline const Family kFamilies[] = {
+    {"Add", &SornAdd, &SornAddC, Op::Add, false, false},
+    {"Addq", &SornAddq, &SornAddqC, Op::Add, true, false},
+    {"Addsq", &SornAddsq, &SornAddsqC, Op::Add, true, true},
+    {"Sub", &SornSub, &SornSubC, Op::Sub, false, false},
+    {"Subq", &SornSubq, &SornSubqC, Op::Sub, true, false},
+    {"Subsq", &SornSubsq, &SornSubsqC, Op::Sub, true, true},
+    {"RSub", &SornRSub, &SornRSubC, Op::RSub, false, false},
+    {"RSubq", &SornRSubq, &SornRSubqC, Op::RSub, true, false},
+    {"RSubsq", &SornRSubsq, &SornRSubsqC, Op::RSub, true, true},
+};
+
 }  // namespace addsub_ref

@@ -127,6 +127,7 @@ TEST(ArrayRoiToBase, PointersLandOnTheNegotiatedPixels) {
   auto rng = sorn_test::seeded_rng(0xba5e);
   auto rnd = [&](int lo, int hi) { return lo + (int32_t)(rng() % (uint64_t)(hi - lo + 1)); };
   sorn_test::Image parent(40, 40, 3, SORN_S16, 6);
+  int agreed_count = 0, empty = 0;
   for (int iter = 0; iter < 1000; ++iter) {
     // Two views into the parent, each with its own origin.
     const int32_t va[3] = {rnd(1, 20), rnd(1, 20), 3}, vb[3] = {rnd(1, 20), rnd(1, 20), 3};
@@ -138,7 +139,25 @@ TEST(ArrayRoiToBase, PointersLandOnTheNegotiatedPixels) {
     SornVolume inA = sorn_test::make_roi(rnd(0, 5), rnd(0, 5), rnd(1, 20), rnd(1, 20), 3);
     SornVolume inB = sorn_test::make_roi(rnd(0, 5), rnd(0, 5), 0, 0, 0);
     SornVolume ra, rb;
-    if (!sorn_arr_negotiateRoi(&a, &b, &ra, &rb, &inA, &inB, 3)) continue;
+    // The extent by the rules: a's view cut to inA, bounded by what b's view
+    // has from inB's origin on. Only inB's origin counts.
+    const int32_t rows = std::min(std::min(inA.origin[1] + inA.size[1], va[0]) - inA.origin[1],
+                                  vb[0] - inB.origin[1]);
+    const int32_t cols = std::min(std::min(inA.origin[2] + inA.size[2], va[1]) - inA.origin[2],
+                                  vb[1] - inB.origin[2]);
+    const bool agreed = sorn_arr_negotiateRoi(&a, &b, &ra, &rb, &inA, &inB, 3);
+    ASSERT_EQ(agreed, rows > 0 && cols > 0) << "rows " << rows << " cols " << cols;
+    ASSERT_EQ(ra.size[1], rows);
+    ASSERT_EQ(ra.size[2], cols);
+    ASSERT_EQ(rb.size[1], rows);
+    ASSERT_EQ(rb.size[2], cols);
+    ASSERT_EQ(ra.size[3], 3);
+    ASSERT_EQ(rb.size[3], 3);
+    if (!agreed) {
+      ++empty;
+      continue;
+    }
+    ++agreed_count;
     sorn_vec_update_$loff(4, ra.origin, a.strides, (int32_t)a.offset);
     sorn_vec_update_$loff(4, rb.origin, b.strides, (int32_t)b.offset);
     const SornDimPack pack = SORN_DIMPACK(3);
@@ -146,12 +165,10 @@ TEST(ArrayRoiToBase, PointersLandOnTheNegotiatedPixels) {
     void *pb = sorn_advance_ptr(b.data, sorn_vec_mkloff_$LS(pack, rb.origin + 1, b.strides + 1));
     ASSERT_EQ(pa, (void *)&parent.at<int16_t>(oa[0] + inA.origin[1], oa[1] + inA.origin[2]));
     ASSERT_EQ(pb, (void *)&parent.at<int16_t>(ob[0] + inB.origin[1], ob[1] + inB.origin[2]));
-    ASSERT_EQ(ra.size[1], rb.size[1]);
-    ASSERT_EQ(ra.size[2], rb.size[2]);
-    ASSERT_LE(inA.origin[1] + ra.size[1], va[0]);
-    ASSERT_LE(inB.origin[1] + rb.size[1], vb[0]);
-    ASSERT_LE(inB.origin[2] + rb.size[2], vb[1]);
   }
+  // Both outcomes occur often enough to be tested.
+  EXPECT_GT(agreed_count, 500);
+  EXPECT_GT(empty, 50);
 }
 
 }  // namespace

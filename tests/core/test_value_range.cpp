@@ -518,15 +518,36 @@ TEST(VrngXEqualize, LooksAtRepairedAndSaturatedChannels) {
   EXPECT_TRUE(same(SornVrng{9, 1}, one));
 }
 
-TEST(VrngXEqualize, CopyingFormReadsTheSourceAndWithoutOneTakesTheFullRange) {
+TEST(VrngXEqualize, CopyingFormCopiesThenEqualisesTheOutput) {
   const SornVrng in[2] = {{1.2, 2.2}, {3, 4}};
   SornVrng out[2];
   sorn_vrng_xequalize(SORN_S16, out, in, 2);
   EXPECT_TRUE(same(SornVrng{1, 4}, out[1]));
   EXPECT_TRUE(same(SornVrng{1.2, 2.2}, in[0]));
-  sorn_vrng_xequalize(SORN_S16, out, nullptr, 2);
-  EXPECT_TRUE(same(SornVrng{-32768, 32767}, out[0]));
-  EXPECT_TRUE(same(SornVrng{-32768, 32767}, out[1]));
+  // Without a source there is nothing to copy: the output is equalised as
+  // it stands.
+  SornVrng own[2] = {{-7.5, 2}, {kNaN, 0}};
+  sorn_vrng_xequalize(SORN_S16, own, nullptr, 2);
+  EXPECT_TRUE(same(SornVrng{-8, 255}, own[0]));
+  EXPECT_TRUE(same(SornVrng{-8, 255}, own[1]));
+  // One channel: the copy alone.
+  SornVrng single{0, 0};
+  const SornVrng src{9, 1};
+  sorn_vrng_xequalize(SORN_S16, &single, &src, 1);
+  EXPECT_TRUE(same(SornVrng{9, 1}, single));
+  EXPECT_EQ(nullptr, sorn_vrng_xequalize_$I(SORN_U8, nullptr, 3));
+}
+
+TEST(VrngEqualize, EqualisedChannelsAreEqualisedAfterwards) {
+  // A destination range that is equalised in place then passes the test for
+  // equal channels, whatever its channels were before.
+  SornVrng r[4] = {{0, 1}, {-5, 3}, {7, 9}, {2, 2}};
+  EXPECT_FALSE(sorn_vrng_equalized(r, 4));
+  sorn_vrng_equalize_$I(r, 4);
+  EXPECT_TRUE(sorn_vrng_equalized(r, 4));
+  SornVrng x[3] = {{kNaN, 0}, {9, 8}, {0.25, 0.5}};
+  sorn_vrng_xequalize_$I(SORN_F32, x, 3);
+  EXPECT_TRUE(sorn_vrng_equalized(x, 3));
 }
 
 // ---------------------------------------------------------------- tests

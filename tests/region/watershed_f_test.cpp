@@ -10,6 +10,7 @@
 #include <cstring>
 #include <vector>
 
+#include "f_run.h"
 #include "testkit.h"
 #include "watershed_ref.h"
 
@@ -17,108 +18,16 @@ using sorn_test::Image;
 using sorn_test::make_record4;
 using sorn_test::make_roi;
 
+using f_run::FCase;
+using f_run::FRun;
+
 namespace {
 
 constexpr SornFlags kF = 0x200000;
 
-struct FRun {
-  SornFWTSRES res{};
-  SornXE xe{};
-  SornWTSState st{};
-
-  FRun() {
-    SornFWTSRESinit(&res, nullptr, nullptr);
-    SornXEinit(&xe, nullptr);
-    st.builder = &res;
-  }
-  ~FRun() {
-    SornFWTSRESfini(&res);
-    SornXEfini(&xe);
-  }
-
-  // Reads the tree back as sets of pixel indexes; the own chain of each
-  // region must end after exactly its own pixels.
-  int collect(const SornFWTSRegion *r, int parent, wts_ref::Got &got, int64_t limit) const {
-    int me = (int)got.nodes.size();
-    got.nodes.push_back({});
-    got.sizes.push_back(r->size);
-    got.nodes[me].level = r->level;
-    got.nodes[me].parent = parent;
-    std::vector<int64_t> px;
-    for (int64_t i = r->head; i != SORN_FWTSR_END; i = res.links[i]) {
-      px.push_back(i);
-      if ((int64_t)px.size() > limit) {
-        ADD_FAILURE() << "a chain that does not end";
-        break;
-      }
-    }
-    uint32_t below = 0;
-    for (const SornFWTSRegion *c = r->child; c; c = c->next) {
-      EXPECT_EQ(c->parent, r);
-      below += c->size;
-      int k = collect(c, me, got, limit);
-      px.insert(px.end(), got.nodes[k].pixels.begin(), got.nodes[k].pixels.end());
-    }
-    EXPECT_EQ((uint32_t)px.size(), r->size);
-    EXPECT_EQ(r->size - below, (uint32_t)sorn_fwtsr_countpix_$proper(r));
-    std::sort(px.begin(), px.end());
-    got.nodes[me].pixels = px;
-    return me;
-  }
-};
-
 SornArray u8_record4(std::vector<uint8_t> &img, int rows, int cols) {
   return make_record4(img.data(), 1, rows, cols, 1, SORN_U8, rows * cols, cols);
 }
-
-struct FCase {
-  int rows = 0, cols = 0;
-  std::vector<uint8_t> img, mask;
-  uint8_t excl = 0, pm = 0;
-  uint32_t sh = 0;
-  int seedrow = 0, seedcol = 0;
-
-  bool locate(int &trim, int &sr, int &sc) const {
-    trim = 0;
-    sr = seedrow;
-    sc = seedcol;
-    if (mask.empty()) return true;
-    long start = (long)seedrow * cols + seedcol, n = (long)rows * cols, f = -1;
-    for (long i = start; i < n && f < 0; ++i)
-      if (mask[i] != excl) f = i;
-    if (f < 0 && start != 0)
-      for (long i = 0; i < start && f < 0; ++i)
-        if (mask[i] != excl) f = i;
-    if (f < 0) return false;
-    sr = (int)(f / cols);
-    sc = (int)(f % cols);
-    if (start == 0 && sr > 0) {
-      trim = sr;
-      sr = 0;
-    }
-    return true;
-  }
-
-  std::vector<wts_ref::Node> reference(int trim, int sr, int sc) const {
-    const int64_t R = rows - trim, C = cols, n = R * C;
-    auto rowok = [&](int64_t r) {
-      return mask.empty() || mask[(size_t)((r + trim) * C + sc)] != excl;
-    };
-    auto allowed = [&](int64_t i) { return i >= 0 && i < n && i % C != 0 && rowok(i / C); };
-    auto next = [&](int64_t i, std::vector<int64_t> &out) {
-      out.push_back(i + 1);
-      out.push_back(i - 1);
-      out.push_back(i + C);
-      out.push_back(i - C);
-    };
-    auto level = [&](int64_t i) {
-      if (i < 0 || i >= n) return 0;
-      return (int)((uint32_t)(img[(size_t)((i / C + trim) * C + i % C)] ^ pm) >> sh);
-    };
-    wts_ref::Graph g = wts_ref::reach((int64_t)sr * C + sc + 1, allowed, next, level);
-    return wts_ref::component_tree(g, 16, true);
-  }
-};
 
 int g_compared = 0;
 

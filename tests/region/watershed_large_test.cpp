@@ -1,9 +1,11 @@
-// Large images in the f form. From 2^18 pixels on, the flooding keeps a
-// shadow of its level lists in scratch, which names the pixels it will take
-// up some pops ahead so that their rows can be prefetched. The shadow may
-// change nothing: with it and without it (its scratch request failed) the
-// link array and the tree are the same word for word. Small images, which
-// flood without it, are compared with the brute-force trees elsewhere.
+// Large images. From 2^18 pixels on, the f-form flooding keeps a shadow of
+// its level lists in scratch, which names the pixels it will take up some
+// pops ahead so that their rows can be prefetched. The shadow may change
+// nothing: with it and without it (its scratch request failed) the link
+// array and the tree are the same word for word, and both are the
+// brute-force component tree. The plain flooding, which fetches ahead from
+// its level stacks at every size, is held to the brute-force tree at this
+// size too, with every call it makes of its builder.
 #include <gtest/gtest.h>
 #include <sorn.h>
 
@@ -12,11 +14,16 @@
 #include <vector>
 
 #include <alloc_failure.h>
+#include "f_run.h"
+#include "plain_run.h"
 #include "testkit.h"
+#include "watershed_ref.h"
 
 using sorn_test::AllocFailure;
 using sorn_test::kStackBlock;
 using sorn_test::make_record4;
+using f_run::FCase;
+using f_run::FRun;
 
 namespace {
 
@@ -27,19 +34,7 @@ constexpr int kRows = 560, kCols = 510;
 // Smooth noise on 12-pixel cells with grain: levels in long runs and
 // basins of every size, as in photographs.
 std::vector<uint8_t> texture(std::mt19937_64 &rng) {
-  const int cell = 12, gr = kRows / cell + 2, gc = kCols / cell + 2;
-  std::vector<int> grid((size_t)gr * gc);
-  for (int &g : grid) g = (int)(rng() % 200);
-  std::vector<uint8_t> img((size_t)kRows * kCols);
-  for (int r = 0; r < kRows; ++r)
-    for (int c = 0; c < kCols; ++c) {
-      const int y = r / cell, x = c / cell, wy = r % cell, wx = c % cell;
-      const int *g0 = &grid[(size_t)y * gc + x], *g1 = g0 + gc;
-      const int top = g0[0] * (cell - wx) + g0[1] * wx, bot = g1[0] * (cell - wx) + g1[1] * wx;
-      const int v = (top * (cell - wy) + bot * wy) / (cell * cell) + (int)(rng() % 9);
-      img[(size_t)r * kCols + c] = (uint8_t)v;
-    }
-  return img;
+  return wts_ref::smooth_noise(rng, kRows, kCols, 12, 200, 8);
 }
 
 // Few levels in blocks and noise: many equal neighbours and long lists.
@@ -202,5 +197,131 @@ TEST(WatershedFLarge, RunningOutOfRegionsGivesTheScratchBack) {
     }
     KuSMEMSTGgetstate(&after, SornXEmmstack(&run.xe), 0);
     EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
+  }
+}
+
+// Few levels, so that the brute force, which floods every level afresh,
+// stays quick: the blocks, the texture cut to eight levels, and patches of
+// eight levels, thousands of basins nested in one another.
+std::vector<uint8_t> eight_levels(std::mt19937_64 &rng) {
+  std::vector<uint8_t> img = texture(rng);
+  for (uint8_t &v : img) v &= 0xE0;
+  return img;
+}
+
+std::vector<uint8_t> patches(std::mt19937_64 &rng) {
+  const int ch = 7, cw = 9, gr = kRows / ch + 1, gc = kCols / cw + 1;
+  std::vector<uint8_t> level((size_t)gr * gc);
+  for (uint8_t &v : level) v = (uint8_t)(rng() % 8 * 32);
+  std::vector<uint8_t> img((size_t)kRows * kCols);
+  for (int r = 0; r < kRows; ++r)
+    for (int c = 0; c < kCols; ++c) img[(size_t)r * kCols + c] = level[(size_t)(r / ch) * gc + c / cw];
+  return img;
+}
+
+std::vector<uint8_t> large_image(int kind, std::mt19937_64 &rng) {
+  switch (kind) {
+    case 0: return blocks(rng);
+    case 1: return eight_levels(rng);
+    case 2: return patches(rng);
+    default: return texture(rng);
+  }
+}
+
+TEST(WatershedFLarge, TreesWithTheLookAheadAreTheBruteForceTree) {
+  auto rng = sorn_test::seeded_rng(0x5eed0a04);
+  struct Case {
+    int kind;  // 0 blocks, 1 eight levels, 2 patches, 3 the texture with its levels shifted
+    Setting s;
+  };
+  const Case cases[] = {
+      {0, {0, 0, 0, 0, false}},
+      {2, {kRows / 2, kCols / 3, 1, 0, false}},
+      {3, {kRows - 1, kCols - 1, 0, 5, false}},
+      {1, {0, 0, 0, 0, true}},
+      {2, {kRows / 3, 7, 1, 0, true}},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(testing::Message() << "image " << c.kind << " seed " << c.s.seedrow << ","
+                                    << c.s.seedcol << " polarity " << c.s.polarity << " shift "
+                                    << c.s.shift << " masked " << c.s.masked);
+    FCase fc;
+    fc.rows = kRows;
+    fc.cols = kCols;
+    fc.img = large_image(c.kind, rng);
+    if (c.s.masked) fc.mask = mask_of(rng);
+    fc.pm = c.s.polarity == 1 ? 0xFF : 0;
+    fc.sh = c.s.shift;
+    fc.seedrow = c.s.seedrow;
+    fc.seedcol = c.s.seedcol;
+    ASSERT_GE((int64_t)kRows * kCols, int64_t{1} << 18);
+    FRun run;
+    run.st.polarity = c.s.polarity;
+    run.st.shift = c.s.shift;
+    run.st.seed[1] = (uint32_t)c.s.seedrow;
+    run.st.seed[2] = (uint32_t)c.s.seedcol;
+    SornArray a = make_record4(fc.img.data(), 1, kRows, kCols, 1, SORN_U8, kRows * kCols, kCols);
+    SornArray m = make_record4(fc.mask.data(), 1, kRows, kCols, 1, SORN_U8, kRows * kCols, kCols);
+    ASSERT_EQ(SornWatershedEx(&run.xe, kF, &a, c.s.masked ? &m : nullptr, nullptr, nullptr, &run.st),
+              SORN_OK);
+    int trim, sr, sc;
+    ASSERT_TRUE(fc.locate(trim, sr, sc));
+    ASSERT_NE(run.res.root, nullptr);
+    const std::vector<wts_ref::Node> ref = fc.reference(trim, sr, sc);
+    EXPECT_GT(ref.size(), c.kind == 2 ? 50u : 10u) << "a tree with work in it";
+    wts_ref::Got got;
+    run.collect(run.res.root, -1, got, (int64_t)kRows * kCols + 2 * kCols + 4);
+    wts_ref::expect_same(got, ref);
+  }
+}
+
+TEST(WatershedPlainLarge, TreesAndBuilderCallsMatchTheBruteForce) {
+  auto rng = sorn_test::seeded_rng(0x5eed0a05);
+  struct Case {
+    int kind;  // 0 blocks, 1 eight levels, 2 patches
+    int seedrow, seedcol;
+    uint16_t polarity, connectivity;
+    bool masked;
+  };
+  const Case cases[] = {
+      {0, 0, 0, 0, 0, false},
+      {2, kRows / 2, kCols / 3, 1, 8, false},
+      {2, 0, 0, 0, 0, true},
+      {1, kRows - 1, kCols - 1, 1, 0, false},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(testing::Message() << "image " << c.kind << " seed " << c.seedrow << ","
+                                    << c.seedcol << " polarity " << c.polarity << " connectivity "
+                                    << c.connectivity << " masked " << c.masked);
+    plain_run::PlainCase pc;
+    pc.rows = kRows;
+    pc.cols = kCols;
+    pc.img = large_image(c.kind, rng);
+    if (c.masked) pc.mask = mask_of(rng);
+    pc.pm = c.polarity == 1 ? 0xFF : 0;
+    pc.eight = c.connectivity != 0;
+    pc.seedrow = c.seedrow;
+    pc.seedcol = c.seedcol;
+    plain_run::PlainRun run;
+    run.st.polarity = c.polarity;
+    run.st.connectivity = c.connectivity;
+    run.st.seed[1] = (uint32_t)c.seedrow;
+    run.st.seed[2] = (uint32_t)c.seedcol;
+    SornArray a = sorn_test::make_record(pc.img.data(), kRows, kCols, 1, SORN_U8, kCols);
+    SornArray m = sorn_test::make_record(pc.mask.data(), kRows, kCols, 1, SORN_U8, kCols);
+    ASSERT_EQ(c.masked ? SornWatershedEx(&run.xe, 0, &a, &m, nullptr, nullptr, &run.st)
+                       : SornWatershed(&run.xe, 0, &a, nullptr, &run.st),
+              SORN_OK);
+    int trim, sr, sc;
+    ASSERT_TRUE(pc.locate(trim, sr, sc));
+    const wts_ref::Graph g = pc.graph(trim, sr, sc);
+    const std::vector<wts_ref::Node> ref = wts_ref::component_tree(g, 16, false);
+    ASSERT_GT(ref.size(), c.kind == 2 ? 50u : 10u) << "a tree with work in it";
+    plain_run::check_calls(run.log, pc.flooded(g, trim), ref.size());
+    ASSERT_NE(run.root(), nullptr);
+    wts_ref::Got got;
+    std::vector<uint32_t> pivots;
+    run.collect(run.root(), -1, got, kCols, pivots);
+    wts_ref::expect_same(got, ref);
   }
 }

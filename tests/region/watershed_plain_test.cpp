@@ -1,7 +1,8 @@
 // The plain flooding: entry checks and failures, the edge cases of its
 // small regions and guards, and random images against a brute-force
 // component tree (sets under 16 pixels are no nodes; the root exists only
-// when something merged).
+// when something merged), with every call the flooding makes of its builder
+// logged and held to the rules of the chain.
 #include <gtest/gtest.h>
 #include <sorn.h>
 
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <vector>
 
+#include "plain_run.h"
 #include "testkit.h"
 #include "watershed_ref.h"
 
@@ -19,91 +21,8 @@ using sorn_test::make_roi;
 
 namespace {
 
-// Points of every region, kept by the test: a region's value is its
-// number here. A run that never merges leaves its regions outside any tree,
-// where no destructor finds them, so they hold nothing of their own.
-struct PointBook {
-  std::vector<std::vector<std::pair<int32_t, int32_t>>> regions;
-};
-struct PointValue {
-  PointBook *book;
-  int64_t id;
-};
-void book_init(void *value, void *arg) {
-  PointValue *v = static_cast<PointValue *>(value);
-  v->book = static_cast<PointBook *>(arg);
-  v->id = (int64_t)v->book->regions.size();
-  v->book->regions.emplace_back();
-}
-void book_update2D(void *value, const int32_t *points, int32_t n) {
-  PointValue *v = static_cast<PointValue *>(value);
-  for (int32_t i = 0; i < n; ++i)
-    v->book->regions[(size_t)v->id].push_back({points[2 * i], points[2 * i + 1]});
-}
-void book_update(void *, const uint32_t *, int32_t) {}
-void book_merge(void *, const void *) {}
-
-// A builder with one feature that records the points each region takes.
-struct PlainRun {
-  SornSTB *b;
-  PointBook book;
-  SornWTSFeatureDs ds{};
-  SornWTSLSC lsc{};
-  SornXE xe{};
-  SornWTSState st{};
-
-  PlainRun() {
-    b = SornWTSTBopen(nullptr, nullptr, nullptr, nullptr);
-    ds.magic = SORN_FOURCC('t', 'p', 't', 's');
-    ds.size = sizeof(PointValue);
-    ds.arg = &book;
-    ds.init = book_init;
-    ds.update = book_update;
-    ds.update2D = book_update2D;
-    ds.merge = book_merge;
-    SornWTSLSCinit2D(&lsc, &ds, 1, 0, 0, 0);
-    SornXEinit(&xe, nullptr);
-    st.builder = b;
-    st.lsc = &lsc;
-  }
-  ~PlainRun() {
-    SornSTBclose(b, 0);
-    SornXEfini(&xe);
-  }
-  SornAGTnode *root() const { return b->tree ? b->tree->root : nullptr; }
-  KuMark mark() {
-    KuMark m;
-    SornXEgetmmsp(&xe, &m);
-    return m;
-  }
-
-  static SornWTSRegion *region(SornAGTnode *n) { return static_cast<SornWTSRegion *>(n->data); }
-  std::vector<std::pair<int32_t, int32_t>> own(SornAGTnode *n) const {
-    const PointValue *v =
-        reinterpret_cast<const PointValue *>(reinterpret_cast<char *>(region(n)) + ds.offset);
-    return book.regions[(size_t)v->id];
-  }
-
-  // The tree as sets of pixel ids, row times columns plus column.
-  int collect(SornAGTnode *n, int parent, wts_ref::Got &got, int cols,
-              std::vector<uint32_t> &pivots) const {
-    int me = (int)got.nodes.size();
-    got.nodes.push_back({});
-    got.sizes.push_back(region(n)->size);
-    pivots.push_back(region(n)->pivot);
-    got.nodes[me].level = (int)region(n)->pivotval;
-    got.nodes[me].parent = parent;
-    std::vector<int64_t> px;
-    for (auto &p : own(n)) px.push_back((int64_t)p.first * cols + p.second);
-    for (SornAGTnode *c = n->child; c; c = c->next) {
-      int k = collect(c, me, got, cols, pivots);
-      px.insert(px.end(), got.nodes[k].pixels.begin(), got.nodes[k].pixels.end());
-    }
-    std::sort(px.begin(), px.end());
-    got.nodes[me].pixels = px;
-    return me;
-  }
-};
+using plain_run::PlainCase;
+using plain_run::PlainRun;
 
 bool same_mark(const KuMark &a, const KuMark &b) {
   return a.w[0] == b.w[0] && a.w[1] == b.w[1] && a.w[2] == b.w[2];
@@ -112,58 +31,6 @@ bool same_mark(const KuMark &a, const KuMark &b) {
 SornArray u8_record(std::vector<uint8_t> &img, int rows, int cols) {
   return make_record(img.data(), rows, cols, 1, SORN_U8, cols);
 }
-
-// The reference tree of a plain run over a (sub)image given as levels.
-struct PlainCase {
-  int rows, cols;
-  std::vector<uint8_t> img;   // the flooded pixels, dense
-  std::vector<uint8_t> mask;  // empty: none
-  uint8_t excl = 0;
-  int seedrow = 0, seedcol = 0;
-  bool eight = false;
-  uint8_t pm = 0;
-
-  // The seed search and top-row trimming as a user reads them.
-  bool locate(int &trim, int &sr, int &sc) const {
-    trim = 0;
-    sr = seedrow;
-    sc = seedcol;
-    if (mask.empty()) return true;
-    long start = (long)seedrow * cols + seedcol, n = (long)rows * cols, f = -1;
-    for (long i = start; i < n && f < 0; ++i)
-      if (mask[i] != excl) f = i;
-    if (f < 0 && start != 0)
-      for (long i = 0; i < start && f < 0; ++i)
-        if (mask[i] != excl) f = i;
-    if (f < 0) return false;
-    sr = (int)(f / cols);
-    sc = (int)(f % cols);
-    if (start == 0 && sr > 0) {
-      trim = sr;
-      sr = 0;
-    }
-    return true;
-  }
-
-  std::vector<wts_ref::Node> reference(int trim, int sr, int sc) const {
-    const int R = rows - trim, C = cols;
-    auto allowed = [&](int64_t id) {
-      return mask.empty() || mask[(size_t)(id + (int64_t)trim * C)] != excl;
-    };
-    auto next = [&](int64_t id, std::vector<int64_t> &out) {
-      int r = (int)(id / C), c = (int)(id % C);
-      for (int dr = -1; dr <= 1; ++dr)
-        for (int dc = -1; dc <= 1; ++dc) {
-          if ((dr == 0 && dc == 0) || (!eight && dr != 0 && dc != 0)) continue;
-          int rr = r + dr, cc = c + dc;
-          if (rr >= 0 && rr < R && cc >= 0 && cc < C) out.push_back((int64_t)rr * C + cc);
-        }
-    };
-    auto level = [&](int64_t id) { return (int)(img[(size_t)(id + (int64_t)trim * C)] ^ pm); };
-    wts_ref::Graph g = wts_ref::reach((int64_t)sr * C + sc, allowed, next, level);
-    return wts_ref::component_tree(g, 16, false);
-  }
-};
 
 // Runs one random case through the public entries in a padded buffer with an
 // ROI away from the origin.
@@ -237,10 +104,12 @@ void run_random_case(std::mt19937_64 &rng, bool with_mask, bool rank4) {
     EXPECT_EQ(run.b->userdata, nullptr) << "a run with no inside pixel starts nothing";
     return;
   }
-  std::vector<wts_ref::Node> ref = pc.reference(trim, sr, sc);
+  const wts_ref::Graph g = pc.graph(trim, sr, sc);
+  std::vector<wts_ref::Node> ref = wts_ref::component_tree(g, 16, false);
   SCOPED_TRACE(testing::Message() << rows << "x" << cols << " seed " << pc.seedrow << ","
                                   << pc.seedcol << " mask " << with_mask << " conn "
                                   << run.st.connectivity << " pol " << run.st.polarity);
+  plain_run::check_calls(run.log, pc.flooded(g, trim), ref.size() < 2 ? 0 : ref.size());
   if (ref.size() < 2) {
     EXPECT_EQ(run.root(), nullptr);
     return;
@@ -323,6 +192,13 @@ TEST(WatershedPlain, OnePixelReachesTheBuilderOnlyThroughStartAndFinish) {
   EXPECT_EQ(SornWatershed(&run.xe, 0, &a, nullptr, &run.st), SORN_OK);
   EXPECT_EQ(run.b->tree, nullptr) << "no merge, so no tree was ever attached";
   EXPECT_NE(run.b->userdata, nullptr);
+  // Start, the bottom region, finish: the pixel stays in the small region.
+  using plain_run::Call;
+  ASSERT_EQ(run.log.calls.size(), 3u);
+  EXPECT_EQ(run.log.calls[0].kind, Call::kStart);
+  EXPECT_EQ(run.log.calls[1].kind, Call::kNewRegion);
+  EXPECT_EQ(run.log.calls[1].b, nullptr);
+  EXPECT_EQ(run.log.calls[2].kind, Call::kFinish);
 }
 
 TEST(WatershedPlain, FifteenPixelsNeverBecomeANode) {
@@ -375,14 +251,21 @@ TEST(WatershedPlain, SmallRegionsTakeTheirLevelAlongWhenRaised) {
 
 TEST(WatershedPlain, OneRowAndOneColumnStayInsideTheirRoi) {
   auto rng = sorn_test::seeded_rng(0x5eed0304);
-  for (int t = 0; t < 40; ++t) {
+  int compared = 0;
+  for (int t = 0; t < 80; ++t) {
     const bool column = t & 1;
     const int len = 17 + (int)(rng() % 60);
     // A large buffer whose pixels outside the ROI are all lower, which any
     // step out of the ROI would find first.
     Image im(column ? len + 4 : 5, column ? 5 : len + 4, 1, SORN_U8);
+    // Three levels, pixel by pixel or in runs long enough to make nodes.
     std::vector<uint8_t> line(len);
-    for (auto &v : line) v = (uint8_t)(100 + rng() % 3);
+    const bool runs = (t & 2) != 0;
+    for (int i = 0; i < len;) {
+      const int run = runs ? 1 + (int)(rng() % 24) : 1;
+      const uint8_t v = (uint8_t)(100 + rng() % 3);
+      for (int k = 0; k < run && i < len; ++k) line[i++] = v;
+    }
     for (int i = 0; i < len; ++i) {
       if (column)
         im.at<uint8_t>(2 + i, 2) = line[i];
@@ -392,16 +275,36 @@ TEST(WatershedPlain, OneRowAndOneColumnStayInsideTheirRoi) {
     SornArray a = im.record();
     SornVolume roi = column ? make_roi(2, 2, len, 1, 1) : make_roi(2, 2, 1, len, 1);
     PlainRun run;
-    run.st.connectivity = (uint16_t)(t & 2 ? 8 : 0);
-    run.st.seed[1] = column ? (uint32_t)(rng() % len) : 0;
-    run.st.seed[2] = column ? 0 : (uint32_t)(rng() % len);
+    run.st.connectivity = (uint16_t)(t & 4 ? 8 : 0);
+    PlainCase pc;
+    pc.rows = column ? len : 1;
+    pc.cols = column ? 1 : len;
+    pc.img = line;
+    pc.eight = run.st.connectivity != 0;
+    pc.seedrow = column ? (int)(rng() % len) : 0;
+    pc.seedcol = column ? 0 : (int)(rng() % len);
+    run.st.seed[1] = (uint32_t)pc.seedrow;
+    run.st.seed[2] = (uint32_t)pc.seedcol;
+    SCOPED_TRACE(testing::Message() << (column ? "column" : "row") << " of " << len << ", seed "
+                                    << pc.seedrow << "," << pc.seedcol);
     ASSERT_EQ(SornWatershed(&run.xe, 0, &a, &roi, &run.st), SORN_OK);
-    if (run.root() == nullptr) continue;
-    uint32_t all = 0;
-    for (SornAGTnode *n = run.root(); n; n = nullptr) all = PlainRun::region(n)->size;
-    EXPECT_EQ(all, (uint32_t)len);
-    EXPECT_GE(PlainRun::region(run.root())->pivotval, 100u);
+    const wts_ref::Graph g = pc.graph(0, pc.seedrow, pc.seedcol);
+    ASSERT_EQ(g.ids.size(), (size_t)len) << "the whole line is reachable, nothing more";
+    const std::vector<wts_ref::Node> ref = wts_ref::component_tree(g, 16, false);
+    plain_run::check_calls(run.log, pc.flooded(g, 0), ref.size() < 2 ? 0 : ref.size());
+    if (ref.size() < 2) {
+      EXPECT_EQ(run.root(), nullptr) << "nothing merged";
+      continue;
+    }
+    ASSERT_NE(run.root(), nullptr);
+    ++compared;
+    wts_ref::Got got;
+    std::vector<uint32_t> pivots;
+    run.collect(run.root(), -1, got, pc.cols, pivots);
+    wts_ref::expect_same(got, ref);
+    EXPECT_EQ(PlainRun::region(run.root())->size, (uint32_t)len);
   }
+  EXPECT_GT(compared, 20) << "too few lines with a tree";
 }
 
 TEST(WatershedPlain, EqualNeighboursArePushedNotDescendedTo) {

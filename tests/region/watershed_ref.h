@@ -71,18 +71,22 @@ inline Key key_of(const std::vector<int64_t> &sorted) { return {sorted.front(), 
 // Every distinct set that is a connected component of the pixels at or
 // below some level; kept are those of at least minsize pixels, and the
 // whole of the graph when keep_top. Parents are the smallest kept sets
-// around them.
+// around them. Components of one level are found by a breadth-first search
+// of their own, level by level, and nothing is carried from one level to
+// the next, so that the tree owes nothing to the way a flooding builds it.
 inline std::vector<Node> component_tree(const Graph &g, size_t minsize, bool keep_top) {
   std::vector<int> levels = g.level;
   std::sort(levels.begin(), levels.end());
   levels.erase(std::unique(levels.begin(), levels.end()), levels.end());
   std::map<Key, Node> found;
   const size_t n = g.ids.size();
+  std::vector<char> seen(n);
+  std::vector<int> comp;
   for (int t : levels) {
-    std::vector<char> seen(n, 0);
+    std::fill(seen.begin(), seen.end(), 0);
     for (size_t s = 0; s < n; ++s) {
       if (seen[s] || g.level[s] > t) continue;
-      std::vector<int> comp{(int)s};
+      comp.assign(1, (int)s);
       seen[s] = 1;
       for (size_t at = 0; at < comp.size(); ++at)
         for (int q : g.adj[comp[at]])
@@ -90,7 +94,12 @@ inline std::vector<Node> component_tree(const Graph &g, size_t minsize, bool kee
             seen[q] = 1;
             comp.push_back(q);
           }
+      if (comp.size() < minsize && !(keep_top && comp.size() == n)) continue;
+      int64_t first = g.ids[comp[0]];
+      for (int c : comp) first = std::min(first, g.ids[c]);
+      if (found.count({first, comp.size()})) continue;  // the same set as at a lower level
       Node node;
+      node.pixels.reserve(comp.size());
       for (int c : comp) {
         node.pixels.push_back(g.ids[c]);
         node.level = std::max(node.level, g.level[c]);
@@ -100,18 +109,25 @@ inline std::vector<Node> component_tree(const Graph &g, size_t minsize, bool kee
     }
   }
   std::vector<Node> kept;
-  for (auto &kv : found)
-    if (kv.second.pixels.size() >= minsize || (keep_top && kv.second.pixels.size() == n))
-      kept.push_back(kv.second);
-  for (size_t a = 0; a < kept.size(); ++a) {
-    size_t best = SIZE_MAX;
-    for (size_t b = 0; b < kept.size(); ++b) {
-      if (kept[b].pixels.size() <= kept[a].pixels.size()) continue;
-      if (!std::binary_search(kept[b].pixels.begin(), kept[b].pixels.end(), kept[a].pixels[0]))
-        continue;
-      if (best == SIZE_MAX || kept[b].pixels.size() < kept[best].pixels.size()) best = b;
+  kept.reserve(found.size());
+  for (auto &kv : found) kept.push_back(std::move(kv.second));
+  // The sets are nested or apart: the parent of a set is the smallest
+  // larger set that holds its first pixel. For each first pixel, the sets
+  // that hold it.
+  std::unordered_map<int64_t, std::vector<int>> holding;
+  for (const Node &k : kept) holding[k.pixels.front()];
+  for (size_t b = 0; b < kept.size(); ++b)
+    for (int64_t p : kept[b].pixels) {
+      auto it = holding.find(p);
+      if (it != holding.end()) it->second.push_back((int)b);
     }
-    kept[a].parent = best == SIZE_MAX ? -1 : (int)best;
+  for (Node &a : kept) {
+    int best = -1;
+    for (int b : holding[a.pixels.front()])
+      if (kept[b].pixels.size() > a.pixels.size() &&
+          (best < 0 || kept[b].pixels.size() < kept[best].pixels.size()))
+        best = b;
+    a.parent = best;
   }
   return kept;
 }
@@ -144,6 +160,54 @@ inline void expect_same(const Got &got, const std::vector<Node> &ref) {
       EXPECT_EQ(key_of(got.nodes[g.parent].pixels), key_of(ref[r.parent].pixels));
     }
   }
+}
+
+// Where a masked flooding starts, as a user reads the rules: from the seed
+// on in raster order to the first pixel inside (the mask byte differs from
+// excl), then from the top up to the seed unless the seed was (0, 0); false
+// when no pixel is inside. A run from (0, 0) drops the rows wholly outside
+// before the one found: trim, and the seed's row counts from there. Without
+// a mask the seed stands.
+inline bool locate_seed(const std::vector<uint8_t> &mask, uint8_t excl, int rows, int cols,
+                        int seedrow, int seedcol, int &trim, int &sr, int &sc) {
+    trim = 0;
+    sr = seedrow;
+    sc = seedcol;
+    if (mask.empty()) return true;
+    long start = (long)seedrow * cols + seedcol, n = (long)rows * cols, f = -1;
+    for (long i = start; i < n && f < 0; ++i)
+      if (mask[i] != excl) f = i;
+    if (f < 0 && start != 0)
+      for (long i = 0; i < start && f < 0; ++i)
+        if (mask[i] != excl) f = i;
+    if (f < 0) return false;
+    sr = (int)(f / cols);
+    sc = (int)(f % cols);
+    if (start == 0 && sr > 0) {
+      trim = sr;
+      sr = 0;
+    }
+    return true;
+}
+
+// Smooth noise over cells of 'cell' pixels, levels below 'span', with up to
+// 'grain' added to each pixel: basins and ridges of every size, as in
+// photographs.
+inline std::vector<uint8_t> smooth_noise(std::mt19937_64 &rng, int rows, int cols, int cell,
+                                         int span, int grain) {
+  const int gr = rows / cell + 2, gc = cols / cell + 2;
+  std::vector<int> grid((size_t)gr * gc);
+  for (int &g : grid) g = (int)(rng() % (uint64_t)span);
+  std::vector<uint8_t> img((size_t)rows * cols);
+  for (int r = 0; r < rows; ++r)
+    for (int c = 0; c < cols; ++c) {
+      const int y = r / cell, x = c / cell, wy = r % cell, wx = c % cell;
+      const int *g0 = &grid[(size_t)y * gc + x], *g1 = g0 + gc;
+      const int top = g0[0] * (cell - wx) + g0[1] * wx, bot = g1[0] * (cell - wx) + g1[1] * wx;
+      const int v = (top * (cell - wy) + bot * wy) / (cell * cell) + (int)(rng() % (uint64_t)(grain + 1));
+      img[(size_t)r * cols + c] = (uint8_t)std::min(v, 255);
+    }
+  return img;
 }
 
 // Images with few grey levels, some in blocks, some as noise.

@@ -1,10 +1,8 @@
 // Regression tests of what the fuzzers found, one test per finding, each
 // with the smallest call that shows it. The operands sit in canvases large
-// enough to hold what the faulty paths touch, so that an open finding makes
-// a test fail (or skip, below) and never corrupts the test program.
-//
-// A finding whose fix is not in yet is marked open here: its test skips,
-// naming it. The fix flips the mark; from then on the test must pass.
+// enough to hold what the faulty paths touch, so that a finding that came
+// back makes its test fail and never corrupts the test program. A finding
+// lands here together with its fix: no test waits for one.
 #include <gtest/gtest.h>
 #include <sorn.h>
 
@@ -16,47 +14,6 @@
 namespace sorn_reliability {
 namespace {
 
-// An empty channel cell in an entry's ROI reaches the kernels as a channel
-// count and an element offset: the arithmetic folds (count & 15) channels
-// of a negative count into a far longer row and writes past the
-// destination's ROI, or with the cell's origin at the channel count starts
-// each row past its first pixel; the sums choose the four-channel kernel
-// for a one-channel image and write four results.
-constexpr bool kOpenEmptyChannelCell = false;
-// Volume capacities form the product of four cells in a signed 64-bit word,
-// which overflows (undefined) for large cells.
-constexpr bool kOpenCapacityOverflow = false;
-// At rank 4 the call frame merges dense dimensions and adds the outer origin
-// times the outer byte stride to the inner origin cell, which counts
-// elements: with an origin off zero the kernels read outside the operand.
-constexpr bool kOpenFrameOriginMerge = false;
-
-// The weighted sum of a histogram forms ilow + i in a signed 32-bit word,
-// which overflows (undefined) for a range near the top of s32.
-constexpr bool kOpenHistogramSumOverflow = false;
-
-// A sum formed in f64 that rounds up to 2^31 (2147483647.5 and above) is
-// converted to s32 as it stands, which is undefined, instead of giving
-// 0x80000000 like every other value outside 32 bits.
-constexpr bool kOpenRoundingUpTo2Pow31 = false;
-
-// A lookup answers a key it holds no kernel for with a status stub that
-// takes no arguments; the dispatchers called it through the kernel's type,
-// which is undefined (clang's function sanitizer reports it; g++ has no
-// such check). They now take the lookup's status and return it without a
-// call. What callers see is unchanged, and pinned down by the refusal tests
-// of each family (AddDispatch.KnownTriplesWithoutKernelAreNotSupported,
-// HistogramEntry.TypesWithoutKernelAreNotSupported, ...) and below; the
-// fuzz targets, built with that sanitizer, check the calls themselves.
-constexpr bool kOpenStubCalledThroughKernelType = false;
-
-// A plain flooding that ends with regions on its stack which never took
-// part in a merge (an image of one level and at least 16 pixels, say)
-// leaves them outside the tree. Closing the builder destroys the features
-// of the tree's regions only, so the feature values of those regions are
-// never destroyed: the pixel feature's point lists leak.
-constexpr bool kOpenUnmergedRegionFeatures = false;
-
 SornXE fresh_env() {
   SornXE xe;
   std::memset(&xe, 0, sizeof xe);
@@ -64,10 +21,14 @@ SornXE fresh_env() {
   return xe;
 }
 
+// An empty channel cell in an entry's ROI reached the kernels as a channel
+// count and an element offset: the arithmetic folded (count & 15) channels
+// of a negative count into a far longer row and wrote past the
+// destination's ROI, or with the cell's origin at the channel count started
+// each row past its first pixel; the sums chose the four-channel kernel
+// for a one-channel image and wrote four results.
 TEST(Findings, AddWithNegativeChannelCellInDestinationRoiWritesNothing) {
-  if (kOpenEmptyChannelCell)
-    GTEST_SKIP() << "open finding: empty channel cell of a ROI taken as a channel count";
-  // Margins wide enough for the fifteen-fold row the open finding writes.
+  // Margins wide enough for the fifteen-fold row the finding wrote.
   Image d, a, b;
   make_image(d, SORN_U8, 1, 4, 4, 1, 16, 0);
   make_image(a, SORN_U8, 1, 4, 4, 1, 16, 0);
@@ -82,8 +43,6 @@ TEST(Findings, AddWithNegativeChannelCellInDestinationRoiWritesNothing) {
 }
 
 TEST(Findings, AddWithChannelOriginAtTheCountInDestinationRoiWritesNothing) {
-  if (kOpenEmptyChannelCell)
-    GTEST_SKIP() << "open finding: empty channel cell of a ROI taken as a channel count";
   // Two channels, the ROI's channel cell from 2 on: no channel is left, but
   // each row would start one pixel further on.
   Image d, a, b;
@@ -101,8 +60,6 @@ TEST(Findings, AddWithChannelOriginAtTheCountInDestinationRoiWritesNothing) {
 }
 
 TEST(Findings, SumWithNegativeChannelCellInRoiWritesNoMoreResultsThanChannels) {
-  if (kOpenEmptyChannelCell)
-    GTEST_SKIP() << "open finding: empty channel cell of a ROI taken as a channel count";
   Image src;
   make_image(src, SORN_U8, 1, 4, 4, 1, 16, 0);
   Block out;
@@ -116,9 +73,9 @@ TEST(Findings, SumWithNegativeChannelCellInRoiWritesNoMoreResultsThanChannels) {
   EXPECT_TRUE(out.canvas.unchanged());
 }
 
+// Volume capacities formed the product of four cells in a signed 64-bit
+// word, which overflowed (undefined) for large cells.
 TEST(Findings, VolumeCapacityOfLargeCellsIsDefined) {
-  if (kOpenCapacityOverflow)
-    GTEST_SKIP() << "open finding: volume capacity overflows a signed 64-bit product";
   // 2^16 four times is 2^64: the product wraps to 0 like the library's other
   // cell arithmetic, and is never undefined (the sanitizer build checks).
   const int32_t cells[4] = {65536, 65536, 65536, 65536};
@@ -128,9 +85,9 @@ TEST(Findings, VolumeCapacityOfLargeCellsIsDefined) {
   EXPECT_EQ(sorn_volume__capacity(4, neg), INT64_MIN);
 }
 
+// The weighted sum of a histogram formed ilow + i in a signed 32-bit word,
+// which overflowed (undefined) for a range near the top of s32.
 TEST(Findings, HistogramSumNearTheTopOfS32Wraps) {
-  if (kOpenHistogramSumOverflow)
-    GTEST_SKIP() << "open finding: histogram weighted sum overflows a signed 32-bit word";
   // Ten values of 2^31 - 1 in a range of one value and 19 bins: the sum runs
   // over every counter with the value ilow + i, wrapping, and is never
   // undefined (the sanitizer build checks).
@@ -158,9 +115,10 @@ TEST(Findings, HistogramSumNearTheTopOfS32Wraps) {
   sorn_hist_fini(&h);
 }
 
+// A sum formed in f64 that rounds up to 2^31 (2147483647.5 and above) was
+// converted to s32 as it stood, which is undefined, instead of giving
+// 0x80000000 like every other value outside 32 bits.
 TEST(Findings, AddOfDoubleSumRoundingUpTo2Pow31GivesTheOutOfRangeValue) {
-  if (kOpenRoundingUpTo2Pow31)
-    GTEST_SKIP() << "open finding: f64 sum rounding up to 2^31 converted to s32 undefined";
   Image d, a, b;
   make_image(d, SORN_S32, 1, 1, 2, 1, 1, 0);
   make_image(a, SORN_F32, 1, 1, 2, 1, 1, 0);
@@ -178,31 +136,42 @@ TEST(Findings, AddOfDoubleSumRoundingUpTo2Pow31GivesTheOutOfRangeValue) {
   EXPECT_EQ(v, INT32_MIN);
 }
 
+// At rank 4 the call frame merges dense dimensions and adds the outer
+// origin times the outer byte stride to the inner origin cell, which counts
+// elements: with an origin off zero the kernels read outside the operand.
 TEST(Findings, RankFourSumWithPlaneOriginReadsOnlyItsOperand) {
-  if (kOpenFrameOriginMerge)
-    GTEST_SKIP() << "open finding: rank-4 origin merge of the call frame reads outside the operand";
-  // Two dense planes of 3 x 4 s16 ones, behind one plane of the parent and
-  // inside a canvas whose other elements are large.
-  Image im;
-  make_image(im, SORN_S16, 2, 3, 4, 1, 0, 0, 4);
-  for (size_t i = 0; i + 1 < im.canvas.bytes.size(); i += 2) {
-    const int16_t big = 10000;
-    std::memcpy(im.canvas.data() + i, &big, 2);
+  // Two planes of 3 x 4 s16 ones, behind one plane of the parent, inside a
+  // canvas whose other elements are large. Without a margin the planes lie
+  // back to back and the frame merges them into one slice of six rows: the
+  // sum covers both. With a margin the planes have a gap, cannot be merged,
+  // and the one call the frame makes sees the first plane alone.
+  for (int32_t margin : {0, 1}) {
+    Image im;
+    make_image(im, SORN_S16, 2, 3, 4, 1, margin, 0, 4);
+    for (size_t i = 0; i + 1 < im.canvas.bytes.size(); i += 2) {
+      const int16_t big = 10000;
+      std::memcpy(im.canvas.data() + i, &big, 2);
+    }
+    std::mt19937_64 rng(1);
+    fill_site(im, rng, [](std::mt19937_64 &) { return 1.0; });
+    double sums[4] = {0, 0, 0, 0};
+    SornXE xe = fresh_env();
+    const SornStatus st = SornSum(&xe, 0, &im.rec, nullptr, sums);
+    SornXEfini(&xe);
+    ASSERT_EQ(st, SORN_OK);
+    EXPECT_EQ(sums[0], margin == 0 ? 24.0 : 12.0) << "margin " << margin;
   }
-  std::mt19937_64 rng(1);
-  fill_site(im, rng, [](std::mt19937_64 &) { return 1.0; });
-  double sums[4] = {0, 0, 0, 0};
-  SornXE xe = fresh_env();
-  const SornStatus st = SornSum(&xe, 0, &im.rec, nullptr, sums);
-  SornXEfini(&xe);
-  ASSERT_EQ(st, SORN_OK);
-  // One plane or both, as the frame runs them: only ones are read.
-  EXPECT_TRUE(sums[0] == 12.0 || sums[0] == 24.0) << sums[0];
 }
 
+// A lookup answers a key it holds no kernel for with a status stub that
+// takes no arguments; the dispatchers called it through the kernel's type,
+// which is undefined (clang's function sanitizer reports it; g++ has no
+// such check). They now take the lookup's status and return it without a
+// call. What callers see is unchanged, and pinned down by the refusal tests
+// of each family (AddDispatch.KnownTriplesWithoutKernelAreNotSupported,
+// HistogramEntry.TypesWithoutKernelAreNotSupported, ...) and below; the
+// fuzz targets, built with that sanitizer, check the calls themselves.
 TEST(Findings, DispatchersAnswerARefusedKernelKeyWithItsStatusAndWriteNothing) {
-  if (kOpenStubCalledThroughKernelType)
-    GTEST_SKIP() << "open finding: status stubs called through the kernel's function type";
   const SornDimPack pack = SORN_DIMPACK(3);
   int32_t dims[3] = {1, 2, 1}, s1[3] = {2, 1, 1}, s2[3] = {4, 2, 2}, s8[3] = {16, 8, 8};
   uint8_t src[2] = {1, 2}, mask[2] = {1, 1};
@@ -234,6 +203,12 @@ TEST(Findings, DispatchersAnswerARefusedKernelKeyWithItsStatusAndWriteNothing) {
   EXPECT_EQ(std::memcmp(&h, &h0, sizeof h), 0);
 }
 
+// A plain flooding that ends with regions on its stack which never took
+// part in a merge (an image of one level and at least 16 pixels, say)
+// leaves them outside the tree. Closing the builder destroyed the features
+// of the tree's regions only, so the feature values of those regions were
+// never destroyed: the pixel feature's point lists leaked.
+//
 // A feature that counts its live values: init adds one, destroy takes one.
 struct LiveCount {
   int64_t live = 0;
@@ -253,8 +228,6 @@ void count_update2D(void *, const int32_t *, int32_t) {}
 void count_merge(void *, const void *) {}
 
 TEST(Findings, ClosingTheBuilderDestroysTheFeaturesOfEveryRegionOfAFlooding) {
-  if (kOpenUnmergedRegionFeatures)
-    GTEST_SKIP() << "open finding: features of regions left outside the tree are never destroyed";
   LiveCount count;
   SornWTSFeatureDs ds;
   std::memset(&ds, 0, sizeof ds);

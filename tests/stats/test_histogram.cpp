@@ -1,5 +1,7 @@
 // Counting: SornHistogram and SornHistogramEx from the entry to the kernels,
 // against a plain count written here.
+#include <limits>
+
 #include "stats_testutil.h"
 
 using sorn_test::Image;
@@ -724,4 +726,31 @@ TEST(Histogram4D, RegionInsideDensePlanesCountsWhereItLies) {
   for (int y = 1; y < 3; ++y)
     for (int x = 2; x < 4; ++x) want2[200 + y * 10 + x]++;
   EXPECT_EQ(u.store, want2);
+}
+
+TEST(HistogramRange, ValuesOutsideTheRangeAreNotCounted) {
+  // Whatever the data, no counter outside the record is touched: values
+  // below or above the range, and NaN, fall outside the bins.
+  Env env;
+  for (uint32_t t : {SORN_U8, SORN_S16, SORN_S32, SORN_F32}) {
+    for (int32_t cols : {5, 40}) {
+      Image img(3, cols, 1, t);
+      for (int32_t y = 0; y < 3; ++y)
+        for (int32_t x = 0; x < cols; ++x) img.set(y, x, 0, 10 + (x % 5));  // 10..14
+      img.set(0, 1, 0, 2);
+      img.set(1, 2, 0, 250);
+      if (t == SORN_F32) img.set(2, 3, 0, std::numeric_limits<double>::quiet_NaN());
+      TestHist th(5, 10, 14);
+      th.store.resize(th.store.size() + 64, 0);  // room to see a stray write
+      th.h.counts = th.store.data();
+      SornArray a = img.record();
+      ASSERT_EQ(SornHistogram(env.xe(), 0, &a, nullptr, 0, &th.h), SORN_OK);
+      uint32_t counted = 0;
+      for (int b = 0; b < 5; ++b) counted += th.store[b];
+      const uint32_t outside = t == SORN_F32 ? 3 : 2;
+      EXPECT_EQ(counted, 3u * cols - outside) << sorn_test::type_name(t) << " " << cols;
+      for (size_t i = 5; i < th.store.size(); ++i)
+        ASSERT_EQ(th.store[i], 0u) << sorn_test::type_name(t) << " " << cols << " entry " << i;
+    }
+  }
 }

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "tool_testutil.h"
 
@@ -201,5 +203,43 @@ TEST(ToolMser, OutputFailures) {
             "sorn mser: " + dir.path("o.pgm") + ": PGM holds grey images only, this one is RGB (write .png or .ppm)");
   r = run_tool({"mser", "-o", dir.path("o.tif")});
   EXPECT_EQ(r.code, 2);
+}
+
+TEST(ToolMser, PrintsWhatTheReadmeDemoShows) {
+  // The README shows the demo's output; the counts there are the tool's
+  // counts on the default picture, and this test is where they come from:
+  // every line but the time must be what the README says.
+  const std::string readme = tool_test::read_file(std::string(SORN_TOOL_SOURCE_DIR) + "/../README.md");
+  const size_t demo = readme.find("\n## Demo\n");
+  ASSERT_NE(demo, std::string::npos) << "the README's demo section";
+  EXPECT_NE(readme.find("build/release/tools/sorn mser -o mser.png"), std::string::npos)
+      << "the demo command";
+  const size_t open = readme.find("\n```\n", demo);
+  ASSERT_NE(open, std::string::npos);
+  const size_t close = readme.find("\n```\n", open + 4);
+  ASSERT_NE(close, std::string::npos);
+  std::vector<std::string> shown, printed;
+  std::istringstream in(readme.substr(open + 5, close - open - 4)), out;
+  for (std::string l; std::getline(in, l);) shown.push_back(l);
+
+  Scratch dir;
+  ToolRun r = run_tool({"mser", "-o", dir.path("mser.png")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  out.str(r.out);
+  for (std::string l; std::getline(out, l);) printed.push_back(l);
+  ASSERT_EQ(printed.size(), shown.size()) << r.out;
+  for (size_t i = 0; i < shown.size(); ++i) {
+    if (shown[i].rfind("time: ", 0) == 0) {
+      // The time is the machine's; its form is the tool's.
+      EXPECT_EQ(printed[i].rfind("time: ", 0), 0u) << printed[i];
+      EXPECT_EQ(printed[i].substr(printed[i].size() - 3), " ms") << printed[i];
+    } else if (shown[i].rfind("wrote ", 0) == 0) {
+      EXPECT_EQ(shown[i], "wrote mser.png");
+      EXPECT_EQ(printed[i], "wrote " + dir.path("mser.png"));
+    } else {
+      EXPECT_EQ(printed[i], shown[i]) << "line " << i + 1 << " of the README's demo output";
+    }
+  }
 }
 #endif
