@@ -164,10 +164,24 @@ int run_mser(const std::vector<std::string> &argv);
 int run_hist(const std::vector<std::string> &argv);
 int run_stats(const std::vector<std::string> &argv);
 int run_add(const std::vector<std::string> &argv);
+int run_sub(const std::vector<std::string> &argv);
+int run_mul(const std::vector<std::string> &argv);
+int run_div(const std::vector<std::string> &argv);
+int run_and(const std::vector<std::string> &argv);
+int run_or(const std::vector<std::string> &argv);
+int run_xor(const std::vector<std::string> &argv);
+int run_not(const std::vector<std::string> &argv);
 
 extern const char *const kMserHelp;
 extern const char *const kHistHelp;
 extern const char *const kStatsHelp;
 extern const char *const kAddHelp;
+extern const char *const kSubHelp;
+extern const char *const kMulHelp;
+extern const char *const kDivHelp;
+extern const char *const kAndHelp;
+extern const char *const kOrHelp;
+extern const char *const kXorHelp;
+extern const char *const kNotHelp;
 
 }  // namespace sorn::tool

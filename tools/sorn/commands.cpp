@@ -9,7 +9,14 @@ const std::vector<Command> &commands() {
       {"mser", "maximally stable extremal regions, drawn over the picture", kMserHelp, run_mser},
       {"hist", "256-bin histogram per channel, as a table and a bar plot", kHistHelp, run_hist},
       {"stats", "sum and mean per channel, optionally under a mask", kStatsHelp, run_stats},
-      {"add", "element-wise sum of two images", kAddHelp, run_add},
+      {"add", "element-wise sum of two images, or of an image and a constant", kAddHelp, run_add},
+      {"sub", "element-wise difference", kSubHelp, run_sub},
+      {"mul", "element-wise product, saturating", kMulHelp, run_mul},
+      {"div", "element-wise quotient, rounded or truncated", kDivHelp, run_div},
+      {"and", "bitwise and", kAndHelp, run_and},
+      {"or", "bitwise or", kOrHelp, run_or},
+      {"xor", "bitwise exclusive or", kXorHelp, run_xor},
+      {"not", "bitwise complement", kNotHelp, run_not},
   };
   return table;
 }
