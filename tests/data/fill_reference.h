@@ -12,8 +12,9 @@
 namespace fill_ref {
 
 inline const std::vector<uint32_t> &fill_types() {
-  static const std::vector<uint32_t> t = {SORN_U8, SORN_S8, SORN_U16, SORN_S16,
-                                          SORN_U32, SORN_S32, SORN_F32};
+#define SORN_FILL_REF_CODE(t) SORN_TYPECODE(t),
+  static const std::vector<uint32_t> t = {SORN_FILL_TYPES(SORN_FILL_REF_CODE)};
+#undef SORN_FILL_REF_CODE
   return t;
 }
 

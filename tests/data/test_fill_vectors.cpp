@@ -2,6 +2,7 @@
 // 16-, 32- and 64-byte blocks, the word duplication, and the refusals.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -48,6 +49,16 @@ TEST(FillVector, EveryTypeAndChannelCountRepeatsThePixel) {
         expect_block(&sorn_mkifillvalv64, 64, t, v, ch);
         if (HasFatalFailure()) return;
       }
+}
+
+TEST(FillVector, EveryCodeOutsideTheFillTableIsRefused) {
+  const std::vector<uint32_t> &types = fill_ref::fill_types();
+  const double v[4] = {1, 2, 3, 4};
+  for (uint32_t code = 0; code < 32; ++code) {
+    if (std::find(types.begin(), types.end(), code) != types.end()) continue;
+    alignas(8) uint8_t out[16];
+    EXPECT_LT(sorn_mkifillvalv16(code, out, v, 1), 0) << "code " << code;
+  }
 }
 
 TEST(FillVector, F64TakesTheDoublesThemselvesInTheWideBlocks) {

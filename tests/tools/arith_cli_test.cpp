@@ -8,18 +8,12 @@
 #include "tool_testutil.h"
 
 using sorn::tool::Image;
+using tool_test::expect_failure;
 using tool_test::run_tool;
 using tool_test::Scratch;
 using tool_test::ToolRun;
 
 namespace {
-
-void expect_failure(const ToolRun &r, int code, const std::string &line) {
-  EXPECT_EQ(r.code, code) << r.err;
-  auto lines = r.err_lines();
-  ASSERT_EQ(lines.size(), 1u) << r.err;
-  EXPECT_EQ(lines[0], line);
-}
 
 // Two one-row grey pictures a and b in dir, and a runner that returns the
 // row written.

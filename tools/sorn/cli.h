@@ -171,6 +171,10 @@ int run_and(const std::vector<std::string> &argv);
 int run_or(const std::vector<std::string> &argv);
 int run_xor(const std::vector<std::string> &argv);
 int run_not(const std::vector<std::string> &argv);
+int run_threshold(const std::vector<std::string> &argv);
+int run_resize(const std::vector<std::string> &argv);
+int run_filter(const std::vector<std::string> &argv);
+int run_border(const std::vector<std::string> &argv);
 
 extern const char *const kMserHelp;
 extern const char *const kHistHelp;
@@ -183,5 +187,9 @@ extern const char *const kAndHelp;
 extern const char *const kOrHelp;
 extern const char *const kXorHelp;
 extern const char *const kNotHelp;
+extern const char *const kThresholdHelp;
+extern const char *const kResizeHelp;
+extern const char *const kFilterHelp;
+extern const char *const kBorderHelp;
 
 }  // namespace sorn::tool

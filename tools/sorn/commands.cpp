@@ -8,7 +8,8 @@ const std::vector<Command> &commands() {
   static const std::vector<Command> table = {
       {"mser", "maximally stable extremal regions, drawn over the picture", kMserHelp, run_mser},
       {"hist", "256-bin histogram per channel, as a table and a bar plot", kHistHelp, run_hist},
-      {"stats", "sum and mean per channel, optionally under a mask", kStatsHelp, run_stats},
+      {"stats", "sum, mean, minimum and maximum per channel, optionally under a mask", kStatsHelp,
+       run_stats},
       {"add", "element-wise sum of two images, or of an image and a constant", kAddHelp, run_add},
       {"sub", "element-wise difference", kSubHelp, run_sub},
       {"mul", "element-wise product, saturating", kMulHelp, run_mul},
@@ -17,6 +18,11 @@ const std::vector<Command> &commands() {
       {"or", "bitwise or", kOrHelp, run_or},
       {"xor", "bitwise exclusive or", kXorHelp, run_xor},
       {"not", "bitwise complement", kNotHelp, run_not},
+      {"threshold", "black and white by a fixed threshold, Otsu's, or the local mean",
+       kThresholdHelp, run_threshold},
+      {"resize", "nearest-neighbour resizing by factors or to a size", kResizeHelp, run_resize},
+      {"filter", "box, minimum or maximum over a rectangular window", kFilterHelp, run_filter},
+      {"border", "the picture with a border of a given kind around it", kBorderHelp, run_border},
   };
   return table;
 }

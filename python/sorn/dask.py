@@ -1,0 +1,238 @@
+"""Sorn on Dask: many images on a dask.distributed cluster, and large images
+cut into tiles.
+
+Batches of images
+  map_images(func, images, *args, **kwargs)
+      func(image, *args, **kwargs) for every image, in the order of images.
+      images is a sequence of arrays, a folder (its pictures read where they
+      are processed, in name order), or a dask.bag of arrays.
+  stable_regions(images, **params)
+      sorn.mser of every picture, taken as grey: a list of sorn.Regions.
+
+Both run on the scheduler Dask has in use: the dask.distributed Client made
+last, which Dask takes as its default (Client("tcp://scheduler:8786") for a
+real cluster, or a LocalCluster), or the one given with scheduler=. With a
+folder, the workers read the pictures themselves, so on a cluster of several
+machines the folder must be where every worker finds it (a shared disk);
+read_on_client=True reads them here and sends the pixels instead.
+
+Large images as dask arrays (two axes, or three with the channels last; the
+channel axis is never cut)
+  histogram(x, bins=256, range=None)   counts per tile, added exactly
+  sum(x), mean(x)                      per tile, added exactly
+  elementwise(func, *arrays, **kwargs) func (sorn.add, sorn.compare, ...)
+                                       tile by tile
+Each returns a dask array; .compute() runs it. The results are those of
+the operation on the whole image: counts are added as 64-bit integers, the
+integer sums of tiles are exact in double and are added as integers, and
+element-wise operations look at one element at a time. float32 sums are the
+library's double sums of each tile, added with math.fsum, which rounds once:
+the result is the same on any cluster and in any order of tiles, and may
+differ in the last bits from one call of sorn.sum on the whole image, whose
+additions run in another order.
+
+The library works on one record of at most 2 GiB per call: tiles are how
+larger images reach it.
+
+sorn's functions live in its extension module and do not pickle; these
+functions send them to the workers by name (portable(func) does that for a
+function of your own Dask code).
+"""
+
+import functools
+import math
+import os
+
+import dask
+import dask.array as da
+import dask.bag as db
+import numpy as np
+
+import sorn
+
+from . import io as _io
+
+__all__ = ["map_images", "stable_regions", "picture_paths", "portable", "histogram", "sum",
+           "mean", "elementwise"]
+
+_builtin_sum = sum
+
+# ---------------------------------------------------------------- batches
+
+
+def picture_paths(folder):
+    """The pictures of a folder that sorn.io reads, in name order."""
+    names = sorted(n for n in os.listdir(folder) if n.lower().endswith(_io.EXTENSIONS))
+    return [os.path.join(folder, n) for n in names]
+
+
+class _Named:
+    """A function of sorn by its name. The module's functions are built into
+    the extension and cannot be pickled themselves; this stands for one on
+    the workers, where it looks the function up in their own sorn."""
+
+    def __init__(self, name):
+        self.name = name
+
+    def __call__(self, *args, **kwargs):
+        return getattr(sorn, self.name)(*args, **kwargs)
+
+    def __repr__(self):
+        return f"sorn.{self.name}"
+
+
+def portable(func):
+    """func in a form that reaches Dask's workers: sorn's own functions (also
+    inside functools.partial) by name, any other as it is."""
+    if isinstance(func, functools.partial):
+        return functools.partial(portable(func.func), *func.args, **func.keywords)
+    name = getattr(func, "__name__", None)
+    if name and getattr(sorn, name, None) is func:
+        return _Named(name)
+    return func
+
+
+def _apply(func, args, kwargs, image):
+    return func(image, *args, **kwargs)
+
+
+def _read_and_apply(func, args, kwargs, path):
+    return func(_io.read_image(path), *args, **kwargs)
+
+
+def map_images(func, images, *args, scheduler=None, read_on_client=False, **kwargs):
+    """func(image, *args, **kwargs) for every image, as a list in the order
+    of images. See the module's help for images and scheduler."""
+    func = portable(func)
+    if isinstance(images, db.Bag):
+        bag = images.map(functools.partial(_apply, func, args, kwargs))
+    else:
+        if isinstance(images, (str, os.PathLike)):
+            items = picture_paths(images)
+            if read_on_client:
+                items = [_io.read_image(p) for p in items]
+                step = functools.partial(_apply, func, args, kwargs)
+            else:
+                step = functools.partial(_read_and_apply, func, args, kwargs)
+        else:
+            items = list(images)
+            step = functools.partial(_apply, func, args, kwargs)
+        if not items:
+            return []
+        # One task per picture (up to a thousand tasks), so that the workers
+        # share the pictures as they come free.
+        bag = db.from_sequence(items, npartitions=min(len(items), 1000)).map(step)
+    return bag.compute(scheduler=scheduler)
+
+
+def _grey_regions(image, **params):
+    return sorn.mser(np.ascontiguousarray(_io.grey(image)), **params)
+
+
+def stable_regions(images, scheduler=None, read_on_client=False, **params):
+    """sorn.mser(grey picture, **params) for every picture: a list of
+    sorn.Regions."""
+    return map_images(_grey_regions, images, scheduler=scheduler,
+                      read_on_client=read_on_client, **params)
+
+
+# ---------------------------------------------------------------- tiles
+
+
+def _image_array(x, function):
+    if not isinstance(x, da.Array):
+        raise TypeError(f"{function}: x must be a dask array, not {type(x).__name__}")
+    if x.ndim not in (2, 3):
+        raise ValueError(f"{function}: x must have the axes (rows, columns) or "
+                         "(rows, columns, channels)")
+    if x.ndim == 3 and len(x.chunks[2]) > 1:
+        x = x.rechunk({2: -1})
+    return x
+
+
+def _tiles(x):
+    return list(x.to_delayed().ravel())
+
+
+def _tile_histogram(tile, bins, range_):
+    counts = sorn.histogram(np.ascontiguousarray(tile), bins, range_)
+    return counts.astype(np.uint64)
+
+
+def _add_counts(parts):
+    return functools.reduce(np.add, parts)
+
+
+def histogram(x, bins=256, range=None):
+    """Counts of x's values as sorn.histogram gives them for the whole image,
+    as uint64: (bins,) for two axes, (channels, bins) for three. The default
+    range of int32 and float32 images is the data's, found first (NaN left
+    out), so that every tile counts in the same bins."""
+    x = _image_array(x, "histogram")
+    if range is None and np.dtype(x.dtype) in (np.dtype(np.int32), np.dtype(np.float32)):
+        lo, hi = dask.compute(da.nanmin(x), da.nanmax(x))
+        range = (0.0, 1.0) if np.isnan(lo) or np.isnan(hi) else (float(lo), float(hi))
+    parts = [dask.delayed(_tile_histogram)(t, bins, range) for t in _tiles(x)]
+    shape = (bins,) if x.ndim == 2 else (x.shape[2], bins)
+    return da.from_delayed(dask.delayed(_add_counts)(parts), shape=shape, dtype=np.uint64)
+
+
+def _tile_sum(tile):
+    return np.atleast_1d(sorn.sum(np.ascontiguousarray(tile))).copy()
+
+
+def _add_sums(parts, integer):
+    parts = np.stack(parts)
+    if integer:
+        # Each tile's sum is an integer held exactly in double; added as
+        # integers, the total is exact, and rounded once into double as the
+        # library rounds its 64-bit total.
+        return np.array([float(_builtin_sum(int(v) for v in parts[:, c]))
+                         for c in range(parts.shape[1])])
+    return np.array([math.fsum(parts[:, c]) for c in range(parts.shape[1])])
+
+
+def _sums(x, function):
+    x = _image_array(x, function)
+    integer = np.dtype(x.dtype).kind in "iu"
+    parts = [dask.delayed(_tile_sum)(t) for t in _tiles(x)]
+    channels = 1 if x.ndim == 2 else x.shape[2]
+    return x, dask.delayed(_add_sums)(parts, integer), channels
+
+
+def sum(x):
+    """The sum of every channel, as sorn.sum: a 0-D dask array for two axes,
+    one value per channel for three."""
+    x, total, channels = _sums(x, "sum")
+    out = da.from_delayed(total, shape=(channels,), dtype=np.float64)
+    return out[0] if x.ndim == 2 else out
+
+
+def mean(x):
+    """The mean of every channel: the exact sum over the pixel count."""
+    x, total, channels = _sums(x, "mean")
+    count = x.shape[0] * x.shape[1]
+    out = da.from_delayed(dask.delayed(np.divide)(total, float(count)), shape=(channels,),
+                          dtype=np.float64)
+    return out[0] if x.ndim == 2 else out
+
+
+def _tile_call(func, kwargs, *tiles):
+    return func(*[np.ascontiguousarray(t) for t in tiles], **kwargs)
+
+
+def elementwise(func, *arrays, **kwargs):
+    """func(*tiles, **kwargs) over tiles at the same places of every array:
+    for sorn's element-wise operations (add, subtract, multiply, divide,
+    compare, the bitwise operations, negative, exp, log, sigmoid), whose
+    result at a pixel depends on that pixel alone. Constants pass as
+    keywords or in a partial of func."""
+    if not arrays:
+        raise TypeError("elementwise: no arrays")
+    first = _image_array(arrays[0], "elementwise")
+    func = portable(func)
+    arrays = [first] + [_image_array(a, "elementwise").rechunk(first.chunks) for a in arrays[1:]]
+    # The type of the result, from one pixel of each.
+    probe = func(*[np.zeros((1, 1) + a.shape[2:], a.dtype) for a in arrays], **kwargs)
+    return da.map_blocks(functools.partial(_tile_call, func, kwargs), *arrays, dtype=probe.dtype,
+                         chunks=first.chunks if probe.ndim == first.ndim else None)

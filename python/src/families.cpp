@@ -1,0 +1,352 @@
+// The module's functions: one line per family of the library. A family that
+// lands in the library becomes a Python function by its line here (and, when
+// its arguments have a shape no family had before, a record and a binder in
+// shapes.h).
+#include <algorithm>
+#include <variant>
+
+#include "shapes.h"
+
+namespace sorn::python {
+
+namespace {
+
+// The type tables, expanded from the library's header.
+constexpr uint32_t kAddTriples[] = {SORN_ADD_TRIPLES(SORN_PY_TRIPLE)};
+constexpr uint32_t kAddqTriples[] = {SORN_ADDQ_OWN_TRIPLES(SORN_PY_TRIPLE)
+                                         SORN_ADDQ_PLAIN_TRIPLES(SORN_PY_TRIPLE)};
+constexpr uint32_t kAddcTriples[] = {SORN_ADDC_TRIPLES(SORN_PY_TRIPLE)};
+constexpr uint32_t kAddqcTriples[] = {SORN_ADDQC_OWN_TRIPLES(SORN_PY_TRIPLE)
+                                          SORN_ADDQC_PLAIN_TRIPLES(SORN_PY_TRIPLE)};
+constexpr uint32_t kMulcTriples[] = {SORN_MULC_TRIPLES(SORN_PY_TRIPLE)};
+constexpr uint32_t kDivTriples[] = {SORN_DIV_TRIPLES(SORN_PY_TRIPLE)};
+constexpr uint32_t kDivcPairs[] = {SORN_DIVC_PAIRS(SORN_PY_PAIR)};
+constexpr uint32_t kLogicTriples[] = {SORN_LOGIC_TYPES(SORN_PY_SAME3)};
+constexpr uint32_t kLogicPairs[] = {SORN_LOGIC_TYPES(SORN_PY_SAME2)};
+constexpr uint32_t kConstChannels = 0u SORN_CONST_CHANNELS(SORN_PY_CHANNEL_BIT, _);
+constexpr uint32_t kNegPairs[] = {SORN_NEG_PAIRS(SORN_PY_PAIR)};
+constexpr uint32_t kNegqPairs[] = {SORN_NEGQ_OWN_PAIRS(SORN_PY_PAIR)
+                                       SORN_NEGQ_PLAIN_PAIRS(SORN_PY_PAIR)};
+constexpr uint32_t kExpPairs[] = {SORN_EXP_PAIRS(SORN_PY_PAIR)};
+constexpr uint32_t kCmpPairs[] = {SORN_CMP_PAIRS(SORN_PY_PAIR)};
+constexpr uint32_t kECmpPairs[] = {SORN_ECMP_PAIRS(SORN_PY_PAIR)};
+constexpr uint32_t kMinmaxTypes[] = {SORN_MINMAX_TYPES(SORN_PY_TYPE)};
+constexpr uint32_t kSumTypes[] = {SORN_SUM_TYPES(SORN_PY_TYPE)};
+constexpr uint32_t kStatsChannels = 0u SORN_STATS_CHANNELS(SORN_PY_CHANNEL_BIT, _);
+constexpr uint32_t kHistTypes[] = {SORN_HIST_TYPES(SORN_PY_TYPE)};
+constexpr uint32_t kHistXmTypes[] = {SORN_HIST_XM_TYPES(SORN_PY_TYPE)};
+constexpr uint32_t kFillTypes[] = {SORN_FILL_TYPES(SORN_PY_TYPE)};
+constexpr uint32_t kMulPairs[] = {SORN_MULMM_PAIRS(SORN_PY_PAIR)};
+
+// The accuracy of exp (and of the sigmoid, which uses it) and of ln.
+constexpr FlagChoice kExpAccuracy[] = {
+    {"accurate", SORN_F_EXP_ACCURATE}, {"fast", SORN_F_EXP_FAST}, {"superfast", SORN_F_EXP_SUPERFAST}};
+constexpr FlagChoice kLnAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
+                                      {"superfast", SORN_F_EXP_SUPERFAST}};
+
+using Shape = std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill,
+                           MatMul, ComponentTree, StableRegions>;
+
+struct Family {
+  const char *name;
+  const char *doc;
+  Shape shape;
+};
+
+const Family kFamilies[] = {
+    {"add",
+     R"(add(a, b, *, scale=0, saturate=True, dtype=None, out=None)
+
+Element-wise a + b of two images of the same rows, columns and channels, or of
+an image and a constant (a number, or one number per channel) on either side.
+
+scale is the library's scale factor sf: 0 keeps the sum; a positive sf shifts
+it left by sf bits and saturates; a negative sf divides it by 2**-sf, rounding
+to nearest with ties to even, and saturates. saturate=True clamps the sum to
+the destination's range (the library's saturating form); saturate=False lets
+an integer sum wrap at scale 0. An int8 destination with saturate=True takes
+the signed saturating form: uint8 sources, results clamped to -128..127.
+
+The result has the type of the wider source (dtype= or out= choose another
+the library has a kernel for: uint8, int16, int32, float32 destinations; the
+error lists the combinations). out may be a or b itself.
+
+add(x, x) with the very same array (one memory, one layout) is the library's
+form for like sources, kept as the library defines it: the sum goes to its
+multiply-by-constant kernel with a block of doubles that kernel reads in its
+own type, so that uint8 gives zeros and other types their own factors, not a
+doubling. add(x, x.copy()) doubles.)",
+     Elementwise{"saturate", true, true,
+                 {SORN_PY_ENTRY(SornAdd), SORN_PY_ENTRY(SornAddq), SORN_PY_ENTRY(SornAddsq)},
+                 {SORN_PY_ENTRY(SornAddC), SORN_PY_ENTRY(SornAddqC), SORN_PY_ENTRY(SornAddsqC)},
+                 {},  // addition commutes
+                 kAddTriples, kAddqTriples, kAddcTriples, kAddqcTriples, kAnyChannels}},
+    {"subtract",
+     R"(subtract(a, b, *, scale=0, saturate=True, dtype=None, out=None)
+
+Element-wise a - b of two images, of an image and a constant (image minus
+constant), or of a constant and an image (constant minus image). scale,
+saturate, dtype and out as for add: with saturate=False an integer difference
+wraps (10 - 20 in uint8 is 246), with saturate=True it clamps (0), and into an
+int8 destination it is the signed difference (-10).)",
+     Elementwise{"saturate", true, true,
+                 {SORN_PY_ENTRY(SornSub), SORN_PY_ENTRY(SornSubq), SORN_PY_ENTRY(SornSubsq)},
+                 {SORN_PY_ENTRY(SornSubC), SORN_PY_ENTRY(SornSubqC), SORN_PY_ENTRY(SornSubsqC)},
+                 {SORN_PY_ENTRY(SornRSubC), SORN_PY_ENTRY(SornRSubqC), SORN_PY_ENTRY(SornRSubsqC)},
+                 kAddTriples, kAddqTriples, kAddcTriples, kAddqcTriples, kAnyChannels}},
+    {"multiply",
+     R"(multiply(a, b, *, scale=0, dtype=None, out=None)
+
+Element-wise a * b of two images, or of an image and a constant (a number, or
+one per channel) on either side. Integer products saturate at every scale:
+scale 0 clamps the product to the destination's range, a positive scale
+shifts it left and clamps, a negative one divides by 2**-scale, rounding to
+nearest with ties to even. dtype and out as for add; a uint8 image times a
+constant may go into int8.
+
+multiply(x, x) with the very same array squares it by the library's square
+kernels, which wrap at scale 0 where two separate equal operands saturate.)",
+     Elementwise{nullptr, false, true,
+                 {.plain = SORN_PY_ENTRY(SornMul)},
+                 {.plain = SORN_PY_ENTRY(SornMulC)},
+                 {},  // multiplication commutes
+                 kAddTriples, {}, kMulcTriples, {}, kAnyChannels}},
+    {"divide",
+     R"(divide(a, b, *, scale=0, round=False, dtype=None, out=None)
+
+Element-wise a / b of two images of one type (uint8, int16, int32, float32),
+of an image by a constant, or of a constant by an image. round=False
+truncates integer quotients toward zero, round=True rounds them to nearest,
+ties to even; scale as for multiply. Constants are rounded to the image's type
+first (dividing uint8 by 2.5 divides by 2), and the constant forms take 1, 3
+or 4 channels. A zero divisor is no error: what it gives is whatever the
+library's float quotient converts to (the lower end of the range where the
+result is clamped).)",
+     Elementwise{"round", false, true,
+                 {.plain = SORN_PY_ENTRY(SornDiv), .other = SORN_PY_ENTRY(SornDivr)},
+                 {.plain = SORN_PY_ENTRY(SornDivC), .other = SORN_PY_ENTRY(SornDivrC)},
+                 {.plain = SORN_PY_ENTRY(SornRDivC), .other = SORN_PY_ENTRY(SornRDivrC)},
+                 kDivTriples, kDivTriples, kDivcPairs, kDivcPairs, kConstChannels}},
+    {"bitwise_and",
+     R"(bitwise_and(a, b, *, dtype=None, out=None)
+
+Element-wise a & b of two images of one type (uint8, int16, int32), or of an
+image and a constant, rounded and clamped into the type (the constant forms
+take 1, 3 or 4 channels).)",
+     Elementwise{nullptr, false, false,
+                 {.plain = SORN_PY_UNSCALED(SornAnd)},
+                 {.plain = SORN_PY_UNSCALED(SornAndC)},
+                 {},
+                 kLogicTriples, {}, kLogicPairs, {}, kConstChannels}},
+    {"bitwise_or",
+     R"(bitwise_or(a, b, *, dtype=None, out=None)
+
+Element-wise a | b; types and constants as for bitwise_and.)",
+     Elementwise{nullptr, false, false,
+                 {.plain = SORN_PY_UNSCALED(SornOrr)},
+                 {.plain = SORN_PY_UNSCALED(SornOrrC)},
+                 {},
+                 kLogicTriples, {}, kLogicPairs, {}, kConstChannels}},
+    {"bitwise_xor",
+     R"(bitwise_xor(a, b, *, dtype=None, out=None)
+
+Element-wise a ^ b; types and constants as for bitwise_and.)",
+     Elementwise{nullptr, false, false,
+                 {.plain = SORN_PY_UNSCALED(SornXor)},
+                 {.plain = SORN_PY_UNSCALED(SornXorC)},
+                 {},
+                 kLogicTriples, {}, kLogicPairs, {}, kConstChannels}},
+    {"bitwise_not",
+     R"(bitwise_not(a, *, dtype=None, out=None)
+
+The complement of every bit of an image of uint8, int16 or int32.)",
+     Unary{nullptr, false, false, {.plain = SORN_PY_UNSCALED1(SornNot)}, kLogicPairs, {}, {}, nullptr, 0,
+           {}}},
+    {"negative",
+     R"(negative(a, *, scale=0, saturate=False, dtype=None, out=None)
+
+Element-wise -a. At scale 0 an integer negation wraps (uint8 v gives 256 - v)
+unless saturate=True, which clamps (int16 -32768 gives 32767; into uint8 every
+non-negative value gives 0). scale as for add; dtype and out choose another
+destination the library has a kernel for.)",
+     Unary{"saturate", false, true,
+           {.plain = SORN_PY_ENTRY(SornNegate), .other = SORN_PY_ENTRY(SornNegateq)},
+           kNegPairs, kNegqPairs, {}, nullptr, 0, {}}},
+    {"exp",
+     R"(exp(a, *, accuracy='accurate', dtype=None, out=None)
+
+The exponential of every element of a float32 image, by the library's fast
+approximations: 'accurate' (the default, 0 below -88.376 and infinity above
+88.376), 'fast' or 'superfast' (a few bit operations, no range test).)",
+     Unary{nullptr, false, false, {.plain = SORN_PY_ENTRY(SornExp)}, kExpPairs, {}, kExpAccuracy, nullptr,
+           0, {}}},
+    {"log",
+     R"(log(a, *, accuracy='accurate', dtype=None, out=None)
+
+The natural logarithm of every element of a float32 image, by the library's
+approximations 'accurate' or 'superfast'. Zero and negative values give minus
+infinity.)",
+     Unary{nullptr, false, false, {.plain = SORN_PY_ENTRY(SornLn)}, kExpPairs, {}, kLnAccuracy, nullptr, 0,
+           {}}},
+    {"sigmoid",
+     R"(sigmoid(a, slope=1.0, *, accuracy='accurate', dtype=None, out=None)
+
+1 / (exp(slope * a) + 1) for every element of a float32 image: a positive
+slope gives a falling curve. slope is one number, or one per channel, all
+equal. A slope of 0 gives 0.5 everywhere. accuracy as for exp; note that the
+'superfast' form has the opposite sign of the other two, as the library has
+it.)",
+     Unary{nullptr, false, false, {}, kExpPairs, {}, kExpAccuracy, "slope", 1.0,
+           SORN_PY_ENTRY(SornSigmoidAlpha)}},
+    {"compare",
+     R"(compare(a, b, op, *, true=None, false=None, dtype=None, out=None)
+
+Element-wise comparison of two images of one type, or of an image and a
+constant (a number or one per channel) on either side. op is one of '==',
+'!=', '<', '<=', '>', '>=' (or 'eq', 'ne', 'lt', 'le', 'gt', 'ge').
+
+Without true and false the result is a mask, uint8 by default: 255 where the
+comparison holds and 0 where it fails (all ones in int16 and int32 masks; in a
+float32 mask the float of bits 0x3FFFFFFF, 1.99999988). With them, true= is
+written where it holds and false= where it fails; each is a value (or one per
+channel), 'source' (the element of the image compared) or 'keep' (out's
+element stays; needs out); the one not given keeps. The result then has the
+image's type by default.
+
+Float32 compares with a tolerance: values within 1.1920929e-7 are equal, and
+NaN is unequal to everything. A constant is first rounded and saturated into
+the image's type (< 3.5 on uint8 means < 4). Above 16384 pixels a byte image
+compared with a constant goes through tables: there int8 compares as unsigned
+bytes, and a 2-channel image raises SornNotSupportedError.)",
+     Compare{SORN_PY_ENTRY(SornCompare), SORN_PY_ENTRY(SornCompareC),
+             SORN_PY_ENTRY(SornECompare), SORN_PY_ENTRY(SornECompareC), kCmpPairs, kECmpPairs}},
+    {"sum",
+     R"(sum(img, *, mask=None, invert_mask=False, fast=False)
+
+The sum of every channel over the image, in double: a float for a 2-D image,
+an array of one value per channel for a 3-D one, and for a 4-D stack one row
+of sums per plane. Integer images are summed exactly (64-bit accumulators);
+float32 images add their elements in double, row by row in address order.
+
+mask: one byte per pixel (uint8 or bool); pixels whose byte is 0 are left out
+(255 with invert_mask=True). fast=True takes the library's narrow
+accumulators, which wrap at 32 bits (and add float32 in float32).)",
+     Reduction{SORN_PY_ENTRY(SornSum), SORN_PY_ENTRY(SornSumEx), kSumTypes, kStatsChannels, SORN_F_SUM_FAST,
+               SORN_F_STATS_INVMASK}},
+    {"mean",
+     R"(mean(img, *, mask=None, invert_mask=False, fast=False)
+
+The mean of every channel, in double, shaped as sum() gives it. With a mask
+only the selected pixels count; a mask that selects none gives means of 0.0.)",
+     Reduction{SORN_PY_ENTRY(SornMean), SORN_PY_ENTRY(SornMeanEx), kSumTypes, kStatsChannels, SORN_F_SUM_FAST,
+               SORN_F_STATS_INVMASK}},
+    {"minmax",
+     R"(minmax(img, *, mask=None, invert_mask=False, positions=False)
+
+The smallest and the largest value of every channel: (min, max) as numbers
+for a 2-D image, arrays of one per channel for a 3-D one, a row per plane for
+a 4-D stack. NaN is passed over (unless it is the first element). With
+positions=True also where each first occurs: (min, max, min_at, max_at) with
+(row, column) places, the first in address order.
+
+mask: one byte per pixel, for one-channel images; pixels whose byte is 0 (255
+with invert_mask) are left out, and a mask that selects none raises
+SornEmptyRegionError.)",
+     Extremes{SORN_PY_ENTRY(SornMinmax), SORN_PY_ENTRY(SornMinmaxEx), kMinmaxTypes,
+              kStatsChannels, SORN_F_STATS_INVMASK}},
+    {"histogram",
+     R"(histogram(img, bins=256, range=None, *, mask=None, invert_mask=False)
+
+Counts of the image's values in bins equal-width bins over range=(low, high),
+as uint32: shape (bins,) for one channel, (channels, bins) for several. A 4-D
+stack is counted over all its planes.
+
+Integer images: low and high are rounded to integers; with bins equal to
+high - low + 1 a value v falls in bin v - low, otherwise in bin
+((v - low) * bins) / (high - low + 1) in 32-bit arithmetic, the division
+truncating toward zero (so values less than a bin below low count in bin 0). float32 images: bin
+int((v - low) * (bins - 1) / (high - low)), so that high falls in the last
+bin. The default range is the type's (uint8 0..255, int8 -128..127, int16
+-32768..32767) and, for int32 and float32, the data's smallest and largest
+value. Values outside the range, and NaN, are not counted.
+
+mask: one byte per pixel; pixels whose byte is 0 (255 with invert_mask) are
+not counted. Channels are counted one at a time, each from a copy.)",
+     Histogram{SORN_PY_ENTRY(SornHistogram), SORN_PY_ENTRY(SornHistogramEx), kHistTypes,
+               kHistXmTypes, SORN_F_STATS_INVMASK}},
+    {"fill",
+     R"(fill(img, value=0, *, mask=None, outside=None, invert_mask=False)
+
+Sets the image to value (a number, or one per channel), in place, and
+returns it. Values are rounded to nearest, ties to even, and saturated to the
+element type (float32 takes them as they are).
+
+mask: one byte per pixel selects the pixels that take value (bytes other than
+0, or other than 255 with invert_mask); with outside= the other pixels take
+that value instead of keeping theirs. A mask with a byte per element (the
+image's channels on its last axis) works bit by bit: an element takes the bits
+of value where its mask byte has ones (255 takes the value, 0 keeps the
+element); bool masks are made 0 and 255 first.)",
+     Fill{SORN_PY_ENTRY(SornFill), SORN_PY_ENTRY(SornFillEx), SORN_PY_ENTRY(SornFillEx2),
+          kFillTypes, SORN_F_INVMASK}},
+    {"matmul",
+     R"(matmul(a, b, *, shift=0, dtype=None, out=None)
+
+The matrix product of a (M, K) and b: a matrix (K, N) gives (M, N); a vector
+(K,) gives (M,); a list of vectors, each (K,), gives (M, count), column j the
+product with vector j. a and b have one element type: float32 (float32
+result), int32 (int32, sums wrap at 32 bits), uint8 (int32 by default, or
+uint8 and int16 with saturation).
+
+shift scales the integer products: positive shifts the sum left, negative
+divides it by 2**-shift rounding to nearest even. A b that is the transpose of
+a contiguous array (b = c.T) is read as it is, without a copy. float32 sums
+run in groups of four terms, so their last bits may differ from a plain loop.)",
+     MatMul{SORN_PY_ENTRY(SornMulMM), SORN_PY_ENTRY(SornMulMV), SORN_PY_ENTRY(SornMulMV_n),
+            kMulPairs, SORN_F_MUL_TRANSPOSED}},
+    {"component_tree",
+     R"(component_tree(img, *, bright=False, connectivity=4, mask=None, invert_mask=False, seed=(0, 0))
+
+The component tree of a one-channel uint8 image by linear-time flooding: each
+node is a connected set of pixels at or below its level (at or above with
+bright=True), its parent the next larger such set. Sets of fewer than 16
+pixels are no nodes: their pixels belong to the node they merge into. Returns
+a sorn.ComponentTree with the nodes in pre-order (parent, level, size, the
+pixel where the set began, and each node's pixels).
+
+connectivity: 4 or 8 neighbours. mask: pixels whose byte is 0 (255 with
+invert_mask) are left out. seed: the (row, column) the flooding starts at.)",
+     ComponentTree{SORN_PY_ENTRY(SornWatershed), SORN_PY_ENTRY(SornWatershedEx),
+                   SORN_F_WTS_INVMASK}},
+    {"mser",
+     R"(mser(img, *, delta=10, min_area=0.0001, max_area=0.75, max_variation=0.33, min_diversity=0.2, mode='both', mask=None, invert_mask=False, plain=False, connectivity=4, shift=0)
+
+Maximally stable extremal regions of a one-channel uint8 image. Returns
+sorn.Regions: per region whether it is dark (a set below its level) or
+bright, its grey level, its size, and its pixels as (row, column) pairs.
+
+delta: the grey-level step of the stability measure. min_area, max_area:
+smallest and largest region as fractions of the image's pixels. max_variation:
+largest relative growth over delta levels. min_diversity: of two nested
+stable regions closer than this in relative size, the inner one goes.
+mode: 'dark', 'bright' or 'both'.
+
+The default flooding is the library's fast one: 4 neighbours, and column 0 of
+the image takes part in no region (shift= quantises levels by dropping low
+bits). plain=True runs the plain flooding instead, with connectivity 4 or 8
+and every column.)",
+     StableRegions{SORN_PY_ENTRY(SornGenerateFMSERs), SORN_PY_ENTRY(SornGenerateFMSERsEx),
+                   SORN_PY_ENTRY(SornGenerateMSERs), SORN_PY_ENTRY(SornGenerateMSERsEx),
+                   SORN_F_WTS_INVMASK}},
+};
+
+}  // namespace
+
+bool holds(Keys keys, uint32_t key) { return std::find(keys.begin(), keys.end(), key) != keys.end(); }
+
+void bind_families(py::module_ &m) {
+  for (const Family &f : kFamilies)
+    std::visit([&](const auto &shape) { bind(m, f.name, f.doc, shape); }, f.shape);
+}
+
+}  // namespace sorn::python

@@ -1,0 +1,279 @@
+// The shapes of the module's functions. A family of the library becomes a
+// Python function by one line of the table in families.cpp: its name, its
+// docstring, and one of the records below, which names the family's entries
+// and its type tables. The record's type decides the Python signature, and
+// one binder per shape (bind() below) makes the function: the checks before
+// the call, the records, the call without the GIL on the thread's
+// environment, and the result.
+//
+// Type tables come from the library's header, never typed out here: a
+// SORN_*_TRIPLES list becomes a Keys array through SORN_PY_TRIPLE, so that
+// the types the module accepts are the types the library has kernels for.
+#pragma once
+
+#include <sorn.h>
+
+#include <pybind11/pybind11.h>
+
+#include <cstdint>
+#include <span>
+
+namespace sorn::python {
+
+namespace py = pybind11;
+
+// A library function and its name, for the exception that a status raises.
+template <class F> struct Entry {
+  F fn = nullptr;
+  const char *name = nullptr;
+  explicit operator bool() const { return fn != nullptr; }
+};
+#define SORN_PY_ENTRY(f) {&f, #f}
+
+// Keys of a type table: destination << 8 | first source << 4 | second
+// source, as the library's lookups key their kernels; or one type per key.
+using Keys = std::span<const uint32_t>;
+constexpr uint32_t key3(uint32_t d, uint32_t a, uint32_t b) { return d << 8 | a << 4 | b; }
+#define SORN_PY_TRIPLE(d, a, b) \
+  ::sorn::python::key3(SORN_TYPECODE(d), SORN_TYPECODE(a), SORN_TYPECODE(b)),
+#define SORN_PY_PAIR(d, s) ::sorn::python::key3(SORN_TYPECODE(d), SORN_TYPECODE(s), SORN_TYPECODE(s)),
+#define SORN_PY_TYPE(t) SORN_TYPECODE(t),
+// One type for all operands: the logical operations' keys.
+#define SORN_PY_SAME3(t) SORN_PY_TRIPLE(t, t, t)
+#define SORN_PY_SAME2(t) SORN_PY_PAIR(t, t)
+
+/* ---------------- element-wise: dst = a op b ---------------- */
+
+using Arith2 = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                              const SornArray *, const SornVolume *, const SornVolume *,
+                              const SornVolume *, int32_t, uint32_t);
+using Arith2c = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                               const double *, const SornVolume *, const SornVolume *, int32_t,
+                               uint32_t);
+using Logic2 = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                              const SornArray *, const SornVolume *, const SornVolume *,
+                              const SornVolume *);
+using Logic2c = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                               const double *, const SornVolume *, const SornVolume *);
+
+// The operations without a scale factor, called like those with one.
+template <Logic2 F>
+SornStatus unscaled(SornXE *xe, SornFlags flags, const SornArray *d, const SornArray *a,
+                    const SornArray *b, const SornVolume *rd, const SornVolume *ra,
+                    const SornVolume *rb, int32_t, uint32_t) {
+  return F(xe, flags, d, a, b, rd, ra, rb);
+}
+template <Logic2c F>
+SornStatus unscaled(SornXE *xe, SornFlags flags, const SornArray *d, const SornArray *a,
+                    const double *c, const SornVolume *rd, const SornVolume *ra, int32_t,
+                    uint32_t) {
+  return F(xe, flags, d, a, c, rd, ra);
+}
+#define SORN_PY_UNSCALED(f) {&::sorn::python::unscaled<&f>, #f}
+
+// The forms of an element-wise family: its plain form and, chosen by a
+// keyword (saturate=, round=), another; the other form into an int8
+// destination may be a third (the signed saturating forms).
+template <class F> struct Forms {
+  Entry<F> plain, other, other_int8;
+};
+
+// Two images, or an image and one constant per channel, on either side: the
+// reversed constant forms compute constant op image, and an operation that
+// commutes has none.
+struct Elementwise {
+  const char *option;  // the keyword of the other form, or null for none
+  bool option_default;
+  bool scaled;         // takes scale=, the library's scale factor
+  Forms<Arith2> images;
+  Forms<Arith2c> constant, reversed;
+  Keys triples, other_triples;    // of the two-image forms
+  Keys ctriples, other_ctriples;  // constant forms: destination, source, (constant type)
+  uint32_t const_channels;        // bit c: the constant forms take c channels
+};
+// Channel counts as a bit mask, from a list like SORN_CONST_CHANNELS.
+#define SORN_PY_CHANNEL_BIT(c, ...) | (1u << c)
+constexpr uint32_t kAnyChannels = 0x1e;
+
+/* ---------------- one source: dst = f(a) ---------------- */
+
+using Arith1 = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                              const SornVolume *, const SornVolume *, int32_t, uint32_t);
+using Logic1 = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                              const SornVolume *, const SornVolume *);
+template <Logic1 F>
+SornStatus unscaled1(SornXE *xe, SornFlags flags, const SornArray *d, const SornArray *a,
+                     const SornVolume *rd, const SornVolume *ra, int32_t, uint32_t) {
+  return F(xe, flags, d, a, rd, ra);
+}
+#define SORN_PY_UNSCALED1(f) {&::sorn::python::unscaled1<&f>, #f}
+
+// A choice of the flags word by name (accuracy='fast').
+struct FlagChoice {
+  const char *name;
+  SornFlags flags;
+};
+
+// One image in, one out; an optional constant per channel (the sigmoid's
+// slope) makes the call the constant form.
+struct Unary {
+  const char *option;  // the keyword of the other form, or null
+  bool option_default;
+  bool scaled;
+  Forms<Arith1> forms;
+  Keys pairs, other_pairs;          // destination << 8 | source << 4 | source
+  std::span<const FlagChoice> accuracy;  // empty: no accuracy= keyword
+  const char *constant;             // the constant's keyword, or null
+  double constant_default;
+  Entry<Arith2c> with_constant;
+};
+
+/* ---------------- comparison ---------------- */
+
+using Cmp = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                           const SornArray *, const SornVolume *, const SornVolume *,
+                           const SornVolume *, SornCmpOp);
+using CmpC = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                            const double *, const SornVolume *, const SornVolume *, SornCmpOp);
+using ECmp = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                            const SornArray *, const SornVolume *, const SornVolume *,
+                            const SornVolume *, SornCmpOp, const double *, const double *);
+using ECmpC = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                             const double *, const SornVolume *, const SornVolume *, SornCmpOp,
+                             const double *, const double *);
+
+struct Compare {
+  Entry<Cmp> images;
+  Entry<CmpC> constant;
+  Entry<ECmp> images_values;
+  Entry<ECmpC> constant_values;
+  Keys pairs, value_pairs;  // destination << 8 | source << 4 | source
+};
+
+/* ---------------- reductions: one double per channel ---------------- */
+
+using Reduce = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornVolume *,
+                              double *);
+using ReduceEx = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                const SornVolume *, const SornVolume *, double *);
+
+struct Reduction {
+  Entry<Reduce> plain;
+  Entry<ReduceEx> masked;
+  Keys types;
+  uint32_t channels;  // bit c: images of c channels have kernels
+  SornFlags fast;     // the flag of the narrow accumulators
+  SornFlags invmask;  // the flag that makes 255 the skipped mask value
+};
+
+/* ---------------- extremes ---------------- */
+
+using MinmaxFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornVolume *,
+                                SornMinmaxRec *);
+using MinmaxExFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                  const SornVolume *, const SornVolume *, SornMinmaxRec *);
+
+struct Extremes {
+  Entry<MinmaxFn> plain;
+  Entry<MinmaxExFn> masked;
+  Keys types;
+  uint32_t channels;
+  SornFlags invmask;
+};
+
+/* ---------------- histograms ---------------- */
+
+using Histo = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornVolume *, int32_t,
+                             SornHist *);
+using HistoEx = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                               const SornVolume *, const SornVolume *, int32_t, SornHist *);
+
+struct Histogram {
+  Entry<Histo> plain;
+  Entry<HistoEx> masked;
+  Keys types, masked_types;
+  SornFlags invmask;
+};
+
+/* ---------------- fill ---------------- */
+
+using FillFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornVolume *,
+                              const double *);
+using FillExFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                const SornVolume *, const SornVolume *, const double *);
+using FillEx2Fn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                 const SornVolume *, const SornVolume *, const double *,
+                                 const double *);
+
+struct Fill {
+  Entry<FillFn> plain;
+  Entry<FillExFn> masked;
+  Entry<FillEx2Fn> masked2;
+  Keys types;
+  SornFlags invmask;
+};
+
+/* ---------------- matrix products ---------------- */
+
+using MulMM = Arith2;  // the same arguments: dst, two sources, three ROIs, a shift, a word
+using MulMVn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                              const SornArray *const *, const SornVolume *, const SornVolume *,
+                              const SornVolume *, int32_t, int32_t, uint32_t);
+
+struct MatMul {
+  Entry<MulMM> mm, mv;
+  Entry<MulMVn> mvn;
+  Keys pairs;  // destination << 8 | source << 4 | source
+  SornFlags transposed;
+};
+
+/* ---------------- region trees ---------------- */
+
+using Flood = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornVolume *,
+                             SornWTSState *);
+using FloodEx = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                               const SornVolume *, const SornVolume *, SornWTSState *);
+
+struct ComponentTree {
+  Entry<Flood> plain;
+  Entry<FloodEx> masked;
+  SornFlags invmask;
+};
+
+using GenerateF = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornVolume *,
+                                 SornFMSERFilter *);
+using GenerateFEx = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                   const SornVolume *, const SornVolume *, SornFMSERFilter *);
+using Generate = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornVolume *,
+                                SornMSERFilter *);
+using GenerateEx = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                  const SornVolume *, const SornVolume *, SornMSERFilter *);
+
+struct StableRegions {
+  Entry<GenerateF> fast;
+  Entry<GenerateFEx> fast_masked;
+  Entry<Generate> plain;
+  Entry<GenerateEx> plain_masked;
+  SornFlags invmask;
+};
+
+/* ---------------- binders ---------------- */
+
+void bind(py::module_ &m, const char *name, const char *doc, const Elementwise &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Unary &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Compare &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Extremes &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Reduction &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Histogram &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Fill &s);
+void bind(py::module_ &m, const char *name, const char *doc, const MatMul &s);
+void bind(py::module_ &m, const char *name, const char *doc, const ComponentTree &s);
+void bind(py::module_ &m, const char *name, const char *doc, const StableRegions &s);
+
+// Every function of the table.
+void bind_families(py::module_ &m);
+
+// Whether a type table holds a key.
+bool holds(Keys keys, uint32_t key);
+
+}  // namespace sorn::python
