@@ -1824,6 +1824,37 @@ struct SornHist;
 double sorna_calculate_threshold_otsu_f(const struct SornHist *hist);
 double sorna_calculate_threshold_otsu_i(const struct SornHist *hist);
 
+/* ---------------- Conversion and scaling ----------------
+ * An array of one element type into an array of another: the plain
+ * saturating conversion ("t") between u8, s16, s32 and f32. */
+
+/* The t conversion of a region, by element types: n cells of dims from
+ * the first (n is the count, not a packing word). */
+SornStatus __sorna__swtconvert(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                               uint32_t dsttype, void *dst, const int32_t *dststrides,
+                               uint32_t srctype, const void *src, const int32_t *srcstrides);
+
+/* Kernels of the t conversion: type is the destination's. */
+typedef SornStatus (*SornTcvtKernel)(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                     const int32_t *dims, uint32_t type, void *dst,
+                                     const int32_t *dststrides, const void *src,
+                                     const int32_t *srcstrides);
+/* Keys (full destination code << 4) | full source code. */
+SornTcvtKernel sorna__tcvtfun_imp(uint32_t dsttype, uint32_t srctype, SornStatus *status);
+
+/* The pairs of different types: destination, source. */
+#define SORN_TCVT_PAIRS(X)                                                                   \
+  X(u8, s16) X(u8, s32) X(u8, f32) X(s16, u8) X(s16, s32) X(s16, f32) X(s32, u8) X(s32, s16) \
+  X(s32, f32) X(f32, u8) X(f32, s16) X(f32, s32)
+
+#define SORN_TCVT_KERNEL_DECL(d, s)                                                            \
+  SornStatus __sorna__tconvert_##d##s(SornXE *xe, SornFlags flags, SornDimPack pack,          \
+                                      const int32_t *dims, uint32_t type, void *dst,          \
+                                      const int32_t *dststrides, const void *src,             \
+                                      const int32_t *srcstrides);
+SORN_TCVT_PAIRS(SORN_TCVT_KERNEL_DECL)
+#undef SORN_TCVT_KERNEL_DECL
+
 /* ---------------- Sort and search ----------------
  * Sequences of n records of size bytes each from base, ordered by a
  * caller's comparison: below 0 when a sorts before b, 0 when they are
