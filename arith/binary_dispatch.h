@@ -19,6 +19,16 @@
 
 namespace sorn::arith {
 
+// The cells of a constant form, whose channels stay unfolded so that the
+// kernel takes one constant per channel along the row: 2 to 4 cells, else
+// 0. The flags take their channel-format nibble from the channels word.
+inline int32_t constant_cells(SornDimPack pack, const int32_t *dims, SornFlags *flags) {
+  const int32_t n = (int32_t)(pack & 15u);
+  if (n < 2 || n > 4) return 0;
+  *flags = sorn::with_channel_format(*flags, (uint32_t)dims[n - 1]);
+  return n;
+}
+
 using Arith2Lookup = SornArith2Kernel (*)(uint32_t, uint32_t, uint32_t, SornStatus *);
 using Arith2cLookup = SornArith2cKernel (*)(uint32_t, uint32_t, uint32_t, SornStatus *);
 
@@ -224,10 +234,9 @@ inline SornStatus dispatch_constant(Arith2cLookup lookup, SornXE *xe, SornFlags 
                                     void *dstptr, const int32_t *dststrides, uint32_t atype,
                                     const void *aptr, const int32_t *astrides, const double *cvec,
                                     int32_t sf, uint32_t extra) {
-  const int32_t n = (int32_t)(pack & 15u);
-  if (n < 2 || n > 4) return SORN_EINVAL;
+  const int32_t n = constant_cells(pack, dims, &flags);
+  if (n == 0) return SORN_EINVAL;
   const int32_t w = dims[n - 1];
-  flags = sorn::with_channel_format(flags, (uint32_t)w);
   const int32_t nchan = w;
   uint32_t t = nchan >= 1 ? constant_class(cvec, nchan, flags) : SORN_U8;
   t = fit_constant(t, atype, dsttype, flags);
