@@ -1,4 +1,5 @@
-// The entries of the arithmetic and the logical operations on records
+// The entries of the arithmetic, the logical operations and the
+// conversions on records
 // decoded from the input: element types, channel words, ranks, dims,
 // strides, origins in the parent, ROIs, sf, flags and aliasing of
 // destination and sources (the source given twice, the destination doubling
@@ -62,7 +63,7 @@ using Logic1 = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const Sorn
 
 // One family: its two-array form and its constant form (either may be
 // absent, then the other serves), and what success says of the types.
-enum class Types { Arith, SameType, F32Only, Logic, Any };
+enum class Types { Arith, SameType, F32Only, Logic, Any, Convert };
 struct Family {
   const char *name;
   Two two;
@@ -98,6 +99,10 @@ const Family kFamilies[] = {
     {"Orr", nullptr, nullptr, nullptr, &SornOrr, &SornOrrC, nullptr, Types::Logic},
     {"Xor", nullptr, nullptr, nullptr, &SornXor, &SornXorC, nullptr, Types::Logic},
     {"Not", nullptr, nullptr, nullptr, nullptr, nullptr, &SornNot, Types::Logic},
+    // The conversions, called by their own shape below: the constant form
+    // is SornConvert (the constants its scale and offset), the other
+    // SornVConvert.
+    {"Convert", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, Types::Convert},
 };
 constexpr size_t kFamilyCount = sizeof kFamilies / sizeof kFamilies[0];
 
@@ -107,6 +112,7 @@ bool types_have_kernels(Types t, uint32_t d, uint32_t a, uint32_t b, bool with_b
     case Types::SameType: return kernel_type(d) && a == d && (!with_b || b == d);
     case Types::F32Only: return d == SORN_F32 && a == SORN_F32;
     case Types::Logic: return logic_type(d) && a == d && (!with_b || b == d);
+    case Types::Convert: return kernel_type(d) && kernel_type(a);
     default: return true;
   }
 }
@@ -120,9 +126,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   // The constant form where the family has one and the byte asks for it,
   // or where it has nothing else.
   const bool has_arrays = fam.two || fam.logic2;
-  const bool has_constant = fam.constant || fam.logicc;
+  const bool convert = fam.types == Types::Convert;
+  const bool has_constant = fam.constant || fam.logicc || convert;
   const bool constant = has_constant && ((form & 0x80) || !has_arrays) && !fam.one && !fam.logic1;
-  const bool unary = fam.one || fam.logic1;
+  const bool unary = fam.one || fam.logic1 || (convert && !(form & 0x80));
   // 0: all operands apart; 1: no first source, the destination is also it;
   // 2: the second source is the destination's record; 3: the first is.
   int alias = form & 3;
@@ -177,9 +184,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
   SornStatus st;
   bool records_good = good_destination(dst.rec) && matches(ea, dst.rec);
+  // A conversion takes a source of the destination's rank and planes.
+  if (convert)
+    records_good = records_good && ea.ndims == dst.rec.ndims && ea.dims[0] == dst.rec.dims[0];
   const bool with_b = !constant && !unary;
   if (with_b) records_good = records_good && matches(*pb, dst.rec);
-  if (constant) {
+  // Ranges for the conversions, low then high per channel; the destination's
+  // is completed in place.
+  SornVrng ranges[8];
+  for (SornVrng &r : ranges) r = {cvec[in.u8() & 3], cvec[in.u8() & 3] + in.range(-2, 300)};
+  const SornVrng *srange = in.chance(128) ? ranges + 4 : nullptr;
+  double offsets[4];
+  for (double &o : offsets) o = in.chance(200) ? (double)in.range(-300, 300) : in.f64();
+  if (convert && constant) {
+    st = SornConvert(&env.xe, flags, &dst.rec, pa, dstroi, aroi, cv,
+                     in.chance(128) ? offsets : nullptr, srange);
+  } else if (convert) {
+    st = SornVConvert(&env.xe, flags, &dst.rec, pa, dstroi, aroi, in.chance(128) ? ranges : nullptr,
+                      srange);
+  } else if (constant) {
     st = fam.constant ? fam.constant(&env.xe, flags, &dst.rec, pa, cv, dstroi, aroi, sf, extra)
                       : fam.logicc(&env.xe, flags, &dst.rec, pa, cv, dstroi, aroi);
     if (records_good && cv == nullptr) FUZZ_CHECK(st == SORN_EINVAL);
@@ -194,16 +217,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   FUZZ_CHECK(is_status(st));
   if (!records_good) FUZZ_CHECK(st == SORN_EINVAL);
   if (st == SORN_OK) {
-    FUZZ_CHECK(records_good && dst.rec.ndims == 3);
+    FUZZ_CHECK(records_good && (dst.rec.ndims == 3 || convert));
     FUZZ_CHECK(types_have_kernels(fam.types, dst.rec.elemtype, ea.elemtype,
                                   with_b ? pb->elemtype : 0, with_b));
   }
   FUZZ_CHECK(same_level(before, env.level()));
 
   const std::vector<uint8_t> d1 = dst.snapshot();
-  if (st != SORN_OK) {
+  // A conversion of planes through the frame may fail in a later plane,
+  // after earlier ones are written.
+  if (st != SORN_OK && !(convert && dst.rec.ndims == 4)) {
     FUZZ_CHECK(d0 == d1);
-  } else {
+  } else if (st == SORN_OK) {
     for (size_t i = 0; i < d1.size(); ++i)
       if (!dst.in_site(i)) FUZZ_CHECK(d0[i] == d1[i]);
   }
