@@ -133,6 +133,31 @@ TEST(ToolArith, Failures) {
                  "sorn div: missing -o OUT (try 'sorn div --help')");
 }
 
+TEST(ToolConvert, MapsOntoARangeOrByScaleAndOffset) {
+  Pair p({10, 20, 30}, {0, 0, 0});
+  // 10..30 onto 0..100 in fixed point, halves rounded down.
+  EXPECT_EQ(p.run({"convert", "A", "--range", "0,100"}), (std::vector<int>{0, 50, 100}));
+  // Without options the least value moves to 0.
+  EXPECT_EQ(p.run({"convert", "A"}), (std::vector<int>{0, 10, 20}));
+  EXPECT_EQ(p.run({"convert", "A", "--scale", "2", "--offset", "5"}),
+            (std::vector<int>{5, 25, 45}));
+}
+
+TEST(ToolConvert, Failures) {
+  Scratch dir;
+  sorn::tool::write_image(dir.path("ga.png"),
+                          tool_test::make_image(2, 2, 2, [](int, int x, int k) { return x + k; }));
+  expect_failure(run_tool({"convert", "--range", "0,300", "-o", dir.path("o.pgm")}), 2,
+                 "sorn convert: value '0,300' for --range: expected LO,HI within 0..255 (try "
+                 "'sorn convert --help')");
+  expect_failure(run_tool({"convert", "--range", "0,9", "--scale", "2", "-o", dir.path("o.pgm")}),
+                 2,
+                 "sorn convert: takes --range or --scale and --offset, not both (try 'sorn "
+                 "convert --help')");
+  expect_failure(run_tool({"convert", dir.path("ga.png"), "-o", dir.path("o.png")}), 1,
+                 "sorn convert: " + dir.path("ga.png") + ": is grey+alpha, whose range is not measured");
+}
+
 }  // namespace
 
 #endif  // SORN_TOOL_EXE

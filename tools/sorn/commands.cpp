@@ -18,6 +18,8 @@ const std::vector<Command> &commands() {
       {"or", "bitwise or", kOrHelp, run_or},
       {"xor", "bitwise exclusive or", kXorHelp, run_xor},
       {"not", "bitwise complement", kNotHelp, run_not},
+      {"convert", "values mapped onto a range, or by a scale and an offset", kConvertHelp,
+       run_convert},
       {"threshold", "black and white by a fixed threshold, Otsu's, or the local mean",
        kThresholdHelp, run_threshold},
       {"resize", "nearest-neighbour resizing by factors or to a size", kResizeHelp, run_resize},
