@@ -87,6 +87,21 @@ SornStatus source_range(SornXE *xe, SornFlags flags, SornDimPack pack, const int
 // them not, and declines after every check, with nothing written.
 SornStatus per_channel_maps() { return SORN_ENOTSUP; }
 
+// The end of both dispatchers, once the source's range (from) and the
+// destination's (to) are known: ranges that agree are the plain
+// conversion, one range for every channel the v map.
+SornStatus map_ranges(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, uint32_t dsttype,
+                      void *dst, const int32_t *dststrides, uint32_t srctype, const void *src,
+                      const int32_t *srcstrides, const SornVrng *to, const SornVrng *from) {
+  const int32_t chword = dims[n - 1];
+  if (sorn_vrng_equal_$cn(to, from, chword))
+    return __sorna__swtconvert(xe, flags, n, dims, dsttype, dst, dststrides, srctype, src,
+                               srcstrides);
+  if (!sorn_vrng_equalized(to, chword)) return per_channel_maps();
+  return __sorna__swvconvert(xe, flags, n, dims, dsttype, dst, dststrides, srctype, src, srcstrides,
+                             to, from);
+}
+
 }  // namespace
 
 SornStatus sorna__vconvert(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
@@ -111,12 +126,11 @@ SornStatus sorna__vconvert(SornXE *xe, SornFlags flags, SornDimPack pack, const 
     sorn_vrng_normalize_$cn$IQ((SornElemType)dsttype, dstRange, from, chword);
     sorn_vrng_equalize_$I(dstRange, chword);
   }
-  if (dstRange == nullptr || sorn_vrng_equal_$cn(dstRange, from, chword))
+  if (dstRange == nullptr)
     return __sorna__swtconvert(xe, flags, n, dims, dsttype, dst, dststrides, srctype, src,
                                srcstrides);
-  if (!sorn_vrng_equalized(dstRange, chword)) return per_channel_maps();
-  return __sorna__swvconvert(xe, flags, n, dims, dsttype, dst, dststrides, srctype, src, srcstrides,
-                             dstRange, from);
+  return map_ranges(xe, flags, n, dims, dsttype, dst, dststrides, srctype, src, srcstrides,
+                    dstRange, from);
 }
 
 SornStatus sorna__econvert(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
@@ -152,12 +166,8 @@ SornStatus sorna__econvert(SornXE *xe, SornFlags flags, SornDimPack pack, const 
   if (st != SORN_OK) return st;
   st = sorn_vrng_scale_$cn$Q((SornElemType)dsttype, to, from, g, b, chword);
   if (st != SORN_OK) return st;
-  if (sorn_vrng_equal_$cn(to, from, chword))
-    return __sorna__swtconvert(xe, flags, n, dims, dsttype, dst, dststrides, srctype, src,
-                               srcstrides);
-  if (!sorn_vrng_equalized(to, chword)) return per_channel_maps();
-  return __sorna__swvconvert(xe, flags, n, dims, dsttype, dst, dststrides, srctype, src, srcstrides,
-                             to, from);
+  return map_ranges(xe, flags, n, dims, dsttype, dst, dststrides, srctype, src, srcstrides, to,
+                    from);
 }
 
 /* ---------------- layer 2 ---------------- */

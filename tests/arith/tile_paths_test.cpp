@@ -54,22 +54,7 @@ double convert(uint32_t d, uint32_t s, double v) {
   return d == SORN_S32 ? (double)i : (double)addsub_ref::clamp(d, i);
 }
 
-struct Env {
-  SornXE xe;
-  Env() {
-    std::memset(&xe, 0, sizeof xe);
-    SornXEinit(&xe, nullptr);
-  }
-  ~Env() { SornXEfini(&xe); }
-  // The stack's level, to see that every block went back.
-  KuMark mark() {
-    KuMark m;
-    SornXEgetmmsp(&xe, &m);
-    return m;
-  }
-};
-
-bool same_mark(const KuMark &a, const KuMark &b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+using Env = sorn_test::ScratchEnv;
 
 void fill_random(std::mt19937_64 &rng, Image &im) {
   for (int32_t y = 0; y < im.rows(); ++y)
@@ -119,9 +104,8 @@ TEST(TilePath, NarrowDestinationsSaturateThroughTheConversion) {
           SornArray rd = d.record(), ra = a.record(), rb = b.record();
           const SornVolume dr = make_roi(1, 1, s.rows, s.cols, s.channels);
           const SornVolume br = make_roi(1, 0, 0, 0, s.channels);
-          const KuMark m0 = env.mark();
-          const SornStatus st = f.entry(&env.xe, 0, &rd, &ra, &rb, &dr, nullptr, &br, sf, 0);
-          ASSERT_TRUE(same_mark(m0, env.mark())) << f.name << ": the tile went back";
+          const SornStatus st = f.entry(env.xe(), 0, &rd, &ra, &rb, &dr, nullptr, &br, sf, 0);
+          ASSERT_TRUE(env.at_mark()) << f.name << ": the tile went back";
           if (f.signed_sat && t.dst == SORN_U8) {
             // Written as s8, which the conversion does not have.
             ASSERT_EQ(st, SORN_ENOTSUP) << f.name;
@@ -169,7 +153,7 @@ TEST(TilePath, U8FromS32SaturatesThreeHundredTo255) {
   a.set(0, 0, 0, 300);
   a.set(1, 2, 0, -7);
   SornArray rd = d.record(), ra = a.record(), rb = b.record();
-  ASSERT_EQ(SornAdd(&env.xe, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, 0, 0), SORN_OK);
+  ASSERT_EQ(SornAdd(env.xe(), 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, 0, 0), SORN_OK);
   EXPECT_EQ(d.get(0, 0), 255) << "saturated by the conversion, where a direct kernel wraps";
   EXPECT_EQ(d.get(1, 2), 0);
   EXPECT_EQ(d.get(0, 1), 0);
@@ -182,7 +166,7 @@ size_t tile_block(uint32_t dt, uint32_t at, uint32_t bt, int32_t rows, int32_t c
   Image d(rows, cols, ch, dt), a(rows, cols, ch, at), b(rows, cols, ch, bt);
   SornArray rd = d.record(), ra = a.record(), rb = b.record();
   sorn_test::AllocFailure watch(-1);
-  EXPECT_EQ(SornAdd(&env.xe, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, 0, 0), SORN_OK);
+  EXPECT_EQ(SornAdd(env.xe(), 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, 0, 0), SORN_OK);
   return watch.last_block_size();
 }
 
@@ -213,16 +197,19 @@ TEST(TilePath, OutOfMemoryWritesNothingAndGivesEverythingBack) {
   // Without an environment there is no scratch to take.
   EXPECT_EQ(SornAdd(nullptr, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, 0, 0), SORN_ENOMEM);
   EXPECT_EQ(d.bytes_copy(), before);
-  const KuMark m0 = env.mark();
   const int64_t runs = sorn_test::for_each_allocation_failure([&](int64_t k) {
-    sorn_test::AllocFailure fail(k, false, sorn_test::kStackBlock);
-    const SornStatus st = SornAdd(&env.xe, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, 0, 0);
-    if (fail.fired()) {
-      EXPECT_EQ(st, SORN_ENOMEM);
-      EXPECT_EQ(d.bytes_copy(), before);
+    bool fired;
+    {
+      sorn_test::AllocFailure fail(k, false, sorn_test::kStackBlock);
+      const SornStatus st = SornAdd(env.xe(), 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, 0, 0);
+      fired = fail.fired();
+      if (fired) {
+        EXPECT_EQ(st, SORN_ENOMEM);
+        EXPECT_EQ(d.bytes_copy(), before);
+      }
     }
-    EXPECT_TRUE(same_mark(m0, env.mark()));
-    return fail.fired();
+    EXPECT_TRUE(env.at_mark());
+    return fired;
   });
   EXPECT_EQ(runs, 1) << "one block for the whole call";
 }
@@ -233,7 +220,7 @@ TEST(TilePath, KnownDestinationsWithoutAConversionAreNotSupported) {
   int32_t a[2] = {300, -5}, b[2] = {1, 1};
   uint16_t d[2] = {9, 9};
   int32_t dims[3] = {1, 2, 1}, s4[3] = {8, 4, 4}, s2[3] = {4, 2, 2};
-  EXPECT_EQ(sorna__add(&env.xe, 0, pack, dims, SORN_U16, d, s2, SORN_S32, a, s4, SORN_S32, b, s4, 0, 0),
+  EXPECT_EQ(sorna__add(env.xe(), 0, pack, dims, SORN_U16, d, s2, SORN_S32, a, s4, SORN_S32, b, s4, 0, 0),
             SORN_ENOTSUP);
   EXPECT_EQ(d[0], 9);
   EXPECT_EQ(d[1], 9);
@@ -242,7 +229,7 @@ TEST(TilePath, KnownDestinationsWithoutAConversionAreNotSupported) {
   Image d8(2, 3, 1, SORN_U8, 0, 0x12), w(2, 3, 1, SORN_S16);
   const std::vector<uint8_t> before = d8.bytes_copy();
   SornArray r8 = d8.record(), rw = w.record();
-  EXPECT_EQ(SornAddsq(&env.xe, 0, &r8, &rw, &rw, nullptr, nullptr, nullptr, 0, 0), SORN_ENOTSUP);
+  EXPECT_EQ(SornAddsq(env.xe(), 0, &r8, &rw, &rw, nullptr, nullptr, nullptr, 0, 0), SORN_ENOTSUP);
   EXPECT_EQ(d8.bytes_copy(), before);
 }
 
@@ -278,9 +265,8 @@ TEST(TilePath, ConstantFormsConvertFirstOrOperateFirst) {
         const std::vector<double> c(s.channels, k.c);
         SornArray rd = d.record(), ra = a.record();
         const SornVolume dr = make_roi(0, 2, s.rows, s.cols, s.channels);
-        const KuMark m0 = env.mark();
-        const SornStatus st = f.entry_c(&env.xe, 0, &rd, &ra, c.data(), &dr, nullptr, sf, 0);
-        ASSERT_TRUE(same_mark(m0, env.mark()));
+        const SornStatus st = f.entry_c(env.xe(), 0, &rd, &ra, c.data(), &dr, nullptr, sf, 0);
+        ASSERT_TRUE(env.at_mark());
         if (f.signed_sat && k.dst == SORN_U8) {
           ASSERT_EQ(st, SORN_ENOTSUP) << f.name << ": no conversion into s8";
           ASSERT_EQ(d.bytes_copy(), before);
@@ -319,12 +305,12 @@ TEST(TilePath, ConstantTilesAreTenRows) {
   const double c[3] = {1, 2, 3};
   {
     sorn_test::AllocFailure watch(-1);
-    ASSERT_EQ(SornAddC(&env.xe, 0, &rd, &ra, c, nullptr, nullptr, 0, 0), SORN_OK);
+    ASSERT_EQ(SornAddC(env.xe(), 0, &rd, &ra, c, nullptr, nullptr, 0, 0), SORN_OK);
     EXPECT_EQ(watch.last_block_size(), 10u * 7 * 3 * 4 + 64);
   }
   const SornVolume few = make_roi(0, 0, 9, 7, 3);
   sorn_test::AllocFailure watch(-1);
-  ASSERT_EQ(SornAddC(&env.xe, 0, &rd, &ra, c, &few, nullptr, 0, 0), SORN_OK);
+  ASSERT_EQ(SornAddC(env.xe(), 0, &rd, &ra, c, &few, nullptr, 0, 0), SORN_OK);
   EXPECT_EQ(watch.last_block_size(), 9u * 7 * 3 * 4 + 64) << "all rows below 11";
 }
 
@@ -335,7 +321,7 @@ TEST(TilePath, ConstantOutOfMemoryWritesNothing) {
   SornArray rd = d.record(), ra = a.record();
   const double c[1] = {0.5};
   sorn_test::AllocFailure fail(0, false, sorn_test::kStackBlock);
-  EXPECT_EQ(SornAddC(&env.xe, 0, &rd, &ra, c, nullptr, nullptr, 0, 0), SORN_ENOMEM);
+  EXPECT_EQ(SornAddC(env.xe(), 0, &rd, &ra, c, nullptr, nullptr, 0, 0), SORN_ENOMEM);
   EXPECT_TRUE(fail.fired());
   EXPECT_EQ(d.bytes_copy(), before);
 }
@@ -355,9 +341,9 @@ TEST(TilePath, OperateFirstWithAConstantNoWiderThanTheDestinationIsInvalid) {
     const std::vector<uint8_t> before = d.bytes_copy();
     SornArray rd = d.record(), ra = a.record();
     const double c[1] = {1.5};
-    EXPECT_EQ(SornAddC(&env.xe, 0, &rd, &ra, c, nullptr, nullptr, 0, 0), SORN_EINVAL);
-    EXPECT_EQ(SornSubC(&env.xe, 0, &rd, &ra, c, nullptr, nullptr, 0, 0), SORN_EINVAL);
-    EXPECT_EQ(SornMulC(&env.xe, 0, &rd, &ra, c, nullptr, nullptr, 0, 0), SORN_EINVAL);
+    EXPECT_EQ(SornAddC(env.xe(), 0, &rd, &ra, c, nullptr, nullptr, 0, 0), SORN_EINVAL);
+    EXPECT_EQ(SornSubC(env.xe(), 0, &rd, &ra, c, nullptr, nullptr, 0, 0), SORN_EINVAL);
+    EXPECT_EQ(SornMulC(env.xe(), 0, &rd, &ra, c, nullptr, nullptr, 0, 0), SORN_EINVAL);
     EXPECT_EQ(d.bytes_copy(), before);
   }
 }
