@@ -58,10 +58,13 @@ SornStatus tconvert_kernel(SornDimPack pack, const int32_t *dims, void *dst,
   if (!convert_rows(pack, dims, dststrides, dst, srcstrides, src, &r)) return SORN_OK;
   char *d = static_cast<char *>(dst);
   const char *s = static_cast<const char *>(src);
+  // The row's length in a local: a byte store could otherwise be taken to
+  // change it, and the row would not vectorise.
+  const int32_t len = r.len;
   for (int32_t y = 0; y < r.rows; ++y) {
     D *dr = reinterpret_cast<D *>(d);
     const S *sr = reinterpret_cast<const S *>(s);
-    for (int32_t x = 0; x < r.len; ++x) dr[x] = sorn::sat_convert<D, S>(sr[x]);
+    for (int32_t x = 0; x < len; ++x) dr[x] = sorn::sat_convert<D, S>(sr[x]);
     d += r.dstep;
     s += r.sstep;
   }
