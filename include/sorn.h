@@ -551,6 +551,46 @@ SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornA
                           const SornArray *a, const double *cvec, const SornVolume *dstRoi,
                           const SornVolume *aSite, int32_t sf, uint32_t extra);
 
+/* Multiply-accumulate: dst = a + b * c ("mla "), a - b * c ("mls "),
+ * b * c - a ("mlrs"); the C forms take c as one constant per channel, the
+ * CC forms compute a * c1 + c2, a * c1 - c2 and its negation. The entries
+ * check their operands as the other arithmetic entries do; the operations
+ * themselves are not in this build, and a call that passes every check
+ * answers SORN_ENOTSUP with nothing written. */
+#define SORN_TAG_MLA SORN_FOURCC('m', 'l', 'a', ' ')
+#define SORN_TAG_MLS SORN_FOURCC('m', 'l', 's', ' ')
+#define SORN_TAG_MLRS SORN_FOURCC('m', 'l', 'r', 's')
+SornStatus _T_SornArith3(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                         const SornArray *a, const SornArray *b, const SornArray *c,
+                         const SornVolume *dstRoi, const SornVolume *aSite,
+                         const SornVolume *bSite, const SornVolume *cSite, int32_t sf,
+                         uint32_t extra);
+SornStatus _T_SornArith3c(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                          const SornArray *a, const SornArray *b, const double *cvec,
+                          const SornVolume *dstRoi, const SornVolume *aSite,
+                          const SornVolume *bSite, int32_t sf, uint32_t extra);
+SornStatus _T_SornArith3cc(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                           const SornArray *a, const double *c1vec, const double *c2vec,
+                           const SornVolume *dstRoi, const SornVolume *aSite, int32_t sf,
+                           uint32_t extra);
+#define SORN_MAC_ENTRY_DECLS(name)                                                               \
+  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,   \
+                        const SornArray *b, const SornArray *c, const SornVolume *dstRoi,        \
+                        const SornVolume *aSite, const SornVolume *bSite,                        \
+                        const SornVolume *cSite, int32_t sf, uint32_t extra);                    \
+  SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                    \
+                           const SornArray *a, const SornArray *b, const double *cvec,           \
+                           const SornVolume *dstRoi, const SornVolume *aSite,                    \
+                           const SornVolume *bSite, int32_t sf, uint32_t extra);                 \
+  SornStatus Sorn##name##CC(SornXE *xe, SornFlags flags, const SornArray *dst,                   \
+                            const SornArray *a, const double *c1vec, const double *c2vec,        \
+                            const SornVolume *dstRoi, const SornVolume *aSite, int32_t sf,       \
+                            uint32_t extra);
+SORN_MAC_ENTRY_DECLS(MulAdd)
+SORN_MAC_ENTRY_DECLS(MulSub)
+SORN_MAC_ENTRY_DECLS(MulRSub)
+#undef SORN_MAC_ENTRY_DECLS
+
 SornStatus SornAdd(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
                    const SornArray *b, const SornVolume *dstRoi, const SornVolume *aSite,
                    const SornVolume *bSite, int32_t sf, uint32_t extra);
