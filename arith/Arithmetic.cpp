@@ -169,3 +169,82 @@ SornStatus SornSigmoidAlpha(SornXE *xe, SornFlags flags, const SornArray *dst, c
   return _T_SornArith2c(SORN_FOURCC('s', 'i', 'g', 'm'), xe, flags, dst, a, cvec, dstRoi, aSite, sf,
                         extra);
 }
+
+/* ---------------- multiply-accumulate ---------------- */
+
+namespace {
+
+bool mac_tag(uint32_t tag) {
+  return tag == SORN_TAG_MLA || tag == SORN_TAG_MLS || tag == SORN_TAG_MLRS;
+}
+
+// The fused operations and their ways through tiles are not in this build:
+// a call that has passed every check of its operands declines here, before
+// anything is written.
+SornStatus mac_pending() { return SORN_ENOTSUP; }
+
+}  // namespace
+
+// The destination negotiates with the last array operand; the sources
+// before it only offer a start and are fitted to what is agreed.
+SornStatus _T_SornArith3(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                         const SornArray *a, const SornArray *b, const SornArray *c,
+                         const SornVolume *dstRoi, const SornVolume *aSite, const SornVolume *bSite,
+                         const SornVolume *cSite, int32_t sf, uint32_t extra) {
+  (void)xe, (void)flags, (void)sf, (void)extra;
+  first_source(dst, dstRoi, &a, &aSite);
+  if (!mac_tag(tag)) return SORN_EINVAL;
+  Operands<4> o;
+  const SornStatus st = check_operands<4>(dst, {a, b, c}, dstRoi, {aSite, bSite, cSite}, &o);
+  if (st != SORN_OK) return st;
+  return mac_pending();
+}
+
+SornStatus _T_SornArith3c(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                          const SornArray *a, const SornArray *b, const double *cvec,
+                          const SornVolume *dstRoi, const SornVolume *aSite,
+                          const SornVolume *bSite, int32_t sf, uint32_t extra) {
+  (void)xe, (void)flags, (void)sf, (void)extra;
+  first_source(dst, dstRoi, &a, &aSite);
+  if (!mac_tag(tag) || cvec == nullptr) return SORN_EINVAL;
+  Operands<3> o;
+  const SornStatus st = check_operands<3>(dst, {a, b}, dstRoi, {aSite, bSite}, &o);
+  if (st != SORN_OK) return st;
+  return mac_pending();
+}
+
+SornStatus _T_SornArith3cc(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                           const SornArray *a, const double *c1vec, const double *c2vec,
+                           const SornVolume *dstRoi, const SornVolume *aSite, int32_t sf,
+                           uint32_t extra) {
+  (void)xe, (void)flags, (void)sf, (void)extra;
+  first_source(dst, dstRoi, &a, &aSite);
+  if (!mac_tag(tag) || c1vec == nullptr || c2vec == nullptr) return SORN_EINVAL;
+  Operands<2> o;
+  const SornStatus st = check_operands<2>(dst, {a}, dstRoi, {aSite}, &o);
+  if (st != SORN_OK) return st;
+  return mac_pending();
+}
+
+#define SORN_MAC_ENTRIES(name, tag)                                                                \
+  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,     \
+                        const SornArray *b, const SornArray *c, const SornVolume *dstRoi,          \
+                        const SornVolume *aSite, const SornVolume *bSite, const SornVolume *cSite, \
+                        int32_t sf, uint32_t extra) {                                              \
+    return _T_SornArith3(tag, xe, flags, dst, a, b, c, dstRoi, aSite, bSite, cSite, sf, extra);    \
+  }                                                                                                \
+  SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,  \
+                           const SornArray *b, const double *cvec, const SornVolume *dstRoi,       \
+                           const SornVolume *aSite, const SornVolume *bSite, int32_t sf,           \
+                           uint32_t extra) {                                                       \
+    return _T_SornArith3c(tag, xe, flags, dst, a, b, cvec, dstRoi, aSite, bSite, sf, extra);       \
+  }                                                                                                \
+  SornStatus Sorn##name##CC(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a, \
+                            const double *c1vec, const double *c2vec, const SornVolume *dstRoi,    \
+                            const SornVolume *aSite, int32_t sf, uint32_t extra) {                 \
+    return _T_SornArith3cc(tag, xe, flags, dst, a, c1vec, c2vec, dstRoi, aSite, sf, extra);        \
+  }
+
+SORN_MAC_ENTRIES(MulAdd, SORN_TAG_MLA)
+SORN_MAC_ENTRIES(MulSub, SORN_TAG_MLS)
+SORN_MAC_ENTRIES(MulRSub, SORN_TAG_MLRS)

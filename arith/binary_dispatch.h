@@ -8,13 +8,26 @@
 
 #include <sorn.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <utility>
 
 #include "arith/binary_kernel.h"
+#include "arith/tiles.h"
 #include "core/entry.h"
 
 namespace sorn::arith {
+
+// The cells of a constant form, whose channels stay unfolded so that the
+// kernel takes one constant per channel along the row: 2 to 4 cells, else
+// 0. The flags take their channel-format nibble from the channels word.
+inline int32_t constant_cells(SornDimPack pack, const int32_t *dims, SornFlags *flags) {
+  const int32_t n = (int32_t)(pack & 15u);
+  if (n < 2 || n > 4) return 0;
+  *flags = sorn::with_channel_format(*flags, (uint32_t)dims[n - 1]);
+  return n;
+}
 
 using Arith2Lookup = SornArith2Kernel (*)(uint32_t, uint32_t, uint32_t, SornStatus *);
 using Arith2cLookup = SornArith2cKernel (*)(uint32_t, uint32_t, uint32_t, SornStatus *);
@@ -80,16 +93,41 @@ inline SornStatus dispatch_arrays(Arith2Lookup lookup, SornXE *xe, SornFlags fla
   }
 
   // A destination narrower than the first source: the operation is formed
-  // in the source's type in a scratch tile and saturated into the
-  // destination by the conversion, which this build leaves out. So after
-  // refusing what the tile path refuses, the answer is "not supported", and
-  // nothing is written.
+  // in the source's type, by the family's own kernel for (a, a, b), in a
+  // scratch tile of a few rows, which the saturating conversion brings into
+  // the destination. So a narrow destination saturates here, where a direct
+  // kernel of narrow type wraps at sf 0.
   if (asize == 0 || dsize >= asize) return SORN_EINVAL;
   if (!known_type(dsttype)) return SORN_EINVAL;
+  // What the tiles need is asked for first: the kernel, the conversion, and
+  // only then the memory.
   SornStatus st = SORN_OK;
-  (void)lookup(atype, atype, btype, &st);
+  const SornArith2Kernel k = lookup(atype, atype, btype, &st);
   if (st != SORN_OK) return st;
-  return SORN_ENOTSUP;
+  (void)sorna__tcvtfun_imp(dsttype, atype, &st);
+  if (st != SORN_OK) return st;
+  const int32_t n = f.n;
+  Tile tile(xe);
+  st = tile.open(n, f.dims, tile_height(dsttype, atype, btype, f.dims[n - 2], f.dims[0]), asize);
+  if (st != SORN_OK) return st;
+  const int32_t height = tile.dims()[0];
+  int32_t remaining = f.dims[0];
+  char *d = static_cast<char *>(dstptr);
+  const char *a = static_cast<const char *>(aptr), *b = static_cast<const char *>(bptr);
+  while (st == SORN_OK && remaining > 0) {
+    tile.dims()[0] = std::min(height, remaining);
+    st = k(xe, flags, n, tile.dims(), tile.data(), tile.strides(), a, f.strides[1], b, f.strides[2],
+           sf, extra);
+    if (st != SORN_OK) break;
+    st = __sorna__swtconvert(xe, flags, n, tile.dims(), dsttype, d, f.strides[0], atype,
+                             tile.data(), tile.strides());
+    // The step is the ladder's height, whatever the last tile was cut to.
+    d += (ptrdiff_t)height * f.strides[0][0];
+    a += (ptrdiff_t)height * f.strides[1][0];
+    b += (ptrdiff_t)height * f.strides[2][0];
+    remaining -= height;
+  }
+  return st;
 }
 
 // The dispatcher of a family of two arrays: the sources put in the order
@@ -196,10 +234,9 @@ inline SornStatus dispatch_constant(Arith2cLookup lookup, SornXE *xe, SornFlags 
                                     void *dstptr, const int32_t *dststrides, uint32_t atype,
                                     const void *aptr, const int32_t *astrides, const double *cvec,
                                     int32_t sf, uint32_t extra) {
-  const int32_t n = (int32_t)(pack & 15u);
-  if (n < 2) return SORN_EINVAL;
+  const int32_t n = constant_cells(pack, dims, &flags);
+  if (n == 0) return SORN_EINVAL;
   const int32_t w = dims[n - 1];
-  flags = sorn::with_channel_format(flags, (uint32_t)w);
   const int32_t nchan = w;
   uint32_t t = nchan >= 1 ? constant_class(cvec, nchan, flags) : SORN_U8;
   t = fit_constant(t, atype, dsttype, flags);
@@ -215,21 +252,50 @@ inline SornStatus dispatch_constant(Arith2cLookup lookup, SornXE *xe, SornFlags 
     return k(xe, flags, n, dims, dstptr, dststrides, aptr, astrides, block, sf, extra);
   }
 
-  // The tile paths: the source converted to s32 or f32 first for an f32
-  // destination, the operation formed in a wider type and saturated into
-  // the destination otherwise. Both end in the saturating conversion, which
-  // this build leaves out: after what they refuse, the answer is "not
-  // supported", and nothing is written.
+  // The tile paths, in tiles of 10 rows of 4-byte cells. For an f32
+  // destination the source is converted first, to s32 (f32 for an f32
+  // constant), and the kernel runs from the tile into the destination;
+  // otherwise the kernel forms the result in s32 (f32) in the tile first and
+  // the saturating conversion brings it into the destination.
   if (!known_type(dsttype)) return SORN_EINVAL;
+  const bool convert_first = dsttype == SORN_F32;
+  if (!convert_first && elem_size(t) <= elem_size(dsttype)) return SORN_EINVAL;
+  const uint32_t wide = t == SORN_F32 ? SORN_F32 : SORN_S32;
   SornStatus kst = SORN_OK;
-  if (dsttype == SORN_F32) {
-    (void)lookup(SORN_F32, t == SORN_F32 ? SORN_F32 : SORN_S32, t, &kst);
-  } else {
-    if (elem_size(t) <= elem_size(dsttype)) return SORN_EINVAL;
-    (void)lookup(t == SORN_F32 ? SORN_F32 : SORN_S32, atype, t, &kst);
-  }
+  const SornArith2cKernel k =
+      convert_first ? lookup(SORN_F32, wide, t, &kst) : lookup(wide, atype, t, &kst);
   if (kst != SORN_OK) return kst;
-  return SORN_ENOTSUP;
+  if (convert_first)
+    (void)sorna__tcvtfun_imp(wide, atype, &kst);
+  else
+    (void)sorna__tcvtfun_imp(dsttype, wide, &kst);
+  if (kst != SORN_OK) return kst;
+  Tile tile(xe);
+  kst = tile.open(n, dims, dims[0] < 11 ? dims[0] : 10, 4);
+  if (kst != SORN_OK) return kst;
+  int32_t remaining = dims[0];
+  char *d = static_cast<char *>(dstptr);
+  const char *a = static_cast<const char *>(aptr);
+  while (kst == SORN_OK && remaining > 0) {
+    tile.dims()[0] = std::min(10, remaining);
+    if (convert_first) {
+      kst = __sorna__swtconvert(xe, flags, n, tile.dims(), wide, tile.data(), tile.strides(), atype,
+                                a, astrides);
+      if (kst != SORN_OK) break;
+      kst = k(xe, flags, n, tile.dims(), d, dststrides, tile.data(), tile.strides(), block, sf,
+              extra);
+    } else {
+      kst =
+          k(xe, flags, n, tile.dims(), tile.data(), tile.strides(), a, astrides, block, sf, extra);
+      if (kst != SORN_OK) break;
+      kst = __sorna__swtconvert(xe, flags, n, tile.dims(), dsttype, d, dststrides, wide,
+                                tile.data(), tile.strides());
+    }
+    d += (ptrdiff_t)10 * dststrides[0];
+    a += (ptrdiff_t)10 * astrides[0];
+    remaining -= 10;
+  }
+  return kst;
 }
 
 }  // namespace sorn::arith

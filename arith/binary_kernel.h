@@ -114,18 +114,20 @@ struct SubOp {
     return ((a ^ b) & (a ^ s)) < 0 ? (int16_t)((a >> 15) ^ 0x7fff) : s;
   }
 };
-// The reversed difference: the second operand less the first.
-struct RSubOp {
-  static constexpr bool saturate = false;
-  static constexpr bool wide_scale_f64 = false;
-  static constexpr Like like = Like::Zero;
-  static int32_t i32(int32_t a, int32_t b) { return (int32_t)((uint32_t)b - (uint32_t)a); }
-  static int64_t i64(int64_t a, int64_t b) { return b - a; }
-  static float f32(float a, float b) { return b - a; }
-  static double f64(double a, double b) { return b - a; }
-  static uint8_t sat_u8(uint8_t a, uint8_t b) { return SubOp::sat_u8(b, a); }
-  static int16_t sat_s16(int16_t a, int16_t b) { return SubOp::sat_s16(b, a); }
+// An operation with its operands exchanged: the reversed difference is the
+// second operand less the first.
+template <class Op> struct Reversed {
+  static constexpr bool saturate = Op::saturate;
+  static constexpr bool wide_scale_f64 = Op::wide_scale_f64;
+  static constexpr Like like = Op::like;
+  static int32_t i32(int32_t a, int32_t b) { return Op::i32(b, a); }
+  static int64_t i64(int64_t a, int64_t b) { return Op::i64(b, a); }
+  static float f32(float a, float b) { return Op::f32(b, a); }
+  static double f64(double a, double b) { return Op::f64(b, a); }
+  static uint8_t sat_u8(uint8_t a, uint8_t b) { return Op::sat_u8(b, a); }
+  static int16_t sat_s16(int16_t a, int16_t b) { return Op::sat_s16(b, a); }
 };
+using RSubOp = Reversed<SubOp>;
 // The product. Plain, it is the square kernels' rule: 32 bits wide and
 // wrapping at sf 0, as a sum is; saturated, the multiplications' rule.
 struct MulOp {

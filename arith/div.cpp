@@ -68,9 +68,8 @@ SornStatus divide_constant(SornDivCKernel (*lookup)(uint32_t, uint32_t, int32_t,
                            uint32_t dsttype, void *dstptr, const int32_t *dststrides,
                            uint32_t atype, const void *aptr, const int32_t *astrides,
                            const double *cvec, int32_t sf, uint32_t extra) {
-  const int32_t n = (int32_t)(pack & 15u);
-  if (n < 2 || n > 4) return SORN_EINVAL;
-  flags = sorn::with_channel_format(flags, (uint32_t)dims[n - 1]);
+  const int32_t n = constant_cells(pack, dims, &flags);
+  if (n == 0) return SORN_EINVAL;
   SornStatus st = SORN_OK;
   const SornDivCKernel k = lookup(dsttype, atype, dims[n - 1] & 15, &st);
   if (st != SORN_OK) return st;

@@ -125,16 +125,28 @@ SornStatus sorna__ln(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_
   return SORN_OK;
 }
 
+namespace {
+
+// sigmoid(x) and sigmoid(-x) differ only in the sign of the argument.
+template <bool Negated>
+SornStatus sigmoid_unit(SornFlags flags, SornDimPack pack, const int32_t *dims, uint32_t dsttype,
+                        void *dstptr, const int32_t *dststrides, uint32_t atype, const void *aptr,
+                        const int32_t *astrides) {
+  Folded<2> f;
+  const SornStatus st = prepare(pack, dims, dststrides, astrides, dsttype, atype, &f);
+  if (st != SORN_OK) return st;
+  sigmoid_rows(flags, f, dstptr, aptr, [](float x) { return Negated ? -x : x; });
+  return SORN_OK;
+}
+
+}  // namespace
+
 SornStatus sorna__sigmoid1(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                            uint32_t dsttype, void *dstptr, const int32_t *dststrides,
                            uint32_t atype, const void *aptr, const int32_t *astrides, int32_t sf,
                            uint32_t extra) {
   (void)xe, (void)sf, (void)extra;
-  Folded<2> f;
-  const SornStatus st = prepare(pack, dims, dststrides, astrides, dsttype, atype, &f);
-  if (st != SORN_OK) return st;
-  sigmoid_rows(flags, f, dstptr, aptr, [](float x) { return x; });
-  return SORN_OK;
+  return sigmoid_unit<false>(flags, pack, dims, dsttype, dstptr, dststrides, atype, aptr, astrides);
 }
 
 SornStatus sorna__sigmoid_1(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
@@ -142,20 +154,15 @@ SornStatus sorna__sigmoid_1(SornXE *xe, SornFlags flags, SornDimPack pack, const
                             uint32_t atype, const void *aptr, const int32_t *astrides, int32_t sf,
                             uint32_t extra) {
   (void)xe, (void)sf, (void)extra;
-  Folded<2> f;
-  const SornStatus st = prepare(pack, dims, dststrides, astrides, dsttype, atype, &f);
-  if (st != SORN_OK) return st;
-  sigmoid_rows(flags, f, dstptr, aptr, [](float x) { return -x; });
-  return SORN_OK;
+  return sigmoid_unit<true>(flags, pack, dims, dsttype, dstptr, dststrides, atype, aptr, astrides);
 }
 
 SornStatus sorna__sigmoidalpha(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                                uint32_t dsttype, void *dstptr, const int32_t *dststrides,
                                uint32_t atype, const void *aptr, const int32_t *astrides,
                                const double *cvec, int32_t sf, uint32_t extra) {
-  const int32_t n = (int32_t)(pack & 15u);
-  if (n < 2 || n > 4) return SORN_EINVAL;
-  flags = sorn::with_channel_format(flags, (uint32_t)dims[n - 1]);
+  const int32_t n = constant_cells(pack, dims, &flags);
+  if (n == 0) return SORN_EINVAL;
   const int32_t c = dims[n - 1] & 15;
   auto all = [&](auto near) {
     for (int32_t j = 0; j < c; ++j)

@@ -73,7 +73,7 @@ inline float exp_fast_acc(float x) {
   p = horner_step(p * g, 0.16666665459);
   p = horner_step(p * g, 0.50000001201);
   const float r = p * g * g + g + 1.0f;
-  const uint32_t e = (uint32_t)(sorn::trunc_i32(n) + 127) << 23;
+  const uint32_t e = ((uint32_t)sorn::trunc_i32(n) + 127u) << 23;
   const float v = r * float_of_bits(e);
   const float low = select_f(x < -kExpLimit, 0.0f, v);
   return select_f(x > kExpLimit, std::numeric_limits<float>::infinity(), low);
@@ -97,7 +97,9 @@ template <bool Negated = false> inline float exp_superfast(float x) {
 
 // The exponent bits, less an offset, as a number, times 1 / 2^23 ln 2.
 inline float ln_superfast(float x) {
-  const int32_t b = (int32_t)bits_of_float(x) - 0x3f7893f5;
+  // In 32 bits without overflow: for x of 0 and below, whose bits are large
+  // or negative, the difference is thrown away below.
+  const int32_t b = (int32_t)(bits_of_float(x) - 0x3f7893f5u);
   const float v = (float)b * 8.262958317573066e-08f;
   return select_f(x > 0.0f, v, -std::numeric_limits<float>::infinity());
 }

@@ -147,4 +147,25 @@ template <class D> inline D sat32(int32_t v) {
   return (D)(v < lo ? lo : v > hi ? hi : v);
 }
 
+// The saturating conversion of one element between the types that have
+// kernels: integers saturate to a narrower integer and widen to a wider one,
+// floats round to nearest-even in 32 bits (what does not fit, NaN included,
+// is 0x80000000) and then saturate to a narrower integer; anything into f32
+// is the nearest float.
+template <class D, class S> inline D sat_convert(S v) {
+  if constexpr (std::is_floating_point_v<D>) {
+    return (D)v;
+  } else if constexpr (std::is_floating_point_v<S>) {
+    const int32_t i = round_i32(v);
+    if constexpr (std::is_same_v<D, int32_t>)
+      return i;
+    else
+      return sat32<D>(i);
+  } else if constexpr (sizeof(D) >= sizeof(S) && std::is_signed_v<D>) {
+    return (D)v;
+  } else {
+    return sat32<D>((int32_t)v);
+  }
+}
+
 }  // namespace sorn

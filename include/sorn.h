@@ -551,6 +551,46 @@ SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornA
                           const SornArray *a, const double *cvec, const SornVolume *dstRoi,
                           const SornVolume *aSite, int32_t sf, uint32_t extra);
 
+/* Multiply-accumulate: dst = a + b * c ("mla "), a - b * c ("mls "),
+ * b * c - a ("mlrs"); the C forms take c as one constant per channel, the
+ * CC forms compute a * c1 + c2, a * c1 - c2 and its negation. The entries
+ * check their operands as the other arithmetic entries do; the operations
+ * themselves are not in this build, and a call that passes every check
+ * answers SORN_ENOTSUP with nothing written. */
+#define SORN_TAG_MLA SORN_FOURCC('m', 'l', 'a', ' ')
+#define SORN_TAG_MLS SORN_FOURCC('m', 'l', 's', ' ')
+#define SORN_TAG_MLRS SORN_FOURCC('m', 'l', 'r', 's')
+SornStatus _T_SornArith3(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                         const SornArray *a, const SornArray *b, const SornArray *c,
+                         const SornVolume *dstRoi, const SornVolume *aSite,
+                         const SornVolume *bSite, const SornVolume *cSite, int32_t sf,
+                         uint32_t extra);
+SornStatus _T_SornArith3c(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                          const SornArray *a, const SornArray *b, const double *cvec,
+                          const SornVolume *dstRoi, const SornVolume *aSite,
+                          const SornVolume *bSite, int32_t sf, uint32_t extra);
+SornStatus _T_SornArith3cc(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
+                           const SornArray *a, const double *c1vec, const double *c2vec,
+                           const SornVolume *dstRoi, const SornVolume *aSite, int32_t sf,
+                           uint32_t extra);
+#define SORN_MAC_ENTRY_DECLS(name)                                                               \
+  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,   \
+                        const SornArray *b, const SornArray *c, const SornVolume *dstRoi,        \
+                        const SornVolume *aSite, const SornVolume *bSite,                        \
+                        const SornVolume *cSite, int32_t sf, uint32_t extra);                    \
+  SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                    \
+                           const SornArray *a, const SornArray *b, const double *cvec,           \
+                           const SornVolume *dstRoi, const SornVolume *aSite,                    \
+                           const SornVolume *bSite, int32_t sf, uint32_t extra);                 \
+  SornStatus Sorn##name##CC(SornXE *xe, SornFlags flags, const SornArray *dst,                   \
+                            const SornArray *a, const double *c1vec, const double *c2vec,        \
+                            const SornVolume *dstRoi, const SornVolume *aSite, int32_t sf,       \
+                            uint32_t extra);
+SORN_MAC_ENTRY_DECLS(MulAdd)
+SORN_MAC_ENTRY_DECLS(MulSub)
+SORN_MAC_ENTRY_DECLS(MulRSub)
+#undef SORN_MAC_ENTRY_DECLS
+
 SornStatus SornAdd(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
                    const SornArray *b, const SornVolume *dstRoi, const SornVolume *aSite,
                    const SornVolume *bSite, int32_t sf, uint32_t extra);
@@ -1829,6 +1869,144 @@ struct SornHist;
  * bin's class below. The _i form rounds it to nearest. */
 double sorna_calculate_threshold_otsu_f(const struct SornHist *hist);
 double sorna_calculate_threshold_otsu_i(const struct SornHist *hist);
+
+/* ---------------- Conversion and scaling ----------------
+ * An array of one element type into an array of another, between u8, s16,
+ * s32 and f32: the plain saturating conversion ("t"), the map of one value
+ * range onto another ("v"), and the map by a scale and an offset ("e"),
+ * which becomes a v map between the source's range and the scaled one. */
+
+/* The t conversion of a region, by element types: n cells of dims from
+ * the first (n is the count, not a packing word). */
+SornStatus __sorna__swtconvert(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                               uint32_t dsttype, void *dst, const int32_t *dststrides,
+                               uint32_t srctype, const void *src, const int32_t *srcstrides);
+
+/* Kernels of the t conversion: type is the destination's. */
+typedef SornStatus (*SornTcvtKernel)(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                     const int32_t *dims, uint32_t type, void *dst,
+                                     const int32_t *dststrides, const void *src,
+                                     const int32_t *srcstrides);
+/* Keys (full destination code << 4) | full source code. */
+SornTcvtKernel sorna__tcvtfun_imp(uint32_t dsttype, uint32_t srctype, SornStatus *status);
+
+/* The pairs of different types: destination, source. */
+#define SORN_TCVT_PAIRS(X)                                                                   \
+  X(u8, s16) X(u8, s32) X(u8, f32) X(s16, u8) X(s16, s32) X(s16, f32) X(s32, u8) X(s32, s16) \
+  X(s32, f32) X(f32, u8) X(f32, s16) X(f32, s32)
+
+#define SORN_TCVT_KERNEL_DECL(d, s)                                                            \
+  SornStatus __sorna__tconvert_##d##s(SornXE *xe, SornFlags flags, SornDimPack pack,          \
+                                      const int32_t *dims, uint32_t type, void *dst,          \
+                                      const int32_t *dststrides, const void *src,             \
+                                      const int32_t *srcstrides);
+SORN_TCVT_PAIRS(SORN_TCVT_KERNEL_DECL)
+#undef SORN_TCVT_KERNEL_DECL
+
+/* The v map between value ranges: kernels by the same pairs, and the like
+ * types, whose kernels are the scalings __sorna__vscale_<type>. Keys as for
+ * the t kernels. A kernel takes one range per channel of each side. */
+typedef SornStatus (*SornVcvtKernel)(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                     const int32_t *dims, uint32_t type, void *dst,
+                                     const int32_t *dststrides, const void *src,
+                                     const int32_t *srcstrides, const SornVrng *dstRange,
+                                     const SornVrng *srcRange);
+SornVcvtKernel sorna__vcvtfun_imp(uint32_t dsttype, uint32_t srctype, SornStatus *status);
+
+#define SORN_VSCALE_TYPES(X) X(u8) X(s16) X(s32) X(f32)
+#define SORN_VCVT_KERNEL_DECL(d, s)                                                            \
+  SornStatus __sorna__vconvert_##d##s(SornXE *xe, SornFlags flags, SornDimPack pack,          \
+                                      const int32_t *dims, uint32_t type, void *dst,          \
+                                      const int32_t *dststrides, const void *src,             \
+                                      const int32_t *srcstrides, const SornVrng *dstRange,    \
+                                      const SornVrng *srcRange);
+SORN_TCVT_PAIRS(SORN_VCVT_KERNEL_DECL)
+#undef SORN_VCVT_KERNEL_DECL
+#define SORN_VSCALE_KERNEL_DECL(t)                                                              \
+  SornStatus __sorna__vscale_##t(SornXE *xe, SornFlags flags, SornDimPack pack,                \
+                                 const int32_t *dims, uint32_t type, void *dst,                \
+                                 const int32_t *dststrides, const void *src,                   \
+                                 const int32_t *srcstrides, const SornVrng *dstRange,          \
+                                 const SornVrng *srcRange);
+SORN_VSCALE_TYPES(SORN_VSCALE_KERNEL_DECL)
+#undef SORN_VSCALE_KERNEL_DECL
+
+/* The v map of a region by element types: a channel whose source or
+ * destination range is empty within 2^-23 makes the whole region the
+ * destination's low ends; otherwise the v kernel of the pair. */
+SornStatus __sorna__swvconvert(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                               uint32_t dsttype, void *dst, const int32_t *dststrides,
+                               uint32_t srctype, const void *src, const int32_t *srcstrides,
+                               const SornVrng *dstRange, const SornVrng *srcRange);
+
+/* SornConvert: dst = src mapped by scale and offset (one double per
+ * channel; a NaN scale counts as 1, an offset that is not finite as none),
+ * from the source's range (measured where srcRange is null, else completed
+ * from the image). A map that leaves the destination's type is shifted back
+ * while its slope fits, and clipped otherwise. A scale of 1 with no offset
+ * is the plain saturating conversion, without measuring.
+ * SornVConvert: dst = src mapped from srcRange onto dstRange (completed in
+ * place for the destination type, and changed so); with no dstRange the
+ * plain saturating conversion. Channels whose destination ranges differ
+ * need the per-channel maps, which this build answers with SORN_ENOTSUP. */
+#define SORN_TAG_ECVT SORN_FOURCC('e', 'c', 'v', 't')
+#define SORN_TAG_VCVT SORN_FOURCC('v', 'c', 'v', 't')
+SornStatus SornConvert(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                       const SornVolume *dstRoi, const SornVolume *srcSite, const double *scale,
+                       const double *offset, const SornVrng *srcRange);
+SornStatus SornVConvert(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                        const SornVolume *dstRoi, const SornVolume *srcSite, SornVrng *dstRange,
+                        const SornVrng *srcRange);
+
+/* The arguments the slice forms take from data. */
+typedef struct SornConvertArgs {
+  const double *scale;
+  const double *offset;
+  const SornVrng *srcRange;
+} SornConvertArgs;
+typedef struct SornVConvertArgs {
+  SornVrng *dstRange;
+  const SornVrng *srcRange;
+} SornVConvertArgs;
+SornStatus SornTGAconvert(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                          uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
+                          uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1);
+SornStatus SornTGAvconvert(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                           int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                           int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                           int32_t *strides1);
+
+/* Layer 2: the origins applied. The scale forms are the conversions
+ * between one type. */
+SornStatus sorna_econvert(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                          uint32_t dsttype, void *dst, const int32_t *dstOrigin,
+                          const int32_t *dstStrides, uint32_t srctype, const void *src,
+                          const int32_t *srcOrigin, const int32_t *srcStrides,
+                          const double *scale, const double *offset, const SornVrng *srcRange);
+SornStatus sorna_vconvert(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                          uint32_t dsttype, void *dst, const int32_t *dstOrigin,
+                          const int32_t *dstStrides, uint32_t srctype, const void *src,
+                          const int32_t *srcOrigin, const int32_t *srcStrides,
+                          SornVrng *dstRange, const SornVrng *srcRange);
+SornStatus sorna_escale(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, void *dst, const int32_t *dstOrigin,
+                        const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                        const int32_t *srcStrides, const double *scale, const double *offset,
+                        const SornVrng *srcRange);
+SornStatus sorna_vscale(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, void *dst, const int32_t *dstOrigin,
+                        const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                        const int32_t *srcStrides, SornVrng *dstRange, const SornVrng *srcRange);
+
+/* Layer 3: the e and v dispatchers, on bases at the region's first pixel. */
+SornStatus sorna__econvert(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                           uint32_t dsttype, void *dst, const int32_t *dststrides,
+                           uint32_t srctype, const void *src, const int32_t *srcstrides,
+                           const double *scale, const double *offset, const SornVrng *srcRange);
+SornStatus sorna__vconvert(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                           uint32_t dsttype, void *dst, const int32_t *dststrides,
+                           uint32_t srctype, const void *src, const int32_t *srcstrides,
+                           SornVrng *dstRange, const SornVrng *srcRange);
 
 /* ---------------- Sort and search ----------------
  * Sequences of n records of size bytes each from base, ordered by a

@@ -143,7 +143,8 @@ TEST(GroupEntries, EveryFamilyAndTripleWithRoisPaddingAndChannels) {
         SornArray rd = d.record(), ra = a.record(), rb = b.record();
         const SornStatus st = f.entry(nullptr, 0, &rd, &ra, &rb, &dr, &ar, &br, sf, 0x5eed);
         // A signed saturating u8 destination is s8: only two u8 sources
-        // reach it directly; the others need the pending tile path.
+        // reach it directly; the others take the tile path, which ends in a
+        // conversion into s8 that the conversion does not have.
         const uint32_t kd = f.signed_sat ? (t.d | 8u) : t.d;
         if (f.signed_sat && t.d == SORN_U8 && t.a != SORN_U8) {
           ASSERT_EQ(st, SORN_ENOTSUP) << f.name;
@@ -329,6 +330,13 @@ TEST(AddsqC, AnS32ConstantOnU8HasNoKernelForItsSignedDestination) {
   EXPECT_EQ(st, SORN_ENOTSUP);
 }
 
+// The saturating conversion of a value of type s into type d.
+double convert(uint32_t d, uint32_t s, double v) {
+  if (d == SORN_F32) return (double)(float)v;
+  const int64_t i = s == SORN_F32 ? (int64_t)add_ref::round_s32(v) : (int64_t)v;
+  return d == SORN_S32 ? (double)i : (double)addsub_ref::clamp(d, i);
+}
+
 // The constant type by the rules, written out plainly for the random test.
 uint32_t classify(double c) {
   const double t = std::trunc(c);
@@ -372,7 +380,10 @@ TEST(GroupEntriesC, EveryFamilyOnRandomConstantsWithRoisAndChannels) {
   const uint32_t types[] = {SORN_U8, SORN_S16, SORN_S32, SORN_F32};
   const double special[] = {0, 1, -1, 255, 256, 300, 1.5, -2.5, 32767, -32768, 40000, 16777217,
                             -16777217, 1e10, 0.1, 2147483647.0, -2147483648.0};
-  int direct = 0;
+  int direct = 0, tiled = 0;
+  SornXE xe;
+  std::memset(&xe, 0, sizeof xe);
+  SornXEinit(&xe, nullptr);
   for (const Family &f : kFamilies)
     for (uint32_t dt : types)
       for (uint32_t at : types)
@@ -390,7 +401,7 @@ TEST(GroupEntriesC, EveryFamilyOnRandomConstantsWithRoisAndChannels) {
           SornVolume dr = make_roi(pick(0, d.rows() - 1), pick(0, d.cols() - 1), pick(1, 6), pick(1, 10), ch);
           SornVolume ar = make_roi(pick(0, a.rows() - 1), pick(0, a.cols() - 1), 9, 9, ch);
           SornArray rd = d.record(), ra = a.record();
-          const SornStatus st = f.entry_c(nullptr, flags, &rd, &ra, c.data(), &dr, &ar, sf, 0);
+          const SornStatus st = f.entry_c(&xe, flags, &rd, &ra, c.data(), &dr, &ar, sf, 0);
           const uint32_t kd = f.signed_sat ? (dt | 8u) : dt;
           const uint32_t t = constant_type(c, at, kd, flags);
           const bool in_table =
@@ -403,12 +414,29 @@ TEST(GroupEntriesC, EveryFamilyOnRandomConstantsWithRoisAndChannels) {
             (f.sat ? sorna__aaddqcfun_imp : sorna__aaddcfun_imp)(kd, at, t, &ks);
             has_kernel = ks == SORN_OK;
           }
-          if (!has_kernel) {
-            ASSERT_EQ(st, SORN_ENOTSUP) << f.name << " " << dt << " " << at << " T " << t;
+          // Off the direct path: the tile paths, converting the source first
+          // for an f32 destination, operating first otherwise, in s32 or
+          // f32 (W), and bringing the result over by the conversion.
+          const bool convert_first = kd == SORN_F32;
+          const uint32_t w = t == SORN_F32 ? SORN_F32 : SORN_S32;
+          SornStatus want_st = SORN_OK;
+          if (in_table) {
+            if (!has_kernel) want_st = SORN_ENOTSUP;
+          } else if (!convert_first && size_of(t) <= size_of(kd)) {
+            want_st = SORN_EINVAL;
+          } else {
+            (f.sat ? sorna__aaddqcfun_imp : sorna__aaddcfun_imp)(convert_first ? SORN_F32 : w,
+                                                                 convert_first ? w : at, t, &ks);
+            // The conversion has no s8 destination.
+            if (ks != SORN_OK || kd == SORN_S8) want_st = SORN_ENOTSUP;
+          }
+          if (want_st != SORN_OK) {
+            ASSERT_EQ(st, want_st) << f.name << " " << dt << " " << at << " T " << t;
             ASSERT_EQ(d.bytes_copy(), before);
             continue;
           }
-          ++direct;
+          if (in_table) ++direct;
+          else ++tiled;
           ASSERT_EQ(st, SORN_OK) << f.name << " " << dt << " " << at << " T " << t;
           const int32_t oy = dr.origin[1], ox = dr.origin[2];
           const int32_t rows = std::min({dr.size[1], d.rows() - oy, a.rows() - ar.origin[1]});
@@ -420,8 +448,14 @@ TEST(GroupEntriesC, EveryFamilyOnRandomConstantsWithRoisAndChannels) {
                 const bool in = ry >= 0 && ry < rows && rx >= 0 && rx < cols;
                 double want = 0, got = kd == SORN_S8 ? (double)d.at<int8_t>(y, x, k) : d.get(y, x, k);
                 if (in) {
-                  want = addsub_ref::expected(f.op, f.sat, kd, at, t, a.get(ar.origin[1] + ry, ar.origin[2] + rx, k),
-                                              addsub_ref::constant_in(t, c[k]), sf);
+                  const double va = a.get(ar.origin[1] + ry, ar.origin[2] + rx, k);
+                  const double vc = addsub_ref::constant_in(t, c[k]);
+                  if (in_table)
+                    want = addsub_ref::expected(f.op, f.sat, kd, at, t, va, vc, sf);
+                  else if (convert_first)
+                    want = addsub_ref::expected(f.op, f.sat, SORN_F32, w, t, convert(w, at, va), vc, sf);
+                  else
+                    want = convert(kd, w, addsub_ref::expected(f.op, f.sat, w, at, t, va, vc, sf));
                 } else {
                   const size_t off = (size_t)y * d.rowstride() + ((size_t)x * ch + k) * d.esize();
                   ASSERT_EQ(0, std::memcmp(d.base() + off, before.data() + off, d.esize()));
@@ -433,7 +467,9 @@ TEST(GroupEntriesC, EveryFamilyOnRandomConstantsWithRoisAndChannels) {
               }
           ASSERT_TRUE(d.guards_intact());
         }
+  SornXEfini(&xe);
   EXPECT_GT(direct, 100);
+  EXPECT_GT(tiled, 100);
 }
 
 }  // namespace

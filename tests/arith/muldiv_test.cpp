@@ -715,26 +715,30 @@ TEST(MulDivFailures, InTheirOrder) {
 
 namespace {
 
-// The tile paths of multiplication end in the saturating conversion, which
-// this build does not have yet: after every check they decline and write
-// nothing.
-TEST(MulPending, TilePathsDeclineAndWriteNothing) {
+// Multiplication into a narrow destination goes through the tile path and
+// saturates; its constant form converts first into f32 or operates first.
+TEST(MulTiles, NarrowDestinationsAndConstantsThroughTiles) {
+  SornXE xe;
+  std::memset(&xe, 0, sizeof xe);
+  SornXEinit(&xe, nullptr);
   Image d(3, 4, 1, SORN_U8, 4, 0x2e), a(3, 4, 1, SORN_S32), b(3, 4, 1, SORN_S32);
   a.set(0, 0, 0, 300);
   b.set(0, 0, 0, 1);
-  const std::vector<uint8_t> before = d.bytes_copy();
+  a.set(0, 1, 0, 100000);
+  b.set(0, 1, 0, -100000);
   SornArray rd = d.record(), ra = a.record(), rb = b.record();
-  EXPECT_EQ(SornMul(nullptr, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, 0, 0), SORN_ENOTSUP);
-  const double one = 1, half = 0.5;
-  EXPECT_EQ(SornMulC(nullptr, 0, &rd, &ra, &one, nullptr, nullptr, 0, 0), SORN_ENOTSUP)
-      << "operate first, then saturate";
-  EXPECT_EQ(d.bytes_copy(), before);
+  EXPECT_EQ(SornMul(&xe, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, 0, 0), SORN_OK);
+  EXPECT_EQ(d.get(0, 0), 255);
+  EXPECT_EQ(d.get(0, 1), 0) << "-10^10 clamps to the s32 range in the tile, then to 0";
+  const double two = 2, half = 0.5;
+  EXPECT_EQ(SornMulC(&xe, 0, &rd, &ra, &two, nullptr, nullptr, 0, 0), SORN_OK);
+  EXPECT_EQ(d.get(0, 0), 255) << "operate first, then saturate";
   Image f(3, 4, 1, SORN_F32, 0, 0x2f), u(3, 4, 1, SORN_U8);
-  const std::vector<uint8_t> fbefore = f.bytes_copy();
+  u.set(2, 3, 0, 9);
   SornArray rf = f.record(), ru = u.record();
-  EXPECT_EQ(SornMulC(nullptr, 0, &rf, &ru, &half, nullptr, nullptr, 0, 0), SORN_ENOTSUP)
-      << "convert first";
-  EXPECT_EQ(f.bytes_copy(), fbefore);
+  EXPECT_EQ(SornMulC(&xe, 0, &rf, &ru, &half, nullptr, nullptr, 0, 0), SORN_OK);
+  EXPECT_EQ(f.get(2, 3), 4.5) << "convert first";
+  SornXEfini(&xe);
 }
 
 }  // namespace

@@ -16,6 +16,7 @@ struct Plan {
   int64_t fail_at = 0;
   int64_t seen = 0;
   bool fired = false;
+  size_t last_block = 0;
 };
 Plan plan;
 
@@ -51,6 +52,7 @@ void *KuSMEMSTGopen(void *store, uint64_t arg, int32_t flags) {
 
 void *KuSMEMSTGaalloc(void *stack, size_t size, size_t align, int32_t flags) {
   static auto real = next_definition<void *(*)(void *, size_t, size_t, int32_t)>("KuSMEMSTGaalloc");
+  if (plan.armed) plan.last_block = size;
   if (take_request(sorn_test::kStackBlock)) return nullptr;
   return real(stack, size, align, flags);
 }
@@ -83,6 +85,7 @@ AllocFailure::~AllocFailure() { plan.armed = false; }
 
 int64_t AllocFailure::requests() const { return plan.seen; }
 bool AllocFailure::fired() const { return plan.fired; }
+size_t AllocFailure::last_block_size() const { return plan.last_block; }
 
 int64_t for_each_allocation_failure(const std::function<bool(int64_t)> &run, int64_t limit) {
   for (int64_t k = 0; k < limit; ++k)

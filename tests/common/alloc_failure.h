@@ -9,6 +9,7 @@
 // which answers null as the base library does when memory runs out.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 
@@ -38,6 +39,10 @@ class AllocFailure {
   int64_t requests() const;
   // True once a request has been failed.
   bool fired() const;
+  // The size asked for by the last stack block request seen (a failed one
+  // too), 0 before any: how large a scratch block a call takes. With
+  // fail_at -1 nothing fails and the requests are only watched.
+  size_t last_block_size() const;
 };
 
 // Calls `run(k)` for k = 0, 1, 2, ... `run` sets up, arms an AllocFailure
