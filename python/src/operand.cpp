@@ -106,13 +106,19 @@ void check_reach(const Image &img, const char *function, const char *name) {
                 "does that for dask arrays)");
 }
 
+// The code of an array's element type, read from its descriptor in place:
+// the call costs no dtype object.
+uint32_t code_in_place(const py::array &a) {
+  const auto *d = py::detail::array_descriptor_proxy(py::detail::array_proxy(a.ptr())->descr);
+  return code_of(d->kind, (int)d->elsize, d->byteorder);
+}
+
 Image from_array(py::handle obj, const char *function, const char *name) {
   if (!py::isinstance<py::array>(obj))
     type_error(where(function, name) + " must be a numpy array, not " + type_repr(obj));
   Image img;
   img.array = py::reinterpret_borrow<py::array>(obj);
-  py::dtype dt = img.array.dtype();
-  img.type = code_of(dt.kind(), (int)dt.itemsize(), dt.byteorder());
+  img.type = code_in_place(img.array);
   return img;
 }
 
@@ -166,6 +172,18 @@ void create_fresh(Output &out, Orientation o) {
   st[2] = ext[3] * st[3];
   st[1] = ext[2] * st[2];
   st[0] = ext[1] * st[1];
+  const int first = 4 - like.ndim - (like.ndim <= 2 ? 1 : 0);
+  if (!o.swap && !o.flip) {
+    // Read as it lies: one C-ordered array of the caller's shape.
+    py::ssize_t shape[4];
+    for (int i = 0; i < like.ndim; ++i) shape[i] = (py::ssize_t)like.ext[first + i];
+    out.result = py::array(dtype_of(like.type), std::vector<py::ssize_t>(shape, shape + like.ndim));
+    out.image.array = out.result;
+    const uint32_t type = like.type;
+    describe(out.image);
+    out.image.type = type;
+    return;
+  }
   py::array store(dtype_of(like.type), std::vector<py::ssize_t>{(py::ssize_t)(ext[0] * st[0])});
   // The caller's view: undo the flip, then the exchange.
   char *base = (char *)store.mutable_data();
@@ -175,7 +193,6 @@ void create_fresh(Output &out, Orientation o) {
     vst[2] = -vst[2];
   }
   if (o.swap) std::swap(vst[1], vst[2]);
-  const int first = 4 - like.ndim - (like.ndim <= 2 ? 1 : 0);
   std::vector<py::ssize_t> shape, strides;
   for (int i = 0; i < like.ndim; ++i) {
     shape.push_back((py::ssize_t)like.ext[first + i]);
@@ -192,17 +209,19 @@ void create_fresh(Output &out, Orientation o) {
 
 /* ---------------- element types ---------------- */
 
-uint32_t type_code(const py::array &a) {
-  py::dtype dt = a.dtype();
-  return code_of(dt.kind(), (int)dt.itemsize(), dt.byteorder());
-}
+uint32_t type_code(const py::array &a) { return code_in_place(a); }
 
 py::dtype dtype_of(uint32_t code) {
+  // Made once per code: a dtype from its name is a parse each time.
+  static py::handle made[16] = {};
+  if (code < 16 && made[code]) return py::reinterpret_borrow<py::dtype>(made[code]);
   for (const NumpyType &t : kTypes) {
     if (t.code != code) continue;
     const std::string name = std::string(t.kind == 'u' ? "uint" : t.kind == 'i' ? "int" : "float") +
                              std::to_string(8 * t.size);
-    return py::dtype(name);
+    py::dtype dt(name);
+    made[code] = dt.inc_ref();
+    return dt;
   }
   throw py::type_error("no numpy type for element type code " + std::to_string(code));
 }

@@ -56,8 +56,11 @@ py::object reduce(const Reduction &s, const char *name, py::handle img, py::hand
   walk(inputs, nullptr, I.type != SORN_F32);
   const SornFlags flags = (fast ? s.fast : 0) | (invert_mask ? s.invmask : 0);
   const int64_t P = I.planes(), C = I.channels();
-  py::array_t<double> result(std::vector<py::ssize_t>{(py::ssize_t)P, (py::ssize_t)C});
-  double *res = result.mutable_data();
+  // The sums of one plane stay here; a numpy array only for what returns one.
+  double local[4];
+  std::optional<py::array_t<double>> result;
+  if (I.ndim != 2) result.emplace(std::vector<py::ssize_t>{(py::ssize_t)P, (py::ssize_t)C});
+  double *res = result ? result->mutable_data() : local;
   SornStatus st = SORN_OK;
   const char *fn = M ? s.masked.name : s.plain.name;
   {
@@ -76,9 +79,9 @@ py::object reduce(const Reduction &s, const char *name, py::handle img, py::hand
     }
   }
   check(st, fn);
-  if (I.ndim == 2) return py::float_(res[0]);
-  if (I.ndim == 3) return result[py::int_(0)];
-  return result;
+  if (I.ndim == 2) return py::float_(local[0]);
+  if (I.ndim == 3) return (*result)[py::int_(0)];
+  return *result;
 }
 
 /* ---------------- extremes ---------------- */
@@ -264,10 +267,15 @@ py::object histogram(const Histogram &s, const char *name, py::handle img, int64
     }
     check(st, m ? s.masked.name : s.plain.name);
   }
-  // The library keeps one counter past the last bin; it is no bin.
-  py::object view = counts[py::make_tuple(py::slice(0, C, 1), py::slice(0, bins, 1))];
-  if (I.ndim == 2) return view[py::int_(0)];
-  return view;
+  // The library keeps one counter past the last bin; it is no bin: the
+  // result is a view of the counters without it.
+  const py::ssize_t row = (py::ssize_t)((bins + 1) * sizeof(uint32_t));
+  if (I.ndim == 2)
+    return py::array(counts.dtype(), std::vector<py::ssize_t>{(py::ssize_t)bins},
+                     std::vector<py::ssize_t>{(py::ssize_t)sizeof(uint32_t)}, counts.data(), counts);
+  return py::array(counts.dtype(), std::vector<py::ssize_t>{(py::ssize_t)C, (py::ssize_t)bins},
+                   std::vector<py::ssize_t>{row, (py::ssize_t)sizeof(uint32_t)}, counts.data(),
+                   counts);
 }
 
 }  // namespace
