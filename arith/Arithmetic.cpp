@@ -74,13 +74,13 @@ template <class Slot, size_t N> const Slot *find_slot(const Slot (&slots)[N], ui
 }  // namespace
 
 SornStatus _T_SornArith(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
-                        const SornArray *a, const SornVolume *dstroi, const SornVolume *aroi,
+                        const SornArray *a, const SornVolume *dstRoi, const SornVolume *aSite,
                         int32_t sf, uint32_t extra) {
-  first_source(dst, dstroi, &a, &aroi);
+  first_source(dst, dstRoi, &a, &aSite);
   const Arith1Slot *slot = find_slot(kArith1Slots, tag);
   if (slot == nullptr) return SORN_EINVAL;
   Operands<2> o;
-  const SornStatus st = check_operands<2>(dst, {a}, dstroi, {aroi}, &o);
+  const SornStatus st = check_operands<2>(dst, {a}, dstRoi, {aSite}, &o);
   if (st != SORN_OK) return st;
   Operand &d = o[0], &oa = o[1];
   return slot->layer(xe, flags, d.pack(), d.dims_at(), d.type, d.base, d.origin_at(),
@@ -88,16 +88,16 @@ SornStatus _T_SornArith(uint32_t tag, SornXE *xe, SornFlags flags, const SornArr
 }
 
 SornStatus _T_SornArith2(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
-                         const SornArray *a, const SornArray *b, const SornVolume *dstroi,
-                         const SornVolume *aroi, const SornVolume *broi, int32_t sf,
+                         const SornArray *a, const SornArray *b, const SornVolume *dstRoi,
+                         const SornVolume *aSite, const SornVolume *bSite, int32_t sf,
                          uint32_t extra) {
-  first_source(dst, dstroi, &a, &aroi);
+  first_source(dst, dstRoi, &a, &aSite);
   const Arith2Slot *slot = find_slot(kArith2Slots, tag);
   if (slot == nullptr || slot->arrays == nullptr) return SORN_EINVAL;
   // The destination and the second source negotiate; the first source only
   // offers a start and is fitted to their rows and columns.
   Operands<3> o;
-  const SornStatus st = check_operands<3>(dst, {a, b}, dstroi, {aroi, broi}, &o);
+  const SornStatus st = check_operands<3>(dst, {a, b}, dstRoi, {aSite, bSite}, &o);
   if (st != SORN_OK) return st;
   Operand &d = o[0], &oa = o[1], &ob = o[2];
   return slot->arrays(xe, flags, d.pack(), d.dims_at(), d.type, d.base, d.origin_at(),
@@ -106,13 +106,13 @@ SornStatus _T_SornArith2(uint32_t tag, SornXE *xe, SornFlags flags, const SornAr
 }
 
 SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
-                          const SornArray *a, const double *cvec, const SornVolume *dstroi,
-                          const SornVolume *aroi, int32_t sf, uint32_t extra) {
-  first_source(dst, dstroi, &a, &aroi);
+                          const SornArray *a, const double *cvec, const SornVolume *dstRoi,
+                          const SornVolume *aSite, int32_t sf, uint32_t extra) {
+  first_source(dst, dstRoi, &a, &aSite);
   const Arith2Slot *slot = find_slot(kArith2Slots, tag);
   if (slot == nullptr || cvec == nullptr) return SORN_EINVAL;
   Operands<2> o;
-  const SornStatus st = check_operands<2>(dst, {a}, dstroi, {aroi}, &o);
+  const SornStatus st = check_operands<2>(dst, {a}, dstRoi, {aSite}, &o);
   if (st != SORN_OK) return st;
   Operand &d = o[0], &oa = o[1];
   return slot->constant(xe, flags, d.pack(), d.dims_at(), d.type, d.base, d.origin_at(),
@@ -122,18 +122,18 @@ SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornA
 
 // The public entries of the two-source group: one selector each, for two
 // arrays and for an array and constants.
-#define SORN_ARITH2_ENTRIES(name, a, b, c, d)                                                    \
-  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src, \
-                        const SornArray *src2, const SornVolume *dstroi, const SornVolume *aroi, \
-                        const SornVolume *broi, int32_t sf, uint32_t extra) {                    \
-    return _T_SornArith2(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, src2, dstroi, aroi, broi, \
-                         sf, extra);                                                             \
-  }                                                                                              \
-  SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                    \
-                           const SornArray *src, const double *cvec, const SornVolume *dstroi,   \
-                           const SornVolume *aroi, int32_t sf, uint32_t extra) {                 \
-    return _T_SornArith2c(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, cvec, dstroi, aroi, sf,  \
-                          extra);                                                                \
+#define SORN_ARITH2_ENTRIES(name, a, b, c, d)                                                      \
+  SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,   \
+                        const SornArray *src2, const SornVolume *dstRoi, const SornVolume *aSite,  \
+                        const SornVolume *bSite, int32_t sf, uint32_t extra) {                     \
+    return _T_SornArith2(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, src2, dstRoi, aSite, bSite, \
+                         sf, extra);                                                               \
+  }                                                                                                \
+  SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                      \
+                           const SornArray *src, const double *cvec, const SornVolume *dstRoi,     \
+                           const SornVolume *aSite, int32_t sf, uint32_t extra) {                  \
+    return _T_SornArith2c(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, cvec, dstRoi, aSite, sf,   \
+                          extra);                                                                  \
   }
 
 SORN_ARITH2_ENTRIES(Add, 'a', 'a', 'd', 'd')
@@ -153,9 +153,9 @@ SORN_ARITH2_ENTRIES(RDivr, 'r', 'd', 'v', 'r')
 
 #define SORN_ARITH1_ENTRY(name, a, b, c, d)                                                      \
   SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src, \
-                        const SornVolume *dstroi, const SornVolume *aroi, int32_t sf,            \
+                        const SornVolume *dstRoi, const SornVolume *aSite, int32_t sf,           \
                         uint32_t extra) {                                                        \
-    return _T_SornArith(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, dstroi, aroi, sf, extra);  \
+    return _T_SornArith(SORN_FOURCC(a, b, c, d), xe, flags, dst, src, dstRoi, aSite, sf, extra); \
   }
 
 SORN_ARITH1_ENTRY(Negate, 'n', 'e', 'g', ' ')
@@ -164,8 +164,8 @@ SORN_ARITH1_ENTRY(Exp, 'e', 'x', 'p', ' ')
 SORN_ARITH1_ENTRY(Ln, 'l', 'n', ' ', ' ')
 
 SornStatus SornSigmoidAlpha(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
-                            const double *cvec, const SornVolume *dstroi, const SornVolume *aroi,
+                            const double *cvec, const SornVolume *dstRoi, const SornVolume *aSite,
                             int32_t sf, uint32_t extra) {
-  return _T_SornArith2c(SORN_FOURCC('s', 'i', 'g', 'm'), xe, flags, dst, a, cvec, dstroi, aroi, sf,
+  return _T_SornArith2c(SORN_FOURCC('s', 'i', 'g', 'm'), xe, flags, dst, a, cvec, dstRoi, aSite, sf,
                         extra);
 }

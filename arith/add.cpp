@@ -2,11 +2,7 @@
 // two arrays and of an array and constants, with their kernel lookups.
 #include <sorn.h>
 
-#include <utility>
-
 #include "arith/binary_dispatch.h"
-
-using namespace sorn::arith;
 
 /* ---------------- kernel lookups ---------------- */
 
@@ -34,34 +30,8 @@ SORN_TRIPLE_LOOKUP(sorna__aaddqcfun_imp, SornArith2cKernel, kAddqC)
 
 /* ---------------- dispatchers ---------------- */
 
-SornStatus sorna__add(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                      uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
-                      const void *aptr, const int32_t *astrides, uint32_t btype, const void *bptr,
-                      const int32_t *bstrides, int32_t sf, uint32_t extra) {
-  return dispatch_commuting(&sorna__aaddfun_imp, xe, flags, pack, dims, dsttype, dstptr, dststrides,
-                            atype, aptr, astrides, btype, bptr, bstrides, sf, extra);
-}
-
-SornStatus sorna__addq(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                       uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
-                       const void *aptr, const int32_t *astrides, uint32_t btype, const void *bptr,
-                       const int32_t *bstrides, int32_t sf, uint32_t extra) {
-  return dispatch_commuting(&sorna__aaddqfun_imp, xe, flags, pack, dims, dsttype, dstptr,
-                            dststrides, atype, aptr, astrides, btype, bptr, bstrides, sf, extra);
-}
-
-SornStatus sorna__addC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                       uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
-                       const void *aptr, const int32_t *astrides, const double *cvec, int32_t sf,
-                       uint32_t extra) {
-  return dispatch_constant(&sorna__aaddcfun_imp, xe, flags, pack, dims, dsttype, dstptr, dststrides,
-                           atype, aptr, astrides, cvec, sf, extra);
-}
-
-SornStatus sorna__addqC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                        uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
-                        const void *aptr, const int32_t *astrides, const double *cvec, int32_t sf,
-                        uint32_t extra) {
-  return dispatch_constant(&sorna__aaddqcfun_imp, xe, flags, pack, dims, dsttype, dstptr,
-                           dststrides, atype, aptr, astrides, cvec, sf, extra);
-}
+// Addition commutes: exchanged sources stay with the family.
+SORN_ARRAYS_DISPATCHER(sorna__add, sorna__aaddfun_imp, sorna__aaddfun_imp)
+SORN_ARRAYS_DISPATCHER(sorna__addq, sorna__aaddqfun_imp, sorna__aaddqfun_imp)
+SORN_CONSTANT_DISPATCHER(sorna__addC, sorna__aaddcfun_imp)
+SORN_CONSTANT_DISPATCHER(sorna__addqC, sorna__aaddqcfun_imp)

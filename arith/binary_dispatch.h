@@ -92,27 +92,34 @@ inline SornStatus dispatch_arrays(Arith2Lookup lookup, SornXE *xe, SornFlags fla
   return SORN_ENOTSUP;
 }
 
-// The dispatcher of an operation that commutes (addition, multiplication):
-// the sources are put in the order the kernels expect, the wider first, a
-// float before an integer of the same size.
-inline SornStatus dispatch_commuting(Arith2Lookup lookup, SornXE *xe, SornFlags flags,
-                                     SornDimPack pack, const int32_t *dims, uint32_t dsttype,
-                                     void *dstptr, const int32_t *dststrides, uint32_t atype,
-                                     const void *aptr, const int32_t *astrides, uint32_t btype,
-                                     const void *bptr, const int32_t *bstrides, int32_t sf,
-                                     uint32_t extra) {
+// The dispatcher of a family of two arrays: the sources put in the order
+// the kernels expect, by the two exchanges above, each done once. An odd
+// number of exchanges hands the call to `reversed`, the family that gives
+// the same result with the sources exchanged: the family itself for
+// addition, the reversed difference for subtraction. Decided once, a pair
+// that both rules want first (an 8-byte source against an f32) cannot pass
+// between the two for ever.
+inline SornStatus dispatch_pair(Arith2Lookup forward, Arith2Lookup reversed, SornXE *xe,
+                                SornFlags flags, SornDimPack pack, const int32_t *dims,
+                                uint32_t dsttype, void *dstptr, const int32_t *dststrides,
+                                uint32_t atype, const void *aptr, const int32_t *astrides,
+                                uint32_t btype, const void *bptr, const int32_t *bstrides,
+                                int32_t sf, uint32_t extra) {
+  bool exchanged = false;
   if (wants_exchange_by_size(atype, btype)) {
     std::swap(atype, btype);
     std::swap(aptr, bptr);
     std::swap(astrides, bstrides);
+    exchanged = !exchanged;
   }
   if (wants_exchange_by_float(atype, btype)) {
     std::swap(atype, btype);
     std::swap(aptr, bptr);
     std::swap(astrides, bstrides);
+    exchanged = !exchanged;
   }
-  return dispatch_arrays(lookup, xe, flags, pack, dims, dsttype, dstptr, dststrides, atype, aptr,
-                         astrides, btype, bptr, bstrides, sf, extra);
+  return dispatch_arrays(exchanged ? reversed : forward, xe, flags, pack, dims, dsttype, dstptr,
+                         dststrides, atype, aptr, astrides, btype, bptr, bstrides, sf, extra);
 }
 
 /* ---------------- constants ---------------- */
@@ -226,3 +233,23 @@ inline SornStatus dispatch_constant(Arith2cLookup lookup, SornXE *xe, SornFlags 
 }
 
 }  // namespace sorn::arith
+
+// The exported dispatchers: of two arrays, with the lookups of the family
+// and of its reversed form; of an array and constants, with its lookup.
+#define SORN_ARRAYS_DISPATCHER(name, forward, reversed)                                         \
+  SornStatus name(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,           \
+                  uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,    \
+                  const void *aptr, const int32_t *astrides, uint32_t btype, const void *bptr,  \
+                  const int32_t *bstrides, int32_t sf, uint32_t extra) {                        \
+    return ::sorn::arith::dispatch_pair(&forward, &reversed, xe, flags, pack, dims, dsttype,    \
+                                        dstptr, dststrides, atype, aptr, astrides, btype, bptr, \
+                                        bstrides, sf, extra);                                   \
+  }
+#define SORN_CONSTANT_DISPATCHER(name, lookup)                                                   \
+  SornStatus name(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,            \
+                  uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,     \
+                  const void *aptr, const int32_t *astrides, const double *cvec, int32_t sf,     \
+                  uint32_t extra) {                                                              \
+    return ::sorn::arith::dispatch_constant(&lookup, xe, flags, pack, dims, dsttype, dstptr,     \
+                                            dststrides, atype, aptr, astrides, cvec, sf, extra); \
+  }

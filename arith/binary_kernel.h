@@ -316,18 +316,16 @@ template <class D, class A, class B, class Run> inline void by_scale(int32_t sf,
 // very same elements: the multiply-by-constant kernel of the same triple for
 // addition, the square kernel of the type pair for multiplication. Filled in
 // from the type tables below the pattern; a triple that is not there has none.
-template <class D, class A, class T> struct MulCKernel {
-  static constexpr SornArith2cKernel kernel = nullptr;
-};
-template <class D, class A> struct SqrKernel {
-  static constexpr SornArith1Kernel kernel = nullptr;
-};
+template <class D, class A, class T> struct MulCKernel { static constexpr bool exists = false; };
+template <class D, class A> struct SqrKernel { static constexpr bool exists = false; };
 #define SORN_MULC_KERNEL_OF(d, a, t)                                       \
   template <> struct MulCKernel<tok::d, tok::a, tok::t> {                  \
+    static constexpr bool exists = true;                                   \
     static constexpr SornArith2cKernel kernel = &sorna__mulC_c1_##d##a##t; \
   };
 #define SORN_SQR_KERNEL_OF(d, a)                                      \
   template <> struct SqrKernel<tok::d, tok::a> {                      \
+    static constexpr bool exists = true;                              \
     static constexpr SornArith1Kernel kernel = &sorna__sqr_c1_##d##a; \
   };
 SORN_MULC_TRIPLES(SORN_MULC_KERNEL_OF)
@@ -347,10 +345,10 @@ template <class D, class A, class B>
 SornStatus add_like_sources(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, void *dst,
                             const int32_t *dststrides, const void *pa, const int32_t *astrides,
                             int32_t sf, uint32_t extra) {
-  constexpr SornArith2cKernel mulc = MulCKernel<D, A, B>::kernel;
-  static_assert(mulc != nullptr, "every triple of two like sources has a multiply kernel");
+  static_assert(MulCKernel<D, A, B>::exists, "every triple of like sources has a multiply kernel");
   alignas(16) const double two[4] = {2.0, 2.0, 2.0, 2.0};
-  return mulc(xe, flags, n, dims, dst, dststrides, pa, astrides, two, sf, extra);
+  return MulCKernel<D, A, B>::kernel(xe, flags, n, dims, dst, dststrides, pa, astrides, two, sf,
+                                     extra);
 }
 
 // The kernel: rows are dims[n-3] (one row with no step when n is 2), the row
@@ -370,9 +368,9 @@ SornStatus binary_kernel(SornXE *xe, SornFlags flags, int32_t n, const int32_t *
         return add_like_sources<D, A, B>(xe, flags, n, dims, dst, dststrides, pa, astrides, sf,
                                          extra);
       } else {
-        constexpr SornArith1Kernel sqr = SqrKernel<D, A>::kernel;
-        static_assert(sqr != nullptr, "every pair of two like sources has a square kernel");
-        if (sqr(xe, flags, n, dims, dst, dststrides, pa, astrides, sf, extra) == SORN_OK)
+        static_assert(SqrKernel<D, A>::exists, "every pair of like sources has a square kernel");
+        if (SqrKernel<D, A>::kernel(xe, flags, n, dims, dst, dststrides, pa, astrides, sf, extra) ==
+            SORN_OK)
           return SORN_OK;
       }
     }

@@ -20,18 +20,6 @@ constexpr sorn::KernelRow<SornArith2cKernel> kMulC[] = {SORN_MULC_TRIPLES(MULC_R
 SORN_TRIPLE_LOOKUP(sorna__amulfun_imp, SornArith2Kernel, kMul)
 SORN_TRIPLE_LOOKUP(sorna__amulcfun_imp, SornArith2cKernel, kMulC)
 
-SornStatus sorna__mul(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                      uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
-                      const void *aptr, const int32_t *astrides, uint32_t btype, const void *bptr,
-                      const int32_t *bstrides, int32_t sf, uint32_t extra) {
-  return dispatch_commuting(&sorna__amulfun_imp, xe, flags, pack, dims, dsttype, dstptr, dststrides,
-                            atype, aptr, astrides, btype, bptr, bstrides, sf, extra);
-}
-
-SornStatus sorna__mulC(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                       uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,
-                       const void *aptr, const int32_t *astrides, const double *cvec, int32_t sf,
-                       uint32_t extra) {
-  return dispatch_constant(&sorna__amulcfun_imp, xe, flags, pack, dims, dsttype, dstptr, dststrides,
-                           atype, aptr, astrides, cvec, sf, extra);
-}
+// Multiplication commutes: exchanged sources stay with the family.
+SORN_ARRAYS_DISPATCHER(sorna__mul, sorna__amulfun_imp, sorna__amulfun_imp)
+SORN_CONSTANT_DISPATCHER(sorna__mulC, sorna__amulcfun_imp)

@@ -3,11 +3,7 @@
 // family runs on them, so that the result stays a - b.
 #include <sorn.h>
 
-#include <utility>
-
 #include "arith/binary_dispatch.h"
-
-using namespace sorn::arith;
 
 /* ---------------- kernel lookups ---------------- */
 
@@ -50,58 +46,13 @@ SORN_TRIPLE_LOOKUP(sorna__arsubqcfun_imp, SornArith2cKernel, kRSubqC)
 
 /* ---------------- dispatchers ---------------- */
 
-namespace {
-
-// The order is decided once, by the same two exchanges as for addition; an
-// odd number of them hands the call to the other family of the pair. Done
-// this way a pair that both rules want first (an 8-byte source against an
-// f32) cannot pass between the two families for ever.
-SornStatus sub_pair(Arith2Lookup forward, Arith2Lookup reversed, SornXE *xe, SornFlags flags,
-                    SornDimPack pack, const int32_t *dims, uint32_t dsttype, void *dstptr,
-                    const int32_t *dststrides, uint32_t atype, const void *aptr,
-                    const int32_t *astrides, uint32_t btype, const void *bptr,
-                    const int32_t *bstrides, int32_t sf, uint32_t extra) {
-  bool exchanged = false;
-  if (wants_exchange_by_size(atype, btype)) {
-    std::swap(atype, btype);
-    std::swap(aptr, bptr);
-    std::swap(astrides, bstrides);
-    exchanged = !exchanged;
-  }
-  if (wants_exchange_by_float(atype, btype)) {
-    std::swap(atype, btype);
-    std::swap(aptr, bptr);
-    std::swap(astrides, bstrides);
-    exchanged = !exchanged;
-  }
-  return dispatch_arrays(exchanged ? reversed : forward, xe, flags, pack, dims, dsttype, dstptr,
-                         dststrides, atype, aptr, astrides, btype, bptr, bstrides, sf, extra);
-}
-
-}  // namespace
-
-#define SORN_SUB_DISPATCHER(name, forward, reversed)                                           \
-  SornStatus name(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,          \
-                  uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,   \
-                  const void *aptr, const int32_t *astrides, uint32_t btype, const void *bptr, \
-                  const int32_t *bstrides, int32_t sf, uint32_t extra) {                       \
-    return sub_pair(&forward, &reversed, xe, flags, pack, dims, dsttype, dstptr, dststrides,   \
-                    atype, aptr, astrides, btype, bptr, bstrides, sf, extra);                  \
-  }
-SORN_SUB_DISPATCHER(sorna__sub, sorna__asubfun_imp, sorna__arsubfun_imp)
-SORN_SUB_DISPATCHER(sorna__rsub, sorna__arsubfun_imp, sorna__asubfun_imp)
-SORN_SUB_DISPATCHER(sorna__subq, sorna__asubqfun_imp, sorna__arsubqfun_imp)
-SORN_SUB_DISPATCHER(sorna__rsubq, sorna__arsubqfun_imp, sorna__asubqfun_imp)
-
-#define SORN_SUBC_DISPATCHER(name, lookup)                                                       \
-  SornStatus name(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,            \
-                  uint32_t dsttype, void *dstptr, const int32_t *dststrides, uint32_t atype,     \
-                  const void *aptr, const int32_t *astrides, const double *cvec, int32_t sf,     \
-                  uint32_t extra) {                                                              \
-    return dispatch_constant(&lookup, xe, flags, pack, dims, dsttype, dstptr, dststrides, atype, \
-                             aptr, astrides, cvec, sf, extra);                                   \
-  }
-SORN_SUBC_DISPATCHER(sorna__subC, sorna__asubcfun_imp)
-SORN_SUBC_DISPATCHER(sorna__rsubC, sorna__arsubcfun_imp)
-SORN_SUBC_DISPATCHER(sorna__subqC, sorna__asubqcfun_imp)
-SORN_SUBC_DISPATCHER(sorna__rsubqC, sorna__arsubqcfun_imp)
+// Subtraction does not commute: sources exchanged for the kernels go to the
+// reversed family, so that the result stays a - b.
+SORN_ARRAYS_DISPATCHER(sorna__sub, sorna__asubfun_imp, sorna__arsubfun_imp)
+SORN_ARRAYS_DISPATCHER(sorna__rsub, sorna__arsubfun_imp, sorna__asubfun_imp)
+SORN_ARRAYS_DISPATCHER(sorna__subq, sorna__asubqfun_imp, sorna__arsubqfun_imp)
+SORN_ARRAYS_DISPATCHER(sorna__rsubq, sorna__arsubqfun_imp, sorna__asubqfun_imp)
+SORN_CONSTANT_DISPATCHER(sorna__subC, sorna__asubcfun_imp)
+SORN_CONSTANT_DISPATCHER(sorna__rsubC, sorna__arsubcfun_imp)
+SORN_CONSTANT_DISPATCHER(sorna__subqC, sorna__asubqcfun_imp)
+SORN_CONSTANT_DISPATCHER(sorna__rsubqC, sorna__arsubqcfun_imp)

@@ -1,6 +1,9 @@
-// Element-wise arithmetic on a full-HD frame of one channel, through the
-// public entries. Throughput counts the bytes of both sources and of the
-// destination. Each family adds its rows to the case table below.
+// Element-wise arithmetic on a full-HD frame of one channel. Every kernel of
+// the type tables in sorn.h has a benchmark: the families of two arrays
+// through their public entries (the sources as the table orders them reach
+// their kernel directly), the constant forms through their kernels with a
+// fill vector of the table's constant type. Throughput counts the bytes of
+// the sources and of the destination.
 #include <benchmark/benchmark.h>
 #include <sorn.h>
 
@@ -9,62 +12,11 @@
 #include <string>
 #include <vector>
 
+#include "bench_env.h"
+
 namespace {
 
-using Arith2Entry = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
-                                   const SornArray *, const SornVolume *, const SornVolume *,
-                                   const SornVolume *, int32_t, uint32_t);
-
-struct Arith2Case {
-  const char *family;
-  Arith2Entry entry;
-  uint32_t dst, a, b;
-  int32_t sf;
-};
-
-constexpr uint32_t code_u8 = SORN_U8, code_s16 = SORN_S16, code_s32 = SORN_S32, code_f32 = SORN_F32;
-#define BENCH_ARITH_CASE(fam, fn, d, a, b, sf) {fam, &fn, code_##d, code_##a, code_##b, sf},
-
-const Arith2Case kCases[] = {
-    BENCH_ARITH_CASE("Add", SornAdd, u8, u8, u8, 0)
-    BENCH_ARITH_CASE("Add", SornAdd, u8, u8, u8, 1)
-    BENCH_ARITH_CASE("Add", SornAdd, s16, s16, s16, 0)
-    BENCH_ARITH_CASE("Add", SornAdd, f32, f32, f32, 0)
-    BENCH_ARITH_CASE("Subq", SornSubq, u8, u8, u8, 0)
-    BENCH_ARITH_CASE("Sub", SornSub, u8, u8, u8, 0)
-    BENCH_ARITH_CASE("Subq", SornSubq, s16, s16, s16, 0)
-};
-
-// The constant forms: one constant per channel, classified by the entry.
-using Arith2cEntry = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
-                                    const double *, const SornVolume *, const SornVolume *, int32_t,
-                                    uint32_t);
-struct Arith2cCase {
-  const char *family;
-  Arith2cEntry entry;
-  uint32_t dst, a;
-  double c;
-  int32_t sf;
-};
-#define BENCH_ARITHC_CASE(fam, fn, d, a, c, sf) {fam, &fn, code_##d, code_##a, c, sf},
-const Arith2cCase kCasesC[] = {
-    BENCH_ARITHC_CASE("AddC", SornAddC, u8, u8, 3.0, 0)
-    BENCH_ARITHC_CASE("AddC", SornAddC, u8, u8, 300.0, 0)
-    BENCH_ARITHC_CASE("SubqC", SornSubqC, u8, u8, 3.0, 0)
-    BENCH_ARITHC_CASE("AddC", SornAddC, f32, f32, 1.5, 0)
-};
-
 constexpr int32_t kRows = 1080, kCols = 1920;
-
-const char *name_of(uint32_t t) {
-  switch (t) {
-    case SORN_U8: return "u8";
-    case SORN_S16: return "s16";
-    case SORN_S32: return "s32";
-    case SORN_F32: return "f32";
-    default: return "?";
-  }
-}
 
 struct Plane {
   std::vector<uint8_t> store;
@@ -86,13 +38,26 @@ struct Plane {
   }
 };
 
+using bench::Env;
+
+/* ---------------- two arrays, through the entries ---------------- */
+
+using Arith2Entry = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                   const SornArray *, const SornVolume *, const SornVolume *,
+                                   const SornVolume *, int32_t, uint32_t);
+
+struct Arith2Case {
+  std::string name;
+  Arith2Entry entry;
+  uint32_t dst, a, b;
+  int32_t sf;
+};
+
 void run_arith2(benchmark::State &state, Arith2Case c) {
   Plane d(c.dst, 1), a(c.a, 2), b(c.b, 3);
-  SornXE xe;
-  std::memset(&xe, 0, sizeof xe);
-  SornXEinit(&xe, nullptr);
+  Env env;
   for (auto _ : state) {
-    SornStatus st = c.entry(&xe, 0, &d.rec, &a.rec, &b.rec, nullptr, nullptr, nullptr, c.sf, 0);
+    SornStatus st = c.entry(&env.xe, 0, &d.rec, &a.rec, &b.rec, nullptr, nullptr, nullptr, c.sf, 0);
     if (st != SORN_OK) {
       state.SkipWithError("the operation failed");
       break;
@@ -103,35 +68,31 @@ void run_arith2(benchmark::State &state, Arith2Case c) {
   const int64_t px = (int64_t)kRows * kCols;
   state.SetBytesProcessed(state.iterations() * px *
                           (SORN_ELEMSIZE(c.dst) + SORN_ELEMSIZE(c.a) + SORN_ELEMSIZE(c.b)));
-  SornXEfini(&xe);
 }
 
-void run_arith2c(benchmark::State &state, Arith2cCase c);
+/* ---------------- array and constant, through the kernels ---------------- */
 
-const int kRegistered = [] {
-  for (const Arith2Case &c : kCases) {
-    const std::string name = std::string(c.family) + "/" + name_of(c.dst) + name_of(c.a) +
-                             name_of(c.b) + "/sf" + std::to_string(c.sf) + "/1920x1080";
-    benchmark::RegisterBenchmark(name.c_str(), run_arith2, c);
-  }
-  for (const Arith2cCase &c : kCasesC) {
-    const std::string name = std::string(c.family) + "/" + name_of(c.dst) + name_of(c.a) + "/c" +
-                             std::to_string((int)c.c) + "/sf" + std::to_string(c.sf) + "/1920x1080";
-    benchmark::RegisterBenchmark(name.c_str(), run_arith2c, c);
-  }
-  return 0;
-}();
+struct Arith2cCase {
+  std::string name;
+  SornArith2cKernel kernel;
+  uint32_t dst, a, t;
+};
 
 void run_arith2c(benchmark::State &state, Arith2cCase c) {
   Plane d(c.dst, 1), a(c.a, 2);
-  SornXE xe;
-  std::memset(&xe, 0, sizeof xe);
-  SornXEinit(&xe, nullptr);
-  const double cvec[1] = {c.c};
+  Env env;
+  const double cvec[1] = {3.0};
+  alignas(8) uint8_t block[64];
+  if (sorn_mkifillvalv64(c.t, block, cvec, 1) != SORN_OK) {
+    state.SkipWithError("no fill vector of the constant type");
+    return;
+  }
+  const int32_t dims[3] = {kRows, kCols, 1};
   for (auto _ : state) {
-    SornStatus st = c.entry(&xe, 0, &d.rec, &a.rec, cvec, nullptr, nullptr, c.sf, 0);
+    SornStatus st = c.kernel(&env.xe, 0, 3, dims, d.store.data(), &d.rec.strides[1],
+                             a.store.data(), &a.rec.strides[1], block, 0, 0);
     if (st != SORN_OK) {
-      state.SkipWithError("the operation failed");
+      state.SkipWithError("the kernel failed");
       break;
     }
     benchmark::DoNotOptimize(d.store.data());
@@ -139,7 +100,48 @@ void run_arith2c(benchmark::State &state, Arith2cCase c) {
   }
   const int64_t px = (int64_t)kRows * kCols;
   state.SetBytesProcessed(state.iterations() * px * (SORN_ELEMSIZE(c.dst) + SORN_ELEMSIZE(c.a)));
-  SornXEfini(&xe);
 }
+
+const int kRegistered = [] {
+  std::vector<Arith2Case> two;
+#define ARITH2_CASE(fam, entry, d, a, b)                                                         \
+  two.push_back({std::string(fam "/") + #d #a #b + "/sf0/1920x1080", &entry, SORN_TYPECODE(d), \
+                 SORN_TYPECODE(a), SORN_TYPECODE(b), 0});
+#define ADD_CASE(d, a, b) ARITH2_CASE("Add", SornAdd, d, a, b)
+#define SUB_CASE(d, a, b) ARITH2_CASE("Sub", SornSub, d, a, b)
+#define RSUB_CASE(d, a, b) ARITH2_CASE("RSub", SornRSub, d, a, b)
+#define ADDQ_CASE(d, a, b) ARITH2_CASE("Addq", SornAddq, d, a, b)
+#define SUBQ_CASE(d, a, b) ARITH2_CASE("Subq", SornSubq, d, a, b)
+#define RSUBQ_CASE(d, a, b) ARITH2_CASE("RSubq", SornRSubq, d, a, b)
+  SORN_ADD_TRIPLES(ADD_CASE)
+  SORN_ADD_TRIPLES(SUB_CASE)
+  SORN_ADD_TRIPLES(RSUB_CASE)
+  SORN_ADDQ_OWN_TRIPLES(ADDQ_CASE)
+  SORN_ADDQ_OWN_TRIPLES(SUBQ_CASE)
+  SORN_ADDQ_OWN_TRIPLES(RSUBQ_CASE)
+  // The saturating shift, on the widest-used row.
+  two.push_back({"Add/u8u8u8/sf1/1920x1080", &SornAdd, SORN_U8, SORN_U8, SORN_U8, 1});
+  for (const Arith2Case &c : two) benchmark::RegisterBenchmark(c.name.c_str(), run_arith2, c);
+
+  std::vector<Arith2cCase> constant;
+#define ARITH2C_CASE(fam, d, a, t)                                                         \
+  constant.push_back({std::string(#fam "C/") + #d #a #t + "/1920x1080",                    \
+                      &sorna__##fam##C_c1_##d##a##t, SORN_TYPECODE(d), SORN_TYPECODE(a), \
+                      SORN_TYPECODE(t)});
+#define ADDC_CASE(d, a, t) ARITH2C_CASE(add, d, a, t)
+#define SUBC_CASE(d, a, t) ARITH2C_CASE(sub, d, a, t)
+#define RSUBC_CASE(d, a, t) ARITH2C_CASE(rsub, d, a, t)
+#define ADDQC_CASE(d, a, t) ARITH2C_CASE(addq, d, a, t)
+#define SUBQC_CASE(d, a, t) ARITH2C_CASE(subq, d, a, t)
+#define RSUBQC_CASE(d, a, t) ARITH2C_CASE(rsubq, d, a, t)
+  SORN_ADDC_TRIPLES(ADDC_CASE)
+  SORN_ADDC_TRIPLES(SUBC_CASE)
+  SORN_ADDC_TRIPLES(RSUBC_CASE)
+  SORN_ADDQC_OWN_TRIPLES(ADDQC_CASE)
+  SORN_ADDQC_OWN_TRIPLES(SUBQC_CASE)
+  SORN_ADDQC_OWN_TRIPLES(RSUBQC_CASE)
+  for (const Arith2cCase &c : constant) benchmark::RegisterBenchmark(c.name.c_str(), run_arith2c, c);
+  return 0;
+}();
 
 }  // namespace

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <vector>
 
+#include "bench_env.h"
+
 namespace {
 
 SornArray matrix_record(void *data, int32_t rows, int32_t cols, uint32_t type) {
@@ -23,14 +25,7 @@ SornArray matrix_record(void *data, int32_t rows, int32_t cols, uint32_t type) {
   return a;
 }
 
-struct Xe {
-  SornXE xe;
-  Xe() {
-    std::memset(&xe, 0, sizeof xe);
-    SornXEinit(&xe, nullptr);
-  }
-  ~Xe() { SornXEfini(&xe); }
-};
+using Xe = bench::Env;
 
 }  // namespace
 

@@ -1,6 +1,7 @@
 // Statistics on a full-HD frame of one channel, through the public entries:
-// the u8 histogram, sums of u8 and f32, a masked mean, minimum and maximum
-// with their places. Throughput counts the bytes read, the mask's included.
+// the u8 histogram, sums of every type of the sum table, a masked mean,
+// minimum and maximum with their places. Throughput counts the bytes read,
+// the mask's included.
 #include <benchmark/benchmark.h>
 #include <sorn.h>
 
@@ -8,6 +9,8 @@
 #include <cstring>
 #include <string>
 #include <vector>
+
+#include "bench_env.h"
 
 namespace {
 
@@ -42,14 +45,7 @@ struct Frame {
   }
 };
 
-struct Env {
-  SornXE xe;
-  Env() {
-    std::memset(&xe, 0, sizeof xe);
-    SornXEinit(&xe, nullptr);
-  }
-  ~Env() { SornXEfini(&xe); }
-};
+using bench::Env;
 
 void fail(benchmark::State &state) { state.SkipWithError("the operation failed"); }
 
@@ -113,8 +109,10 @@ void BM_Minmax(benchmark::State &state, uint32_t type) {
 
 const int kRegistered = [] {
   benchmark::RegisterBenchmark("Histogram/u8/c1/1920x1080", BM_HistogramU8);
-  benchmark::RegisterBenchmark("Sum/u8/c1/1920x1080", BM_Sum, SORN_U8);
-  benchmark::RegisterBenchmark("Sum/f32/c1/1920x1080", BM_Sum, SORN_F32);
+  // Every type of the sum table.
+#define SUM_BENCH(t) benchmark::RegisterBenchmark("Sum/" #t "/c1/1920x1080", BM_Sum, SORN_TYPECODE(t));
+  SORN_SUM_TYPES(SUM_BENCH)
+#undef SUM_BENCH
   benchmark::RegisterBenchmark("MeanEx/u8/c1/1920x1080", BM_MeanEx, SORN_U8);
   benchmark::RegisterBenchmark("Minmax/u8/c1/1920x1080", BM_Minmax, SORN_U8);
   benchmark::RegisterBenchmark("Minmax/f32/c1/1920x1080", BM_Minmax, SORN_F32);

@@ -7,6 +7,11 @@
 #include <type_traits>
 #include <utility>
 
+#include "core/entry.h"
+#include "core/rows.h"
+
+using sorn::Rows;
+
 namespace {
 
 // The arguments a masked fill carries through the frame. The first word is
@@ -18,67 +23,6 @@ struct MaskedArgs {
   const double *fvals2;
   int32_t two;  // SornFillEx2: two values
 };
-
-bool bad_image(const SornArray *a) {
-  if (a == nullptr) return true;
-  if (a->ndims != 3 && a->ndims != 4) return true;
-  if (a->dims[0] < 1) return true;
-  const int32_t c = SORN_CHANNELS(a->dims[3]);
-  return c < 1 || c > 4;
-}
-
-// A mask against its image: same rank, or rank 3 under rank 4; the same
-// outermost extent or 1; one channel or those of the image. The element type
-// is the slice callback's to check.
-bool bad_mask(const SornArray *dst, const SornArray *mask) {
-  if (mask->ndims != dst->ndims && !(mask->ndims == 3 && dst->ndims == 4)) return true;
-  if (mask->dims[0] != dst->dims[0] && mask->dims[0] != 1) return true;
-  const int32_t mc = SORN_CHANNELS(mask->dims[3]);
-  return mc != 1 && mc != SORN_CHANNELS(dst->dims[3]);
-}
-
-// Layers 2 to 4 look at the last three cells only: an outer dimension that
-// the frame could not merge leaves the first plane to be worked.
-struct Inner {
-  int32_t n;
-  const int32_t *dims;
-  const int32_t *strides;
-  const int32_t *mstrides;
-};
-Inner inner3(SornDimPack pack, const int32_t *dims, const int32_t *strides,
-             const int32_t *mstrides) {
-  int32_t n = (int32_t)(pack & 15u);
-  if (n > 3) {
-    dims += n - 3;
-    strides += n - 3;
-    if (mstrides) mstrides += n - 3;
-    n = 3;
-  }
-  return {n, dims, strides, mstrides};
-}
-
-// Rows, row length in pixels and row steps of a call; dense rows of both
-// arrays become one long row.
-struct Walk {
-  int32_t rows, cols;
-  ptrdiff_t dstep, mstep;
-};
-Walk walk_of(int32_t n, const int32_t *dims, const int32_t *strides, const int32_t *mstrides) {
-  Walk w{1, dims[n - 2], 0, 0};
-  if (n >= 3) {
-    w.rows = dims[n - 3];
-    w.dstep = strides[n - 3];
-    w.mstep = mstrides ? mstrides[n - 3] : 0;
-  }
-  if (w.rows < 0) w.rows = 0;
-  if (w.cols < 0) w.cols = 0;
-  if (w.rows > 1 && w.dstep == (ptrdiff_t)w.cols * strides[n - 2] &&
-      (!mstrides || w.mstep == (ptrdiff_t)w.cols * mstrides[n - 2])) {
-    w.cols *= w.rows;
-    w.rows = 1;
-  }
-  return w;
-}
 
 // Per-element rules of the masked fills. T is the unsigned integer of the
 // element's width: elements are moved as bits, floats included.
@@ -124,7 +68,7 @@ struct ElemRule2 {
 // ps elements apart, mask bytes mps apart (and mes apart within a pixel for
 // the element mask).
 template <class Rule, class T, int C>
-void masked_rows(const Walk &w, char *d, int32_t ps, const uint8_t *m, int32_t mps, int32_t mes,
+void masked_rows(const Rows &w, char *d, int32_t ps, const uint8_t *m, int32_t mps, int32_t mes,
                  const T *v1, const T *v2, uint8_t skip) {
   T a[C], b[C];
   for (int c = 0; c < C; ++c) {
@@ -148,13 +92,13 @@ void masked_rows(const Walk &w, char *d, int32_t ps, const uint8_t *m, int32_t m
               Rule::apply(dr[(ptrdiff_t)x * ps + c], m[(ptrdiff_t)x * mps + (ptrdiff_t)c * me],
                           skip, a[c], b[c]);
     }
-    d += w.dstep;
+    d += w.step;
     m += w.mstep;
   }
 }
 
 template <class Rule, class T>
-SornStatus masked_by_channels(int32_t c, const Walk &w, char *d, int32_t ps, const uint8_t *m,
+SornStatus masked_by_channels(int32_t c, const Rows &w, char *d, int32_t ps, const uint8_t *m,
                               int32_t mps, int32_t mes, const void *v1, const void *v2,
                               uint8_t skip) {
   const T *a = static_cast<const T *>(v1);
@@ -180,7 +124,8 @@ SornStatus masked_fill(SornFlags flags, int32_t n, const int32_t *dims, void *ds
   if (c < 1 || c > 4) return SORN_EINVAL;
   if (es != 1 && es != 2 && es != 4) return SORN_EINVAL;
   if (strides[n - 2] % es != 0) return SORN_EINVAL;
-  const Walk w = walk_of(n, dims, strides, mstrides);
+  Rows w = sorn::rows_of(n, dims, strides, mstrides);
+  sorn::merge_dense(w, n, strides, mstrides);
   if (w.rows < 1 || w.cols < 1) return SORN_OK;
   const int32_t ps = strides[n - 2] / es;
   const int32_t mps = mstrides[n - 2];
@@ -296,117 +241,100 @@ SornStatus sorna__dofillem2(SornXE *xe, SornFlags flags, int32_t n, const int32_
 
 SornStatus sorna__fill(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                        uint32_t type, void *dst, const int32_t *strides, const double *fvals) {
-  const Inner s = inner3(pack, dims, strides, nullptr);
+  const sorn::Inner s = sorn::inner3(pack, dims, strides);
   if (s.n < 2) return SORN_EINVAL;
   uint32_t vec[4];
   make_vector(type, vec, fvals, s.dims[s.n - 1]);
   return sorna__dofill(xe, flags, s.n, s.dims, dst, s.strides, vec);
 }
 
-SornStatus sorna__fillxm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                         uint32_t type, void *dst, const int32_t *strides, const void *mask,
-                         const int32_t *mstrides, const double *fvals) {
-  const Inner s = inner3(pack, dims, strides, mstrides);
-  if (s.n < 2) return SORN_EINVAL;
-  uint32_t vec[4];
-  make_vector(type, vec, fvals, s.dims[s.n - 1]);
-  return sorna__dofillxm(xe, flags, s.n, s.dims, dst, s.strides, mask, s.mstrides, vec);
-}
-
-SornStatus sorna__fillem(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                         uint32_t type, void *dst, const int32_t *strides, const void *mask,
-                         const int32_t *mstrides, const double *fvals) {
-  const Inner s = inner3(pack, dims, strides, mstrides);
-  if (s.n < 2) return SORN_EINVAL;
-  uint32_t vec[4];
-  make_vector(type, vec, fvals, s.dims[s.n - 1]);
-  return sorna__dofillem(xe, flags, s.n, s.dims, dst, s.strides, mask, s.mstrides, vec);
-}
-
-SornStatus sorna__fillxm2(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                          uint32_t type, void *dst, const int32_t *strides, const void *mask,
-                          const int32_t *mstrides, const double *fvals1, const double *fvals2) {
-  const Inner s = inner3(pack, dims, strides, mstrides);
-  if (s.n < 2) return SORN_EINVAL;
-  const int32_t nchan = s.dims[s.n - 1];
-  double hi[4], lo[4];
-  if (single_of_two(type, nchan, &flags, &fvals1, &fvals2, hi, lo))
-    return sorna__fillxm(xe, flags, pack, dims, type, dst, strides, mask, mstrides, fvals1);
-  uint32_t v1[4], v2[4];
-  make_vector(type, v1, fvals1, nchan);
-  make_vector(type, v2, fvals2, nchan);
-  return sorna__dofillxm2(xe, flags, s.n, s.dims, dst, s.strides, mask, s.mstrides, v1, v2);
-}
-
-SornStatus sorna__fillem2(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                          uint32_t type, void *dst, const int32_t *strides, const void *mask,
-                          const int32_t *mstrides, const double *fvals1, const double *fvals2) {
-  const Inner s = inner3(pack, dims, strides, mstrides);
-  if (s.n < 2) return SORN_EINVAL;
-  const int32_t nchan = s.dims[s.n - 1];
-  double hi[4], lo[4];
-  if (single_of_two(type, nchan, &flags, &fvals1, &fvals2, hi, lo))
-    return sorna__fillem(xe, flags, pack, dims, type, dst, strides, mask, mstrides, fvals1);
-  uint32_t v1[4], v2[4];
-  make_vector(type, v1, fvals1, nchan);
-  make_vector(type, v2, fvals2, nchan);
-  return sorna__dofillem2(xe, flags, s.n, s.dims, dst, s.strides, mask, s.mstrides, v1, v2);
-}
-
-/* ---------------- layer 2 ---------------- */
-
 namespace {
 
-void *at(void *base, SornDimPack pack, const int32_t *origin, const int32_t *strides) {
-  return sorn_advance_ptr(base, sorn_vec_mkloff_$LS(pack, origin, strides));
+// The masked fills have one shape for the pixel mask (xm) and the element
+// mask (em), each with one value and with two; only their loops differ.
+template <auto Loop>
+SornStatus masked(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, uint32_t type,
+                  void *dst, const int32_t *strides, const void *mask, const int32_t *mstrides,
+                  const double *fvals) {
+  const sorn::Inner s = sorn::inner3(pack, dims, strides, mstrides);
+  if (s.n < 2) return SORN_EINVAL;
+  uint32_t vec[4];
+  make_vector(type, vec, fvals, s.dims[s.n - 1]);
+  return Loop(xe, flags, s.n, s.dims, dst, s.strides, mask, s.mstrides, vec);
+}
+
+template <auto Loop2, auto Single>
+SornStatus masked2(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                   uint32_t type, void *dst, const int32_t *strides, const void *mask,
+                   const int32_t *mstrides, const double *fvals1, const double *fvals2) {
+  const sorn::Inner s = sorn::inner3(pack, dims, strides, mstrides);
+  if (s.n < 2) return SORN_EINVAL;
+  const int32_t nchan = s.dims[s.n - 1];
+  double hi[4], lo[4];
+  if (single_of_two(type, nchan, &flags, &fvals1, &fvals2, hi, lo))
+    return Single(xe, flags, pack, dims, type, dst, strides, mask, mstrides, fvals1);
+  uint32_t v1[4], v2[4];
+  make_vector(type, v1, fvals1, nchan);
+  make_vector(type, v2, fvals2, nchan);
+  return Loop2(xe, flags, s.n, s.dims, dst, s.strides, mask, s.mstrides, v1, v2);
+}
+
+// Layer 2 of a masked fill: both bases moved to their origins.
+template <auto Dispatch, class... Values>
+SornStatus masked_layer2(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, void *base, const int32_t *origin, const int32_t *strides,
+                         const void *mbase, const int32_t *morigin, const int32_t *mstrides,
+                         Values... values) {
+  return Dispatch(xe, flags, pack, dims, type, sorn::at_origin(base, pack, origin, strides),
+                  strides, sorn::at_origin(mbase, pack, morigin, mstrides), mstrides, values...);
 }
 
 }  // namespace
 
+// Layers 3 and 2 of the masked fills of one form.
+#define SORN_FILL_MASKED(form)                                                                     \
+  SornStatus sorna__fill##form(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
+                               uint32_t type, void *dst, const int32_t *strides, const void *mask, \
+                               const int32_t *mstrides, const double *fvals) {                     \
+    return masked<&sorna__dofill##form>(xe, flags, pack, dims, type, dst, strides, mask, mstrides, \
+                                        fvals);                                                    \
+  }                                                                                                \
+  SornStatus sorna__fill##form##2(                                                                 \
+      SornXE * xe, SornFlags flags, SornDimPack pack, const int32_t *dims, uint32_t type,          \
+      void *dst, const int32_t *strides, const void *mask, const int32_t *mstrides,                \
+      const double *fvals1, const double *fvals2) {                                                \
+    return masked2<&sorna__dofill##form##2, &sorna__fill##form>(                                   \
+        xe, flags, pack, dims, type, dst, strides, mask, mstrides, fvals1, fvals2);                \
+  }                                                                                                \
+  SornStatus sorna_fill##form(                                                                     \
+      SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, uint32_t type,           \
+      void *base, const int32_t *origin, const int32_t *strides, uint32_t mtype,                   \
+      const void *mbase, const int32_t *morigin, const int32_t *mstrides, const double *fvals) {   \
+    (void)mtype;                                                                                   \
+    return masked_layer2<&sorna__fill##form>(xe, flags, pack, dims, type, base, origin, strides,   \
+                                             mbase, morigin, mstrides, fvals);                     \
+  }                                                                                                \
+  SornStatus sorna_fill##form##2(                                                                  \
+      SornXE * xe, SornFlags flags, SornDimPack pack, const int32_t *dims, uint32_t type,          \
+      void *base, const int32_t *origin, const int32_t *strides, uint32_t mtype,                   \
+      const void *mbase, const int32_t *morigin, const int32_t *mstrides, const double *fvals1,    \
+      const double *fvals2) {                                                                      \
+    (void)mtype;                                                                                   \
+    return masked_layer2<&sorna__fill##form##2>(xe, flags, pack, dims, type, base, origin,         \
+                                                strides, mbase, morigin, mstrides, fvals1,         \
+                                                fvals2);                                           \
+  }
+
+SORN_FILL_MASKED(xm)
+SORN_FILL_MASKED(em)
+
+/* ---------------- layer 2 and the slice forms ---------------- */
+
 SornStatus sorna_fill(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                       uint32_t type, void *base, const int32_t *origin, const int32_t *strides,
                       const double *fvals) {
-  return sorna__fill(xe, flags, pack, dims, type, at(base, pack, origin, strides), strides, fvals);
-}
-
-SornStatus sorna_fillxm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                        uint32_t type, void *base, const int32_t *origin, const int32_t *strides,
-                        uint32_t mtype, const void *mbase, const int32_t *morigin,
-                        const int32_t *mstrides, const double *fvals) {
-  (void)mtype;
-  const void *m = at(const_cast<void *>(mbase), pack, morigin, mstrides);
-  return sorna__fillxm(xe, flags, pack, dims, type, at(base, pack, origin, strides), strides, m,
-                       mstrides, fvals);
-}
-
-SornStatus sorna_fillem(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                        uint32_t type, void *base, const int32_t *origin, const int32_t *strides,
-                        uint32_t mtype, const void *mbase, const int32_t *morigin,
-                        const int32_t *mstrides, const double *fvals) {
-  (void)mtype;
-  const void *m = at(const_cast<void *>(mbase), pack, morigin, mstrides);
-  return sorna__fillem(xe, flags, pack, dims, type, at(base, pack, origin, strides), strides, m,
-                       mstrides, fvals);
-}
-
-SornStatus sorna_fillxm2(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                         uint32_t type, void *base, const int32_t *origin, const int32_t *strides,
-                         uint32_t mtype, const void *mbase, const int32_t *morigin,
-                         const int32_t *mstrides, const double *fvals1, const double *fvals2) {
-  (void)mtype;
-  const void *m = at(const_cast<void *>(mbase), pack, morigin, mstrides);
-  return sorna__fillxm2(xe, flags, pack, dims, type, at(base, pack, origin, strides), strides, m,
-                        mstrides, fvals1, fvals2);
-}
-
-SornStatus sorna_fillem2(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
-                         uint32_t type, void *base, const int32_t *origin, const int32_t *strides,
-                         uint32_t mtype, const void *mbase, const int32_t *morigin,
-                         const int32_t *mstrides, const double *fvals1, const double *fvals2) {
-  (void)mtype;
-  const void *m = at(const_cast<void *>(mbase), pack, morigin, mstrides);
-  return sorna__fillem2(xe, flags, pack, dims, type, at(base, pack, origin, strides), strides, m,
-                        mstrides, fvals1, fvals2);
+  return sorna__fill(xe, flags, pack, dims, type, sorn::at_origin(base, pack, origin, strides),
+                     strides, fvals);
 }
 
 SornStatus SornTGAfill(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
@@ -439,84 +367,36 @@ SornStatus SornTGAfillEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pa
 
 namespace {
 
-struct Operand {
-  SornVolume roi;
-  int32_t strides[4];
-  void *base;
-};
-
-// The frame folds an outer origin into the next cell as a coordinate, which
-// is exact only for a zero origin: through the frame the operands' starts go
-// into their base pointers and the origins stay zero.
-void origin_into_base(Operand *op) {
-  op->base = sorn_advance_ptr(op->base, sorn_vec_mkloff(4, op->roi.origin, op->strides));
-  std::memset(op->roi.origin, 0, sizeof op->roi.origin);
-}
-
-void take(const SornArray *a, Operand *op) {
-  std::memcpy(op->strides, a->strides, sizeof op->strides);
-  op->base = a->data;
-  // From here on origins count from data, not from the site.
-  sorn_vec_update_$loff(4, op->roi.origin, a->strides, (int32_t)a->offset);
-}
-
 SornStatus masked_entry(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *mask,
                         const SornVolume *dstRoi, const SornVolume *maskSite, MaskedArgs *args) {
-  if (bad_image(dst)) return SORN_EINVAL;
-  if (bad_mask(dst, mask)) return SORN_EINVAL;
-  Operand d, m;
-  if (!sorn_arr_negotiateRoi(dst, mask, &d.roi, &m.roi, dstRoi, maskSite, 3)) return SORN_ENOSPC;
-  const int32_t dch = SORN_CHANNELS(dst->dims[3]), mch = SORN_CHANNELS(mask->dims[3]);
-  d.roi.size[3] = dch;
-  m.roi.size[3] = mch;
-  d.roi.origin[3] = m.roi.origin[3] = 0;
-  take(dst, &d);
-  take(mask, &m);
+  if (!sorn::good_image(dst) || !sorn::fits_image(mask, dst, sorn::Channels::OneOrSame))
+    return SORN_EINVAL;
+  SornVolume rd, rm;
+  if (!sorn::negotiate(dst, mask, dstRoi, maskSite, &rd, &rm)) return SORN_ENOSPC;
+  sorn::whole_pixels(&rd, dst);
+  sorn::whole_pixels(&rm, mask);
+  sorn::Operand d(dst, rd), m(mask, rm);
   // A single mask plane serves every plane of the image.
   if (mask->dims[0] == 1) m.strides[0] = 0;
+  const int32_t mch = sorn::channels_of(mask->dims[3]);
   args->choice = mch == 1 ? (uint64_t)(flags & SORN_F_ELEMMASK) : 1u;
   // One mask byte serves all elements of a pixel when the mask has a single
   // channel and is taken as an element mask.
   if (mch == 1) m.strides[3] = 0;
-
-  const int32_t nd = dst->ndims;
-  const int32_t c = 4 - nd;
-  const SornDimPack dp = SORN_DIMPACK(nd);
-  if (nd == 3)
-    return SornTGAfillEx(xe, flags, args, dp, &d.roi.size[c], dst->elemtype, dst->data,
-                         &d.roi.origin[c], &d.strides[c], mask->elemtype, mask->data,
-                         &m.roi.origin[c], &m.strides[c]);
-  origin_into_base(&d);
-  origin_into_base(&m);
-  SornPack pack;
-  return sorna_call(sorna_mappackL(&pack, SORN_TAG_FILX,
-                                   (SornSliceProc)(void (*)(void))SornTGAfillEx, xe, flags, args,
-                                   dp, 2, d.roi.size, dst->elemtype, d.base, d.roi.origin,
-                                   d.strides, mask->elemtype, m.base, m.roi.origin, m.strides));
+  return sorn::run({xe, flags, SORN_TAG_FILX, args, sorn::kKeepRow}, &SornTGAfillEx, d, m);
 }
 
 }  // namespace
 
 SornStatus SornFill(SornXE *xe, SornFlags flags, const SornArray *dst, const SornVolume *dstRoi,
                     const double *fvals) {
-  if (bad_image(dst)) return SORN_EINVAL;
-  Operand d;
-  sorn_arr_adjorgetRoi(dst, &d.roi, dstRoi);
-  if (sorn_volume__empty(3, d.roi.size)) return SORN_ENOSPC;
-  d.roi.size[3] = SORN_CHANNELS(dst->dims[3]);
-  d.roi.origin[3] = 0;
-  take(dst, &d);
-  const int32_t nd = dst->ndims;
-  const int32_t c = 4 - nd;
-  const SornDimPack dp = SORN_DIMPACK(nd);
-  if (nd == 3)
-    return sorna_fill(xe, flags, dp, &d.roi.size[c], dst->elemtype, dst->data, &d.roi.origin[c],
-                      &d.strides[c], fvals);
-  origin_into_base(&d);
-  SornPack pack;
-  return sorna_call(sorna_genpackL(&pack, SORN_TAG_FILL, (SornSliceProc)(void (*)(void))SornTGAfill,
-                                   xe, flags, const_cast<double *>(fvals), dp, 2, d.roi.size,
-                                   dst->elemtype, d.base, d.roi.origin, d.strides));
+  if (!sorn::good_image(dst)) return SORN_EINVAL;
+  SornVolume roi;
+  if (!sorn::region_of(dst, dstRoi, &roi)) return SORN_ENOSPC;
+  sorn::whole_pixels(&roi, dst);
+  sorn::Operand d(dst, roi);
+  return sorn::run({xe, flags, SORN_TAG_FILL, const_cast<double *>(fvals), sorn::kKeepRow},
+                   &SornTGAfill, d);
 }
 
 SornStatus SornFillEx(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *mask,

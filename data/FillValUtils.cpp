@@ -5,22 +5,28 @@
 #include <sorn.h>
 
 #include <cstring>
+#include <type_traits>
+
+#include "core/elem_types.h"
 
 namespace {
 
-// To the nearest integer with ties to even, as the processor converts in its
-// default mode; anything outside 32 bits (NaN included) is 0x80000000.
-int32_t round_i32(double v) {
-  if (!(v > -2147483648.5 && v < 2147483647.5)) return INT32_MIN;
-  // Adding and removing 2^52 rounds a double to an integer in the current
-  // mode (to nearest, ties to even); values this small are exact afterwards.
-  const double big = 4503599627370496.0;
-  const double r = v < 0 ? (v - big) + big : (v + big) - big;
-  if (r < -2147483648.0 || r > 2147483647.0) return INT32_MIN;
-  return (int32_t)r;
+// One constant in an element of type T: rounded to nearest and saturated
+// for integers, narrowed for floats.
+template <class T> T element_of(double v) {
+  if constexpr (std::is_same_v<T, float>) {
+    return (float)v;
+  } else if constexpr (std::is_same_v<T, int32_t>) {
+    return sorn::round_i32(v);
+  } else if constexpr (std::is_same_v<T, uint32_t>) {
+    // The rounded value is taken as signed: what does not fit 32 bits
+    // comes back as 0x80000000, negative, and so becomes 0.
+    const int32_t r = sorn::round_i32(v);
+    return r < 0 ? 0u : (uint32_t)r;
+  } else {
+    return sorn::sat32<T>(sorn::round_i32(v));
+  }
 }
-
-int32_t clamp_i(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : v > hi ? hi : v; }
 
 template <class T> void repeat(void *out, const T *pixel, int32_t nchan, size_t bytes) {
   const size_t n = bytes / sizeof(T);
@@ -39,6 +45,14 @@ uint32_t *dup_words(uint32_t *w, int32_t step, int32_t words) {
 
 bool is_eight_byte_class(SornElemType t) { return t < 16 && ((t & 7u) == 4u || (t & 7u) == 6u); }
 
+// The 16-byte vector of one pixel of nchan elements of type T.
+template <class T> SornStatus pixel_vector16(void *out, const double *v, int32_t nchan) {
+  T p[4];
+  for (int32_t k = 0; k < nchan; ++k) p[k] = element_of<T>(v[k]);
+  repeat(out, p, nchan, 16);
+  return SORN_OK;
+}
+
 }  // namespace
 
 SornStatus sorn_mkifillvalv16(SornElemType type, void *out, const double *fvals, int32_t nchan) {
@@ -48,53 +62,13 @@ SornStatus sorn_mkifillvalv16(SornElemType type, void *out, const double *fvals,
   if (fvals)
     for (int32_t k = 0; k < nchan; ++k) v[k] = fvals[k];
   switch (type) {
-    case SORN_U8: {
-      uint8_t p[4];
-      for (int32_t k = 0; k < nchan; ++k) p[k] = (uint8_t)clamp_i(round_i32(v[k]), 0, 255);
-      repeat(out, p, nchan, 16);
-      return SORN_OK;
-    }
-    case SORN_S8: {
-      int8_t p[4];
-      for (int32_t k = 0; k < nchan; ++k) p[k] = (int8_t)clamp_i(round_i32(v[k]), -128, 127);
-      repeat(out, p, nchan, 16);
-      return SORN_OK;
-    }
-    case SORN_U16: {
-      uint16_t p[4];
-      for (int32_t k = 0; k < nchan; ++k) p[k] = (uint16_t)clamp_i(round_i32(v[k]), 0, 65535);
-      repeat(out, p, nchan, 16);
-      return SORN_OK;
-    }
-    case SORN_S16: {
-      int16_t p[4];
-      for (int32_t k = 0; k < nchan; ++k) p[k] = (int16_t)clamp_i(round_i32(v[k]), -32768, 32767);
-      repeat(out, p, nchan, 16);
-      return SORN_OK;
-    }
-    case SORN_U32: {
-      // The rounded value is taken as signed: what does not fit 32 bits
-      // comes back as 0x80000000, negative, and so becomes 0.
-      uint32_t p[4];
-      for (int32_t k = 0; k < nchan; ++k) {
-        const int32_t r = round_i32(v[k]);
-        p[k] = r < 0 ? 0u : (uint32_t)r;
-      }
-      repeat(out, p, nchan, 16);
-      return SORN_OK;
-    }
-    case SORN_S32: {
-      int32_t p[4];
-      for (int32_t k = 0; k < nchan; ++k) p[k] = round_i32(v[k]);
-      repeat(out, p, nchan, 16);
-      return SORN_OK;
-    }
-    case SORN_F32: {
-      float p[4];
-      for (int32_t k = 0; k < nchan; ++k) p[k] = (float)v[k];
-      repeat(out, p, nchan, 16);
-      return SORN_OK;
-    }
+    case SORN_U8: return pixel_vector16<uint8_t>(out, v, nchan);
+    case SORN_S8: return pixel_vector16<int8_t>(out, v, nchan);
+    case SORN_U16: return pixel_vector16<uint16_t>(out, v, nchan);
+    case SORN_S16: return pixel_vector16<int16_t>(out, v, nchan);
+    case SORN_U32: return pixel_vector16<uint32_t>(out, v, nchan);
+    case SORN_S32: return pixel_vector16<int32_t>(out, v, nchan);
+    case SORN_F32: return pixel_vector16<float>(out, v, nchan);
     case SORN_U64:
     case SORN_S64:
     case SORN_F64:

@@ -6,17 +6,13 @@
 #include <cmath>
 #include <cstdint>
 
+#include "core/elem_types.h"
+
 namespace {
 
-// Nearest integer, ties to even; anything outside 32 bits (NaN too) becomes
-// 0x80000000, as every float-to-integer conversion of the library does.
-int32_t round_i32(double v) {
-  const double r = std::nearbyint(v);
-  if (!(r >= -2147483648.0 && r <= 2147483647.0)) return INT32_MIN;
-  return (int32_t)r;
-}
-
-int32_t clamp(int32_t v, int32_t lo, int32_t hi) { return v < lo ? lo : v > hi ? hi : v; }
+// The value in the element's own type: rounded to nearest, ties to even,
+// and saturated.
+template <class T> T near(double value) { return sorn::sat32<T>(sorn::round_i32(value)); }
 
 template <class T, bool Equal>
 int32_t search_int(const void *base, int32_t rowStride, int32_t rows, int32_t cols, T value) {
@@ -47,15 +43,13 @@ int32_t search(SornElemType type, const void *base, int32_t rowStride, int32_t r
   if (rows <= 0 || cols <= 0) return -1;
   switch (type) {
     case SORN_U8:
-      return search_int<uint8_t, Equal>(base, rowStride, rows, cols,
-                                        (uint8_t)clamp(round_i32(value), 0, 255));
+      return search_int<uint8_t, Equal>(base, rowStride, rows, cols, near<uint8_t>(value));
     case SORN_S8:
-      return search_int<int8_t, Equal>(base, rowStride, rows, cols,
-                                       (int8_t)clamp(round_i32(value), -128, 127));
+      return search_int<int8_t, Equal>(base, rowStride, rows, cols, near<int8_t>(value));
     case SORN_S16:
-      return search_int<int16_t, Equal>(base, rowStride, rows, cols,
-                                        (int16_t)clamp(round_i32(value), -32768, 32767));
-    case SORN_S32: return search_int<int32_t, Equal>(base, rowStride, rows, cols, round_i32(value));
+      return search_int<int16_t, Equal>(base, rowStride, rows, cols, near<int16_t>(value));
+    case SORN_S32:
+      return search_int<int32_t, Equal>(base, rowStride, rows, cols, sorn::round_i32(value));
     case SORN_F32: return search_f32<Equal>(base, rowStride, rows, cols, (float)value);
     default: return -1;
   }

@@ -4,22 +4,15 @@
 // window reads around a region really exists.
 #include <sorn.h>
 
-#include <cmath>
 #include <cstdint>
 
+#include "core/elem_types.h"
 #include "filter/shape_cells.h"
 
 using sorn::shapes::Cells;
 using sorn::shapes::cells_of;
 
 namespace {
-
-// To the nearest integer with ties to even; outside 32 bits (NaN too),
-// 0x80000000, as the processor converts.
-int32_t nearest_i32(float q) {
-  const float r = std::nearbyintf(q);
-  return r >= -2147483648.0f && r < 2147483648.0f ? (int32_t)r : INT32_MIN;
-}
 
 int32_t wrap_sub(int32_t a, int32_t b) { return (int32_t)((uint32_t)a - (uint32_t)b); }
 
@@ -80,7 +73,7 @@ int sorn_brshape__adjust_$gv$I(SornBrShape *br, int32_t n, const int32_t *outerO
       hi = 0;
     } else if (room < want) {
       const int32_t part = (int32_t)((uint32_t)lo * (uint32_t)room);
-      lo = nearest_i32((float)part / (float)want);
+      lo = sorn::round_i32((float)part / (float)want);
       hi = (int32_t)((uint32_t)room + (uint32_t)lo);
     }
     if (lo > 0 || hi < 0) ok = 0;
@@ -107,6 +100,11 @@ int32_t *sorn_volume__widen_$I$br(int32_t n, int32_t *dims, const SornBrShape *b
 int32_t *sorn_volume__narrow_$br(int32_t n, int32_t *out, const int32_t *dims,
                                  const SornBrShape *br) {
   return step_extent(n, out, dims, br->hi, br->lo);
+}
+
+int32_t *sorn_volume__narrow_br(int32_t n, int32_t *out, const int32_t *dims,
+                                const SornBrShape *br) {
+  return sorn_volume__narrow_$br(n, out, dims, br);
 }
 
 int32_t *sorn_volume__narrow_$I$br(int32_t n, int32_t *dims, const SornBrShape *br) {

@@ -57,10 +57,10 @@ Params decode_params(Input &in, const Shape &s) {
   const uint8_t sh = in.u8();
   p.shift = sh < 160 ? 0 : sh < 240 ? sh & 7 : (int32_t)in.u16();
   decode_seed(in, p.seed, s.rows, s.cols);
-  p.minarea = ratio(in, 0.0001);
-  p.maxarea = ratio(in, 0.75);
-  p.maxvariation = ratio(in, 0.33);
-  p.mindiversity = ratio(in, 0.2);
+  p.minarea = ratio(in, SORN_MSER_DEFAULT_MINAREA);
+  p.maxarea = ratio(in, SORN_MSER_DEFAULT_MAXAREA);
+  p.maxvariation = ratio(in, SORN_MSER_DEFAULT_MAXVARIATION);
+  p.mindiversity = ratio(in, SORN_MSER_DEFAULT_MINDIVERSITY);
   const uint8_t mp = in.u8();
   p.minpixels = mp < 128 ? 0 : mp < 240 ? mp % 40 - 4 : (int32_t)in.u32();
   p.gathernow = in.u8() & 1;

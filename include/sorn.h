@@ -116,7 +116,10 @@ typedef struct SornArray {
   uint64_t link;
 } SornArray;
 
-/* Region of interest: origin then size, four i32 cells each. */
+/* Region of interest: origin then size, four i32 cells each. The entries
+ * name theirs by what they do: `roi` or `<operand>Roi` decides the extent
+ * of the call; `<operand>Site` of another operand gives only its start
+ * (its size cells are not read). A null pointer is the whole array. */
 typedef struct SornVolume {
   int32_t origin[4];
   int32_t size[4];
@@ -540,19 +543,19 @@ typedef SornStatus (*SornArith2Kernel)(SornXE *xe, SornFlags flags, int32_t n, c
 
 /* Shared entry of the two-source families; tag selects the operation. */
 SornStatus _T_SornArith2(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
-                         const SornArray *a, const SornArray *b, const SornVolume *dstroi,
-                         const SornVolume *aroi, const SornVolume *broi, int32_t sf,
+                         const SornArray *a, const SornArray *b, const SornVolume *dstRoi,
+                         const SornVolume *aSite, const SornVolume *bSite, int32_t sf,
                          uint32_t extra);
 /* Shared entry of the families with a constant vector (one f64 per channel). */
 SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
-                          const SornArray *a, const double *cvec, const SornVolume *dstroi,
-                          const SornVolume *aroi, int32_t sf, uint32_t extra);
+                          const SornArray *a, const double *cvec, const SornVolume *dstRoi,
+                          const SornVolume *aSite, int32_t sf, uint32_t extra);
 
 SornStatus SornAdd(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
-                   const SornArray *b, const SornVolume *dstroi, const SornVolume *aroi,
-                   const SornVolume *broi, int32_t sf, uint32_t extra);
+                   const SornArray *b, const SornVolume *dstRoi, const SornVolume *aSite,
+                   const SornVolume *bSite, int32_t sf, uint32_t extra);
 SornStatus SornAddC(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
-                    const double *cvec, const SornVolume *dstroi, const SornVolume *aroi,
+                    const double *cvec, const SornVolume *dstRoi, const SornVolume *aSite,
                     int32_t sf, uint32_t extra);
 
 SornStatus sorna_add(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
@@ -611,11 +614,11 @@ typedef SornStatus (*SornArith2cKernel)(SornXE *xe, SornFlags flags, int32_t n,
 
 #define SORN_ARITH2_ENTRY_DECL(name)                                                          \
   SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a, \
-                        const SornArray *b, const SornVolume *dstroi, const SornVolume *aroi,  \
-                        const SornVolume *broi, int32_t sf, uint32_t extra);                   \
+                        const SornArray *b, const SornVolume *dstRoi, const SornVolume *aSite, \
+                        const SornVolume *bSite, int32_t sf, uint32_t extra);                  \
   SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                  \
-                           const SornArray *a, const double *cvec, const SornVolume *dstroi,   \
-                           const SornVolume *aroi, int32_t sf, uint32_t extra);
+                           const SornArray *a, const double *cvec, const SornVolume *dstRoi,  \
+                           const SornVolume *aSite, int32_t sf, uint32_t extra);
 SORN_ARITH2_ENTRY_DECL(Addq)
 SORN_ARITH2_ENTRY_DECL(Addsq)
 SORN_ARITH2_ENTRY_DECL(Sub)
@@ -1267,6 +1270,160 @@ SornStatus _T_sorna__dofillemc(SornXE *xe, SornFlags flags, int32_t n, const int
                                void *dst, const int32_t *strides, const void *mask,
                                const int32_t *mstrides, const void *vector);
 
+/* ---------------- Copy and border extension ----------------
+ * A region copied as it stands, copied where a mask selects, or copied with
+ * a frame around it (mkb, make border) whose pixels follow one of the
+ * border kinds from the pixels of the region:
+ *   0 none: a plain copy
+ *   3 const: the border record's fill, one value per channel
+ *   4 replicate: the edge pixel, i clamped to 0 .. n-1
+ *   5 wrap: i mod n
+ *   6 reflect: mirrored about the outer edge of the edge pixel,
+ *     ..1 0 | 0 1 .. n-1 | n-1 n-2..
+ *   7 reflect101: mirrored about the edge pixel itself, ..2 1 | 0 1 .. n-1 |
+ *     n-2.. (a single pixel is replicated)
+ * Only the low four bits of a kind count; the public entries take 2 for 7.
+ * A border far wider than the region goes on with the same period, and the
+ * corners follow from the rule along both axes. The border is a
+ * SornBrShape: -lo[1] rows above, -lo[2] columns before, hi[1] rows below,
+ * hi[2] columns after; the depth cell has none. */
+#define SORN_BORDER_NONE       0
+#define SORN_BORDER_UNKNOWN    2
+#define SORN_BORDER_CONST      3
+#define SORN_BORDER_REPLICATE  4
+#define SORN_BORDER_WRAP       5
+#define SORN_BORDER_REFLECT    6
+#define SORN_BORDER_REFLECT101 7
+/* Border copy: the centre is in place already; only the border is written. */
+#define SORN_F_BORDER_ONLY 0x2000ull
+#define SORN_TAG_COPY SORN_FOURCC('c', 'o', 'p', 'y')
+#define SORN_TAG_CPEX SORN_FOURCC('c', 'p', 'e', 'x')
+#define SORN_TAG_CMKB SORN_FOURCC('c', 'm', 'k', 'b')
+
+struct SornBrShape;
+struct SornSites;
+
+/* The region of dstRoi (cut to dst) from srcSite's origin on in src. Same
+ * element type and channel count; src of dst's rank, or rank 3 under a
+ * rank-4 dst. */
+SornStatus SornCopy(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                    const SornVolume *dstRoi, const SornVolume *srcSite);
+/* The same where mask (u8, one channel or the image's) selects: a
+ * one-channel mask selects whole pixels (a byte other than the skip value,
+ * 0, or 255 under SORN_F_INVMASK) unless SORN_F_ELEMMASK asks for the
+ * element form, where the mask byte, sign-extended to the element, selects
+ * bits: (m & src) | (~m & dst), or (~m & src) | (m & dst) under
+ * SORN_F_INVMASK. One-channel images of 1- or 2-byte elements always take
+ * the element form. A null mask is SornCopy. */
+SornStatus SornCopyEx(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                      const SornArray *mask, const SornVolume *dstRoi,
+                      const SornVolume *srcSite, const SornVolume *maskSite);
+/* The region srcRoi of src, with a border around it, into dst from the
+ * origin of dstSite on: the border's corner at dstSite's origin, the region
+ * -lo after it. A border larger than the room dst leaves is shared out in
+ * proportion; a region larger than dst is cut. Pixels that src (or its
+ * parent) really has around the region are copied as they are rather than
+ * made by the border's rule, unless SORN_F_NOMARGIN; SORN_F_SITEMARGIN
+ * keeps them to src's own site. A null src works in dst itself, and then a
+ * null dstSite is srcRoi. Kind 0 needs no border. */
+SornStatus SornCopyMkb(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                       const SornVolume *dstSite, const SornVolume *srcRoi, int32_t kind,
+                       const struct SornBrShape *border);
+/* The same with the boxes turned: dstRoi is the whole bordered block, the
+ * region is that block narrowed by the border (or less, as far as src
+ * reaches from srcSite's origin). */
+SornStatus SornCopyRMkb(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                        const SornVolume *dstRoi, const SornVolume *srcSite, int32_t kind,
+                        const struct SornBrShape *border);
+
+/* Slice forms. SornTGAcopyEx takes the mask form in data (a SornCopyArgs);
+ * SornTGAcopymkb its kind, border and sites (a SornCopyMkbArgs). */
+typedef struct SornCopyArgs {
+  uint64_t elemform; /* 0: the pixel mask; otherwise the element mask */
+} SornCopyArgs;
+typedef struct SornCopyMkbArgs {
+  uint32_t kind;
+  const struct SornBrShape *border;
+  const struct SornSites *sites;
+} SornCopyMkbArgs;
+SornStatus SornTGAcopy(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                       uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
+                       uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1);
+SornStatus SornTGAcopyEx(SornXE *xe, SornFlags flags, void *data, SornDimPack pack, int32_t *dims,
+                         uint32_t type0, void *base0, int32_t *origin0, int32_t *strides0,
+                         uint32_t type1, void *base1, int32_t *origin1, int32_t *strides1,
+                         uint32_t type2, void *base2, int32_t *origin2, int32_t *strides2);
+SornStatus SornTGAcopymkb(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                          int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                          int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                          int32_t *strides1);
+
+/* Layer 2: origins applied to the bases. sorna_copymkb takes the sites
+ * relative to the source's origin (an empty site is the region itself). */
+SornStatus sorna_copy(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                      uint32_t type, void *dst, const int32_t *dstOrigin,
+                      const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                      const int32_t *srcStrides);
+SornStatus sorna_copyxm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, void *dst, const int32_t *dstOrigin,
+                        const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                        const int32_t *srcStrides, const void *mask, const int32_t *maskOrigin,
+                        const int32_t *maskStrides);
+SornStatus sorna_copyem(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t type, void *dst, const int32_t *dstOrigin,
+                        const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                        const int32_t *srcStrides, const void *mask, const int32_t *maskOrigin,
+                        const int32_t *maskStrides);
+SornStatus sorna_copymkb(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, void *dst, const int32_t *dstOrigin,
+                         const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                         const int32_t *srcStrides, int32_t kind,
+                         const struct SornBrShape *border, const struct SornSites *sites);
+
+/* Layer 3, on the last three cells. sorna__copy moves whole pixels: rows of
+ * dims[n-2] times the pixel stride bytes, whatever the element type. The
+ * element mask reads its byte of element c of pixel x at x * mstrides[n-2] +
+ * c * mstrides[n-1]. sorna__copymkb writes the region of dims from src at
+ * -lo from dst, and the border around it; SORN_EINVAL for an unknown kind. */
+SornStatus sorna__copy(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                       uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                       const int32_t *srcStrides);
+SornStatus sorna__copyxm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                         const int32_t *srcStrides, const void *mask,
+                         const int32_t *maskStrides);
+SornStatus sorna__copyem(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                         uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                         const int32_t *srcStrides, const void *mask,
+                         const int32_t *maskStrides);
+SornStatus sorna__copymkb(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                          uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                          const int32_t *srcStrides, int32_t kind,
+                          const struct SornBrShape *border, const struct SornSites *sites);
+#define SORN_COPYMKB_KERNEL_DECL(kind)                                                        \
+  SornStatus sorna__copymkb_##kind(SornXE *xe, SornFlags flags, SornDimPack pack,            \
+                                   const int32_t *dims, uint32_t type, void *dst,            \
+                                   const int32_t *dstStrides, const void *src,               \
+                                   const int32_t *srcStrides,                                \
+                                   const struct SornBrShape *border,                         \
+                                   const struct SornSites *sites);
+SORN_COPYMKB_KERNEL_DECL(const)
+SORN_COPYMKB_KERNEL_DECL(replicate)
+SORN_COPYMKB_KERNEL_DECL(wrap)
+SORN_COPYMKB_KERNEL_DECL(reflect)
+SORN_COPYMKB_KERNEL_DECL(reflect101)
+#undef SORN_COPYMKB_KERNEL_DECL
+/* The element-mask loops, on a plain count n of cells; element sizes 1, 2,
+ * 4 and 8 (the element stride), else SORN_EINVAL. */
+SornStatus _T_sorna__copyem(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                            void *dst, const int32_t *dstStrides, const void *src,
+                            const int32_t *srcStrides, const void *mask,
+                            const int32_t *maskStrides);
+SornStatus _T_sorna__copyemc(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                             void *dst, const int32_t *dstStrides, const void *src,
+                             const int32_t *srcStrides, const void *mask,
+                             const int32_t *maskStrides);
+
 /* ---------------- Comparison ----------------
  * Element-wise comparison of an image with a second image or with one
  * constant per channel. The plain forms write a mask: all ones of the
@@ -1525,6 +1682,147 @@ SornStatus sorn__mkcmpxlatab2(uint8_t **tables, SornCmpOp op1, SornCmpOp op2,
 SornStatus sorn_xlat2d_u8(uint8_t *const *tables, void *dst, const void *src,
                           int32_t dstRowStride, int32_t srcRowStride, int32_t rows,
                           int32_t width, int32_t nchan);
+
+/* ---------------- Thresholding ----------------
+ * Replaces the elements of an image that meet one or two conditions; all
+ * element work is done by the comparison above. A condition is constant
+ * ("sheer": one threshold per channel) or adaptive (a threshold image).
+ * Constant thresholds can come from Otsu's method, on the image itself or on
+ * a copy with its slow background taken out ("usto"); adaptive ones from a
+ * box-blurred copy ("blur"). */
+#define SORN_TAG_THRH SORN_FOURCC('t', 'h', 'r', 'h')
+#define SORN_TAG_CTHH SORN_FOURCC('c', 't', 'h', 'h')
+
+/* Methods, low four bits of SornThresholdSpec.method (sorn_thhmethod_str
+ * names them); bit 4 takes every default and leaves the rest of the record
+ * unread. */
+#define SORN_THH_IMMEDIATE 0u
+#define SORN_THH_OTSU      3u
+#define SORN_THH_USTO      4u
+#define SORN_THH_BLUR      5u
+#define SORN_THH_DEFAULTS  16u
+
+/* The method record. For Otsu and usto: per channel the range of the
+ * histogram (lo NaN: the default, 0 to the type's top; lo infinite or above
+ * hi: the image is measured) and its bins (below 2: the default, 256 for
+ * u8, s16, s32 and 384 for the other types); usto's two boxes, size cells
+ * plane, rows, columns, channels (an empty blurSize makes usto plain Otsu).
+ * For the blur method the first 32 bytes of vrng hold instead one
+ * SornVolume, the blur box as a window (origin the anchor, size the size;
+ * zero sizes are the default box of 5 by 5): write it there with memcpy. */
+typedef struct SornThresholdSpec {
+  uint32_t method;
+  SornVrng vrng[4];
+  int32_t bins[4];
+  int32_t blurSize[4];
+  int32_t flatSize[4];
+} SornThresholdSpec;
+
+/* One condition. `value` is written where it holds: in a constant
+ * condition a NaN value means the threshold itself. A NaN thresh[0] makes
+ * the condition adaptive: the eight bytes of thresh[1] then hold a pointer
+ * to the SornArray of thresholds (write it with memcpy), of the image's
+ * type and channels, covering the region from its own first pixel. */
+typedef struct SornThresholdCriterion {
+  uint32_t op;
+  double thresh[4];
+  double value[4];
+} SornThresholdCriterion;
+
+/* SornThreshold: a null src thresholds dst in place (a null srcSite then
+ * takes dstRoi); a null spec is the immediate method. count is the number
+ * of conditions in criteria; the Otsu and blur methods take at most 2, and
+ * with none they make their own: below the threshold 0, at or above it the
+ * type's top (255 for u8, s16, s32, else 1.0). Elements that meet no
+ * condition are copied from the source. With two conditions the second sees
+ * the first one's output, unless the pair can be done in one pass.
+ * SornComputeThresholdByOtsu gives the threshold of each channel selected
+ * by flag bits 4-7 (0: all); vranges and bins are as in the method record,
+ * may be null, and take the ranges measured and the bins used. Otsu works
+ * on one-channel images: three or four channels answer SORN_ENOTSUP. */
+SornStatus SornThreshold(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                         const SornVolume *dstRoi, const SornVolume *srcSite,
+                         const SornThresholdSpec *spec, const SornThresholdCriterion *criteria,
+                         int32_t count);
+SornStatus SornComputeThresholdByOtsu(SornXE *xe, SornFlags flags, const SornArray *src,
+                                      const SornVolume *roi, double *thresholds,
+                                      SornVrng *vranges, int32_t *bins);
+
+/* The arguments the slice forms take from data. */
+typedef struct SornThresholdArgs {
+  const SornThresholdSpec *spec;
+  const SornThresholdCriterion *criteria;
+  int32_t count;
+  const struct SornSites *sites; /* the source's site pair, for the filters */
+} SornThresholdArgs;
+typedef struct SornOtsuArgs {
+  double *thresholds;
+  SornVrng *vranges;
+  int32_t *bins;
+} SornOtsuArgs;
+SornStatus SornTGAthreshold(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                            int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                            int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                            int32_t *strides1);
+SornStatus SornTGAcomputeThresholdByOtsu(SornXE *xe, SornFlags flags, void *data,
+                                         SornDimPack pack, int32_t *dims, uint32_t type0,
+                                         void *base0, int32_t *origin0, int32_t *strides0);
+
+/* Type-generic layer (bases moved to their origins) and dispatchers. The
+ * method forms take the source's site pair; dst and src have one type. */
+#define SORN_THRESHOLD_LAYERS_DECL(name)                                                      \
+  SornStatus sorna_##name(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
+                          uint32_t type, void *dst, const int32_t *dstorigin,                 \
+                          const int32_t *dststrides, const void *src,                         \
+                          const int32_t *srcorigin, const int32_t *srcstrides,                \
+                          const SornThresholdCriterion *criteria, int32_t count);             \
+  SornStatus sorna__##name(SornXE *xe, SornFlags flags, SornDimPack pack,                     \
+                           const int32_t *dims, uint32_t type, void *dst,                     \
+                           const int32_t *dststrides, const void *src,                        \
+                           const int32_t *srcstrides, const SornThresholdCriterion *criteria, \
+                           int32_t count);
+#define SORN_ETHRESHOLD_LAYERS_DECL(name)                                                     \
+  SornStatus sorna_##name(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
+                          uint32_t type, void *dst, const int32_t *dstorigin,                 \
+                          const int32_t *dststrides, const void *src,                         \
+                          const int32_t *srcorigin, const int32_t *srcstrides,                \
+                          const SornThresholdSpec *spec,                                      \
+                          const SornThresholdCriterion *criteria, int32_t count,              \
+                          const struct SornSites *sites);                                     \
+  SornStatus sorna__##name(SornXE *xe, SornFlags flags, SornDimPack pack,                     \
+                           const int32_t *dims, uint32_t type, void *dst,                     \
+                           const int32_t *dststrides, const void *src,                        \
+                           const int32_t *srcstrides, const SornThresholdSpec *spec,          \
+                           const SornThresholdCriterion *criteria, int32_t count,             \
+                           const struct SornSites *sites);
+SORN_THRESHOLD_LAYERS_DECL(threshold)
+SORN_THRESHOLD_LAYERS_DECL(sheer_threshold_n1)
+SORN_THRESHOLD_LAYERS_DECL(sheer_threshold_n2)
+SORN_THRESHOLD_LAYERS_DECL(adaptive_threshold_n1)
+SORN_THRESHOLD_LAYERS_DECL(adaptive_threshold_n2)
+SORN_ETHRESHOLD_LAYERS_DECL(ethreshold)
+SORN_ETHRESHOLD_LAYERS_DECL(ethreshold_otsu)
+SORN_ETHRESHOLD_LAYERS_DECL(ethreshold_usto)
+SORN_ETHRESHOLD_LAYERS_DECL(ethreshold_blur)
+#undef SORN_THRESHOLD_LAYERS_DECL
+#undef SORN_ETHRESHOLD_LAYERS_DECL
+SornStatus sorna_compute_threshold_otsu(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                        const int32_t *dims, uint32_t type, const void *src,
+                                        const int32_t *origin, const int32_t *strides,
+                                        double *thresholds, SornVrng *vranges, int32_t *bins);
+SornStatus sorna__compute_threshold_otsu(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                         const int32_t *dims, uint32_t type, const void *src,
+                                         const int32_t *strides, double *thresholds,
+                                         SornVrng *vranges, int32_t *bins);
+
+struct SornHist;
+/* The Otsu threshold of one filled histogram, in double precision over the
+ * values i * width + low of its bins: the bin that best parts the pixels
+ * into two classes (a later bin must beat the best by more than 2^-23),
+ * plus one bin width less 2^-23, so that "less than" the result takes that
+ * bin's class below. The _i form rounds it to nearest. */
+double sorna_calculate_threshold_otsu_f(const struct SornHist *hist);
+double sorna_calculate_threshold_otsu_i(const struct SornHist *hist);
 
 /* ---------------- Sort and search ----------------
  * Sequences of n records of size bytes each from base, ordered by a
@@ -1928,6 +2226,227 @@ SornStatus sorna__adjust_vrange_xm(SornXE *xe, SornFlags flags, SornDimPack pack
                                    const int32_t *mstrides, SornVrng *vranges);
 
 /* ======================================================================
+ * Resize
+ * ====================================================================== */
+
+/* Nearest-neighbour resizing. A factor is a destination extent over a
+ * source extent, one double for each dimension other than channels,
+ * outermost first: rows and columns at rank 3, planes, rows and columns at
+ * rank 4. A factor within SORN_RESIZE_EPS of 0 is taken from the extents,
+ * and one within SORN_RESIZE_EPS of 1 is exactly 1. Pixels move as opaque
+ * units of 1, 4, 8, 12 or 16 bytes. */
+#define SORN_TAG_RESZ SORN_FOURCC('r', 'e', 's', 'z')
+#define SORN_RESIZE_EPS 1.1920928955078125e-7 /* 2^-23 */
+/* The method codes, by the low four bits of the method argument: bit m set
+ * means code m is accepted (0, 3, 4, 5, 6, 14, 15). Every one of them runs
+ * nearest neighbour. */
+#define SORN_RESIZE_METHODS 0xC079u
+#define SORN_RESIZE_NN 0
+
+/* dst and src (null: in place, src is dst) have the same element type and
+ * channels; src has dst's rank, or rank 3 under a rank-4 dst, and dst's
+ * planes or one. factors holds rank - 1 doubles (null: all from the
+ * extents). SornEResize takes the source's region as a volume (null: the
+ * site, or dstRoi when resizing in place); SornResize takes the point
+ * srcSite (plane, row, column; null: the origin) where the source's region
+ * starts. */
+SornStatus SornEResize(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                       const SornVolume *dstRoi, const SornVolume *srcVolume, int32_t method,
+                       const double *factors);
+SornStatus SornResize(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                      const SornVolume *dstRoi, const int32_t *srcSite, int32_t method,
+                      const double *factors);
+
+/* What the entries hand the slice form: the method, the rank of the
+ * operands' records, the factor block in cell order (plane, rows, columns;
+ * cell 3 is 1.0) and both agreed boxes' sizes. */
+typedef struct SornResizeArgs {
+  int32_t method;
+  int32_t rank;
+  double factors[4];
+  int32_t dstSize[4];
+  int32_t srcSize[4];
+} SornResizeArgs;
+
+SornStatus SornTGAresize(SornXE *xe, SornFlags flags, void *data, SornDimPack pack,
+                         int32_t *dims, uint32_t type0, void *base0, int32_t *origin0,
+                         int32_t *strides0, uint32_t type1, void *base1, int32_t *origin1,
+                         int32_t *strides1);
+SornStatus sorna_resize(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dstDims,
+                        const int32_t *srcDims, uint32_t type, void *dstBase,
+                        const int32_t *dstOrigin, const int32_t *dstStrides, const void *srcBase,
+                        const int32_t *srcOrigin, const int32_t *srcStrides, int32_t method,
+                        const double *factors);
+/* Layer 3. dstDims or srcDims may be null: that side's extents come from
+ * the other's and the factors. factors has one cell per dimension but the
+ * channels (null: from the extents). */
+SornStatus sorna__resize(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dstDims,
+                         const int32_t *srcDims, uint32_t type, void *dst,
+                         const int32_t *dstStrides, const void *src, const int32_t *srcStrides,
+                         int32_t method, const double *factors);
+SornStatus sorna__resize_nn(SornXE *xe, SornFlags flags, SornDimPack pack,
+                            const int32_t *dstDims, const int32_t *srcDims, uint32_t type,
+                            void *dst, const int32_t *dstStrides, const void *src,
+                            const int32_t *srcStrides, const double *factors);
+
+/* Factors from extents: out[i] = dstDims[i] / srcDims[i], snapped to 1.0.
+ * The S form gives all 1.0 when either extent array is null. Both return
+ * out. */
+double *sorn_mkreszf(int32_t n, double *out, const int32_t *dstDims, const int32_t *srcDims);
+double *sorn_mkreszfS(int32_t n, double *out, const int32_t *dstDims, const int32_t *srcDims);
+/* Given factors settled: one near 0 is taken from the extents, one near 1
+ * is 1.0. Answers how many given factors leave the destination extent
+ * larger than the scaled source one. The S form, with an extent array
+ * null, makes factors near 0 or 1 exactly 1.0 and answers 0. */
+int32_t sorn_fixreszf(int32_t n, double *out, const double *factors, const int32_t *dstDims,
+                      const int32_t *srcDims);
+int32_t sorn_fixreszfS(int32_t n, double *out, const double *factors, const int32_t *dstDims,
+                       const int32_t *srcDims);
+
+/* The pixel classes: rows and columns of both sides, row steps and pixel
+ * strides in bytes, the column and row factors. */
+typedef SornStatus (*SornResizeNNProc)(SornXE *xe, int32_t dstRows, int32_t dstCols, void *dst,
+                                       int32_t dstStep, int32_t dstPixel, int32_t srcRows,
+                                       int32_t srcCols, const void *src, int32_t srcStep,
+                                       int32_t srcPixel, double fx, double fy);
+SornStatus __sorna__swresize_nn(SornXE *xe, uint32_t type, int32_t dstRows, int32_t dstCols,
+                                void *dst, int32_t dstStep, int32_t dstPixel, int32_t srcRows,
+                                int32_t srcCols, const void *src, int32_t srcStep,
+                                int32_t srcPixel, double fx, double fy);
+SornResizeNNProc sorna__resize_nn_imp(uint32_t type, SornStatus *status);
+SornStatus __sorna__resize_nn_u8(SornXE *xe, int32_t dstRows, int32_t dstCols, void *dst,
+                                 int32_t dstStep, int32_t dstPixel, int32_t srcRows,
+                                 int32_t srcCols, const void *src, int32_t srcStep,
+                                 int32_t srcPixel, double fx, double fy);
+SornStatus __sorna__resize_nn_s16(SornXE *xe, int32_t dstRows, int32_t dstCols, void *dst,
+                                  int32_t dstStep, int32_t dstPixel, int32_t srcRows,
+                                  int32_t srcCols, const void *src, int32_t srcStep,
+                                  int32_t srcPixel, double fx, double fy);
+SornStatus __sorna__resize_nn_s32(SornXE *xe, int32_t dstRows, int32_t dstCols, void *dst,
+                                  int32_t dstStep, int32_t dstPixel, int32_t srcRows,
+                                  int32_t srcCols, const void *src, int32_t srcStep,
+                                  int32_t srcPixel, double fx, double fy);
+
+/* The step table: one byte per destination pixel, the distance in source
+ * pixels (times pixelStep) from the column of the pixel before, the first
+ * from column 0; four to a 32-bit word, low byte first; a step above 255
+ * wraps. After the last word stand a word 0 and a word with the destination
+ * width. make takes it from xe, 64-byte aligned, with room for the
+ * destination width (bytes) plus 12 bytes, and answers null when xe has no
+ * room; the caller gives it back with SornXEfreea. */
+uint32_t *__sorna_rsz_nn__make_offtab1x4(SornXE *xe, int32_t bytes, int32_t srcWidth,
+                                         int32_t pixelStep, double fx);
+uint32_t *__sorna_rsz_nn__init_offtab1x4(uint32_t *table, int32_t dstWidth, int32_t srcWidth,
+                                         int32_t pixelStep, double fx);
+
+/* Row kernels: every destination row from its source row, through the
+ * step table offtab (null: the kernel makes its own from xe). Steps are
+ * bytes between rows; pixels are the kernel's unit. All kernels of a unit
+ * give the same result and differ in how far ahead and how much they
+ * prefetch; the selectors of a unit have the same shape and choose among
+ * them by fx and the source width. */
+typedef SornStatus (*SornResizeRowKernel)(SornXE *xe, int32_t dstRows, int32_t dstCols,
+                                          void *dst, int32_t dstStep, int32_t srcRows,
+                                          int32_t srcCols, const void *src, int32_t srcStep,
+                                          double fx, double fy, const uint32_t *offtab);
+
+/* The units: class token and bytes per pixel. */
+#define SORN_RESIZE_NN_UNITS(X) X(c1w8, 1) X(c1w32, 4) X(c2w32, 8) X(c3w32, 12) X(c4w32, 16)
+
+/* The catalogue of row kernels, __sorna__resize_nn_<unit><name>: unit,
+ * name, destination pixels per round, lines of the source row and of the
+ * next source row prefetched per round, whether every source pixel of the
+ * round is prefetched too, the alignment the prefetch address is rounded
+ * down to (0: none), the prefetch distance in bytes, and whether a round
+ * loads all its pixels before it stores any. */
+#define SORN_RESIZE_NN_KERNELS(X)                               \
+  X(c1w8, L1_00, 1, 0, 0, 0, 0, 128, 0)                         \
+  X(c1w8, L4_00, 4, 0, 0, 0, 0, 128, 0)                         \
+  X(c1w8, L16_10, 16, 1, 0, 0, 0, 128, 0)                       \
+  X(c1w8, L16_11, 16, 1, 1, 0, 0, 128, 0)                       \
+  X(c1w8, L16_21_prfm128, 16, 2, 1, 0, 0, 128, 0)               \
+  X(c1w8, L16_21_prfm512, 16, 2, 1, 0, 0, 512, 0)               \
+  X(c1w8, L16_21a128_prfm512, 16, 2, 1, 0, 128, 512, 0)         \
+  X(c1w8, L16_22a128_prfm512, 16, 2, 2, 0, 128, 512, 0)         \
+  X(c1w8, L16_40_prfm128, 16, 4, 0, 0, 0, 128, 0)               \
+  X(c1w8, L16_42_prfm128, 16, 4, 2, 0, 0, 128, 0)               \
+  X(c1w8, L16_42_prfm512, 16, 4, 2, 0, 0, 512, 0)               \
+  X(c1w8, L16_42_prfm768, 16, 4, 2, 0, 0, 768, 0)               \
+  X(c1w8, L16_44_prfm128, 16, 4, 4, 0, 0, 128, 0)               \
+  X(c1w32, L4_00, 4, 0, 0, 0, 0, 128, 0)                        \
+  X(c1w32, L4_40, 4, 4, 0, 0, 0, 128, 0)                        \
+  X(c1w32, L4_40a128, 4, 4, 0, 0, 128, 128, 0)                  \
+  X(c1w32, L4_142, 4, 4, 2, 1, 0, 128, 0)                       \
+  X(c1w32, L4_142a128, 4, 4, 2, 1, 128, 128, 0)                 \
+  X(c1w32, L4v2_40a256, 4, 4, 0, 0, 256, 128, 1)                \
+  X(c1w32, L8_40, 8, 4, 0, 0, 0, 128, 0)                        \
+  X(c1w32, L8_40a128, 8, 4, 0, 0, 128, 128, 0)                  \
+  X(c1w32, L8_122, 8, 2, 2, 1, 0, 128, 0)                       \
+  X(c1w32, L8_122a128, 8, 2, 2, 1, 128, 128, 0)                 \
+  X(c1w32, L12_20, 12, 2, 0, 0, 0, 128, 0)                      \
+  X(c1w32, L12_40a128, 12, 4, 0, 0, 128, 128, 0)                \
+  X(c1w32, L12_121, 12, 2, 1, 1, 0, 128, 0)                     \
+  X(c1w32, L12_122a128, 12, 2, 2, 1, 128, 128, 0)               \
+  X(c1w32, L16_20, 16, 2, 0, 0, 0, 128, 0)                      \
+  X(c1w32, L16_20a128, 16, 2, 0, 0, 128, 128, 0)                \
+  X(c1w32, L16_111, 16, 1, 1, 1, 0, 128, 0)                     \
+  X(c1w32, L16_121, 16, 2, 1, 1, 0, 128, 0)                     \
+  X(c1w32, L16_122a128, 16, 2, 2, 1, 128, 128, 0)               \
+  X(c2w32, L4_00, 4, 0, 0, 0, 0, 128, 0)                        \
+  X(c2w32, L4_20a64, 4, 2, 0, 0, 64, 128, 0)                    \
+  X(c2w32, L4_40a128, 4, 4, 0, 0, 128, 128, 0)                  \
+  X(c2w32, L4_40a256, 4, 4, 0, 0, 256, 128, 0)                  \
+  X(c3w32, L4_00, 4, 0, 0, 0, 0, 128, 0)                        \
+  X(c3w32, L4_40, 4, 4, 0, 0, 0, 128, 0)                        \
+  X(c3w32, L4_40a128, 4, 4, 0, 0, 128, 128, 0)                  \
+  X(c3w32, L4_40a256, 4, 4, 0, 0, 256, 128, 0)                  \
+  X(c4w32, L4_00, 4, 0, 0, 0, 0, 128, 0)                        \
+  X(c4w32, L4_20a64, 4, 2, 0, 0, 64, 128, 0)                    \
+  X(c4w32, L4_40a128, 4, 4, 0, 0, 128, 128, 0)                  \
+  X(c4w32, L4_40a256, 4, 4, 0, 0, 256, 128, 0)
+
+/* The c1w32 families that choose among their kernels themselves, and the
+ * kernels each chooses from, in the order of its choice index. */
+#define SORN_RESIZE_NN_C1W32_FAMILIES(X) X(L4) X(L8) X(L12) X(L16)
+#define SORN_RESIZE_NN_C1W32_L4(X) X(L4_00) X(L4_40) X(L4_40a128) X(L4_142) X(L4_142a128) X(L4v2_40a256)
+#define SORN_RESIZE_NN_C1W32_L8(X) X(L8_40) X(L8_40a128) X(L8_122) X(L8_122a128)
+#define SORN_RESIZE_NN_C1W32_L12(X) X(L12_20) X(L12_40a128) X(L12_121) X(L12_122a128)
+#define SORN_RESIZE_NN_C1W32_L16(X) X(L16_20) X(L16_20a128) X(L16_111) X(L16_121) X(L16_122a128)
+
+#define SORN_RESIZE_ROW_KERNEL_DECL(name)                                                    \
+  SornStatus name(SornXE *xe, int32_t dstRows, int32_t dstCols, void *dst, int32_t dstStep, \
+                  int32_t srcRows, int32_t srcCols, const void *src, int32_t srcStep,        \
+                  double fx, double fy, const uint32_t *offtab);
+#define SORN_RESIZE_NN_KERNEL_DECL(unit, name, ...) \
+  SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_##unit##name)
+SORN_RESIZE_NN_KERNELS(SORN_RESIZE_NN_KERNEL_DECL)
+#undef SORN_RESIZE_NN_KERNEL_DECL
+#define SORN_RESIZE_NN_FAMILY_DECL(fam) SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_c1w32##fam)
+SORN_RESIZE_NN_C1W32_FAMILIES(SORN_RESIZE_NN_FAMILY_DECL)
+#undef SORN_RESIZE_NN_FAMILY_DECL
+/* The selectors of each unit. */
+SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_c1w8)
+SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_c1w32)
+SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_c1w32_dfl)
+SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_c2w32)
+SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_c3w32)
+SORN_RESIZE_ROW_KERNEL_DECL(__sorna__resize_nn_c4w32)
+#undef SORN_RESIZE_ROW_KERNEL_DECL
+
+/* The c1w32 choice: 0 for the default kernel (fx above 1.002), 1 for
+ * destinations narrower than 5 pixels, else the family in the low four
+ * bits (4, 8, 12 or 15 for L16) and its kernel's choice index above them. */
+int32_t __sorna__nn_c1w32_algsel(int32_t dstWidth, int32_t srcWidth, double fx);
+/* The kernel each selector runs for these extents and factors, for tests
+ * and benchmarks that look at the choice itself. units is 2, 3 or 4 for
+ * c2w32, c3w32, c4w32. */
+SornResizeRowKernel __sorna__nn_c1w8_pick(int32_t dstWidth, int32_t srcWidth, int32_t srcRows,
+                                          double fx, double fy);
+SornResizeRowKernel __sorna__nn_c1w32_pick(int32_t dstWidth, int32_t srcWidth, double fx);
+SornResizeRowKernel __sorna__nn_cNw32_pick(int32_t units, int32_t dstWidth, int32_t srcWidth,
+                                           double fx);
+
+/* ======================================================================
  * Neighbourhood filters
  * ====================================================================== */
 
@@ -2016,6 +2535,9 @@ int32_t *sorn_volume__widen_$br(int32_t n, int32_t *out, const int32_t *dims,
 int32_t *sorn_volume__narrow_$I$br(int32_t n, int32_t *dims, const SornBrShape *br);
 int32_t *sorn_volume__narrow_$br(int32_t n, int32_t *out, const int32_t *dims,
                                  const SornBrShape *br);
+/* The same under the name some callers know it by. */
+int32_t *sorn_volume__narrow_br(int32_t n, int32_t *out, const int32_t *dims,
+                                const SornBrShape *br);
 
 /* The box a window reads around a region, need (the region (origin, size),
  * or site when size is null, widened by the window), and the part of it
@@ -2031,6 +2553,150 @@ int sorn__compute_roi_$se(SornFlags flags, int32_t n, int32_t *availO, int32_t *
 int sorn_compute_roi_$se(SornVolume *avail, SornVolume *need, SornFlags flags,
                          const SornVolume *roi, const SornSeShape *se, const SornVolume *site,
                          const SornVolume *parsite);
+
+/* ---------------- Filter frame ----------------
+ * Every neighbourhood filter reads a window around each output pixel. The
+ * frame decides once per call where the pixels outside the region come
+ * from: from the source itself or its parent when they are real (unless
+ * SORN_F_NOMARGIN, or outside the source's own site under
+ * SORN_F_SITEMARGIN), otherwise from a bordered copy in scratch memory,
+ * made with reflect101. Kernels never test an edge.
+ *
+ * Filter kinds, read as one byte (256 is 0): */
+#define SORN_FILTER_NONE     0   /* a copy */
+#define SORN_FILTER_MIN      3
+#define SORN_FILTER_MAX      4
+#define SORN_FILTER_BOX      5
+#define SORN_FILTER_MEDIAN   6   /* a name without a routine: SORN_ENOTIMP */
+#define SORN_FILTER_CLOSE    105
+#define SORN_FILTER_OPEN     106
+#define SORN_FILTER_BOTHAT   107
+#define SORN_FILTER_TOPHAT   108
+#define SORN_FILTER_GRADIENT 109 /* SORN_ENOTIMP */
+#define SORN_TAG_FILT SORN_FOURCC('f', 'i', 'l', 't')
+
+/* The block that travels with a slice of a filter call. */
+typedef struct SornFilterArgs {
+  uint32_t kind;
+  const SornSeShape *se;
+  const SornBorderSpec *border;
+  const SornSites *sites;
+} SornFilterArgs;
+
+/* dst = the filter of kind over src, on the region dst and src agree on
+ * (roiDst rules its size, roiSrc offers a start). A null src filters dst in
+ * place. The window se is normalised against that region (a null se is the
+ * 5 by 5 default); the border is reflect101. Box, minimum and maximum take
+ * one channel of u8, s16, s32 or f32; three or four channels are
+ * SORN_ENOTSUP, other types SORN_EINVAL. A 4-dimensional dst is filtered
+ * plane by plane, each from its own source plane or from the source's only
+ * plane. */
+SornStatus SornFilter(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                      const SornVolume *roiDst, const SornVolume *roiSrc, int32_t kind,
+                      const SornSeShape *se);
+/* The slice form: args is a SornFilterArgs; different types are invalid. */
+SornStatus SornTGAfilter(SornXE *xe, SornFlags flags, void *args, SornDimPack pack, int32_t *sizes,
+                         uint32_t dstType, void *dst, int32_t *dstOrigin, int32_t *dstStrides,
+                         uint32_t srcType, void *src, int32_t *srcOrigin, int32_t *srcStrides);
+/* Layer 2. The plain form trusts its caller that the window's margin exists;
+ * the edge-handling form takes a border request (null: reflect101) and the
+ * sites around the source in data coordinates (null, or an empty box: the
+ * region alone). */
+SornStatus sorna_filter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                        uint32_t type, void *dst, const int32_t *dstOrigin,
+                        const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                        const int32_t *srcStrides, int32_t kind, const SornSeShape *se);
+SornStatus sorna_efilter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                         uint32_t type, void *dst, const int32_t *dstOrigin,
+                         const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                         const int32_t *srcStrides, int32_t kind, const SornSeShape *se,
+                         const SornBorderSpec *border, const SornSites *sites);
+/* Layer 3: by kind, without and with the edge decision (sites relative to
+ * the region's first pixel). */
+SornStatus sorna__filter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                         uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                         const int32_t *srcStrides, int32_t kind, const SornSeShape *se);
+SornStatus sorna__efilter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                          uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                          const int32_t *srcStrides, int32_t kind, const SornSeShape *se,
+                          const SornBorderSpec *border, const SornSites *sites);
+#define SORN_FILTER_KIND_DECL(name)                                                           \
+  SornStatus sorna__filter_##name(SornXE *xe, SornFlags flags, SornDimPack pack,             \
+                                  const int32_t *sizes, uint32_t type, void *dst,            \
+                                  const int32_t *dstStrides, const void *src,                \
+                                  const int32_t *srcStrides, const SornSeShape *se);
+SORN_FILTER_KIND_DECL(box)
+SORN_FILTER_KIND_DECL(min)
+SORN_FILTER_KIND_DECL(max)
+SORN_FILTER_KIND_DECL(open)
+SORN_FILTER_KIND_DECL(close)
+SORN_FILTER_KIND_DECL(tophat)
+SORN_FILTER_KIND_DECL(bothat)
+#undef SORN_FILTER_KIND_DECL
+/* The chained morphological operations with a mask. */
+struct SornStrel;
+#define SORN_MORPHOP_KIND_DECL(name)                                                          \
+  SornStatus sorna__morphop_##name(SornXE *xe, SornFlags flags, SornDimPack pack,            \
+                                   const int32_t *sizes, uint32_t type, void *dst,           \
+                                   const int32_t *dstStrides, const void *src,               \
+                                   const int32_t *srcStrides, const struct SornStrel *strel);
+SORN_MORPHOP_KIND_DECL(close)
+SORN_MORPHOP_KIND_DECL(tophat)
+SORN_MORPHOP_KIND_DECL(bothat)
+#undef SORN_MORPHOP_KIND_DECL
+
+/* The kernels of every filter table: n cells of sizes (an optional row
+ * count, the columns, the channels), the window normalised, the source at
+ * the region's first pixel with the whole margin readable around it. A
+ * separable or masked window is handed over as the SornSeShape it begins
+ * with. */
+typedef SornStatus (*SornFilterKernel)(SornXE *xe, SornFlags flags, int32_t n,
+                                       const int32_t *sizes, void *dst,
+                                       const int32_t *dstStrides, const void *src,
+                                       const int32_t *srcStrides, const SornSeShape *se);
+/* The six tables, by channel word (1, 3, and 4 or 11 for four channels) and
+ * element type (u8, s16, s32, f32); any other pair is SORN_EINVAL. */
+SornFilterKernel sorna__boxfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornFilterKernel sorna__minfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornFilterKernel sorna__maxfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornFilterKernel sorna__sepfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornFilterKernel sorna__dilatefun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+SornFilterKernel sorna__erodefun_imp(uint32_t chword, SornElemType type, SornStatus *status);
+
+/* The types and channel forms of the filter tables. */
+#define SORN_FILTER_TYPES(X) X(u8) X(s16) X(s32) X(f32)
+#define SORN_FILTER_CHANNELS(X, t) X(1, t) X(3, t) X(4, t)
+/* The kernel shapes, columns by rows. */
+#define SORN_BOXFILTER_SHAPES(X, t) X(t, 2x1) X(t, 4x1) X(t, Nx1) X(t, 1x2) X(t, 2x2) X(t, NxM)
+#define SORN_MINMAXFILTER_SHAPES(X, t)                                                        \
+  X(t, 2x1) X(t, 3x1) X(t, 4x1) X(t, Nx1) X(t, 1x2) X(t, 1x3) X(t, 1xN) X(t, 2x2) X(t, 2xN)   \
+  X(t, 3xN) X(t, NxM)
+
+#define SORN_FILTER_KERNEL_ARGS                                                               \
+  (SornXE * xe, SornFlags flags, int32_t n, const int32_t *sizes, void *dst,                 \
+   const int32_t *dstStrides, const void *src, const int32_t *srcStrides, const SornSeShape *se)
+/* Box, minimum and maximum by channel form and type: sorna__boxfilter_c1_u8 ...
+ * (the three- and four-channel ones answer SORN_ENOTSUP), and their kernels
+ * _T_sorna__boxfilter_c1_u8_NxM ... */
+#define SORN_FLAT_DISPATCH_DECL1(c, t)                                                        \
+  SornStatus sorna__boxfilter_c##c##_##t SORN_FILTER_KERNEL_ARGS;                             \
+  SornStatus sorna__minfilter_c##c##_##t SORN_FILTER_KERNEL_ARGS;                             \
+  SornStatus sorna__maxfilter_c##c##_##t SORN_FILTER_KERNEL_ARGS;
+#define SORN_FLAT_DISPATCH_DECL(t) SORN_FILTER_CHANNELS(SORN_FLAT_DISPATCH_DECL1, t)
+SORN_FILTER_TYPES(SORN_FLAT_DISPATCH_DECL)
+#undef SORN_FLAT_DISPATCH_DECL
+#undef SORN_FLAT_DISPATCH_DECL1
+#define SORN_BOX_KERNEL_DECL1(t, shape)                                                       \
+  SornStatus _T_sorna__boxfilter_c1_##t##_##shape SORN_FILTER_KERNEL_ARGS;
+#define SORN_MINMAX_KERNEL_DECL1(t, shape)                                                    \
+  SornStatus _T_sorna__minfilter_c1_##t##_##shape SORN_FILTER_KERNEL_ARGS;                    \
+  SornStatus _T_sorna__maxfilter_c1_##t##_##shape SORN_FILTER_KERNEL_ARGS;
+#define SORN_FLAT_KERNEL_DECL(t)                                                              \
+  SORN_BOXFILTER_SHAPES(SORN_BOX_KERNEL_DECL1, t) SORN_MINMAXFILTER_SHAPES(SORN_MINMAX_KERNEL_DECL1, t)
+SORN_FILTER_TYPES(SORN_FLAT_KERNEL_DECL)
+#undef SORN_FLAT_KERNEL_DECL
+#undef SORN_BOX_KERNEL_DECL1
+#undef SORN_MINMAX_KERNEL_DECL1
 
 /* ======================================================================
  * Matrix products
@@ -2062,14 +2728,14 @@ typedef SornStatus (*SornMulMVnKernel)(SornXE *xe, SornFlags flags, SornDimPack 
                                        uint32_t reserved);
 
 SornStatus SornMulMM(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
-                     const SornArray *src2, const SornVolume *roiDst, const SornVolume *roi1,
-                     const SornVolume *roi2, int32_t shift, uint32_t reserved);
+                     const SornArray *src2, const SornVolume *dstRoi, const SornVolume *src1Roi,
+                     const SornVolume *src2Site, int32_t shift, uint32_t reserved);
 SornStatus SornMulMV(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
-                     const SornArray *src2, const SornVolume *roiDst, const SornVolume *roi1,
-                     const SornVolume *roi2, int32_t shift, uint32_t reserved);
+                     const SornArray *src2, const SornVolume *dstRoi, const SornVolume *src1Roi,
+                     const SornVolume *src2Site, int32_t shift, uint32_t reserved);
 SornStatus SornMulMV_n(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
-                       const SornArray *const *vectors, const SornVolume *roiDst,
-                       const SornVolume *roi1, const SornVolume *roiVec, int32_t count,
+                       const SornArray *const *vectors, const SornVolume *dstRoi,
+                       const SornVolume *src1Roi, const SornVolume *vecSite, int32_t count,
                        int32_t shift, uint32_t reserved);
 
 SornStatus sorna_mulmm(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims1,
@@ -2664,7 +3330,7 @@ SornStatus SornWatershed(SornXE *xe, SornFlags flags, const SornArray *image,
                          const SornVolume *roi, SornWTSState *state);
 SornStatus SornWatershedEx(SornXE *xe, SornFlags flags, const SornArray *image,
                            const SornArray *mask, const SornVolume *roi,
-                           const SornVolume *maskroi, SornWTSState *state);
+                           const SornVolume *maskSite, SornWTSState *state);
 /* Slice forms: data is the SornWTSState. */
 SornStatus SornTGAwatershed(SornXE *xe, SornFlags flags, void *state, SornDimPack code,
                             int32_t *dims, uint32_t type, void *base, int32_t *loffs,
@@ -2746,6 +3412,14 @@ SornFWTSRegion *_T_fwtsregion_pool_new(SornFWTSRegionPool *pool, int32_t tail, i
 #define SORN_MSER_DARK   0
 #define SORN_MSER_BRIGHT 1
 #define SORN_MSER_BOTH   2
+/* The parameters a filter has when it is made without them
+ * (__sorn_mserfilt__$feats, __sorn_fmserfilt__$fwtsres), mode
+ * SORN_MSER_BOTH; the tool and the comparison start from them too. */
+#define SORN_MSER_DEFAULT_DELTA        10
+#define SORN_MSER_DEFAULT_MINAREA      0.0001
+#define SORN_MSER_DEFAULT_MAXAREA      0.75
+#define SORN_MSER_DEFAULT_MAXVARIATION 0.33
+#define SORN_MSER_DEFAULT_MINDIVERSITY 0.2
 
 /* Both filter records start with the same parameters. mode to seed have the
  * layout of polarity to seed of a SornWTSState, so that a pass copies them
@@ -2841,12 +3515,12 @@ SornStatus SornGenerateMSERs(SornXE *xe, SornFlags flags, const SornArray *image
                              const SornVolume *roi, SornMSERFilter *filter);
 SornStatus SornGenerateMSERsEx(SornXE *xe, SornFlags flags, const SornArray *image,
                                const SornArray *mask, const SornVolume *roi,
-                               const SornVolume *maskroi, SornMSERFilter *filter);
+                               const SornVolume *maskSite, SornMSERFilter *filter);
 SornStatus SornGenerateFMSERs(SornXE *xe, SornFlags flags, const SornArray *image,
                               const SornVolume *roi, SornFMSERFilter *filter);
 SornStatus SornGenerateFMSERsEx(SornXE *xe, SornFlags flags, const SornArray *image,
                                 const SornArray *mask, const SornVolume *roi,
-                                const SornVolume *maskroi, SornFMSERFilter *filter);
+                                const SornVolume *maskSite, SornFMSERFilter *filter);
 /* Slice forms: data is the filter. */
 SornStatus SornTGAgenerateMSERs(SornXE *xe, SornFlags flags, void *filter, SornDimPack code,
                                 int32_t *dims, uint32_t type, void *base, int32_t *loffs,
@@ -2905,6 +3579,445 @@ SornWTSRegion *SornGatherMSERFeatures(SornWTSRegion *region, SornSTB *builder,
                                       SornWTSLSC *lsc);
 SornWTSRegion *SornGatherMSERFeature(SornWTSRegion *region, SornSTB *builder, SornWTSLSC *lsc,
                                      int32_t index, uint32_t magic);
+
+/* ---------------- Measures of fetched regions ----------------
+ * Each measure appends to out (a SornVec of records, grown as needed) one
+ * record per SornFwtsrPixReg of pixregs, over all `size` points of the
+ * region, its descendants' included. Points are (row, column): the first
+ * coordinate is the row. A vector that cannot grow gets only the records
+ * that fit. Records: */
+/* SornWTSMF: count, then the sums of r, c, r r, r c, c c, taken exactly in
+ * 64-bit integers and converted per region (an empty region: zeros). */
+SornVec *sorn_fwtsr_mf_$2d(SornVec *out, const SornVec *pixregs);
+SornVec *sorn_fwtsr_m1_$2d(SornVec *out, const SornVec *pixregs);   /* SornR2dPt */
+SornVec *sorn_fwtsr_m2_$2d(SornVec *out, const SornVec *pixregs);   /* SornMoment2 */
+SornVec *sorn_fwtsr_m2c_$2d(SornVec *out, const SornVec *pixregs);  /* SornMoment2 */
+SornVec *sorn_fwtsr_brect_$2d(SornVec *out, const SornVec *pixregs); /* Sorn2dRect */
+SornVec *sorn_fwtsr_minbquad_$f2d(SornVec *out, const SornVec *pixregs); /* SornF2dQuad */
+SornVec *sorn_fwtsr_minbquad_$r2d(SornVec *out, const SornVec *pixregs); /* SornR2dQuad */
+/* The ellipse of the central moments, scale 2: SornF2dEll or SornR2dEll. */
+SornVec *sorn_fwtsr_ellipse_$f2d(SornVec *out, const SornVec *pixregs);
+SornVec *sorn_fwtsr_ellipse_$r2d(SornVec *out, const SornVec *pixregs);
+/* One region: count, then the means (not the sums) of r, c, r r, r c, c c. */
+SornWTSMF *sorn_fwtsr_mf1_$2d(SornWTSMF *out, const SornFwtsrPixReg *pixreg);
+
+/* The picked regions of a SornFMSERFilter fetched, or fetched and measured,
+ * in one call. which: 0 the dark pass, 1 the bright pass, any other value
+ * both, dark first. The answer is the number of regions delivered: 0 when
+ * the chosen passes have no result or no region. The measuring forms fetch
+ * anew on every call into blocks of their own, which they give back. */
+int32_t sorn_fmserf_pixreg_$2d(const SornFMSERFilter *filter, SornVec *regs, SornVec *points,
+                               int32_t which);
+int32_t sorn_fmserf_mf_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_m1_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_m2_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_m2c_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_brect_$2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_minbquad_$f2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_minbquad_$r2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_ellipse_$f2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+int32_t sorn_fmserf_ellipse_$r2d(const SornFMSERFilter *filter, SornVec *out, int32_t which);
+
+/* ======================================================================
+ * Plane geometry
+ * ====================================================================== */
+
+/* Three coordinate families, told by the prefix of a name: 2d (s32 cells),
+ * f2d (f32) and r2d (f64). A suffix $i, $f or $r names the family on the
+ * other side of a conversion, $I an in-place form, $c central moments.
+ * The first coordinate is called x and the second y; in the region analysis
+ * x is the row.
+ *
+ * Every function here is pure: it writes only its output (the first
+ * argument) and answers that output, or a value. There are no statuses and
+ * no checks: degenerate input gives what the arithmetic gives (an empty
+ * list's moments are not numbers, for one). Where a null pointer is allowed
+ * the comment says so. */
+
+/* Sorn2dPt, the integer point, is declared with the region results above. */
+typedef struct SornF2dPt {
+  float x, y;
+} SornF2dPt;
+typedef struct SornR2dPt {
+  double x, y;
+} SornR2dPt;
+
+/* A rectangle by its origin and extents. */
+typedef struct Sorn2dRect {
+  int32_t x, y, width, height;
+} Sorn2dRect;
+typedef struct SornF2dRect {
+  float x, y, width, height;
+} SornF2dRect;
+typedef struct SornR2dRect {
+  double x, y, width, height;
+} SornR2dRect;
+
+/* A rectangle by two corners. */
+typedef struct Sorn2dRcpt {
+  int32_t x0, y0, x1, y1;
+} Sorn2dRcpt;
+typedef struct SornF2dRcpt {
+  float x0, y0, x1, y1;
+} SornF2dRcpt;
+typedef struct SornR2dRcpt {
+  double x0, y0, x1, y1;
+} SornR2dRcpt;
+
+/* Four corners; from a rectangle they go (x0, y0), (x0, y1), (x1, y1),
+ * (x1, y0). There is no integer quadrilateral. */
+typedef struct SornF2dQuad {
+  SornF2dPt q[4];
+} SornF2dQuad;
+typedef struct SornR2dQuad {
+  SornR2dPt q[4];
+} SornR2dQuad;
+
+/* An ellipse: centre, semi-axes a and b, rotation in radians. At rotation
+ * 0, a lies along the first coordinate; from moments, b is the longer one. */
+typedef struct SornF2dEll {
+  float cx, cy, a, b, rotation;
+} SornF2dEll;
+typedef struct SornR2dEll {
+  double cx, cy, a, b, rotation;
+} SornR2dEll;
+
+/* Second moments. */
+typedef struct SornMoment2 {
+  double m20, m11, m02;
+} SornMoment2;
+
+/* ---------------- Moments and small solvers ----------------
+ * Pairs of roots and eigenvalues come smaller first. A symmetric 2x2 matrix
+ * is four cells a, b, b, d (the second b is not read). */
+
+double *sorn_f64_quadequ_solve(double *out, double a, double b, double c);
+double *sorn_f64_quadequ_solve_$mm(double *out, const double *coeffs);
+double *sorn_f64_quadequ_solve_$simple(double *out, double p, double q);
+double *sorn_f64_symmat2x2_eigvals(double *out, const double *m);
+/* The x forms answer the rotation, atan2(2 b, d - a) / 2. */
+double sorn_f64_symmat2x2_xeigvals(double *out, const double *m);
+/* centre: the first moments. */
+SornMoment2 *sorn_r2d_moment2_centralize(SornMoment2 *out, const SornMoment2 *m,
+                                         const SornR2dPt *centre);
+SornMoment2 *sorn_r2d_moment2_centralize_$I(SornMoment2 *m, const SornR2dPt *centre);
+/* Rotation 0 for a set elongated along the second coordinate. */
+double sorn_r2d_moment2c_rotation(const SornMoment2 *m);
+double *sorn_r2d_moment2c_covariance(double *out, const SornMoment2 *m);
+double *sorn_r2d_moment2c_eigvals(double *out, const SornMoment2 *m);
+double sorn_r2d_moment2c_xeigvals(double *out, const SornMoment2 *m);
+
+/* ---------------- Points and rectangles ---------------- */
+
+/* With a null base, out moves by (dx, dy); else out = base + (dx, dy). */
+Sorn2dPt *sorn_2d_pt_advance(Sorn2dPt *out, const Sorn2dPt *base, int32_t dx, int32_t dy);
+/* out = (dx, dy), plus base when there is one. */
+Sorn2dPt *sorn_2d_pt_setadv(Sorn2dPt *out, const Sorn2dPt *base, int32_t dx, int32_t dy);
+
+/* Conversions between the two rectangle forms; a null source, or one that
+ * is out, converts out in place. */
+Sorn2dRcpt *sorn_2d_rcpt_convert(Sorn2dRcpt *out, const Sorn2dRect *rect);
+Sorn2dRect *sorn_2d_rect_convert(Sorn2dRect *out, const Sorn2dRcpt *rcpt);
+SornF2dRcpt *sorn_f2d_rcpt_convert(SornF2dRcpt *out, const SornF2dRect *rect);
+SornF2dRect *sorn_f2d_rect_convert(SornF2dRect *out, const SornF2dRcpt *rcpt);
+SornR2dRcpt *sorn_r2d_rcpt_convert(SornR2dRcpt *out, const SornR2dRect *rect);
+SornR2dRect *sorn_r2d_rect_convert(SornR2dRect *out, const SornR2dRcpt *rcpt);
+
+/* general is the union. intersec takes the larger value in all four cells,
+ * the far corner included: its result reaches as far as the further of the
+ * two, by definition. A null a is out. */
+Sorn2dRcpt *sorn_2d_rcpt_intersec(Sorn2dRcpt *out, const Sorn2dRcpt *a, const Sorn2dRcpt *b);
+Sorn2dRcpt *sorn_2d_rcpt_general(Sorn2dRcpt *out, const Sorn2dRcpt *a, const Sorn2dRcpt *b);
+SornF2dRcpt *sorn_f2d_rcpt_intersec(SornF2dRcpt *out, const SornF2dRcpt *a, const SornF2dRcpt *b);
+SornF2dRcpt *sorn_f2d_rcpt_general(SornF2dRcpt *out, const SornF2dRcpt *a, const SornF2dRcpt *b);
+SornR2dRcpt *sorn_r2d_rcpt_intersec(SornR2dRcpt *out, const SornR2dRcpt *a, const SornR2dRcpt *b);
+SornR2dRcpt *sorn_r2d_rcpt_general(SornR2dRcpt *out, const SornR2dRcpt *a, const SornR2dRcpt *b);
+/* The same through corners; the $I forms take out as a. */
+Sorn2dRect *sorn_2d_rect_intersec(Sorn2dRect *out, const Sorn2dRect *a, const Sorn2dRect *b);
+Sorn2dRect *sorn_2d_rect_intersec_$I(Sorn2dRect *out, const Sorn2dRect *b);
+Sorn2dRect *sorn_2d_rect_general(Sorn2dRect *out, const Sorn2dRect *a, const Sorn2dRect *b);
+Sorn2dRect *sorn_2d_rect_general_$I(Sorn2dRect *out, const Sorn2dRect *b);
+SornF2dRect *sorn_f2d_rect_intersec(SornF2dRect *out, const SornF2dRect *a, const SornF2dRect *b);
+SornF2dRect *sorn_f2d_rect_intersec_$I(SornF2dRect *out, const SornF2dRect *b);
+SornF2dRect *sorn_f2d_rect_general(SornF2dRect *out, const SornF2dRect *a, const SornF2dRect *b);
+SornF2dRect *sorn_f2d_rect_general_$I(SornF2dRect *out, const SornF2dRect *b);
+SornR2dRect *sorn_r2d_rect_intersec(SornR2dRect *out, const SornR2dRect *a, const SornR2dRect *b);
+SornR2dRect *sorn_r2d_rect_intersec_$I(SornR2dRect *out, const SornR2dRect *b);
+SornR2dRect *sorn_r2d_rect_general(SornR2dRect *out, const SornR2dRect *a, const SornR2dRect *b);
+SornR2dRect *sorn_r2d_rect_general_$I(SornR2dRect *out, const SornR2dRect *b);
+
+/* Moments of a rectangle: the centre (moment1), and second moments that
+ * are area moments, not divided by the area, with m20 from the second
+ * extent and m02 from the first: both deliberate. The centroid forms
+ * compute the centre in f32. */
+SornR2dPt *sorn_2d_rcpt_moment1(SornR2dPt *out, const Sorn2dRcpt *r);
+SornMoment2 *sorn_2d_rcpt_moment2(SornMoment2 *out, const Sorn2dRcpt *r);
+SornMoment2 *sorn_2d_rcpt_moment2_$c(SornMoment2 *out, const Sorn2dRcpt *r);
+SornF2dPt *sorn_2d_rcpt_centroid_$f(SornF2dPt *out, const Sorn2dRcpt *r);
+SornR2dPt *sorn_f2d_rcpt_moment1(SornR2dPt *out, const SornF2dRcpt *r);
+SornMoment2 *sorn_f2d_rcpt_moment2(SornMoment2 *out, const SornF2dRcpt *r);
+SornMoment2 *sorn_f2d_rcpt_moment2_$c(SornMoment2 *out, const SornF2dRcpt *r);
+SornF2dPt *sorn_f2d_rcpt_centroid(SornF2dPt *out, const SornF2dRcpt *r);
+SornR2dPt *sorn_r2d_rcpt_moment1(SornR2dPt *out, const SornR2dRcpt *r);
+SornMoment2 *sorn_r2d_rcpt_moment2(SornMoment2 *out, const SornR2dRcpt *r);
+SornMoment2 *sorn_r2d_rcpt_moment2_$c(SornMoment2 *out, const SornR2dRcpt *r);
+SornR2dPt *sorn_2d_rect_moment1(SornR2dPt *out, const Sorn2dRect *r);
+SornMoment2 *sorn_2d_rect_moment2(SornMoment2 *out, const Sorn2dRect *r);
+SornMoment2 *sorn_2d_rect_moment2_$c(SornMoment2 *out, const Sorn2dRect *r);
+SornF2dPt *sorn_2d_rect_centroid_$f(SornF2dPt *out, const Sorn2dRect *r);
+SornR2dPt *sorn_f2d_rect_moment1(SornR2dPt *out, const SornF2dRect *r);
+SornMoment2 *sorn_f2d_rect_moment2(SornMoment2 *out, const SornF2dRect *r);
+SornMoment2 *sorn_f2d_rect_moment2_$c(SornMoment2 *out, const SornF2dRect *r);
+SornF2dPt *sorn_f2d_rect_centroid(SornF2dPt *out, const SornF2dRect *r);
+SornR2dPt *sorn_r2d_rect_moment1(SornR2dPt *out, const SornR2dRect *r);
+SornMoment2 *sorn_r2d_rect_moment2(SornMoment2 *out, const SornR2dRect *r);
+SornMoment2 *sorn_r2d_rect_moment2_$c(SornMoment2 *out, const SornR2dRect *r);
+
+/* border: four cells left, top, right, bottom. A null rect extends out in
+ * place. */
+Sorn2dRect *sorn_2d_rect_extend(Sorn2dRect *out, const Sorn2dRect *rect, const int32_t *border);
+Sorn2dRect *sorn_2d_rect_extend_$I(Sorn2dRect *out, const int32_t *border);
+/* extended gets rect widened by border, out its intersec with limit. The
+ * answer: 1 if extended is at most as wide and as high as out, else 0. */
+int sorn_2d_rect_rextend(Sorn2dRect *out, Sorn2dRect *extended, const Sorn2dRect *rect,
+                         const int32_t *border, const Sorn2dRect *limit);
+/* rect (null: out) grown by dx, dy on every side, then intersec with
+ * (0, 0, width, height). */
+Sorn2dRect *sorn_2d_rect_srextend(Sorn2dRect *out, const Sorn2dRect *rect, int32_t dx, int32_t dy,
+                                  int32_t width, int32_t height);
+
+/* 1 if (x, y) lies in the rectangle, both edges included. */
+int sorn_f2d_rect_inside2(const SornF2dRect *rect, float x, float y);
+int sorn_r2d_rect_inside2(const SornR2dRect *rect, double x, double y);
+
+/* ---------------- Quadrilaterals ---------------- */
+
+SornF2dQuad *__sorn_f2d_quad__$rcpt(SornF2dQuad *out, const SornF2dRcpt *r);
+SornF2dQuad *__sorn_f2d_quad__$rcpt$i(SornF2dQuad *out, const Sorn2dRcpt *r);
+SornF2dQuad *__sorn_f2d_quad__$rcpt$r(SornF2dQuad *out, const SornR2dRcpt *r);
+SornF2dQuad *__sorn_f2d_quad__$rect(SornF2dQuad *out, const SornF2dRect *r);
+SornF2dQuad *__sorn_f2d_quad__$rect$i(SornF2dQuad *out, const Sorn2dRect *r);
+SornF2dQuad *__sorn_f2d_quad__$rect$r(SornF2dQuad *out, const SornR2dRect *r);
+SornF2dQuad *__sorn_f2d_quad__$cast$r(SornF2dQuad *out, const SornR2dQuad *q);
+SornR2dQuad *__sorn_r2d_quad__$rcpt(SornR2dQuad *out, const SornR2dRcpt *r);
+SornR2dQuad *__sorn_r2d_quad__$rcpt$i(SornR2dQuad *out, const Sorn2dRcpt *r);
+SornR2dQuad *__sorn_r2d_quad__$rcpt$f(SornR2dQuad *out, const SornF2dRcpt *r);
+SornR2dQuad *__sorn_r2d_quad__$rect(SornR2dQuad *out, const SornR2dRect *r);
+SornR2dQuad *__sorn_r2d_quad__$rect$i(SornR2dQuad *out, const Sorn2dRect *r);
+SornR2dQuad *__sorn_r2d_quad__$rect$f(SornR2dQuad *out, const SornF2dRect *r);
+SornR2dQuad *__sorn_r2d_quad__$cast$f(SornR2dQuad *out, const SornF2dQuad *q);
+
+/* Width: from q0 to q1; height: from q0 to q3; in the family's float type.
+ * The area is the product of the two, in f64; the rotation is
+ * atan2(q1.x - q0.x, q1.y - q0.y), 0 for a quad from a rectangle. */
+float sorn_f2d_quad_width_sqr(const SornF2dQuad *q);
+float sorn_f2d_quad_width(const SornF2dQuad *q);
+float sorn_f2d_quad_height_sqr(const SornF2dQuad *q);
+float sorn_f2d_quad_height(const SornF2dQuad *q);
+double sorn_f2d_quad_area(const SornF2dQuad *q);
+double sorn_f2d_quad_rotation(const SornF2dQuad *q);
+double sorn_r2d_quad_width_sqr(const SornR2dQuad *q);
+double sorn_r2d_quad_width(const SornR2dQuad *q);
+double sorn_r2d_quad_height_sqr(const SornR2dQuad *q);
+double sorn_r2d_quad_height(const SornR2dQuad *q);
+double sorn_r2d_quad_area(const SornR2dQuad *q);
+double sorn_r2d_quad_rotation(const SornR2dQuad *q);
+
+/* ---------------- Ellipses ---------------- */
+
+/* From central second moments (or a four-cell covariance): the semi-axes
+ * are the square roots of the eigenvalues times scale, smaller one a; the
+ * library's own callers pass a scale of 2.0, which gives back the semi-axes
+ * of a filled ellipse from its normalised moments. */
+SornF2dEll *__sorn_f2d_ellipse__$moment2$c(SornF2dEll *out, const SornF2dPt *centre,
+                                           const SornMoment2 *m, double scale);
+SornF2dEll *__sorn_f2d_ellipse__$covariance(SornF2dEll *out, const SornF2dPt *centre,
+                                            const double *cov, double scale);
+SornF2dEll *__sorn_f2d_ellipse__$cast$r(SornF2dEll *out, const SornR2dEll *e);
+SornR2dEll *__sorn_r2d_ellipse__$moment2$c(SornR2dEll *out, const SornR2dPt *centre,
+                                           const SornMoment2 *m, double scale);
+SornR2dEll *__sorn_r2d_ellipse__$covariance(SornR2dEll *out, const SornR2dPt *centre,
+                                            const double *cov, double scale);
+SornR2dEll *__sorn_r2d_ellipse__$cast$f(SornR2dEll *out, const SornF2dEll *e);
+
+/* Area pi a b. The moments are area moments that take no account of the
+ * rotation, m20 from b and m02 from a, like those of a rectangle. */
+double sorn_f2d_ell_area(const SornF2dEll *e);
+SornMoment2 *sorn_f2d_ell_moment2(SornMoment2 *out, const SornF2dEll *e);
+SornMoment2 *sorn_f2d_ell_moment2_$c(SornMoment2 *out, const SornF2dEll *e);
+/* The axis-aligned rectangle around the ellipse. */
+SornF2dRect *sorn_f2d_ell_brect(SornF2dRect *out, const SornF2dEll *e);
+/* The rotated box of the axes: corners for (u, v) = (-a, -b), (-a, b),
+ * (a, b), (a, -b) at (cx + u cos + v sin, cy - u sin + v cos). */
+SornF2dQuad *sorn_f2d_ell_bquad(SornF2dQuad *out, const SornF2dEll *e);
+SornR2dQuad *sorn_f2d_ell_bquad_$r(SornR2dQuad *out, const SornF2dEll *e);
+/* 1 inside or on the ellipse. It turns by the rotation in the sense
+ * opposite to that of the bquad: both are kept as they are. */
+int sorn_f2d_ell_inside2(const SornF2dEll *e, float x, float y);
+double sorn_r2d_ell_area(const SornR2dEll *e);
+SornMoment2 *sorn_r2d_ell_moment2(SornMoment2 *out, const SornR2dEll *e);
+SornMoment2 *sorn_r2d_ell_moment2_$c(SornMoment2 *out, const SornR2dEll *e);
+SornR2dRect *sorn_r2d_ell_brect(SornR2dRect *out, const SornR2dEll *e);
+SornR2dQuad *sorn_r2d_ell_bquad(SornR2dQuad *out, const SornR2dEll *e);
+SornF2dQuad *sorn_r2d_ell_bquad_$f(SornF2dQuad *out, const SornR2dEll *e);
+int sorn_r2d_ell_inside2(const SornR2dEll *e, double x, double y);
+
+/* ---------------- Point lists ----------------
+ * A point list is an array of points and an s32 count. The float families
+ * compare with the tolerance 2^-23 (as an f64 value), the integer family
+ * exactly, with sums in 64 bits. Hulls come out in the order of the sort:
+ * around the lowest point (smallest x, then smallest y), by the angle
+ * atan2(dx, dy). */
+
+/* Half the sum of cur.x prev.y - prev.x cur.y around the ring; a list that
+ * turns from x toward y gives a negative value. 0 below two points. */
+double sorn_2d_ptv___sarea(const Sorn2dPt *points, int32_t n);
+double sorn_f2d_ptv___sarea(const SornF2dPt *points, int32_t n);
+double sorn_r2d_ptv___sarea(const SornR2dPt *points, int32_t n);
+/* 1 if every turn has the sense of the first one; only the first turn is
+ * the reference. 0 below three points. */
+int sorn_2d_ptv_isconvex(const Sorn2dPt *points, int32_t n);
+int sorn_f2d_ptv_isconvex(const SornF2dPt *points, int32_t n);
+int sorn_r2d_ptv_isconvex(const SornR2dPt *points, int32_t n);
+/* 1 if every three neighbours lie on a line (not around the ring); 1 below
+ * three points. */
+int sorn_2d_ptv_all_colinear(const Sorn2dPt *points, int32_t n);
+int sorn_f2d_ptv_all_colinear(const SornF2dPt *points, int32_t n);
+int sorn_r2d_ptv_all_colinear(const SornR2dPt *points, int32_t n);
+/* The point of smallest x, and of smallest y among equal x; points itself
+ * below two points. */
+const Sorn2dPt *sorn_2d_ptv_lowest(const Sorn2dPt *points, int32_t n);
+const SornF2dPt *sorn_f2d_ptv_lowest(const SornF2dPt *points, int32_t n);
+const SornR2dPt *sorn_r2d_ptv_lowest(const SornR2dPt *points, int32_t n);
+/* Sorts around the lowest point, by angle and then by distance; no
+ * recursion and no allocation. */
+Sorn2dPt *sorn_2d_ptv_sort_$I(Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_f2d_ptv_sort_$I(SornF2dPt *points, int32_t n);
+SornR2dPt *sorn_r2d_ptv_sort_$I(SornR2dPt *points, int32_t n);
+/* The comparison of the sort: below 0 when a goes before b. The plain name
+ * is the f2d form. */
+int32_t _T_ptv_sort_compare(const SornF2dPt *a, const SornF2dPt *b, const SornF2dPt *pivot);
+int32_t _T_2d_ptv_sort_compare(const Sorn2dPt *a, const Sorn2dPt *b, const Sorn2dPt *pivot);
+int32_t _T_r2d_ptv_sort_compare(const SornR2dPt *a, const SornR2dPt *b, const SornR2dPt *pivot);
+
+/* Convex hulls; each answers the hull's point count. The in-place form
+ * leaves fewer than four points as they are, and keeps all points (sorted)
+ * when they lie on one line. convexhull copies the n points to out first
+ * (0 for n below 1). aconvexhull sets *outpointer to null, then for n of 1
+ * or more works in a block from malloc, which the caller gives back with
+ * free; it answers 0 when there is no block. */
+int32_t sorn_2d_ptv_convexhull_$I(Sorn2dPt *points, int32_t n);
+int32_t sorn_2d_ptv_convexhull(Sorn2dPt *out, const Sorn2dPt *points, int32_t n);
+int32_t sorn_2d_ptv_aconvexhull(Sorn2dPt **outpointer, const Sorn2dPt *points, int32_t n);
+int32_t sorn_f2d_ptv_convexhull_$I(SornF2dPt *points, int32_t n);
+int32_t sorn_f2d_ptv_convexhull(SornF2dPt *out, const SornF2dPt *points, int32_t n);
+int32_t sorn_f2d_ptv_aconvexhull(SornF2dPt **outpointer, const SornF2dPt *points, int32_t n);
+int32_t sorn_r2d_ptv_convexhull_$I(SornR2dPt *points, int32_t n);
+int32_t sorn_r2d_ptv_convexhull(SornR2dPt *out, const SornR2dPt *points, int32_t n);
+int32_t sorn_r2d_ptv_aconvexhull(SornR2dPt **outpointer, const SornR2dPt *points, int32_t n);
+
+/* Means of x and y (moment1), of x x, x y, y y (moment2), the central
+ * moments, and those as four cells m20, m11, m11, m02. An empty list gives
+ * values that are not numbers. */
+SornR2dPt *sorn_2d_ptv_moment1(SornR2dPt *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_ptv_moment2(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_ptv_moment2_$c(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+double *sorn_2d_ptv_covariance(double *out, const Sorn2dPt *points, int32_t n);
+SornR2dPt *sorn_f2d_ptv_moment1(SornR2dPt *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_ptv_moment2(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_ptv_moment2_$c(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+double *sorn_f2d_ptv_covariance(double *out, const SornF2dPt *points, int32_t n);
+SornR2dPt *sorn_r2d_ptv_moment1(SornR2dPt *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_ptv_moment2(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_ptv_moment2_$c(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+double *sorn_r2d_ptv_covariance(double *out, const SornR2dPt *points, int32_t n);
+/* The mean point, as f32, or for sorn_2d_ptv_centroid rounded to s32. */
+Sorn2dPt *sorn_2d_ptv_centroid(Sorn2dPt *out, const Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_2d_ptv_centroid_$f(SornF2dPt *out, const Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_f2d_ptv_centroid(SornF2dPt *out, const SornF2dPt *points, int32_t n);
+SornF2dPt *sorn_r2d_ptv_centroid_$f(SornF2dPt *out, const SornR2dPt *points, int32_t n);
+
+/* Bounding rectangle (extents without a plus one) and the same as a quad.
+ * An empty list gives the start values of the scan: the largest value of
+ * the scan's type as the smallest coordinate and the lowest as the largest
+ * (so an empty sorn_2d_ptv_brect is (0x7FFFFFFF, 0x7FFFFFFF, 1, 1)). */
+Sorn2dRect *sorn_2d_ptv_brect(Sorn2dRect *out, const Sorn2dPt *points, int32_t n);
+SornF2dRect *sorn_f2d_ptv_brect(SornF2dRect *out, const SornF2dPt *points, int32_t n);
+SornR2dRect *sorn_r2d_ptv_brect(SornR2dRect *out, const SornR2dPt *points, int32_t n);
+SornF2dQuad *sorn_2d_ptv_bquad_$f(SornF2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornR2dQuad *sorn_2d_ptv_bquad_$r(SornR2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornF2dQuad *sorn_f2d_ptv_bquad(SornF2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_f2d_ptv_bquad_$r(SornR2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_r2d_ptv_bquad(SornR2dQuad *out, const SornR2dPt *points, int32_t n);
+SornF2dQuad *sorn_r2d_ptv_bquad_$f(SornF2dQuad *out, const SornR2dPt *points, int32_t n);
+
+/* The bounding quadrilateral of least area, by rotating calipers over the
+ * convex hull: null for n below 1, the bquad below three points or for a
+ * hull of one or two points, null when the hull's block could not be had.
+ * Lists of up to 32 points need no allocation. The __ forms run the
+ * calipers on a hull of three points or more, in f64. */
+SornF2dQuad *sorn_2d_ptv_minbquad_$f(SornF2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornR2dQuad *sorn_2d_ptv_minbquad_$r(SornR2dQuad *out, const Sorn2dPt *points, int32_t n);
+SornR2dQuad *sorn_2d_ptv__minbquad_$r(SornR2dQuad *out, const Sorn2dPt *hull, int32_t n);
+SornF2dQuad *sorn_f2d_ptv_minbquad(SornF2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_f2d_ptv_minbquad_$r(SornR2dQuad *out, const SornF2dPt *points, int32_t n);
+SornR2dQuad *sorn_f2d_ptv__minbquad_$r(SornR2dQuad *out, const SornF2dPt *hull, int32_t n);
+SornR2dQuad *sorn_r2d_ptv_minbquad(SornR2dQuad *out, const SornR2dPt *points, int32_t n);
+SornF2dQuad *sorn_r2d_ptv_minbquad_$f(SornF2dQuad *out, const SornR2dPt *points, int32_t n);
+SornR2dQuad *sorn_r2d_ptv__minbquad(SornR2dQuad *out, const SornR2dPt *hull, int32_t n);
+/* One step of the calipers: of the jaw pair[0] and its opposite, the one or
+ * two whose next edge turns least; answers how many, written to pair. jaws
+ * holds the four vertex indexes. The plain name is the f2d form. */
+int32_t _T_calipers__dorotjawsel(int32_t *pair, const int32_t *jaws, const SornF2dPt *hull,
+                                 int32_t n);
+int32_t _T_2d_calipers__dorotjawsel(int32_t *pair, const int32_t *jaws, const Sorn2dPt *hull,
+                                    int32_t n);
+int32_t _T_r2d_calipers__dorotjawsel(int32_t *pair, const int32_t *jaws, const SornR2dPt *hull,
+                                     int32_t n);
+
+/* ---------------- Polygons ----------------
+ * A point list read as a closed ring. */
+
+/* Even-odd crossing of a ray along the second coordinate: an edge counts
+ * when x lies in its half-open span, and flips the answer when (x, y) lies
+ * above it in y. So of the boundary, the sides of largest x and of largest
+ * y count in, the others out. 0 below two points. */
+int sorn_2d_poly_inside2(const Sorn2dPt *points, int32_t n, int32_t x, int32_t y);
+int sorn_f2d_poly_inside2(const SornF2dPt *points, int32_t n, float x, float y);
+int sorn_r2d_poly_inside2(const SornR2dPt *points, int32_t n, double x, double y);
+/* The absolute signed area. */
+double sorn_2d_poly_area(const Sorn2dPt *points, int32_t n);
+double sorn_f2d_poly_area(const SornF2dPt *points, int32_t n);
+double sorn_r2d_poly_area(const SornR2dPt *points, int32_t n);
+/* Moments of the enclosed area over the ring's edges but the one from the
+ * second last point to the last, which the walk leaves out by definition.
+ * moment1 of fewer than two points is zeros; a ring of zero area gives
+ * values that are not numbers. */
+SornR2dPt *sorn_2d_poly_moment1(SornR2dPt *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_poly_moment2(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+SornMoment2 *sorn_2d_poly_moment2_$c(SornMoment2 *out, const Sorn2dPt *points, int32_t n);
+double *sorn_2d_poly_covariance(double *out, const Sorn2dPt *points, int32_t n);
+Sorn2dPt *sorn_2d_poly_centroid(Sorn2dPt *out, const Sorn2dPt *points, int32_t n);
+SornF2dPt *sorn_2d_poly_centroid_$f(SornF2dPt *out, const Sorn2dPt *points, int32_t n);
+double sorn_2d_poly_rotation(const Sorn2dPt *points, int32_t n);
+SornF2dEll *sorn_2d_poly_fitell_$f(SornF2dEll *out, const Sorn2dPt *points, int32_t n);
+SornR2dEll *sorn_2d_poly_fitell_$r(SornR2dEll *out, const Sorn2dPt *points, int32_t n);
+SornR2dPt *sorn_f2d_poly_moment1(SornR2dPt *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_poly_moment2(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+SornMoment2 *sorn_f2d_poly_moment2_$c(SornMoment2 *out, const SornF2dPt *points, int32_t n);
+double *sorn_f2d_poly_covariance(double *out, const SornF2dPt *points, int32_t n);
+SornF2dPt *sorn_f2d_poly_centroid(SornF2dPt *out, const SornF2dPt *points, int32_t n);
+double sorn_f2d_poly_rotation(const SornF2dPt *points, int32_t n);
+SornF2dEll *sorn_f2d_poly_fitell(SornF2dEll *out, const SornF2dPt *points, int32_t n);
+SornR2dEll *sorn_f2d_poly_fitell_$r(SornR2dEll *out, const SornF2dPt *points, int32_t n);
+SornR2dPt *sorn_r2d_poly_moment1(SornR2dPt *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_poly_moment2(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+SornMoment2 *sorn_r2d_poly_moment2_$c(SornMoment2 *out, const SornR2dPt *points, int32_t n);
+double *sorn_r2d_poly_covariance(double *out, const SornR2dPt *points, int32_t n);
+SornF2dPt *sorn_r2d_poly_centroid_$f(SornF2dPt *out, const SornR2dPt *points, int32_t n);
+double sorn_r2d_poly_rotation(const SornR2dPt *points, int32_t n);
+SornR2dEll *sorn_r2d_poly_fitell(SornR2dEll *out, const SornR2dPt *points, int32_t n);
+SornF2dEll *sorn_r2d_poly_fitell_$f(SornF2dEll *out, const SornR2dPt *points, int32_t n);
 
 #ifdef __cplusplus
 }

@@ -52,70 +52,63 @@ void mm_column(int32_t m, int32_t kk, void *dst, ptrdiff_t ds, const void *a, pt
 
 }  // namespace sorn::matrix
 
-#define SHAPE_ARGS                                                                               \
-  int32_t m, int32_t k, int32_t n, void *dst, int32_t dstStride, const void *a, int32_t aStride, \
-      const void *b, int32_t bStride, int32_t shift
-#define LIST_ARGS                                                                   \
-  int32_t m, int32_t k, int32_t count, void *dst, int32_t dstStride, const void *a, \
-      int32_t aStride, const void *const *vectors, int32_t shift
-
-void __sorna__mulmm_f32f32_w11(SHAPE_ARGS) {
+void __sorna__mulmm_f32f32_w11(SORN_MUL_SHAPE_ARGS) {
   mm_fixed_k<F32Pol, 1>(m, n, dst, dstStride, a, aStride, b, bStride, 0);
 }
-void __sorna__mulmm_f32f32_w12(SHAPE_ARGS) {
+void __sorna__mulmm_f32f32_w12(SORN_MUL_SHAPE_ARGS) {
   if (n == 2)
     return __sorna__mulmm_f32f32_w12_w22(m, k, n, dst, dstStride, a, aStride, b, bStride, shift);
   mm_fixed_k<F32Pol, 2>(m, n, dst, dstStride, a, aStride, b, bStride, 0);
 }
-void __sorna__mulmm_f32f32_w13(SHAPE_ARGS) {
+void __sorna__mulmm_f32f32_w13(SORN_MUL_SHAPE_ARGS) {
   if (n == 3)
     return __sorna__mulmm_f32f32_w13_w23(m, k, n, dst, dstStride, a, aStride, b, bStride, shift);
   mm_fixed_k<F32Pol, 3>(m, n, dst, dstStride, a, aStride, b, bStride, 0);
 }
-void __sorna__mulmm_f32f32_w14(SHAPE_ARGS) {
+void __sorna__mulmm_f32f32_w14(SORN_MUL_SHAPE_ARGS) {
   mm_fixed_k<F32Pol, 4>(m, n, dst, dstStride, a, aStride, b, bStride, 0);
 }
-void __sorna__mulmm_f32f32_w15_h1(SHAPE_ARGS) {
+void __sorna__mulmm_f32f32_w15_h1(SORN_MUL_SHAPE_ARGS) {
   mm_fixed_k<F32Pol, 5>(m, n, dst, dstStride, a, aStride, b, bStride, 0);
 }
-void __sorna__mulmm_f32f32_w22(SHAPE_ARGS) {
+void __sorna__mulmm_f32f32_w22(SORN_MUL_SHAPE_ARGS) {
   mm_fixed_n<F32Pol, 2>(m, k, dst, dstStride, a, aStride, b, bStride, 0);
 }
-void __sorna__mulmm_f32f32_w23(SHAPE_ARGS) {
+void __sorna__mulmm_f32f32_w23(SORN_MUL_SHAPE_ARGS) {
   mm_fixed_n<F32Pol, 3>(m, k, dst, dstStride, a, aStride, b, bStride, 0);
 }
-void __sorna__mulmm_f32f32_w24(SHAPE_ARGS) {
+void __sorna__mulmm_f32f32_w24(SORN_MUL_SHAPE_ARGS) {
   mm_fixed_n<F32Pol, 4>(m, k, dst, dstStride, a, aStride, b, bStride, 0);
 }
-void __sorna__mulmm_f32f32_w12_w22(SHAPE_ARGS) {
+void __sorna__mulmm_f32f32_w12_w22(SORN_MUL_SHAPE_ARGS) {
   mm_fixed_kn<2, 2>(m, dst, dstStride, a, aStride, b, bStride);
 }
-void __sorna__mulmm_f32f32_w13_w23(SHAPE_ARGS) {
+void __sorna__mulmm_f32f32_w13_w23(SORN_MUL_SHAPE_ARGS) {
   mm_fixed_kn<3, 3>(m, dst, dstStride, a, aStride, b, bStride);
 }
 
-void __sorna__mulmvn_f32f32_n1(LIST_ARGS) {
+void __sorna__mulmvn_f32f32_n1(SORN_MUL_LIST_ARGS) {
   mvn_fixed_count<F32Pol, 1>(m, k, dst, dstStride, a, aStride, VecList(vectors, 1), 0);
 }
-void __sorna__mulmvn_f32f32_n2(LIST_ARGS) {
+void __sorna__mulmvn_f32f32_n2(SORN_MUL_LIST_ARGS) {
   mvn_fixed_count<F32Pol, 2>(m, k, dst, dstStride, a, aStride, VecList(vectors, 2), 0);
 }
-void __sorna__mulmvn_f32f32_n3(LIST_ARGS) {
+void __sorna__mulmvn_f32f32_n3(SORN_MUL_LIST_ARGS) {
   mvn_fixed_count<F32Pol, 3>(m, k, dst, dstStride, a, aStride, VecList(vectors, 3), 0);
 }
-void __sorna__mulmvn_f32f32_n4(LIST_ARGS) {
+void __sorna__mulmvn_f32f32_n4(SORN_MUL_LIST_ARGS) {
   mvn_fixed_count<F32Pol, 4>(m, k, dst, dstStride, a, aStride, VecList(vectors, 4), 0);
 }
-void __sorna__mulmvn_f32f32_w1(LIST_ARGS) {
+void __sorna__mulmvn_f32f32_w1(SORN_MUL_LIST_ARGS) {
   mvn_fixed_k<F32Pol, 1>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0);
 }
-void __sorna__mulmvn_f32f32_w2(LIST_ARGS) {
+void __sorna__mulmvn_f32f32_w2(SORN_MUL_LIST_ARGS) {
   mvn_fixed_k<F32Pol, 2>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0);
 }
-void __sorna__mulmvn_f32f32_w3(LIST_ARGS) {
+void __sorna__mulmvn_f32f32_w3(SORN_MUL_LIST_ARGS) {
   mvn_fixed_k<F32Pol, 3>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0);
 }
-void __sorna__mulmvn_f32f32_w4(LIST_ARGS) {
+void __sorna__mulmvn_f32f32_w4(SORN_MUL_LIST_ARGS) {
   mvn_fixed_k<F32Pol, 4>(m, count, dst, dstStride, a, aStride, VecList(vectors, count), 0);
 }
 

@@ -74,27 +74,20 @@ void list_k(int32_t m, int32_t count, void *dst, int32_t ds, const void *a, int3
 
 }  // namespace sorn::matrix
 
-#define SHAPE_ARGS                                                                               \
-  int32_t m, int32_t k, int32_t n, void *dst, int32_t dstStride, const void *a, int32_t aStride, \
-      const void *b, int32_t bStride, int32_t shift
-#define LIST_ARGS                                                                   \
-  int32_t m, int32_t k, int32_t count, void *dst, int32_t dstStride, const void *a, \
-      int32_t aStride, const void *const *vectors, int32_t shift
-
 #define SORN_MUL_INT_DEFS(d, s)                                                                    \
-  void _T_sorna__mulmm_##d##s##_w11(SHAPE_ARGS) {                                                  \
+  void _T_sorna__mulmm_##d##s##_w11(SORN_MUL_SHAPE_ARGS) {                                         \
     shape_k<ct_##d, ct_##s, 1>(m, n, dst, dstStride, a, aStride, b, bStride, shift);               \
   }                                                                                                \
-  void _T_sorna__mulmm_##d##s##_w12(SHAPE_ARGS) {                                                  \
+  void _T_sorna__mulmm_##d##s##_w12(SORN_MUL_SHAPE_ARGS) {                                         \
     shape_k<ct_##d, ct_##s, 2>(m, n, dst, dstStride, a, aStride, b, bStride, shift);               \
   }                                                                                                \
-  void _T_sorna__mulmm_##d##s##_w13(SHAPE_ARGS) {                                                  \
+  void _T_sorna__mulmm_##d##s##_w13(SORN_MUL_SHAPE_ARGS) {                                         \
     shape_k<ct_##d, ct_##s, 3>(m, n, dst, dstStride, a, aStride, b, bStride, shift);               \
   }                                                                                                \
-  void _T_sorna__mulmvn_##d##s##_w1(LIST_ARGS) {                                                   \
+  void _T_sorna__mulmvn_##d##s##_w1(SORN_MUL_LIST_ARGS) {                                          \
     list_k<ct_##d, ct_##s, 1>(m, count, dst, dstStride, a, aStride, vectors, shift);               \
   }                                                                                                \
-  void _T_sorna__mulmvn_##d##s##_w2(LIST_ARGS) {                                                   \
+  void _T_sorna__mulmvn_##d##s##_w2(SORN_MUL_LIST_ARGS) {                                          \
     list_k<ct_##d, ct_##s, 2>(m, count, dst, dstStride, a, aStride, vectors, shift);               \
   }                                                                                                \
   SornStatus sorna__mulmm_##d##s(                                                                  \

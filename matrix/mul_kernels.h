@@ -15,6 +15,8 @@
 #include <cstring>
 #include <type_traits>
 
+#include "core/entry.h"
+
 namespace sorn::matrix {
 
 using byte = unsigned char;
@@ -31,13 +33,6 @@ template <class T> inline const T *row_at(const void *base, ptrdiff_t stride, in
 // How an integer scale is applied: one instance per case, so that no loop
 // tests the shift.
 enum class Scale { None, Left, Right };
-
-// Nearest integer, ties to even; beyond 32 bits, 0x80000000.
-inline int32_t round_i32(double v) {
-  const double r = std::nearbyint(v);
-  if (!(r >= -2147483648.0 && r <= 2147483647.0)) return INT32_MIN;
-  return (int32_t)r;
-}
 
 // The scale of a negative shift. 1 << 31 is the lowest int, so a shift of
 // -31 scales by a negative power of two; that is the defined behaviour.
@@ -78,7 +73,7 @@ template <class D, class S, Scale SC> struct IntPol {
   }
   static Dst out(Acc s, int32_t shift, double scale) {
     if constexpr (SC == Scale::Right)
-      return narrow_result<D>(round_i32(s * scale));
+      return narrow_result<D>(sorn::round_i32(s * scale));
     else if constexpr (SC == Scale::Left)
       return narrow_result<D>((int32_t)(s << (shift & 31)));
     else
@@ -486,11 +481,18 @@ inline int32_t pack_n(SornDimPack pack) { return (int32_t)(pack & 15); }
 
 }  // namespace sorn::matrix
 
+// The parameters of the shape helpers (SornMulShapeProc) and of the list
+// helpers (SornMulListProc), for their definitions.
+#define SORN_MUL_SHAPE_ARGS                                                                      \
+  int32_t m, int32_t k, int32_t n, void *dst, int32_t dstStride, const void *a, int32_t aStride, \
+      const void *b, int32_t bStride, int32_t shift
+#define SORN_MUL_LIST_ARGS                                                          \
+  int32_t m, int32_t k, int32_t count, void *dst, int32_t dstStride, const void *a, \
+      int32_t aStride, const void *const *vectors, int32_t shift
+
 // ------------------------------------------------------------------ entry helpers
 
 namespace sorn::matrix {
-
-inline bool channels_ok(int32_t c) { return c >= 1 && c <= 4; }
 
 // A source may have the destination's depth or a single plane; only the
 // first plane takes part either way.
@@ -498,25 +500,19 @@ inline bool depth_ok(const SornArray *s, const SornArray *dst) {
   return s->dims[0] == dst->dims[0] || s->dims[0] == 1;
 }
 
+// What both product dispatchers do before they call: the channel-format
+// nibble into the flags, a refusal of more than one channel, and the kernel
+// of the types, or the status of their refusal in *status.
+template <class K>
+K product_kernel(K (*lookup)(uint32_t, uint32_t, uint32_t, SornStatus *), SornFlags *flags,
+                 int32_t chword, uint32_t dstType, uint32_t type1, uint32_t type2,
+                 SornStatus *status) {
+  *flags = sorn::with_channel_format(*flags, (uint32_t)chword);
+  if (SORN_CHANNELS(chword) > 1) return sorn::refusal<K>(SORN_ENOTSUP, status);
+  return lookup(dstType, type1, type2, status);
+}
+
+// A box with no plane, row or column.
 inline bool box_empty(const SornVolume &v) { return sorn_volume__empty(3, v.size) != 0; }
-
-inline int32_t min32(int32_t a, int32_t b) { return a < b ? a : b; }
-
-// Origins counted from the site become coordinates counted from data.
-inline void to_data_coords(SornVolume &v, const SornArray *a) {
-  sorn_vec_update_$loff(4, v.origin, a->strides, (int32_t)a->offset);
-}
-
-inline void *at_origin(const void *base, SornDimPack pack, const int32_t *origin,
-                       const int32_t *strides) {
-  return sorn_advance_ptr(base, sorn_vec_mkloff_$LS(pack, origin, strides));
-}
-
-// Copies the channel-format nibble of the channels word into the flags
-// when they carry none.
-inline SornFlags with_channel_format(SornFlags flags, int32_t chword) {
-  if (!(flags & SORN_F_CHFORMAT)) flags |= (SornFlags)(uint32_t)(chword & 0xf0);
-  return flags;
-}
 
 }  // namespace sorn::matrix

@@ -1,6 +1,8 @@
 // Matrix by a list of vectors: result column j is the matrix times vector j.
 #include <sorn.h>
 
+#include <algorithm>
+
 #include "matrix/mul_kernels.h"
 
 using namespace sorn::matrix;
@@ -12,11 +14,9 @@ SornStatus sorna__mulmvn(SornXE *xe, SornFlags flags, SornDimPack pack, const in
                          const int32_t *strides2, int32_t count, int32_t shift, uint32_t reserved) {
   const int32_t n = pack_n(pack);
   if (n < 3 || !vectors || count < 1) return SORN_EINVAL;
-  const int32_t chword = dims1[n - 1];
-  flags = with_channel_format(flags, chword);
-  if (SORN_CHANNELS(chword) > 1) return SORN_ENOTSUP;
   SornStatus st = SORN_OK;
-  const SornMulMVnKernel k = sorna__amulmvnfun_imp(dstType, type1, type2, &st);
+  const SornMulMVnKernel k =
+      product_kernel(&sorna__amulmvnfun_imp, &flags, dims1[n - 1], dstType, type1, type2, &st);
   if (st != SORN_OK) return st;
   if (dims1[n - 3] < 1 || dims1[n - 2] < 1) return SORN_OK;
   return k(xe, flags, pack, dims1, dims2, dst, dstStrides, src1, strides1, vectors, strides2, count,
@@ -32,8 +32,8 @@ SornStatus sorna_mulmvn(SornXE *xe, SornFlags flags, SornDimPack pack, const int
                         void **vectors, const int32_t *origin2, const int32_t *strides2,
                         int32_t count, int32_t shift, uint32_t reserved) {
   if (!vectors || count < 1) return SORN_EINVAL;
-  void *d = at_origin(dst, pack, dstOrigin, dstStrides);
-  const void *a = at_origin(src1, pack, origin1, strides1);
+  void *d = sorn::at_origin(dst, pack, dstOrigin, dstStrides);
+  const void *a = sorn::at_origin(src1, pack, origin1, strides1);
   const int32_t off2 = sorn_vec_mkloff_$LS(pack, origin2, strides2);
   const bool strided = count >= 3 && vectors[2] == nullptr;
   const int32_t len = strided ? 3 : count;
@@ -58,18 +58,18 @@ SornStatus sorna_mulmvn(SornXE *xe, SornFlags flags, SornDimPack pack, const int
 }
 
 SornStatus SornMulMV_n(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src1,
-                       const SornArray *const *vectors, const SornVolume *roiDst,
-                       const SornVolume *roi1, const SornVolume *roiVec, int32_t count,
+                       const SornArray *const *vectors, const SornVolume *dstRoi,
+                       const SornVolume *src1Roi, const SornVolume *vecSite, int32_t count,
                        int32_t shift, uint32_t reserved) {
   if (!src1) {
     src1 = dst;
-    if (!roi1) roi1 = roiDst;
+    if (!src1Roi) src1Roi = dstRoi;
   }
   if (!dst || !src1 || !vectors || count < 1) return SORN_EINVAL;
-  const int32_t ch = SORN_CHANNELS(dst->dims[3]);
-  if (dst->ndims != 3 || dst->dims[0] < 1 || !channels_ok(ch) || src1->ndims != 3 ||
-      !depth_ok(src1, dst) || SORN_CHANNELS(src1->dims[3]) != ch)
+  if (!sorn::good_image(dst) || dst->ndims != 3 ||
+      !sorn::fits_image(src1, dst, sorn::Channels::Same))
     return SORN_EINVAL;
+  const int32_t ch = sorn::channels_of(dst->dims[3]);
   const SornArray *v0 = vectors[0];
   if (!v0 || !depth_ok(v0, dst)) return SORN_EINVAL;
   // Vectors are records of two dimensions, filled by hand; those of three
@@ -83,19 +83,19 @@ SornStatus SornMulMV_n(SornXE *xe, SornFlags flags, const SornArray *dst, const 
   }
 
   SornVolume r1, rv, rd;
-  sorn_arr_adjorgetRoi(src1, &r1, roi1);
-  sorn_arr_adjorgetRoi(dst, &rd, roiDst);
-  const int32_t *at = roiVec ? roiVec->origin : nullptr;
+  sorn_arr_adjorgetRoi(src1, &r1, src1Roi);
+  sorn_arr_adjorgetRoi(dst, &rd, dstRoi);
+  const int32_t *at = vecSite ? vecSite->origin : nullptr;
   int32_t K = r1.size[2];
   int32_t vRows = 1, vDepth = 1;
   for (int32_t j = 0; j < count; ++j) {
     sorn_arr__siteofAt(vectors[j], 4, rv.origin, rv.size, at);
-    K = min32(K, rv.size[2]);
-    vRows = min32(vRows, rv.size[1]);
-    vDepth = min32(vDepth, rv.size[0]);
+    K = std::min(K, rv.size[2]);
+    vRows = std::min(vRows, rv.size[1]);
+    vDepth = std::min(vDepth, rv.size[0]);
   }
-  const int32_t M = min32(rd.size[1], r1.size[1]);
-  const int32_t N = min32(rd.size[2], count);
+  const int32_t M = std::min(rd.size[1], r1.size[1]);
+  const int32_t N = std::min(rd.size[2], count);
   r1.size[1] = M;
   r1.size[2] = K;
   rd.size[1] = M;
@@ -106,14 +106,14 @@ SornStatus SornMulMV_n(SornXE *xe, SornFlags flags, const SornArray *dst, const 
   if (!list) return SORN_ENOMEM;
   for (int32_t j = 0; j < N; ++j) {
     sorn_arr__siteofAt(vectors[j], 4, rv.origin, rv.size, at);
-    to_data_coords(rv, vectors[j]);
+    sorn::count_from_data(&rv, vectors[j]);
     list[j] =
         sorn_advance_ptr(vectors[j]->data, sorn_vec_mkloff(4, rv.origin, vectors[j]->strides));
   }
-  to_data_coords(r1, src1);
-  to_data_coords(rd, dst);
+  sorn::count_from_data(&r1, src1);
+  sorn::count_from_data(&rd, dst);
   int32_t vdims[4] = {1, 1, K, v0->dims[3]};
-  const SornDimPack pack = (SornDimPack)(dst->ndims | 0x410);
+  const SornDimPack pack = SORN_DIMPACK(dst->ndims);
   const SornStatus st = sorna_mulmvn(
       xe, flags | SORN_F_MUL_VECREADY, pack, r1.size + 1, vdims + 1, dst->elemtype, dst->data,
       rd.origin + 1, dst->strides + 1, src1->elemtype, src1->data, r1.origin + 1, src1->strides + 1,

@@ -16,16 +16,8 @@ SornFMSERFilter *__sorn_fmserfilt__$ex(SornFMSERFilter *f, SornFWTSRES *res1, So
   // Everything the parameters leave, the embedded results included, starts
   // at zero: a result with no stack is opened by the first pass that uses it.
   std::memset(f, 0, sizeof *f);
-  f->delta = (uint32_t)delta;
-  f->minarea = (float)minarea;
-  f->maxarea = (float)maxarea;
-  f->maxvariation = (float)maxvariation;
-  f->mindiversity = (float)mindiversity;
-  f->mode = (uint16_t)mode;
-  f->restore = (uint16_t)restore;
-  f->connectivity = (uint16_t)connectivity;
-  f->shift = (uint16_t)shift;
-  if (seed) std::memcpy(f->seed, seed, sizeof f->seed);
+  sorn::region::store_params(f, delta, mode, restore, connectivity, shift, seed, minarea, maxarea,
+                             maxvariation, mindiversity);
   f->res1 = res1;
   f->res2 = res2;
   return f;
@@ -33,7 +25,7 @@ SornFMSERFilter *__sorn_fmserfilt__$ex(SornFMSERFilter *f, SornFWTSRES *res1, So
 
 SornFMSERFilter *__sorn_fmserfilt__$fwtsres(SornFMSERFilter *f, SornFWTSRES *res1,
                                             SornFWTSRES *res2) {
-  return __sorn_fmserfilt__$ex(f, res1, res2, 10, 2, 0, 0, 0, nullptr, 0.0001, 0.75, 0.33, 0.2);
+  return __sorn_fmserfilt__$ex(f, res1, res2, SORN_MSER_DEFAULT_PARAMS);
 }
 
 SornFMSERFilter *__sorn_fmserfilt__$(SornFMSERFilter *f) {

@@ -4,21 +4,15 @@
 #include <cstdint>
 #include <cstring>
 
+#include "fwtsr_vec.h"
+
 namespace {
 
 static_assert(sizeof(Sorn2dPt) == 8, "a point of two s32");
 static_assert(sizeof(SornFwtsrPixReg) == 48, "a fetched region of six words");
 
-// Grows a vector to hold count + more items, to exactly that. A failed
-// growth leaves the old block.
-void reserve(SornVec *v, uint64_t more, size_t itemsize) {
-  uint64_t need = v->count + more;
-  if (need <= v->capacity) return;
-  void *p = _KuMrealloc(v->items, need * itemsize, 0);
-  if (!p) return;
-  v->items = p;
-  v->capacity = need;
-}
+using sorn_region::reserve;
+using sorn_region::reserve_records;
 
 inline Sorn2dPt *pts(SornVec *v) { return static_cast<Sorn2dPt *>(v->items); }
 inline SornFwtsrPixReg *recs(SornVec *v) { return static_cast<SornFwtsrPixReg *>(v->items); }
@@ -85,24 +79,6 @@ void follow_block(SornVec *regs, uint64_t n, uintptr_t before, const SornVec *po
   for (uint64_t i = 0; i < n; ++i)
     r[i].pixels =
         reinterpret_cast<Sorn2dPt *>(reinterpret_cast<uintptr_t>(r[i].pixels) - before + after);
-}
-
-// Growing the vector of records may move them; the links among records
-// already in it move along.
-void reserve_records(SornVec *regs, uint64_t more) {
-  uintptr_t before = reinterpret_cast<uintptr_t>(regs->items);
-  reserve(regs, more, sizeof(SornFwtsrPixReg));
-  uintptr_t after = reinterpret_cast<uintptr_t>(regs->items);
-  if (before == after || before == 0) return;
-  auto move = [before, after](SornFwtsrPixReg *&p) {
-    if (p) p = reinterpret_cast<SornFwtsrPixReg *>(reinterpret_cast<uintptr_t>(p) - before + after);
-  };
-  SornFwtsrPixReg *r = recs(regs);
-  for (uint64_t i = 0; i < regs->count; ++i) {
-    move(r[i].next);
-    move(r[i].child);
-    move(r[i].parent);
-  }
 }
 
 }  // namespace

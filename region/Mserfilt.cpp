@@ -15,16 +15,8 @@ SornMSERFilter *__sorn_mserfilt__$ex(SornMSERFilter *f, SornWTSFeatureDs *featur
                                      double maxvariation, double mindiversity) {
   // mfds is left alone: the features given may be the one it holds.
   std::memset(f, 0, offsetof(SornMSERFilter, mfds));
-  f->delta = (uint32_t)delta;
-  f->minarea = (float)minarea;
-  f->maxarea = (float)maxarea;
-  f->maxvariation = (float)maxvariation;
-  f->mindiversity = (float)mindiversity;
-  f->mode = (uint16_t)mode;
-  f->restore = (uint16_t)restore;
-  f->connectivity = (uint16_t)connectivity;
-  f->shift = (uint16_t)shift;
-  if (seed) std::memcpy(f->seed, seed, sizeof f->seed);
+  sorn::region::store_params(f, delta, mode, restore, connectivity, shift, seed, minarea, maxarea,
+                             maxvariation, mindiversity);
   f->lsc.features = features;
   f->lsc.nfeatures = nfeatures;
   return f;
@@ -41,8 +33,7 @@ SornMSERFilter *__sorn_mserfilt__$mf(SornMSERFilter *f, int32_t delta, int32_t m
 
 SornMSERFilter *__sorn_mserfilt__$feats(SornMSERFilter *f, SornWTSFeatureDs *features,
                                         int32_t nfeatures) {
-  return __sorn_mserfilt__$ex(f, features, nfeatures, 10, 2, 0, 0, 0, nullptr, 0.0001, 0.75, 0.33,
-                              0.2);
+  return __sorn_mserfilt__$ex(f, features, nfeatures, SORN_MSER_DEFAULT_PARAMS);
 }
 
 SornMSERFilter *__sorn_mserfilt__$(SornMSERFilter *f) {

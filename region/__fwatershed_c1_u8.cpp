@@ -16,25 +16,6 @@ namespace {
 constexpr uint32_t kIndexMask = 0x0FFFFFFFu;
 constexpr uint32_t kMaxPixels = 0x7FFFFFFu;
 
-// Pointers that grow by doubling; a push that can't grow is left out.
-template <class T> struct PtrStack {
-  T **items;
-  int64_t count;
-  int64_t capacity;
-
-  bool push(T *p) {
-    if (count == capacity) {
-      int64_t cap = capacity ? capacity * 2 : 2;
-      void *q = _KuMrealloc(items, (size_t)cap * sizeof(T *), 0);
-      if (!q) return false;
-      items = static_cast<T **>(q);
-      capacity = cap;
-    }
-    items[count++] = p;
-    return true;
-  }
-};
-
 void pool_put(SornFWTSRegionPool *pool, SornFWTSRegion *r) {
   if (pool->count == pool->capacity) {
     int32_t cap = pool->capacity ? pool->capacity * 2 : 2;

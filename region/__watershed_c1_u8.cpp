@@ -48,25 +48,6 @@ struct LevelStack {
   uint64_t *items;
 };
 
-struct RegionStack {
-  void **items;
-  int64_t count;
-  int64_t capacity;
-
-  void push(void *r) {
-    if (count == capacity) {
-      int64_t cap = capacity ? capacity * 2 : 2;
-      void *p = _KuMrealloc(items, (size_t)cap * sizeof(void *), 0);
-      // A stack that can't grow leaves the region out; later pops then
-      // disagree with the regions, which is left as it stands.
-      if (!p) return;
-      items = static_cast<void **>(p);
-      capacity = cap;
-    }
-    items[count++] = r;
-  }
-};
-
 // What a walk over a subtree that the tree does not hold needs to end the
 // features of its regions.
 struct Outsider {
@@ -248,7 +229,7 @@ SornStatus __T_sorna__watershed_c1_u8(SornXE *xe, SornFlags flags, SornWTSState 
   SornWTSSmallRegion *pool =
       static_cast<SornWTSSmallRegion *>(_KuMcalloc((size_t)cap0, sizeof(SornWTSSmallRegion), 0));
   int32_t npool = 0;
-  RegionStack rs{static_cast<void **>(_KuMcalloc((size_t)cap0, sizeof(void *), 0)), 0, 0};
+  PtrStack<void> rs{static_cast<void **>(_KuMcalloc((size_t)cap0, sizeof(void *), 0)), 0, 0};
   rs.capacity = rs.items ? cap0 : 0;
 
   uint64_t *entries = static_cast<uint64_t *>(SornXEalloca(xe, 8 * (size_t)hist->total, 8));
@@ -292,6 +273,8 @@ SornStatus __T_sorna__watershed_c1_u8(SornXE *xe, SornFlags flags, SornWTSState 
   if (bottom == nullptr) return release(SORN_ENOMEM);
   bottom->pivot = 0xFFFFFFFFu;
   bottom->pivotval = 0x7FFFFFFFu;
+  // A stack that can't grow leaves a region out; later pops then disagree
+  // with the regions, which is left as it stands.
   rs.push(bottom);
 
   const uint8_t pm = polarity_mask(state);

@@ -29,6 +29,26 @@ template <int Use> inline void prefetch_rows(const void *p, int64_t rowbytes) {
   __builtin_prefetch(reinterpret_cast<const void *>(a + (uintptr_t)rowbytes), Use, 3);
 }
 
+// The stack of open regions: pointers that grow by doubling; a push that
+// can't grow is left out and answers false.
+template <class T> struct PtrStack {
+  T **items;
+  int64_t count;
+  int64_t capacity;
+
+  bool push(T *p) {
+    if (count == capacity) {
+      int64_t cap = capacity ? capacity * 2 : 2;
+      void *q = _KuMrealloc(items, (size_t)cap * sizeof(T *), 0);
+      if (!q) return false;
+      items = static_cast<T **>(q);
+      capacity = cap;
+    }
+    items[count++] = p;
+    return true;
+  }
+};
+
 // Rows, columns and steps of a run. Up to two cells an image is one row.
 struct Frame {
   int32_t rows;

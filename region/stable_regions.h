@@ -1,5 +1,5 @@
-// What the two forms of stable region generation share: the entry checks,
-// the parameters a selection gets from a filter, and the selection itself,
+// What the two forms of stable region generation share: the parameters a
+// selection gets from a filter, and the selection itself,
 // one recursion written once for the nodes of a builder's tree and for the
 // regions of an f-form result.
 #pragma once
@@ -11,110 +11,36 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "core/elem_types.h"
+
 namespace sorn::region {
-
-/* ---------------- entries ---------------- */
-
-inline bool bad_image(const SornArray *a) {
-  if (a == nullptr) return true;
-  if (a->ndims != 3 && a->ndims != 4) return true;
-  if (a->dims[0] < 1) return true;
-  int32_t c = SORN_CHANNELS(a->dims[3]);
-  return c < 1 || c > 4;
-}
-
-inline bool bad_mask(const SornArray *image, const SornArray *mask) {
-  if (mask->ndims != image->ndims && !(mask->ndims == 3 && image->ndims == 4)) return true;
-  if (mask->dims[0] != image->dims[0] && mask->dims[0] != 1) return true;
-  return SORN_CHANNELS(mask->dims[3]) != 1;
-}
-
-struct Operand {
-  SornVolume roi;
-  int32_t strides[4];
-  uint32_t type;
-  void *data;
-};
-
-// The origin so far counts from the site; the lower layers count from data.
-inline void take(const SornArray *a, Operand *op) {
-  for (int i = 0; i < 4; ++i) op->strides[i] = a->strides[i];
-  op->type = a->elemtype;
-  op->data = a->data;
-  sorn_vec_update_$loff(4, op->roi.origin, a->strides, (int32_t)a->offset);
-}
-
-// At rank 4 the origin goes into the base before the frame sees the
-// operand: merging folds an origin cell into the next inner one weighted by
-// the outer stride, which reads outside the operand for a region that does
-// not start at the corner. With no origin vector there is nothing to fold.
-inline void *based(const Operand *op) {
-  return sorn_advance_ptr(op->data, sorn_vec_mkloff(4, op->roi.origin, op->strides));
-}
-
-// Planes that the frame can merge are stacked as rows of one image.
-constexpr int32_t kKeep = 3;
-
-// What an entry does with its checked operands: the type-generic layer
-// directly below rank 4, the frame with the slice form at rank 4.
-struct Route {
-  SornSliceProc plain;   // slice form without a mask
-  SornSliceProc masked;  // slice form with one
-};
-
-template <class Filter, class Direct>
-SornStatus generate(SornXE *xe, SornFlags flags, const SornArray *image, const SornVolume *roi,
-                    Filter *filter, const Route &route, Direct direct) {
-  if (filter == nullptr || bad_image(image)) return SORN_EINVAL;
-  Operand op;
-  sorn_arr_adjorgetRoi(image, &op.roi, roi);
-  if (sorn_volume__empty(3, op.roi.size)) return SORN_ENOSPC;
-  take(image, &op);
-  const int32_t nd = image->ndims, first = 4 - nd;
-  const SornDimPack dp = SORN_DIMPACK(nd);
-  if (nd == 4) {
-    SornPack pack;
-    return sorna_call(sorna_genpackL(&pack, SORN_TAG_MSER, route.plain, xe, flags, filter, dp,
-                                     kKeep, op.roi.size, op.type, based(&op), nullptr, op.strides));
-  }
-  return direct(xe, flags, dp, op.roi.size + first, op.type, op.data, op.roi.origin + first,
-                op.strides + first, filter);
-}
-
-template <class Filter, class DirectXm, class Slice>
-SornStatus generate_ex(SornXE *xe, SornFlags flags, const SornArray *image, const SornArray *mask,
-                       const SornVolume *roi, const SornVolume *maskroi, Filter *filter,
-                       const Route &route, DirectXm direct_xm, Slice slice_xm) {
-  if (filter == nullptr || bad_image(image) || bad_mask(image, mask)) return SORN_EINVAL;
-  Operand op, mop;
-  if (!sorn_arr_negotiateRoi(image, mask, &op.roi, &mop.roi, roi, maskroi, 3)) return SORN_ENOSPC;
-  take(image, &op);
-  take(mask, &mop);
-  const int32_t nd = image->ndims, first = 4 - nd;
-  const SornDimPack dp = SORN_DIMPACK(nd);
-  if (nd == 4) {
-    SornPack pack;
-    return sorna_call(sorna_mappackL(&pack, SORN_TAG_MSRX, route.masked, xe, flags, filter, dp,
-                                     kKeep, op.roi.size, op.type, based(&op), nullptr, op.strides,
-                                     mop.type, based(&mop), nullptr, mop.strides));
-  }
-  if (mop.type == SORN_U8)
-    return direct_xm(xe, flags, dp, op.roi.size + first, op.type, op.data, op.roi.origin + first,
-                     op.strides + first, mop.data, mop.roi.origin + first, mop.strides + first,
-                     filter);
-  return slice_xm(xe, flags, filter, dp, op.roi.size + first, op.type, op.data,
-                  op.roi.origin + first, op.strides + first, mop.type, mop.data,
-                  mop.roi.origin + first, mop.strides + first);
-}
 
 /* ---------------- parameters ---------------- */
 
-// Float to s32 by truncation; what does not fit becomes 0x80000000, as the
-// processor's conversion gives it.
-inline int32_t trunc_s32(float x) {
-  if (!(x >= -2147483648.0f && x < 2147483648.0f)) return INT32_MIN;
-  return (int32_t)x;
+// The parameters both filter records begin with, as a construction gives
+// them: the four ratios stored as f32, a null seed as zeros (the record is
+// cleared before).
+template <class Filter>
+Filter *store_params(Filter *f, int32_t delta, int32_t mode, int32_t restore, int32_t connectivity,
+                     int32_t shift, const uint32_t *seed, double minarea, double maxarea,
+                     double maxvariation, double mindiversity) {
+  f->delta = (uint32_t)delta;
+  f->minarea = (float)minarea;
+  f->maxarea = (float)maxarea;
+  f->maxvariation = (float)maxvariation;
+  f->mindiversity = (float)mindiversity;
+  f->mode = (uint16_t)mode;
+  f->restore = (uint16_t)restore;
+  f->connectivity = (uint16_t)connectivity;
+  f->shift = (uint16_t)shift;
+  if (seed) __builtin_memcpy(f->seed, seed, sizeof f->seed);
+  return f;
 }
+
+// A construction with the default parameters.
+#define SORN_MSER_DEFAULT_PARAMS                                                        \
+  SORN_MSER_DEFAULT_DELTA, SORN_MSER_BOTH, 0, 0, 0, nullptr, SORN_MSER_DEFAULT_MINAREA, \
+      SORN_MSER_DEFAULT_MAXAREA, SORN_MSER_DEFAULT_MAXVARIATION, SORN_MSER_DEFAULT_MINDIVERSITY
 
 // Bits of a level shift as the f flooding reads them: one byte.
 inline uint32_t shift_bits(uint16_t shift) { return shift & 0xFFu; }
@@ -125,9 +51,9 @@ SornMSERParams params_of(const Filter *f, SornDimPack code, const int32_t *dims,
   const float cap = (float)sorn_volume__capacity(n - 1, dims);
   SornMSERParams p;
   p.delta = (int32_t)delta;
-  p.minpixels = trunc_s32(cap * f->minarea);
+  p.minpixels = sorn::trunc_i32(cap * f->minarea);
   if (p.minpixels == 0) p.minpixels = f->minpixels < 1 ? 9 : f->minpixels;
-  p.maxpixels = trunc_s32(cap * f->maxarea);
+  p.maxpixels = sorn::trunc_i32(cap * f->maxarea);
   p.maxvariation = f->maxvariation;
   p.mindiversity = f->mindiversity;
   return p;
@@ -140,6 +66,61 @@ template <class Filter> void state_from(SornWTSState *st, const Filter *f) {
                 "mode to seed is laid out as polarity to seed");
   __builtin_memcpy(&st->polarity, &f->mode,
                    offsetof(Filter, seed) + sizeof f->seed - offsetof(Filter, mode));
+}
+
+/* ---------------- the passes ---------------- */
+
+// Where a run's image and its mask start, as the type-generic layer is given
+// them; a null mask base is no mask.
+struct Operands {
+  SornDimPack code;
+  const int32_t *dims;
+  uint32_t type;
+  const void *base;
+  const int32_t *loffs;
+  const int32_t *strides;
+  const void *maskbase;
+  const int32_t *maskloffs;
+  const int32_t *maskstrides;
+};
+
+// One flooding of a form, Plain or Masked, over the operands.
+template <auto Plain, auto Masked>
+SornStatus flood(SornXE *xe, SornFlags flags, SornWTSState *st, const Operands &o) {
+  if (o.maskbase)
+    return Masked(xe, flags, st, o.code, o.dims, o.type, o.base, o.loffs, o.strides, SORN_U8,
+                  o.maskbase, o.maskloffs, o.maskstrides);
+  return Plain(xe, flags, st, o.code, o.dims, o.type, o.base, o.loffs, o.strides);
+}
+
+// The dark pass into `dark`, then the bright pass into `bright`, which
+// clears `restore`; a null target leaves its pass out. The first failure is
+// the answer.
+template <auto Plain, auto Masked>
+SornStatus run_passes(SornXE *xe, SornFlags flags, SornWTSState *st, const Operands &o, void *dark,
+                      void *bright) {
+  if (dark) {
+    st->builder = dark;
+    st->polarity = 0;
+    const SornStatus s = flood<Plain, Masked>(xe, flags, st, o);
+    if (s != SORN_OK) return s;
+  }
+  if (bright) {
+    st->builder = bright;
+    st->polarity = 1;
+    st->restore = 0;
+    return flood<Plain, Masked>(xe, flags, st, o);
+  }
+  return SORN_OK;
+}
+
+// The picked regions as the filter's lists: the dark pass's count1 first.
+template <class Filter> void publish(Filter *f, uint64_t count1) {
+  using List = decltype(f->list1);
+  f->count1 = (uint32_t)count1;
+  f->count2 = (uint32_t)(f->regions.count - count1);
+  f->list1 = static_cast<List>(f->regions.items);
+  f->list2 = f->list1 ? f->list1 + count1 : nullptr;
 }
 
 /* ---------------- the selection ---------------- */
@@ -256,3 +237,28 @@ inline void drop_regions(SornVec *v) {
 }
 
 }  // namespace sorn::region
+
+// The rest of a form's type-generic layer over its masked work
+// sorna_<low>_xm: the form without a mask, and the slice forms, whose data
+// is the filter.
+#define SORN_MSER_LAYER2(low, Name, Filter)                                                        \
+  SornStatus sorna_##low(SornXE *xe, SornFlags flags, SornDimPack code, const int32_t *dims,       \
+                         uint32_t type, const void *base, const int32_t *loffs,                    \
+                         const int32_t *strides, Filter *filter) {                                 \
+    return sorna_##low##_xm(xe, flags, code, dims, type, base, loffs, strides, nullptr, nullptr,   \
+                            nullptr, filter);                                                      \
+  }                                                                                                \
+  SornStatus SornTGAgenerate##Name(SornXE *xe, SornFlags flags, void *filter, SornDimPack code,    \
+                                   int32_t *dims, uint32_t type, void *base, int32_t *loffs,       \
+                                   int32_t *strides) {                                             \
+    return sorna_##low(xe, flags, code, dims, type, base, loffs, strides,                          \
+                       static_cast<Filter *>(filter));                                             \
+  }                                                                                                \
+  SornStatus SornTGAgenerate##Name##Ex(SornXE *xe, SornFlags flags, void *filter,                  \
+                                       SornDimPack code, int32_t *dims, uint32_t type, void *base, \
+                                       int32_t *loffs, int32_t *strides, uint32_t masktype,        \
+                                       void *maskbase, int32_t *maskloffs, int32_t *maskstrides) { \
+    if (masktype != SORN_U8) return SORN_EINVAL;                                                   \
+    return sorna_##low##_xm(xe, flags, code, dims, type, base, loffs, strides, maskbase,           \
+                            maskloffs, maskstrides, static_cast<Filter *>(filter));                \
+  }

@@ -33,16 +33,6 @@ SornStatus fail(SornFMSERFilter *f, SornStatus s) {
   return s;
 }
 
-SornStatus flood(SornXE *xe, SornFlags flags, SornWTSState *st, SornDimPack code,
-                 const int32_t *dims, uint32_t type, const void *base, const int32_t *loffs,
-                 const int32_t *strides, const void *maskbase, const int32_t *maskloffs,
-                 const int32_t *maskstrides) {
-  if (maskbase)
-    return sorna_fwatershed_xm(xe, flags, st, code, dims, type, base, loffs, strides, SORN_U8,
-                               maskbase, maskloffs, maskstrides);
-  return sorna_fwatershed(xe, flags, st, code, dims, type, base, loffs, strides);
-}
-
 }  // namespace
 
 extern "C" {
@@ -58,21 +48,10 @@ SornStatus sorna_fmser_xm(SornXE *xe, SornFlags flags, SornDimPack code, const i
 
   SornWTSState st{};
   state_from(&st, f);
-  if (r1) {
-    st.builder = r1;
-    st.polarity = 0;
-    SornStatus s = flood(xe, flags, &st, code, dims, type, base, loffs, strides, maskbase,
-                         maskloffs, maskstrides);
-    if (s != SORN_OK) return fail(f, s);
-  }
-  if (r2) {
-    st.builder = r2;
-    st.polarity = 1;
-    st.restore = 0;
-    SornStatus s = flood(xe, flags, &st, code, dims, type, base, loffs, strides, maskbase,
-                         maskloffs, maskstrides);
-    if (s != SORN_OK) return fail(f, s);
-  }
+  const Operands o{code, dims, type, base, loffs, strides, maskbase, maskloffs, maskstrides};
+  const SornStatus s =
+      run_passes<&sorna_fwatershed, &sorna_fwatershed_xm>(xe, flags, &st, o, r1, r2);
+  if (s != SORN_OK) return fail(f, s);
 
   const uint32_t sh = shift_bits(f->shift);
   const SornMSERParams p = params_of(f, code, dims, sh < 32 ? f->delta >> sh : 0u);
@@ -86,34 +65,10 @@ SornStatus sorna_fmser_xm(SornXE *xe, SornFlags flags, SornDimPack code, const i
     SornFWTSRegion **items = static_cast<SornFWTSRegion **>(f->regions.items);
     for (uint64_t i = count1; i < f->regions.count; ++i) items[i]->level ^= inv;
   }
-  f->count1 = (uint32_t)count1;
-  f->count2 = (uint32_t)(f->regions.count - count1);
-  f->list1 = static_cast<SornFWTSRegion **>(f->regions.items);
-  f->list2 = f->list1 ? f->list1 + count1 : nullptr;
+  publish(f, count1);
   return SORN_OK;
 }
 
-SornStatus sorna_fmser(SornXE *xe, SornFlags flags, SornDimPack code, const int32_t *dims,
-                       uint32_t type, const void *base, const int32_t *loffs,
-                       const int32_t *strides, SornFMSERFilter *filter) {
-  return sorna_fmser_xm(xe, flags, code, dims, type, base, loffs, strides, nullptr, nullptr,
-                        nullptr, filter);
-}
-
-SornStatus SornTGAgenerateFMSERs(SornXE *xe, SornFlags flags, void *filter, SornDimPack code,
-                                 int32_t *dims, uint32_t type, void *base, int32_t *loffs,
-                                 int32_t *strides) {
-  return sorna_fmser(xe, flags, code, dims, type, base, loffs, strides,
-                     static_cast<SornFMSERFilter *>(filter));
-}
-
-SornStatus SornTGAgenerateFMSERsEx(SornXE *xe, SornFlags flags, void *filter, SornDimPack code,
-                                   int32_t *dims, uint32_t type, void *base, int32_t *loffs,
-                                   int32_t *strides, uint32_t masktype, void *maskbase,
-                                   int32_t *maskloffs, int32_t *maskstrides) {
-  if (masktype != SORN_U8) return SORN_EINVAL;
-  return sorna_fmser_xm(xe, flags, code, dims, type, base, loffs, strides, maskbase, maskloffs,
-                        maskstrides, static_cast<SornFMSERFilter *>(filter));
-}
+SORN_MSER_LAYER2(fmser, FMSERs, SornFMSERFilter)
 
 }  // extern "C"

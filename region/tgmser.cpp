@@ -27,16 +27,6 @@ void drop_all(SornMSERFilter *f) {
   SornSTBclose(b2, 0);
 }
 
-SornStatus flood(SornXE *xe, SornFlags flags, SornWTSState *st, SornDimPack code,
-                 const int32_t *dims, uint32_t type, const void *base, const int32_t *loffs,
-                 const int32_t *strides, const void *maskbase, const int32_t *maskloffs,
-                 const int32_t *maskstrides) {
-  if (maskbase)
-    return sorna_watershed_xm(xe, flags, st, code, dims, type, base, loffs, strides, SORN_U8,
-                              maskbase, maskloffs, maskstrides);
-  return sorna_watershed(xe, flags, st, code, dims, type, base, loffs, strides);
-}
-
 }  // namespace
 
 extern "C" {
@@ -63,26 +53,11 @@ SornStatus sorna_mser_xm(SornXE *xe, SornFlags flags, SornDimPack code, const in
   SornWTSState st{};
   st.lsc = &f->lsc;
   state_from(&st, f);
-  if (b1) {
-    st.builder = b1;
-    st.polarity = 0;
-    SornStatus s = flood(xe, flags, &st, code, dims, type, base, loffs, strides, maskbase,
-                         maskloffs, maskstrides);
-    if (s != SORN_OK) {
-      drop_all(f);
-      return s;
-    }
-  }
-  if (b2) {
-    st.builder = b2;
-    st.polarity = 1;
-    st.restore = 0;
-    SornStatus s = flood(xe, flags, &st, code, dims, type, base, loffs, strides, maskbase,
-                         maskloffs, maskstrides);
-    if (s != SORN_OK) {
-      drop_all(f);
-      return s;
-    }
+  const Operands o{code, dims, type, base, loffs, strides, maskbase, maskloffs, maskstrides};
+  const SornStatus s = run_passes<&sorna_watershed, &sorna_watershed_xm>(xe, flags, &st, o, b1, b2);
+  if (s != SORN_OK) {
+    drop_all(f);
+    return s;
   }
 
   const SornMSERParams p = params_of(f, code, dims, f->delta);
@@ -101,10 +76,7 @@ SornStatus sorna_mser_xm(SornXE *xe, SornFlags flags, SornDimPack code, const in
     SornWTSRegion **items = static_cast<SornWTSRegion **>(f->regions.items);
     for (uint64_t i = count1; i < f->regions.count; ++i) items[i]->pivotval ^= 255u;
   }
-  f->count1 = (uint32_t)count1;
-  f->count2 = (uint32_t)(f->regions.count - count1);
-  f->list1 = static_cast<SornWTSRegion **>(f->regions.items);
-  f->list2 = f->list1 ? f->list1 + count1 : nullptr;
+  publish(f, count1);
   if ((flags & SORN_F_WTS_FFORM) && f->gathernow) {
     if (f->count1) SornGatherMSERsFeatures(f->list1, (int32_t)f->count1, b1, &f->lsc);
     if (f->count2) SornGatherMSERsFeatures(f->list2, (int32_t)f->count2, b2, &f->lsc);
@@ -112,27 +84,6 @@ SornStatus sorna_mser_xm(SornXE *xe, SornFlags flags, SornDimPack code, const in
   return SORN_OK;
 }
 
-SornStatus sorna_mser(SornXE *xe, SornFlags flags, SornDimPack code, const int32_t *dims,
-                      uint32_t type, const void *base, const int32_t *loffs, const int32_t *strides,
-                      SornMSERFilter *filter) {
-  return sorna_mser_xm(xe, flags, code, dims, type, base, loffs, strides, nullptr, nullptr, nullptr,
-                       filter);
-}
-
-SornStatus SornTGAgenerateMSERs(SornXE *xe, SornFlags flags, void *filter, SornDimPack code,
-                                int32_t *dims, uint32_t type, void *base, int32_t *loffs,
-                                int32_t *strides) {
-  return sorna_mser(xe, flags, code, dims, type, base, loffs, strides,
-                    static_cast<SornMSERFilter *>(filter));
-}
-
-SornStatus SornTGAgenerateMSERsEx(SornXE *xe, SornFlags flags, void *filter, SornDimPack code,
-                                  int32_t *dims, uint32_t type, void *base, int32_t *loffs,
-                                  int32_t *strides, uint32_t masktype, void *maskbase,
-                                  int32_t *maskloffs, int32_t *maskstrides) {
-  if (masktype != SORN_U8) return SORN_EINVAL;
-  return sorna_mser_xm(xe, flags, code, dims, type, base, loffs, strides, maskbase, maskloffs,
-                       maskstrides, static_cast<SornMSERFilter *>(filter));
-}
+SORN_MSER_LAYER2(mser, MSERs, SornMSERFilter)
 
 }  // extern "C"

@@ -4,15 +4,9 @@
 
 #include <cstdint>
 
-namespace {
+#include "core/entry.h"
 
-// Where the type-generic layer's operand starts: its base moved to the
-// origin of its cells.
-const void *at(const void *base, SornDimPack code, const int32_t *loffs, const int32_t *strides) {
-  return sorn_advance_ptr(base, sorn_vec_mkloff_$LS(code, loffs, strides));
-}
-
-}  // namespace
+using sorn::at_origin;
 
 extern "C" {
 
@@ -39,42 +33,28 @@ SornStatus SornTGAwatershedEx(SornXE *xe, SornFlags flags, void *state, SornDimP
 }
 /* ---------------- type-generic layer ---------------- */
 
-SornStatus sorna_watershed(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
-                           const int32_t *dims, uint32_t type, const void *base,
-                           const int32_t *loffs, const int32_t *strides) {
-  const void *src = at(base, code, loffs, strides);
-  return sorna__watershed(xe, flags, state, code, dims, type, src, strides);
-}
+// The layer of one form: each base moved to the origin of its cells; no
+// mask base is the form without a mask.
+#define SORN_WTS_LAYER2(form)                                                                  \
+  SornStatus sorna_##form(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,  \
+                          const int32_t *dims, uint32_t type, const void *base,                \
+                          const int32_t *loffs, const int32_t *strides) {                      \
+    const void *src = at_origin(base, code, loffs, strides);                                   \
+    return sorna__##form(xe, flags, state, code, dims, type, src, strides);                    \
+  }                                                                                            \
+  SornStatus sorna_##form##_xm(                                                                \
+      SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code, const int32_t *dims, \
+      uint32_t type, const void *base, const int32_t *loffs, const int32_t *strides, uint32_t, \
+      const void *maskbase, const int32_t *maskloffs, const int32_t *maskstrides) {            \
+    if (maskbase == nullptr)                                                                   \
+      return sorna_##form(xe, flags, state, code, dims, type, base, loffs, strides);           \
+    const void *src = at_origin(base, code, loffs, strides);                                   \
+    const void *mask = at_origin(maskbase, code, maskloffs, maskstrides);                      \
+    return sorna__##form##_xm(xe, flags, state, code, dims, type, src, strides, mask,          \
+                              maskstrides);                                                    \
+  }
 
-SornStatus sorna_watershed_xm(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
-                              const int32_t *dims, uint32_t type, const void *base,
-                              const int32_t *loffs, const int32_t *strides, uint32_t,
-                              const void *maskbase, const int32_t *maskloffs,
-                              const int32_t *maskstrides) {
-  if (maskbase == nullptr)
-    return sorna_watershed(xe, flags, state, code, dims, type, base, loffs, strides);
-  const void *src = at(base, code, loffs, strides);
-  const void *mask = at(maskbase, code, maskloffs, maskstrides);
-  return sorna__watershed_xm(xe, flags, state, code, dims, type, src, strides, mask, maskstrides);
-}
-
-SornStatus sorna_fwatershed(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
-                            const int32_t *dims, uint32_t type, const void *base,
-                            const int32_t *loffs, const int32_t *strides) {
-  const void *src = at(base, code, loffs, strides);
-  return sorna__fwatershed(xe, flags, state, code, dims, type, src, strides);
-}
-
-SornStatus sorna_fwatershed_xm(SornXE *xe, SornFlags flags, SornWTSState *state, SornDimPack code,
-                               const int32_t *dims, uint32_t type, const void *base,
-                               const int32_t *loffs, const int32_t *strides, uint32_t,
-                               const void *maskbase, const int32_t *maskloffs,
-                               const int32_t *maskstrides) {
-  if (maskbase == nullptr)
-    return sorna_fwatershed(xe, flags, state, code, dims, type, base, loffs, strides);
-  const void *src = at(base, code, loffs, strides);
-  const void *mask = at(maskbase, code, maskloffs, maskstrides);
-  return sorna__fwatershed_xm(xe, flags, state, code, dims, type, src, strides, mask, maskstrides);
-}
+SORN_WTS_LAYER2(watershed)
+SORN_WTS_LAYER2(fwatershed)
 
 }  // extern "C"

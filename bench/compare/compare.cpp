@@ -223,6 +223,8 @@ struct Row {
 };
 
 std::vector<Row> g_rows;
+// Paragraphs that families add under the table, in the order they ran.
+std::vector<std::string> g_notes;
 // Single-thread memcpy bandwidth, by bytes copied: (bytes, GB/s).
 std::vector<std::pair<size_t, double>> g_bandwidth;
 
@@ -266,8 +268,9 @@ void add_row(const std::string &op, int rows, int cols, const std::string &peer,
   r.peer_ms = t[1];
   if (traffic) r.copy_ms = t[2];
   r.note = note;
-  std::printf("%-34s %-10s %10.4f %10.4f %7.2f  %s\n", (op + " / " + peer).c_str(), r.size.c_str(),
-              r.sorn_ms, r.peer_ms, r.ratio(), note.c_str());
+  std::printf("%-34s %-10s %10.4f %10.4f %7.2f  %s%s\n", (op + " / " + peer).c_str(),
+              r.size.c_str(), r.sorn_ms, r.peer_ms, r.ratio(),
+              traffic ? ("memcpy " + fmt(r.copy_ms, 4) + "  ").c_str() : "", note.c_str());
   std::fflush(stdout);
   g_rows.push_back(r);
 }
@@ -295,6 +298,8 @@ void add_sized_row(const std::string &op, const std::string &size, const std::st
   std::fflush(stdout);
   g_rows.push_back(r);
 }
+
+void add_note(const std::string &paragraph) { g_notes.push_back(paragraph); }
 
 // ---------------------------------------------------------------- report
 
@@ -421,8 +426,12 @@ void write_markdown(const std::string &path, const Options &opt, const Scenes &s
       << (std::isnan(r.goal) ? "" : "<= " + fmt(r.goal, 2) + ": " + verdict(r)) << " | " << r.note
       << " |\n";
   }
-  o << "\nStable regions: all three detectors get the same parameters (delta 10, regions of "
-       "0.0001 to 0.75 of the image, largest variation 0.33, smallest diversity 0.2) and find "
+  o << "\nStable regions: all three detectors get the same parameters, the library's defaults "
+       "(delta "
+    << SORN_MSER_DEFAULT_DELTA << ", regions of " << SORN_MSER_DEFAULT_MINAREA << " to "
+    << SORN_MSER_DEFAULT_MAXAREA << " of the image, largest variation "
+    << SORN_MSER_DEFAULT_MAXVARIATION << ", smallest diversity " << SORN_MSER_DEFAULT_MINDIVERSITY
+    << ") and find "
        "dark and bright regions. VLFeat finds dark regions only, so it runs a second time on the "
        "inverted image, the inversion counted in its time; its filter is made once and reused. "
        "OpenCV's detectRegions also lists every region's pixels. Each library measures "
@@ -430,6 +439,7 @@ void write_markdown(const std::string &path, const Options &opt, const Scenes &s
        "check, not expected to agree. The 4-megapixel image is the photograph scaled up, smoother "
        "than a photograph taken at that size, hence fewer regions than at 1 megapixel. The row "
        "*component trees* times Sorn's two floodings alone, the bulk of its region detection.\n";
+  for (const std::string &note : g_notes) o << "\n" << note << "\n";
   o << "\n![Ratios](compare/ratios.svg)\n";
 }
 

@@ -72,6 +72,10 @@ void add_timed_row(const std::string &op, int rows, int cols, const std::string 
 void add_sized_row(const std::string &op, const std::string &size, const std::string &peer,
                    double sorn_ms, double peer_ms, double goal, const std::string &note);
 
+// A paragraph under the table that says how a family's rows were measured
+// and what their notes mean.
+void add_note(const std::string &paragraph);
+
 // The registry: every family's rows, run in the order of their rank.
 using RowsFn = void (*)(const Scenes &scenes, const Options &opt);
 struct Family {

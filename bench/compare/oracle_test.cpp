@@ -1,6 +1,7 @@
 // Sorn against OpenCV where both define a result the same way: saturating
 // arithmetic on 8- and 16-bit elements, float addition, histogram counts,
-// sums, means with and without a mask, fill. On random images of random
+// sums, means with and without a mask, fill, comparison masks, extremes
+// with their first places, Otsu's threshold, nearest-neighbour shrinking. On random images of random
 // shapes (odd widths, 1 to 4 channels, padded rows) the outputs must agree
 // element for element. Where the two differ by design, the test says why
 // and checks only what they share.
@@ -489,6 +490,108 @@ TEST(OracleMean, MaskedU8MeansAndCountsAgree) {
 
 }  // namespace
 
+// ---------------------------------------------------------------- resize
+
+// Nearest-neighbour resizing. When shrinking, both take source column
+// floor(x * src / dst) and source row floor(y * src / dst), clamped, with
+// the factor computed in double from the extents: the results agree
+// element for element, for every pixel size Sorn moves (1, 4, 8, 12, 16
+// bytes). When enlarging the rules differ: cv::resize still floors, Sorn
+// rounds the column to nearest with ties to even and truncates the row
+// after adding one half. The enlarging test computes both index rules,
+// checks each library against its own, and checks that the two agree
+// exactly where the rules name the same source pixel.
+struct ResizeCase {
+  int depth, channels;
+};
+const ResizeCase kResizeCases[] = {{CV_8U, 1}, {CV_8U, 4}, {CV_16S, 2}, {CV_16S, 4},
+                                   {CV_32S, 1}, {CV_32F, 1}, {CV_32F, 2}, {CV_32F, 3},
+                                   {CV_32F, 4}};
+
+cv::Mat sorn_resized(Env &env, const cv::Mat &src, int rows, int cols, std::mt19937_64 &rng) {
+  cv::Mat dst = padded(rows, cols, src.type(), rng);
+  const SornArray rs = rec_of(src), rd = rec_of(dst);
+  EXPECT_EQ(SORN_OK, SornEResize(&env.xe, 0, &rd, &rs, nullptr, nullptr, 0, nullptr));
+  return dst;
+}
+
+TEST(OracleResize, ShrinkingMatchesCvResizeNearest) {
+  auto rng = rng_for("resize shrinking");
+  Env env;
+  for (const ResizeCase &c : kResizeCases) {
+    for (int i = 0; i < 40; ++i) {
+      const int sh = 1 + (int)(rng() % 90), sw = 1 + (int)(rng() % 150);
+      const int dh = 1 + (int)(rng() % (uint64_t)sh), dw = 1 + (int)(rng() % (uint64_t)sw);
+      cv::Mat src = padded(sh, sw, CV_MAKETYPE(c.depth, c.channels), rng);
+      fill_random(src, rng, -1000, 1000);
+      const cv::Mat ours = sorn_resized(env, src, dh, dw, rng);
+      cv::Mat theirs;
+      cv::resize(src, theirs, cv::Size(dw, dh), 0, 0, cv::INTER_NEAREST);
+      expect_same(ours, theirs, "shrinking");
+    }
+  }
+  // The factors of the comparison rows: halving, exactly.
+  cv::Mat src(480, 640, CV_8UC4);
+  fill_random(src, rng, 0, 255);
+  cv::Mat theirs;
+  cv::resize(src, theirs, cv::Size(320, 240), 0, 0, cv::INTER_NEAREST);
+  expect_same(sorn_resized(env, src, 240, 320, rng), theirs, "halving");
+}
+
+// Source index of destination index i by each library's rule.
+int floor_rule(int i, int d, int s) {
+  return std::min((int)std::floor(i * (1.0 / ((double)d / s))), s - 1);
+}
+int sorn_column(int i, int d, int s) {
+  const double g = 1.0 / ((double)d / s);
+  const double v = g >= 1.0 ? std::trunc(i * g) : std::nearbyint(i * g);
+  return std::min((int)v, s - 1);
+}
+int sorn_row(int i, int d, int s) {
+  const double g = 1.0 / ((double)d / s);
+  const double t = 1.0 - g <= 1.1920928955078125e-7 ? 0.0 : 0.5;
+  return std::min((int)std::trunc(i * g + t), s - 1);
+}
+
+TEST(OracleResize, EnlargingTakesSourcePixelsByADifferentRule) {
+  auto rng = rng_for("resize enlarging");
+  Env env;
+  int differ = 0;
+  for (const ResizeCase &c : kResizeCases) {
+    for (int i = 0; i < 30; ++i) {
+      const int sh = 1 + (int)(rng() % 40), sw = 1 + (int)(rng() % 60);
+      const int dh = sh + 1 + (int)(rng() % 80), dw = sw + 1 + (int)(rng() % 120);
+      cv::Mat src(sh, sw, CV_MAKETYPE(c.depth, c.channels));
+      fill_random(src, rng, -1000, 1000);
+      const cv::Mat ours = sorn_resized(env, src, dh, dw, rng);
+      cv::Mat theirs;
+      cv::resize(src, theirs, cv::Size(dw, dh), 0, 0, cv::INTER_NEAREST);
+      const size_t px = src.elemSize();
+      for (int y = 0; y < dh; ++y) {
+        for (int x = 0; x < dw; ++x) {
+          const uint8_t *o = ours.ptr(y) + x * px, *t = theirs.ptr(y) + x * px;
+          const uint8_t *so = src.ptr(sorn_row(y, dh, sh)) + sorn_column(x, dw, sw) * px;
+          const uint8_t *st = src.ptr(floor_rule(y, dh, sh)) + floor_rule(x, dw, sw) * px;
+          ASSERT_EQ(0, std::memcmp(o, so, px)) << "Sorn by its rule at " << y << ", " << x;
+          ASSERT_EQ(0, std::memcmp(t, st, px)) << "OpenCV by the floor at " << y << ", " << x;
+          if (so == st)
+            ASSERT_EQ(0, std::memcmp(o, t, px)) << "the same source pixel at " << y << ", " << x;
+          else
+            ++differ;
+        }
+      }
+    }
+  }
+  EXPECT_GT(differ, 0);
+  // Doubling: OpenCV repeats each source pixel twice; Sorn takes columns
+  // 0, 0, 1, 2, 2, 2, 3, 4, ... (halves round to even) and rows 0, 1, 1,
+  // 2, 2, ... (a half is added before truncating).
+  EXPECT_EQ(1, floor_rule(3, 8, 4));
+  EXPECT_EQ(2, sorn_column(3, 8, 4));
+  EXPECT_EQ(0, floor_rule(1, 8, 4));
+  EXPECT_EQ(1, sorn_row(1, 8, 4));
+}
+
 // ---------------------------------------------------------------- stable regions
 
 namespace {
@@ -537,6 +640,145 @@ TEST(OracleMser, FlatSquaresAreFoundWithTheirExactAreas) {
   // Nothing else is stable in this picture for Sorn: the grey background
   // is too large, and the root is never a candidate.
   EXPECT_EQ(sorn_areas, areas);
+}
+
+// ---------------------------------------------------------------- comparison
+
+// Integer sources compare exactly in both, and both write 255 where the
+// comparison holds. OpenCV's operators 0..5 are Sorn's codes 3, 6, 7, 4, 5, 8.
+const int kCvOps[6] = {cv::CMP_EQ, cv::CMP_GT, cv::CMP_GE, cv::CMP_LT, cv::CMP_LE, cv::CMP_NE};
+const uint32_t kSornOps[6] = {SORN_CMP_EQ, SORN_CMP_GT, SORN_CMP_GE,
+                              SORN_CMP_LT, SORN_CMP_LE, SORN_CMP_NE};
+
+TEST(OracleCompare, IntegerImagesMatchCvCompare) {
+  auto rng = rng_for("compare");
+  Env env;
+  for (int depth : {CV_8U, CV_16S, CV_32S})
+    for (int i = 0; i < 30; ++i) {
+      const Shape s = random_shape(rng);
+      const int type = CV_MAKETYPE(depth, s.channels);
+      cv::Mat a = padded(s.rows, s.cols, type, rng), b = padded(s.rows, s.cols, type, rng);
+      // A narrow range makes equal elements common.
+      fill_random(a, rng, -3, 4);
+      fill_random(b, rng, -3, 4);
+      cv::Mat d = padded(s.rows, s.cols, CV_MAKETYPE(CV_8U, s.channels), rng), c;
+      const SornArray ra = rec_of(a), rb = rec_of(b), rd = rec_of(d);
+      for (int k = 0; k < 6; ++k) {
+        ASSERT_EQ(SornCompare(&env.xe, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, kSornOps[k]),
+                  SORN_OK);
+        cv::compare(a.reshape(1), b.reshape(1), c, kCvOps[k]);
+        expect_same(d.reshape(1), c, "SornCompare");
+      }
+    }
+}
+
+TEST(OracleCompare, ByteImagesAgainstAnIntegerConstantMatchCvCompare) {
+  // Below and above the table limit. OpenCV takes a fractional constant
+  // by its own rounding rule for each operator; Sorn rounds it to nearest
+  // into the source type first: only integral constants are shared.
+  auto rng = rng_for("compareC");
+  Env env;
+  for (int cols : {100, 300}) {
+    cv::Mat a = padded(64, cols, CV_8UC1, rng);
+    fill_random(a, rng, 0, 256);
+    cv::Mat d = padded(64, cols, CV_8UC1, rng), c;
+    const SornArray ra = rec_of(a), rd = rec_of(d);
+    for (int k = 0; k < 6; ++k)
+      for (double v : {0.0, 1.0, 77.0, 254.0, 255.0}) {
+        ASSERT_EQ(SornCompareC(&env.xe, 0, &rd, &ra, &v, nullptr, nullptr, kSornOps[k]), SORN_OK);
+        cv::compare(a, cv::Scalar(v), c, kCvOps[k]);
+        expect_same(d, c, "SornCompareC");
+      }
+  }
+}
+
+TEST(OracleCompare, FloatsApartMoreThanTheToleranceMatchCvCompare) {
+  // Sorn compares floats within 1.1920929e-7, OpenCV exactly: on values
+  // that are equal or further apart than that, they agree.
+  auto rng = rng_for("compare f32");
+  Env env;
+  for (int i = 0; i < 30; ++i) {
+    const Shape s = random_shape(rng);
+    cv::Mat a = padded(s.rows, s.cols, CV_32FC1, rng), b = padded(s.rows, s.cols, CV_32FC1, rng);
+    // Quarters: two values are equal or a quarter apart.
+    for (int y = 0; y < s.rows; ++y)
+      for (int x = 0; x < s.cols; ++x) {
+        a.at<float>(y, x) = 0.25f * (float)((int)(rng() % 9) - 4);
+        b.at<float>(y, x) = 0.25f * (float)((int)(rng() % 9) - 4);
+      }
+    cv::Mat d(s.rows, s.cols, CV_8UC1), c;
+    const SornArray ra = rec_of(a), rb = rec_of(b), rd = rec_of(d);
+    for (int k = 0; k < 6; ++k) {
+      ASSERT_EQ(SornCompare(&env.xe, 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, kSornOps[k]),
+                SORN_OK);
+      cv::compare(a, b, c, kCvOps[k]);
+      expect_same(d, c, "SornCompare f32");
+    }
+  }
+}
+
+// ---------------------------------------------------------------- min and max
+
+TEST(OracleMinmax, ValuesAndFirstPlacesMatchMinMaxLoc) {
+  // Both give the first occurrence in row order. Sorn also ends its walk
+  // once the type's ends are reached, which changes nothing here.
+  auto rng = rng_for("minmax");
+  Env env;
+  for (int depth : {CV_8U, CV_16S, CV_32S, CV_32F})
+    for (int i = 0; i < 40; ++i) {
+      const Shape s = random_shape(rng);
+      cv::Mat a = padded(s.rows, s.cols, CV_MAKETYPE(depth, 1), rng);
+      fill_random(a, rng, -20, 20 + (double)(rng() % 200));
+      SornMinmaxRec r;
+      std::memset(&r, 0, sizeof r);
+      r.what = SORN_MINMAX_POSITIONS | SORN_MINMAX_MINCOL | SORN_MINMAX_MAXCOL;
+      const SornArray ra = rec_of(a);
+      ASSERT_EQ(SornMinmax(&env.xe, 0, &ra, nullptr, &r), SORN_OK);
+      double mn, mx;
+      cv::Point pmin, pmax;
+      cv::minMaxLoc(a, &mn, &mx, &pmin, &pmax);
+      const double smin = depth == CV_32F ? r.min[0].fvalue : r.min[0].ivalue;
+      const double smax = depth == CV_32F ? r.max[0].fvalue : r.max[0].ivalue;
+      EXPECT_EQ(smin, mn);
+      EXPECT_EQ(smax, mx);
+      EXPECT_EQ(r.min[0].col, pmin.x);
+      EXPECT_EQ(r.min[0].row, pmin.y);
+      EXPECT_EQ(r.max[0].col, pmax.x);
+      EXPECT_EQ(r.max[0].row, pmax.y);
+    }
+}
+
+// ---------------------------------------------------------------- Otsu
+
+TEST(OracleOtsu, U8ThresholdsAndResultsMatchCvThreshold) {
+  // OpenCV's Otsu threshold t puts the values up to t below; Sorn's is
+  // just under t + 1 and puts the values below it below, so the two part
+  // the pixels alike. Both keep the first of equal scores (Sorn unless a
+  // later one is better by more than 2^-23, on unnormalised scores): images
+  // of well-parted levels have no near ties.
+  auto rng = rng_for("otsu");
+  Env env;
+  for (int i = 0; i < 30; ++i) {
+    const int rows = 20 + (int)(rng() % 60), cols = 20 + (int)(rng() % 90);
+    cv::Mat a(rows, cols, CV_8UC1);
+    const int lo = (int)(rng() % 80), hi = 140 + (int)(rng() % 80), spread = 5 + (int)(rng() % 25);
+    for (int y = 0; y < rows; ++y)
+      for (int x = 0; x < cols; ++x)
+        a.at<uint8_t>(y, x) = (uint8_t)((rng() % 3 ? lo : hi) + (int)(rng() % (uint64_t)spread));
+    const SornArray ra = rec_of(a);
+    double t = 0;
+    ASSERT_EQ(SornComputeThresholdByOtsu(&env.xe, 0, &ra, nullptr, &t, nullptr, nullptr), SORN_OK);
+    cv::Mat c;
+    const double cvt = cv::threshold(a, c, 0, 255, cv::THRESH_BINARY | cv::THRESH_OTSU);
+    EXPECT_EQ(std::floor(t), cvt) << i;
+    cv::Mat d(rows, cols, CV_8UC1);
+    const SornArray rd = rec_of(d);
+    SornThresholdSpec spec;
+    std::memset(&spec, 0, sizeof spec);
+    spec.method = SORN_THH_OTSU | SORN_THH_DEFAULTS;
+    ASSERT_EQ(SornThreshold(&env.xe, 0, &rd, &ra, nullptr, nullptr, &spec, nullptr, 0), SORN_OK);
+    expect_same(d, c, "SornThreshold with Otsu");
+  }
 }
 
 }  // namespace

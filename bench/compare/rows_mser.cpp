@@ -25,9 +25,12 @@ using namespace compare;
 
 namespace {
 
+// The library's default parameters, given to every detector.
 struct MserParams {
-  int delta = 10;
-  double minarea = 0.0001, maxarea = 0.75, maxvariation = 0.33, mindiversity = 0.2;
+  int delta = SORN_MSER_DEFAULT_DELTA;
+  double minarea = SORN_MSER_DEFAULT_MINAREA, maxarea = SORN_MSER_DEFAULT_MAXAREA;
+  double maxvariation = SORN_MSER_DEFAULT_MAXVARIATION;
+  double mindiversity = SORN_MSER_DEFAULT_MINDIVERSITY;
 };
 
 // The flooding that the stable-region generation runs once for dark and

@@ -22,16 +22,13 @@ struct Triple {
   SornArith2Kernel kernel;
 };
 
-constexpr uint32_t code_u8 = SORN_U8, code_s16 = SORN_S16, code_s32 = SORN_S32,
-                   code_f32 = SORN_F32;
-
 // Test names and failure messages show a triple by its name.
 inline void PrintTo(const Triple &t, std::ostream *os) { *os << t.name; }
 
 inline std::vector<Triple> add_triples() {
   std::vector<Triple> v;
 #define ADD_REF_TRIPLE(d, a, b) \
-  v.push_back({#d #a #b, code_##d, code_##a, code_##b, &sorna__add_c1_##d##a##b});
+  v.push_back({#d #a #b, SORN_TYPECODE(d), SORN_TYPECODE(a), SORN_TYPECODE(b), &sorna__add_c1_##d##a##b});
   SORN_ADD_TRIPLES(ADD_REF_TRIPLE)
 #undef ADD_REF_TRIPLE
   return v;

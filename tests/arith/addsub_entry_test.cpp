@@ -124,7 +124,7 @@ TEST(GroupEntries, EveryFamilyAndTripleWithRoisPaddingAndChannels) {
   auto pick = [&](int32_t lo, int32_t hi) { return lo + (int32_t)(rng() % (uint64_t)(hi - lo + 1)); };
   struct T3 { uint32_t d, a, b; };
   std::vector<T3> triples;
-#define T3_ADD(d, a, b) triples.push_back({addsub_ref::code_##d, addsub_ref::code_##a, addsub_ref::code_##b});
+#define T3_ADD(d, a, b) triples.push_back({SORN_TYPECODE(d), SORN_TYPECODE(a), SORN_TYPECODE(b)});
   SORN_ADD_TRIPLES(T3_ADD)
 #undef T3_ADD
   for (const Family &f : kFamilies)

@@ -111,10 +111,10 @@ TEST(GroupLookup, QLookupsNameOwnKernelsAndThePlainOnesElsewhere) {
   EXPECT_EQ(sorna__arsubqfun_imp(SORN_U8, SORN_S16, SORN_S16, &st), &sorna__rsubq_c1_u8s16s16);
   // The plain kernels under the q keys.
 #define PLAIN_UNDER_Q(d, a, b)                                                                   \
-  EXPECT_EQ(sorna__aaddqfun_imp(addsub_ref::code_##d, addsub_ref::code_##a, addsub_ref::code_##b, &st), &sorna__add_c1_##d##a##b); \
+  EXPECT_EQ(sorna__aaddqfun_imp(SORN_TYPECODE(d), SORN_TYPECODE(a), SORN_TYPECODE(b), &st), &sorna__add_c1_##d##a##b); \
   EXPECT_EQ(st, SORN_OK);                                                                       \
-  EXPECT_EQ(sorna__asubqfun_imp(addsub_ref::code_##d, addsub_ref::code_##a, addsub_ref::code_##b, &st), &sorna__sub_c1_##d##a##b); \
-  EXPECT_EQ(sorna__arsubqfun_imp(addsub_ref::code_##d, addsub_ref::code_##a, addsub_ref::code_##b, &st), &sorna__rsub_c1_##d##a##b);
+  EXPECT_EQ(sorna__asubqfun_imp(SORN_TYPECODE(d), SORN_TYPECODE(a), SORN_TYPECODE(b), &st), &sorna__sub_c1_##d##a##b); \
+  EXPECT_EQ(sorna__arsubqfun_imp(SORN_TYPECODE(d), SORN_TYPECODE(a), SORN_TYPECODE(b), &st), &sorna__rsub_c1_##d##a##b);
   SORN_ADDQ_PLAIN_TRIPLES(PLAIN_UNDER_Q)
 #undef PLAIN_UNDER_Q
   // The plain lookups hold the 26 triples; s8 is the q tables' own.

@@ -16,9 +16,6 @@ namespace addsub_ref {
 
 enum class Op { Add, Sub, RSub };
 
-constexpr uint32_t code_s8 = SORN_S8, code_u8 = SORN_U8, code_s16 = SORN_S16,
-                   code_s32 = SORN_S32, code_f32 = SORN_F32, code_f64 = SORN_F64;
-
 inline int64_t lo_of(uint32_t t) {
   switch (t) {
     case SORN_U8: return 0;
@@ -119,7 +116,7 @@ inline void PrintTo(const KernelC &k, std::ostream *os) { *os << k.name; }
 inline std::vector<Kernel> kernels() {
   std::vector<Kernel> v;
 #define K2(fam, op, sat, d, a, b) \
-  v.push_back({#fam "_" #d #a #b, op, sat, code_##d, code_##a, code_##b, &sorna__##fam##_c1_##d##a##b});
+  v.push_back({#fam "_" #d #a #b, op, sat, SORN_TYPECODE(d), SORN_TYPECODE(a), SORN_TYPECODE(b), &sorna__##fam##_c1_##d##a##b});
 #define K_ADD(d, a, b) K2(add, Op::Add, false, d, a, b)
 #define K_SUB(d, a, b) K2(sub, Op::Sub, false, d, a, b)
 #define K_RSUB(d, a, b) K2(rsub, Op::RSub, false, d, a, b)
@@ -146,7 +143,7 @@ inline std::vector<Kernel> kernels() {
 inline std::vector<KernelC> kernels_c() {
   std::vector<KernelC> v;
 #define KC(fam, op, sat, d, a, t) \
-  v.push_back({#fam "C_" #d #a #t, op, sat, code_##d, code_##a, code_##t, &sorna__##fam##C_c1_##d##a##t});
+  v.push_back({#fam "C_" #d #a #t, op, sat, SORN_TYPECODE(d), SORN_TYPECODE(a), SORN_TYPECODE(t), &sorna__##fam##C_c1_##d##a##t});
 #define K_ADD(d, a, t) KC(add, Op::Add, false, d, a, t)
 #define K_SUB(d, a, t) KC(sub, Op::Sub, false, d, a, t)
 #define K_RSUB(d, a, t) KC(rsub, Op::RSub, false, d, a, t)

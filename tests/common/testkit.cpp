@@ -98,6 +98,20 @@ SornVolume make_roi(int32_t oy, int32_t ox, int32_t rows, int32_t cols, int32_t 
   return v;
 }
 
+ScratchEnv::ScratchEnv() {
+  std::memset(&xe_, 0, sizeof xe_);
+  SornXEinit(&xe_, nullptr);
+  mark_ = probe();
+}
+
+ScratchEnv::~ScratchEnv() { SornXEfini(&xe_); }
+
+void *ScratchEnv::probe() {
+  void *p = SornXEalloca(&xe_, 16, 0);
+  SornXEfreea(&xe_, p);
+  return p;
+}
+
 std::mt19937_64 seeded_rng(uint64_t seed) {
   ::testing::Test::RecordProperty("seed", std::to_string(seed));
   std::printf("[ seed     ] %llu\n", (unsigned long long)seed);

@@ -86,6 +86,25 @@ SornArray make_record4(void *data, int32_t planes, int32_t rows, int32_t cols, i
 SornVolume make_roi(int32_t oy, int32_t ox, int32_t rows, int32_t cols, int32_t channels,
                     int32_t oz = 0, int32_t planes = 1);
 
+// An execution environment for a test, whose scratch stack can be checked
+// after every call: at_mark() is true when the stack is back at the level
+// it had when the environment was made (a small block taken now lands
+// where it landed then).
+class ScratchEnv {
+ public:
+  ScratchEnv();
+  ~ScratchEnv();
+  ScratchEnv(const ScratchEnv &) = delete;
+  ScratchEnv &operator=(const ScratchEnv &) = delete;
+  SornXE *xe() { return &xe_; }
+  bool at_mark() { return probe() == mark_; }
+
+ private:
+  void *probe();
+  SornXE xe_;
+  void *mark_;
+};
+
 // A seeded generator whose seed the test output shows.
 std::mt19937_64 seeded_rng(uint64_t seed);
 

@@ -25,26 +25,7 @@ const double kNaN = std::numeric_limits<double>::quiet_NaN();
 const double *const kKeepSrc = SORN_CMP_KEEPSRC;
 
 // An environment whose scratch level is checked after each call.
-class Env {
- public:
-  Env() {
-    std::memset(&xe_, 0, sizeof xe_);
-    SornXEinit(&xe_, nullptr);
-    mark_ = probe();
-  }
-  ~Env() { SornXEfini(&xe_); }
-  SornXE *xe() { return &xe_; }
-  bool at_mark() { return probe() == mark_; }
-
- private:
-  void *probe() {
-    void *p = SornXEalloca(&xe_, 16, 0);
-    SornXEfreea(&xe_, p);
-    return p;
-  }
-  SornXE xe_;
-  void *mark_;
-};
+using Env = sorn_test::ScratchEnv;
 
 enum Form { kPlain, kPlainC, kValues, kValuesC };
 bool with_values(Form f) { return f == kValues || f == kValuesC; }

@@ -14,28 +14,7 @@
 
 namespace stats_test {
 
-class Env {
- public:
-  Env() {
-    std::memset(&xe_, 0, sizeof xe_);
-    SornXEinit(&xe_, nullptr);
-    probe_ = probe();
-  }
-  ~Env() { SornXEfini(&xe_); }
-  SornXE *xe() { return &xe_; }
-  // True when the scratch stack is back at the level it had at the start:
-  // a small block taken now lands where it landed then.
-  bool at_mark() { return probe() == probe_; }
-
- private:
-  void *probe() {
-    void *p = SornXEalloca(&xe_, 16, 0);
-    SornXEfreea(&xe_, p);
-    return p;
-  }
-  SornXE xe_;
-  void *probe_;
-};
+using Env = sorn_test::ScratchEnv;
 
 // A histogram record with heap counters, set up by hand from the rules of
 // the record (so that the counting tests don't lean on sorn_hist_inithdr).

@@ -545,9 +545,12 @@ TEST_P(HistogramRandom, MatchesThePlainCountWithRoisPaddingAndMasks) {
   }
 }
 
+// Every type of the histogram table.
+#define HIST_TEST_TYPE(t) SORN_TYPECODE(t),
 INSTANTIATE_TEST_SUITE_P(AllTypes, HistogramRandom,
-                         ::testing::Values(SORN_U8, SORN_S8, SORN_S16, SORN_S32, SORN_F32),
+                         ::testing::ValuesIn(std::vector<uint32_t>{SORN_HIST_TYPES(HIST_TEST_TYPE)}),
                          [](const auto &info) { return std::string(sorn_test::type_name(info.param)); });
+#undef HIST_TEST_TYPE
 
 TEST(HistogramRandom, U8ExhaustiveBanksAgreeWithTheDirectCount) {
   // Every value at every position of a long row, all 16 alignments.

@@ -197,7 +197,7 @@ TEST(Minmax, MaskedAgainstABruteForceWalk) {
     for (SornFlags flags : {(SornFlags)0, kInv})
       for (int rep = 0; rep < 60; ++rep) {
         const int32_t rows = 1 + (int32_t)(rng() % 8), cols = 1 + (int32_t)(rng() % 30);
-        Image img(rows, cols, 1, t, (int32_t)(rng() % 2) * 3);
+        Image img(rows, cols, 1, t, (int32_t)(rng() % 2) * 4);
         Image mask(rows + 1, cols + 2, 1, SORN_U8);
         fill(img, rng, rep % 2 ? 6 : 0);
         const uint8_t skip = flags ? 255 : 0;

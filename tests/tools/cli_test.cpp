@@ -10,19 +10,13 @@
 #include "tool_testutil.h"
 
 using sorn::tool::Image;
+using tool_test::expect_failure;
 using tool_test::run_tool;
 using tool_test::ToolRun;
 using tool_test::Scratch;
 
 namespace {
 
-// A failing run: its exit code, and one line on stderr equal to 'line'.
-void expect_failure(const ToolRun &r, int code, const std::string &line) {
-  EXPECT_EQ(r.code, code) << r.err;
-  auto lines = r.err_lines();
-  ASSERT_EQ(lines.size(), 1u) << r.err;
-  EXPECT_EQ(lines[0], line);
-}
 
 // The number after 'key' on the line that starts with it.
 double number_after(const std::string &text, const std::string &key) {
@@ -49,7 +43,7 @@ TEST(ToolHelp, ListsEveryCommand) {
   ToolRun r = run_tool({"--help"});
   EXPECT_EQ(r.code, 0);
   EXPECT_EQ(r.err, "");
-  for (const char *c : {"mser", "hist", "stats", "add"}) {
+  for (const char *c : {"mser", "hist", "stats", "add", "threshold", "resize", "filter", "border"}) {
     EXPECT_NE(r.out.find(std::string("  ") + c + " "), std::string::npos) << c;
   }
 }
@@ -168,7 +162,7 @@ TEST(ToolStats, SumAndMeanOfEachChannel) {
   EXPECT_EQ(number_after(r.out, "green "), 120);       // 4 * (0+10+20)
   EXPECT_EQ(number_after(r.out, "blue "), 2400);
   auto lines = lines_of(r.out);
-  ASSERT_EQ(lines.size(), 5u) << r.out;
+  ASSERT_EQ(lines.size(), 9u) << r.out;  // image, sums and means, extremes
   std::istringstream red(lines[2]);
   std::string name;
   double sum, mean;

@@ -41,6 +41,13 @@ std::vector<std::string> ToolRun::err_lines() const {
   return lines;
 }
 
+void expect_failure(const ToolRun &r, int code, const std::string &line) {
+  EXPECT_EQ(r.code, code) << r.err;
+  auto lines = r.err_lines();
+  ASSERT_EQ(lines.size(), 1u) << r.err;
+  EXPECT_EQ(lines[0], line);
+}
+
 std::string read_file(const std::string &path) {
   std::ifstream in(path, std::ios::binary);
   std::ostringstream s;

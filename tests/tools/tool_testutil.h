@@ -40,6 +40,9 @@ struct ToolRun {
 // empty.
 ToolRun run_tool(const std::vector<std::string> &args, const std::string &stdout_path = "");
 
+// A failing run: its exit code, and one line on stderr equal to 'line'.
+void expect_failure(const ToolRun &r, int code, const std::string &line);
+
 std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &bytes);
 

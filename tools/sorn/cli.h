@@ -164,10 +164,18 @@ int run_mser(const std::vector<std::string> &argv);
 int run_hist(const std::vector<std::string> &argv);
 int run_stats(const std::vector<std::string> &argv);
 int run_add(const std::vector<std::string> &argv);
+int run_threshold(const std::vector<std::string> &argv);
+int run_resize(const std::vector<std::string> &argv);
+int run_filter(const std::vector<std::string> &argv);
+int run_border(const std::vector<std::string> &argv);
 
 extern const char *const kMserHelp;
 extern const char *const kHistHelp;
 extern const char *const kStatsHelp;
 extern const char *const kAddHelp;
+extern const char *const kThresholdHelp;
+extern const char *const kResizeHelp;
+extern const char *const kFilterHelp;
+extern const char *const kBorderHelp;
 
 }  // namespace sorn::tool

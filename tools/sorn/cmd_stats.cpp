@@ -1,5 +1,8 @@
-// sorn stats: sum and mean of every channel, over the whole picture and,
-// with a mask, over the pixels that the mask selects.
+// sorn stats: sum, mean, minimum and maximum with their places of every
+// channel, over the whole picture and, with a mask, over the pixels that the
+// mask selects.
+#include <cstring>
+
 #include "cli.h"
 
 namespace sorn::tool {
@@ -8,8 +11,10 @@ const char *const kStatsHelp =
     "usage: sorn stats [IMAGE] [--mask MASK]\n"
     "\n"
     "Prints the sum and the mean of every channel of IMAGE (the default picture\n"
-    "when none is given). With --mask, also the sum and mean over the pixels\n"
-    "where MASK, a grey image of the same size, is not 0, and how many those are.\n"
+    "when none is given), then its least and greatest value with the place (x, y)\n"
+    "where each first occurs, row by row from the top. With --mask, also the sum,\n"
+    "mean, least and greatest value over the pixels where MASK, a grey image of\n"
+    "the same size, is not 0, and how many those are.\n"
     "\n"
     "options:\n"
     "  --mask MASK   grey PNG, PGM or PPM of the same size as IMAGE\n"
@@ -49,6 +54,41 @@ Columns measure(Env &env, const Image &image, const Image *mask) {
     }
   } else {
     run(image, out.sums.data(), out.means.data());
+  }
+  return out;
+}
+
+// The least and greatest value of each channel and where each first
+// occurs. One-channel searches under a mask, and two-channel images, go
+// plane by plane.
+struct Extreme {
+  bool found = false;  // false for a mask that selects nothing
+  int32_t min = 0, max = 0;
+  int32_t min_x = 0, min_y = 0, max_x = 0, max_y = 0;
+};
+
+std::vector<Extreme> extremes(Env &env, const Image &image, const Image *mask) {
+  std::vector<Extreme> out(size_t(image.channels));
+  SornArray m{};
+  if (mask) m = array_of(*mask);
+  auto run = [&](const Image &part, Extreme *e) {
+    SornArray a = array_of(part);
+    SornMinmaxRec r;
+    std::memset(&r, 0, sizeof r);
+    r.what = SORN_MINMAX_POSITIONS | SORN_MINMAX_MINCOL | SORN_MINMAX_MAXCOL;
+    SornStatus st = mask ? SornMinmaxEx(env.get(), 0, &a, &m, nullptr, nullptr, &r)
+                         : SornMinmax(env.get(), 0, &a, nullptr, &r);
+    if (mask && st == SORN_ENOSPC) return;  // nothing selected
+    check_status(st, mask ? "SornMinmaxEx" : "SornMinmax");
+    for (int32_t c = 0; c < part.channels; ++c)
+      e[c] = Extreme{true,         r.min[c].ivalue, r.max[c].ivalue, r.min[c].col,
+                     r.min[c].row, r.max[c].col,    r.max[c].row};
+  };
+  if (mask || image.channels == 2) {
+    for (int32_t c = 0; c < image.channels; ++c)
+      run(image.channels == 1 ? image : channel_plane(image, c), &out[size_t(c)]);
+  } else {
+    run(image, out.data());
   }
   return out;
 }
@@ -109,6 +149,31 @@ int run_stats(const std::vector<std::string> &argv) {
     std::printf("\n");
   }
   if (maskp && masked.selected == 0) std::printf("the mask selects no pixel: masked means are 0\n");
+
+  const std::vector<Extreme> whole_ext = extremes(env, image, nullptr);
+  std::vector<Extreme> masked_ext;
+  if (maskp) masked_ext = extremes(env, image, maskp);
+  auto place = [](int32_t x, int32_t y) {
+    return "(" + std::to_string(x) + "," + std::to_string(y) + ")";
+  };
+  std::printf("%-8s %5s %-11s %5s %-11s", "channel", "min", "at (x,y)", "max", "at (x,y)");
+  if (maskp)
+    std::printf(" %10s %-11s %10s %-11s", "masked min", "at (x,y)", "masked max", "at (x,y)");
+  std::printf("\n");
+  for (int32_t c = 0; c < image.channels; ++c) {
+    const Extreme &e = whole_ext[size_t(c)];
+    std::printf("%-8s %5d %-11s %5d %-11s", channel_name(image.channels, c), e.min,
+                place(e.min_x, e.min_y).c_str(), e.max, place(e.max_x, e.max_y).c_str());
+    if (maskp) {
+      const Extreme &k = masked_ext[size_t(c)];
+      if (k.found)
+        std::printf(" %10d %-11s %10d %-11s", k.min, place(k.min_x, k.min_y).c_str(), k.max,
+                    place(k.max_x, k.max_y).c_str());
+      else
+        std::printf(" %10s %-11s %10s %-11s", "-", "", "-", "");
+    }
+    std::printf("\n");
+  }
   return kOk;
 }
 

@@ -8,8 +8,14 @@ const std::vector<Command> &commands() {
   static const std::vector<Command> table = {
       {"mser", "maximally stable extremal regions, drawn over the picture", kMserHelp, run_mser},
       {"hist", "256-bin histogram per channel, as a table and a bar plot", kHistHelp, run_hist},
-      {"stats", "sum and mean per channel, optionally under a mask", kStatsHelp, run_stats},
+      {"stats", "sum, mean, minimum and maximum per channel, optionally under a mask", kStatsHelp,
+       run_stats},
       {"add", "element-wise sum of two images", kAddHelp, run_add},
+      {"threshold", "black and white by a fixed threshold, Otsu's, or the local mean",
+       kThresholdHelp, run_threshold},
+      {"resize", "nearest-neighbour resizing by factors or to a size", kResizeHelp, run_resize},
+      {"filter", "box, minimum or maximum over a rectangular window", kFilterHelp, run_filter},
+      {"border", "the picture with a border of a given kind around it", kBorderHelp, run_border},
   };
   return table;
 }

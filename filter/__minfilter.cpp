@@ -1,0 +1,18 @@
+// The minimum filter kernels and their dispatchers, one per type of the
+// filter table, from the template that serves both extremes.
+//
+// Predictive commoning would keep each lane of the row pass's running
+// extremes in a register of its own, one element at a time; without it
+// the lanes stay whole vectors.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC optimize("no-predictive-commoning")
+#endif
+#include <sorn.h>
+
+#include "filter/minmax_kernels.h"
+
+#define SORN_MIN_KERNEL(t, shape) SORN_MINMAX_KERNEL(t, shape, min, sorn::filter::Min)
+#define SORN_MIN_FAMILY(t)                        \
+  SORN_MINMAX_DISPATCH(t, min, sorn::filter::Min) \
+  SORN_MINMAXFILTER_SHAPES(SORN_MIN_KERNEL, t)
+SORN_FILTER_TYPES(SORN_MIN_FAMILY)

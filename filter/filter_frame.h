@@ -1,0 +1,117 @@
+// The edge decision that every neighbourhood family runs once per call
+// (layer 3 of its edge-handling form): where the pixels outside the region
+// come from. Kernels never test an edge; they read every cell of every
+// window. The decision makes that safe: the source is read where it stands
+// when every needed pixel is real and the destination does not share its
+// bytes; otherwise the needed box is built in scratch memory, the real
+// pixels copied and the rest made by the border kind, and the kernel reads
+// that block.
+#pragma once
+
+#include <sorn.h>
+
+#include <cstdint>
+
+namespace sorn::filter {
+
+// How a family's form differs: whether it first asks its kernel whether it
+// can do without a margin (the probe), and whether the bordering clears
+// SORN_F_BORDER_ONLY before it copies.
+struct EdgeForm {
+  bool probe;
+  bool clear_border_only;
+};
+
+// `pass(flags, src, srcStrides)` runs the family's layer 3 (the dispatch
+// by kind) on a source laid out as the region's first pixel and its
+// strides. n cells: the last is the channel cell, the others spatial.
+template <class Pass>
+SornStatus edge_decision(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                         uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                         const int32_t *srcStrides, const SornSeShape *se,
+                         const SornBorderSpec *border, const SornSites *sites, EdgeForm form,
+                         Pass pass) {
+  const int32_t n = (int32_t)(pack & 15u);
+  if (n < 2 || n > 4) return SORN_EINVAL;
+  const bool overlap = sorn__overlapped(n, sizes, dst, dstStrides, src, srcStrides) != 0;
+  int32_t availO[4], availS[4], needO[4], needS[4];
+  const bool covered =
+      sorn__compute_roi_$se(flags, n - 1, availO, availS, needO, needS, nullptr, sizes, se,
+                            sites ? &sites->site : nullptr, sites ? &sites->parsite : nullptr) != 0;
+  availO[n - 1] = needO[n - 1] = 0;
+  availS[n - 1] = needS[n - 1] = sizes[n - 1];
+  const SornFlags plain = flags & ~(SornFlags)(SORN_F_NOMARGIN | SORN_F_SITEMARGIN);
+
+  // The source offers the region alone: a kernel that needs no margin may
+  // say so before any scratch is taken, and a refusal ends the call here.
+  if (form.probe && !overlap && !covered && sorn_vec__equal(n, sizes, availS)) {
+    const SornStatus st = pass(flags | SORN_F_NOMARGIN, src, srcStrides);
+    if (st != SORN_EAGAIN) return st;
+  }
+  if (!overlap && covered) return pass(plain, src, srcStrides);
+
+  // The needed box in scratch: rows tight, pixels as in the source. A
+  // window so large that the box leaves the 32-bit range (its extents wrap,
+  // or a row has more bytes than a stride holds) cannot be had either.
+  int32_t strides[4] = {0, 0, 0, 0};
+  strides[n - 2] = srcStrides[n - 2];
+  strides[n - 1] = srcStrides[n - 1];
+  for (int32_t k = 0; k < n; ++k)
+    if (needS[k] < 1) return SORN_ENOMEM;
+  const int64_t row =
+      (int64_t)needS[n - 2] * (strides[n - 2] < 0 ? -(int64_t)strides[n - 2] : strides[n - 2]);
+  if (row > INT32_MAX) return SORN_ENOMEM;
+  const size_t bytes = sorn_vmemsize(n, needS, strides, 2);
+  void *scratch = bytes > 0 ? SornXEalloca(xe, bytes, 0) : nullptr;
+  if (scratch == nullptr) return SORN_ENOMEM;
+  if (form.clear_border_only) flags &= ~(SornFlags)SORN_F_BORDER_ONLY;
+  const void *p = sorn_advance_ptr(src, sorn_vec_mkloff(n, availO, srcStrides));
+  // The copy can fail only where the kernel would report the same reason:
+  // its status is not looked at.
+  if (overlap && covered) {
+    (void)sorna__copy(xe, flags, (SornDimPack)n, availS, type, scratch, strides, p, srcStrides);
+  } else {
+    SornBrShape br = {};
+    sorn_brshape__compute_$gv(&br, n - 1, needO, needS, availO, availS);
+    const int32_t kind = border ? (int32_t)border->kind : SORN_BORDER_REFLECT101;
+    if (border && (kind & 15) == SORN_BORDER_CONST)
+      for (int k = 0; k < 4; ++k) br.fill[k] = border->value[k];
+    (void)sorna__copymkb(xe, flags, (SornDimPack)n, availS, type, scratch, strides, p, srcStrides,
+                         kind, &br, nullptr);
+  }
+  const void *at = sorn_advance_ptr(scratch, -sorn_vec_mkloff(n, needO, strides));
+  const SornStatus st = pass(plain, at, strides);
+  SornXEfreea(xe, scratch);
+  return st;
+}
+
+// The planes of a 4-dimensional call, one at a time: plane k of dst from
+// plane k of src, or from src's only plane. Each plane is a 3-dimensional
+// call of the slice form; windows never reach from one plane into the
+// next.
+struct PlaneOperand {
+  uint32_t type;
+  void *base;
+  int32_t origin[4];
+  int32_t strides[4];
+};
+template <class Slice>
+SornStatus each_plane(int32_t planes, const int32_t *sizes, PlaneOperand d, PlaneOperand s,
+                      bool one_source_plane, Slice slice) {
+  // Four cells each, given from cell 1 on: the packing word tells the
+  // layers below that one valid cell lies in front.
+  int32_t dims[4] = {1, sizes[1], sizes[2], sizes[3]};
+  for (int32_t k = 0; k < planes; ++k) {
+    const int32_t sk = one_source_plane ? 0 : k;
+    int32_t dorigin[4] = {0, d.origin[1], d.origin[2], d.origin[3]};
+    int32_t sorigin[4] = {0, s.origin[1], s.origin[2], s.origin[3]};
+    void *dp = sorn_advance_ptr(d.base, (d.origin[0] + k) * d.strides[0]);
+    void *sp = sorn_advance_ptr(s.base, (s.origin[0] + sk) * s.strides[0]);
+    const SornStatus st = slice(SORN_DIMPACK(3), dims + 1, d.type, dp, dorigin + 1, d.strides + 1,
+                                s.type, sp, sorigin + 1, s.strides + 1);
+    if (st != SORN_OK) return st;
+  }
+  return SORN_OK;
+}
+
+}  // namespace sorn::filter

@@ -1,0 +1,148 @@
+// Copies and neighbourhood filters from the public entries: SornCopy,
+// SornCopyEx, SornCopyMkb, SornCopyRMkb and SornFilter, at rank 3 and 4,
+// in place and not, on operands decoded from the input, with regions,
+// borders, windows, kinds and flags of every sort. Every operand lives in a
+// block of exactly its size. Properties, beside the sanitizers' silence:
+//   - the answer is a status of the library;
+//   - a destination record that breaks the checks answers SORN_EINVAL;
+//   - sources and masks are never written, unless the call works in place;
+//   - no byte of the destination's block outside its site is written, and a
+//     failing call writes nothing at all;
+//   - the environment's stack is at the same level after the call.
+#include "fuzz_input.h"
+
+#include <algorithm>
+
+namespace {
+
+using namespace sorn_fuzz;
+
+const uint32_t kTypes[] = {SORN_U8, SORN_S16, SORN_S32, SORN_F32, SORN_U16, SORN_S8, SORN_F64};
+const uint32_t kMaskTypes[] = {SORN_U8};
+
+enum Op { kCopy, kCopyEx, kCopyMkb, kCopyRMkb, kFilter };
+
+bool bad_image(const SornArray &a) {
+  if (a.ndims != 3 && a.ndims != 4) return true;
+  if (a.dims[0] < 1) return true;
+  const int32_t ch = SORN_CHANNELS(a.dims[3]);
+  return ch < 1 || ch > 4;
+}
+
+// Cells of a border or a window: small mostly, anything now and then.
+int32_t cell(Input &in, int32_t lo, int32_t hi) {
+  if (in.chance(240)) return in.range(lo, hi);
+  static const int32_t wild[] = {INT32_MIN, INT32_MIN + 1, -65536, -1000, 1000, 65536,
+                                 INT32_MAX - 1, INT32_MAX};
+  return in.pick(wild);
+}
+
+SornBrShape decode_border(Input &in) {
+  SornBrShape b;
+  std::memset(&b, 0, sizeof b);
+  for (int k = 0; k < 3; ++k) {
+    b.lo[k] = k == 0 && in.chance(230) ? 0 : cell(in, -40, 2);
+    b.hi[k] = k == 0 && in.chance(230) ? 0 : cell(in, -2, 40);
+  }
+  for (double &f : b.fill) f = in.chance(200) ? (double)in.range(-300, 300) : in.f64();
+  return b;
+}
+
+SornSeShape decode_window(Input &in) {
+  SornSeShape se;
+  std::memset(&se, 0, sizeof se);
+  for (int k = 0; k < 4; ++k) {
+    se.size[k] = cell(in, -6, 12);
+    se.anchor[k] = cell(in, -6, 12);
+  }
+  return se;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  Input in(data, size);
+  const Op op = (Op)(in.u8() % 5);
+  Pixels px(in.u64());
+  Operand dst, src, mask;
+  const Shape ds = decode_shape(in, kTypes, 7, 20, 28);
+  build(dst, ds, px);
+  Shape ss = decode_shape(in, kTypes, 7, 20, 28);
+  if (in.chance(200)) {
+    // Mostly a source that the checks accept.
+    ss.type = ds.type;
+    ss.chword = ds.chword;
+    if (in.chance(200)) ss.ndims = ds.ndims;
+    if (ss.ndims == ds.ndims && in.chance(200)) ss.planes = ds.planes;
+  }
+  build(src, ss, px);
+  Shape ms = decode_shape(in, kMaskTypes, 1, 20, 28);
+  if (in.chance(160)) {
+    ms.ndims = ds.ndims;
+    ms.planes = in.chance(200) ? ds.planes : 1;
+    ms.rows = ds.rows;
+    ms.cols = ds.cols;
+    if (in.chance(128)) ms.chword = 1;
+  }
+  build(mask, ms, px);
+  const bool in_place = in.chance(40);
+  const SornArray *psrc = in_place ? nullptr : &src.rec;
+
+  SornVolume r1 = decode_roi(in, dst.channels), r2 = decode_roi(in, dst.channels),
+             r3 = decode_roi(in, 1);
+  const SornVolume *p1 = in.chance(128) ? &r1 : nullptr;
+  const SornVolume *p2 = in.chance(128) ? &r2 : nullptr;
+  const SornVolume *p3 = in.chance(128) ? &r3 : nullptr;
+  static const SornFlags common[] = {0, 0, 0, SORN_F_NOMARGIN, SORN_F_SITEMARGIN,
+                                     SORN_F_BORDER_ONLY, SORN_F_ELEMMASK, SORN_F_INVMASK,
+                                     SORN_F_PROBE, 0x30};
+  const SornFlags flags = in.chance(240) ? in.pick(common) : in.u64();
+  static const int32_t borders[] = {0, 2, 3, 4, 5, 6, 7, 7, 7, 1, 8, 15, 0x17};
+  static const int32_t kinds[] = {3, 4, 5, 5, 3, 4, 0, 256, 261, 6, 109, 105, 1, 255};
+  const int32_t kind = op == kFilter ? in.pick(kinds) : in.pick(borders);
+  const SornBrShape border = decode_border(in);
+  const SornBrShape *pborder = in.chance(240) ? &border : nullptr;
+  const SornSeShape window = decode_window(in);
+  const SornSeShape *pwindow = in.chance(220) ? &window : nullptr;
+
+  if (verbose()) {
+    std::fprintf(stderr, "op %d kind %d flags %llx%s\n", (int)op, kind, (unsigned long long)flags,
+                 in_place ? " in place" : "");
+    describe("dst", dst.rec);
+    if (psrc) describe("src", src.rec);
+    describe("mask", mask.rec);
+    describe("roi1", p1);
+    describe("roi2", p2);
+    describe("roi3", p3);
+  }
+
+  const std::vector<uint8_t> d0 = dst.snapshot(), s0 = src.snapshot(), m0 = mask.snapshot();
+  Env env;
+  const KuMark before = env.level();
+  SornStatus st = SORN_EINVAL;
+  switch (op) {
+    case kCopy: st = SornCopy(&env.xe, flags, &dst.rec, in_place ? &dst.rec : psrc, p1, p2); break;
+    case kCopyEx:
+      st = SornCopyEx(&env.xe, flags, &dst.rec, in_place ? &dst.rec : psrc,
+                      in.chance(230) ? &mask.rec : nullptr, p1, p2, p3);
+      break;
+    case kCopyMkb:
+      st = SornCopyMkb(&env.xe, flags, &dst.rec, psrc, p1, p2, kind, pborder);
+      break;
+    case kCopyRMkb:
+      st = SornCopyRMkb(&env.xe, flags, &dst.rec, psrc, p1, p2, kind, pborder);
+      break;
+    case kFilter: st = SornFilter(&env.xe, flags, &dst.rec, psrc, p1, p2, kind, pwindow); break;
+  }
+
+  FUZZ_CHECK(is_status(st) || st == SORN_ENOTIMP);
+  if (bad_image(dst.rec)) FUZZ_CHECK(st == SORN_EINVAL);
+  FUZZ_CHECK(same_level(before, env.level()));
+  FUZZ_CHECK(m0 == mask.snapshot());
+  if (!in_place) FUZZ_CHECK(s0 == src.snapshot());
+  const std::vector<uint8_t> d1 = dst.snapshot();
+  if (st != SORN_OK) FUZZ_CHECK(d0 == d1);
+  for (size_t i = 0; i < d1.size(); ++i)
+    if (d0[i] != d1[i]) FUZZ_CHECK(dst.in_site(i));
+  return 0;
+}
