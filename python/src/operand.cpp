@@ -24,7 +24,9 @@ struct NumpyType {
   const char *name;
 };
 
-constexpr char kind_of(const char *token) { return token[0] == 'u' ? 'u' : token[0] == 's' ? 'i' : 'f'; }
+constexpr char kind_of(const char *token) {
+  return token[0] == 'u' ? 'u' : token[0] == 's' ? 'i' : 'f';
+}
 constexpr int size_of(uint32_t code) { return SORN_ELEMSIZE(code); }
 
 #define SORN_PY_NUMPY_TYPE(t) \
@@ -126,8 +128,8 @@ Image from_array(py::handle obj, const char *function, const char *name) {
 // numpy's own row order.
 void replace_by_copy(Image &img) {
   const uint32_t type = img.type;
-  img.array = py::array::ensure(img.array,
-                                (int)py::array::c_style | (int)py::detail::npy_api::NPY_ARRAY_ALIGNED_);
+  img.array = py::array::ensure(
+      img.array, (int)py::array::c_style | (int)py::detail::npy_api::NPY_ARRAY_ALIGNED_);
   if (!img.array) throw py::error_already_set();
   describe(img);
   img.type = type;
@@ -143,7 +145,8 @@ struct Orientation {
   bool swap;
   bool flip;
 };
-constexpr Orientation kOrientations[] = {{false, false}, {true, false}, {false, true}, {true, true}};
+constexpr Orientation kOrientations[] = {
+    {false, false}, {true, false}, {false, true}, {true, true}};
 
 Image oriented(const Image &img, Orientation o) {
   Image r = img;
@@ -217,7 +220,9 @@ py::dtype dtype_of(uint32_t code) {
   if (code < 16 && made[code]) return py::reinterpret_borrow<py::dtype>(made[code]);
   for (const NumpyType &t : kTypes) {
     if (t.code != code) continue;
-    const std::string name = std::string(t.kind == 'u' ? "uint" : t.kind == 'i' ? "int" : "float") +
+    const std::string name = std::string(t.kind == 'u'   ? "uint"
+                                         : t.kind == 'i' ? "int"
+                                                         : "float") +
                              std::to_string(8 * t.size);
     py::dtype dt(name);
     made[code] = dt.inc_ref();
@@ -229,7 +234,9 @@ py::dtype dtype_of(uint32_t code) {
 std::string type_name(uint32_t code) {
   for (const NumpyType &t : kTypes)
     if (t.code == code)
-      return std::string(t.kind == 'u' ? "uint" : t.kind == 'i' ? "int" : "float") +
+      return std::string(t.kind == 'u'   ? "uint"
+                         : t.kind == 'i' ? "int"
+                                         : "float") +
              std::to_string(8 * t.size);
   return "code " + std::to_string(code);
 }
@@ -250,9 +257,7 @@ uint32_t code_of_dtype_arg(py::handle dtype, const char *function) {
 
 /* ---------------- operands ---------------- */
 
-bool Image::walkable() const {
-  return aligned && str[3] == esize && str[2] == ext[3] * esize;
-}
+bool Image::walkable() const { return aligned && str[3] == esize && str[2] == ext[3] * esize; }
 
 Image image_arg(py::handle obj, const char *function, const char *name, Axes axes) {
   Image img = from_array(obj, function, name);
@@ -291,7 +296,8 @@ Image mask_arg(py::handle obj, const char *function, const char *name, const Ima
   describe(m);
   if (nd == 3 && image.ndim == 4 && m.ext[3] > 4) {
     // (planes, rows, columns) was meant: no channel axis.
-    value_error(where(function, name) + ": a mask of a stack of planes has the shape (rows, "
+    value_error(where(function, name) +
+                ": a mask of a stack of planes has the shape (rows, "
                 "columns), (rows, columns, 1) or (planes, rows, columns, 1)");
   }
   const bool rows_cols = m.ext[1] == image.ext[1] && m.ext[2] == image.ext[2];
@@ -362,7 +368,8 @@ void check_overlap(const Output &out, const Image &in, const char *function, con
   for (int k = 0; k < 4 && same; ++k) same = o.ext[k] == in.ext[k] && o.str[k] == in.str[k];
   if (same && alias_ok) return;
   // The spans meet: only numpy's exact test tells interleaved views apart.
-  static py::handle shares = py::object(py::module_::import("numpy").attr("shares_memory")).release();
+  static py::handle shares =
+      py::object(py::module_::import("numpy").attr("shares_memory")).release();
   if (!shares(o.array, in.array).cast<bool>()) return;
   value_error(std::string(function) + ": out shares memory with " + name +
               (alias_ok ? " without being the same array" : "") +
@@ -476,8 +483,8 @@ void channel_constants(py::handle value, int64_t channels, double *out, const ch
     }
   };
   const bool sequence = py::isinstance<py::sequence>(value) && !py::isinstance<py::str>(value);
-  const bool vector = py::isinstance<py::array>(value) &&
-                      py::reinterpret_borrow<py::array>(value).ndim() > 0;
+  const bool vector =
+      py::isinstance<py::array>(value) && py::reinterpret_borrow<py::array>(value).ndim() > 0;
   if (!sequence && !vector) {
     const double v = number(value);
     for (int64_t c = 0; c < channels; ++c) out[c] = v;
@@ -486,8 +493,8 @@ void channel_constants(py::handle value, int64_t channels, double *out, const ch
   py::sequence seq = py::reinterpret_borrow<py::sequence>(
       vector ? py::reinterpret_borrow<py::object>(value).attr("tolist")() : value);
   if ((int64_t)py::len(seq) != channels)
-    value_error(where(function, name) + " has " + std::to_string(py::len(seq)) +
-                " values for " + std::to_string(channels) + " channels");
+    value_error(where(function, name) + " has " + std::to_string(py::len(seq)) + " values for " +
+                std::to_string(channels) + " channels");
   for (int64_t c = 0; c < channels; ++c) out[c] = number(seq[(size_t)c]);
 }
 
