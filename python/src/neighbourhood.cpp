@@ -218,8 +218,9 @@ py::object resize(const Resize &s, const char *name, py::handle img, py::handle 
   Output o = placed_output(out, I, reshaped(I, rows, cols, name), name);
   SornStatus st = SORN_OK;
   {
-    // A stack goes plane by plane: a four-dimensional call of the library
-    // writes its first plane only.
+    // A stack goes plane by plane: a four-dimensional call whose planes
+    // do not line up row for row in both operands resizes its first plane
+    // only.
     py::gil_scoped_release nogil;
     for (int64_t p = 0; p < I.planes() && st >= 0; ++p) {
       const SornArray rd = record(plane(o.image, p)), rs = record(plane(I, p));
