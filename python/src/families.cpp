@@ -516,9 +516,11 @@ SornNotSupportedError for now.)",
      R"(resize(img, shape=None, *, out=None)
 
 img resized to shape=(rows, columns) (or to out's) by nearest neighbour:
-every pixel a copy of one source pixel, of any element type whose pixels are
-1, 4, 8, 12 or 16 bytes (uint8 with 1 or 4 channels, int16 with 2, float32
-with 1 to 4, ...). With g the source extent over the destination's, column
+every pixel a copy of one source pixel. The library moves pixels of 1, 4, 8,
+12 or 16 bytes whole (uint8 with 1 or 4 channels, int16 with 2 or 4, the
+32-bit types with 1 to 4); uint8 with 2 or 3 channels goes channel by
+channel, and the others (int16 with 1 or 3 channels, 64-bit types) raise
+SornNotSupportedError. With g the source extent over the destination's, column
 i takes source column trunc(i * g) when shrinking (g >= 1) and i * g rounded
 to nearest (ties to even) when enlarging; row i takes trunc(i * g + 0.5)
 when enlarging and trunc(i * g) otherwise; indexes past the end take the

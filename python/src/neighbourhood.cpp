@@ -215,6 +215,29 @@ py::object resize(const Resize &s, const char *name, py::handle img, py::handle 
   } else {
     throw py::type_error(std::string(name) + ": give the shape (rows, columns), or out");
   }
+  auto moved = [](int64_t bytes) {
+    return bytes == 1 || bytes == 4 || bytes == 8 || bytes == 12 || bytes == 16;
+  };
+  if (I.channels() > 1 && !moved(I.channels() * I.esize) && (I.esize == 1 || I.esize == 4)) {
+    // The library moves pixels of 1, 4, 8, 12 or 16 bytes: uint8 pixels of
+    // 2 or 3 channels go channel by channel, each channel a pixel of one
+    // element, by the same rule.
+    Output o = output_arg(out, I.type, reshaped(I, rows, cols, name), name);
+    check_overlap(o, I, name, "img", false);
+    py::object result = o.result;
+    if (o.fresh) {
+      py::tuple dims(I.ndim);
+      for (int k = 0, first = 4 - I.ndim; k < I.ndim; ++k) dims[k] = o.image.ext[first + k];
+      result = py::module_::import("numpy").attr("empty")(dims, dtype_of(I.type));
+    }
+    const py::object whole = py::reinterpret_borrow<py::object>(img);
+    const py::object sizes = py::make_tuple(rows, cols);
+    for (int64_t c = 0; c < I.channels(); ++c) {
+      const py::tuple at = py::make_tuple(py::ellipsis(), py::slice(c, c + 1, 1));
+      resize(s, name, whole[at], sizes, result[at]);
+    }
+    return result;
+  }
   Output o = placed_output(out, I, reshaped(I, rows, cols, name), name);
   SornStatus st = SORN_OK;
   {

@@ -172,7 +172,8 @@ def resize_reference(img, rows, cols):
 
 
 @pytest.mark.parametrize("dtype,channels", [(np.uint8, 1), (np.uint8, 4), (np.int16, 2),
-                                             (np.float32, 1), (np.float32, 3), (np.int32, 4)])
+                                             (np.float32, 1), (np.float32, 3), (np.int32, 4),
+                                             (np.uint8, 3), (np.uint8, 2)])
 @pytest.mark.parametrize("shape", [(5, 7), (24, 40), (13, 100), (1, 3)])
 def test_resizing_takes_the_source_pixels_of_its_rule(rng, dtype, channels, shape):
     img = random_image(rng, (17, 29, channels) if channels > 1 else (17, 29), dtype)
@@ -193,9 +194,19 @@ def test_resizing_views_stacks_and_into_out(rng):
     np.testing.assert_array_equal(sorn.resize(view, (31, 9)), resize_reference(view, 31, 9))
     stack = random_image(rng, (2, 10, 12, 1), np.float32)
     np.testing.assert_array_equal(sorn.resize(stack, (7, 25)), resize_reference(stack, 7, 25))
+    colour = random_image(rng, (3, 9, 7, 3), np.uint8)
+    np.testing.assert_array_equal(sorn.resize(colour, (4, 15)), resize_reference(colour, 4, 15))
+    into = np.zeros((5, 6, 3), np.uint8)
+    assert sorn.resize(colour[1], out=into) is into
+    np.testing.assert_array_equal(into, resize_reference(colour[1], 5, 6))
+    with pytest.raises(ValueError, match="shape"):
+        sorn.resize(colour[1], out=np.zeros((5, 6, 4), np.uint8))
     out = np.zeros((8, 8), np.uint8)
     assert sorn.resize(view, out=out) is out
     np.testing.assert_array_equal(out, resize_reference(view, 8, 8))
+    for dtype, shape in [(np.int16, (4, 4, 3)), (np.int16, (4, 4)), (np.float64, (4, 4, 3))]:
+        with pytest.raises(sorn.SornNotSupportedError, match="SornResize"):
+            sorn.resize(random_image(rng, shape, dtype), (2, 2))
     with pytest.raises(TypeError, match="shape"):
         sorn.resize(view)
     with pytest.raises(ValueError):
