@@ -46,6 +46,19 @@ constexpr FlagChoice kExpAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
 constexpr FlagChoice kLnAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
                                       {"superfast", SORN_F_EXP_SUPERFAST}};
 
+// What the window filters' docstrings share.
+#define SORN_PY_WINDOW_DOC                                                          \
+  "\n\n"                                                                            \
+  "Filters of a one-channel image of uint8, int16, int32 or float32 (a 4-D stack\n" \
+  "plane by plane) by a window of size=(rows, columns) (or one number for both)\n"  \
+  "whose pixel anchor=(row, column) lies on the output pixel (by default the\n"     \
+  "centre, size // 2). Beyond the image's edges the window reads the image\n"       \
+  "mirrored about its edge pixels (border='reflect101', numpy's pad mode\n"         \
+  "'reflect'), or the border kind given: 'reflect' (about the edge, numpy's\n"      \
+  "'symmetric'), 'replicate' ('edge'), 'wrap', or 'const' with value. A window\n"   \
+  "of one pixel gives a copy. Images of 3 or 4 channels raise\n"                    \
+  "SornNotSupportedError for now."
+
 using Shape =
     std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill, MatMul,
                  ComponentTree, StableRegions, Threshold, Otsu, Border, Filter, Resize>;
@@ -470,47 +483,17 @@ channels, 4-D stacks plane by plane.)",
 The mean of each pixel's window: the window's sum as float32 times float32
 1 / cells, rounded to nearest (ties to even) and saturated for the integer
 types. float32 windows are summed by running sums along the rows and down
-the image, so their last bits depend on where the image begins.
-
-Filters of a one-channel image of uint8, int16, int32 or float32 (a 4-D stack
-plane by plane) by a window of size=(rows, columns) (or one number for both)
-whose pixel anchor=(row, column) lies on the output pixel (by default the
-centre, size // 2). Beyond the image's edges the window reads the image
-mirrored about its edge pixels (border='reflect101', numpy's pad mode
-'reflect'), or the border kind given: 'reflect' (about the edge, numpy's
-'symmetric'), 'replicate' ('edge'), 'wrap', or 'const' with value. A window
-of one pixel gives a copy. Images of 3 or 4 channels raise
-SornNotSupportedError for now.)",
+the image, so their last bits depend on where the image begins.)" SORN_PY_WINDOW_DOC,
      Filter{SORN_PY_ENTRY(SornFilter), SORN_FILTER_BOX, kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
     {"min_filter",
      R"(min_filter(img, size=3, *, anchor=None, border='reflect101', value=0, out=None)
 
-The smallest value of each pixel's window (an erosion by a rectangle).
-
-Filters of a one-channel image of uint8, int16, int32 or float32 (a 4-D stack
-plane by plane) by a window of size=(rows, columns) (or one number for both)
-whose pixel anchor=(row, column) lies on the output pixel (by default the
-centre, size // 2). Beyond the image's edges the window reads the image
-mirrored about its edge pixels (border='reflect101', numpy's pad mode
-'reflect'), or the border kind given: 'reflect' (about the edge, numpy's
-'symmetric'), 'replicate' ('edge'), 'wrap', or 'const' with value. A window
-of one pixel gives a copy. Images of 3 or 4 channels raise
-SornNotSupportedError for now.)",
+The smallest value of each pixel's window (an erosion by a rectangle).)" SORN_PY_WINDOW_DOC,
      Filter{SORN_PY_ENTRY(SornFilter), SORN_FILTER_MIN, kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
     {"max_filter",
      R"(max_filter(img, size=3, *, anchor=None, border='reflect101', value=0, out=None)
 
-The largest value of each pixel's window (a dilation by a rectangle).
-
-Filters of a one-channel image of uint8, int16, int32 or float32 (a 4-D stack
-plane by plane) by a window of size=(rows, columns) (or one number for both)
-whose pixel anchor=(row, column) lies on the output pixel (by default the
-centre, size // 2). Beyond the image's edges the window reads the image
-mirrored about its edge pixels (border='reflect101', numpy's pad mode
-'reflect'), or the border kind given: 'reflect' (about the edge, numpy's
-'symmetric'), 'replicate' ('edge'), 'wrap', or 'const' with value. A window
-of one pixel gives a copy. Images of 3 or 4 channels raise
-SornNotSupportedError for now.)",
+The largest value of each pixel's window (a dilation by a rectangle).)" SORN_PY_WINDOW_DOC,
      Filter{SORN_PY_ENTRY(SornFilter), SORN_FILTER_MAX, kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
     {"resize",
      R"(resize(img, shape=None, *, out=None)

@@ -25,37 +25,6 @@ constexpr BorderName kBorders[] = {{"reflect101", SORN_BORDER_REFLECT101},
                                    {"wrap", SORN_BORDER_WRAP},
                                    {"const", SORN_BORDER_CONST}};
 
-// Two non-negative (or positive) extents from a number or a pair: sizes and
-// anchors are (rows, columns).
-std::pair<int64_t, int64_t> pair_arg(py::handle v, const char *name, const char *what,
-                                     int64_t least) {
-  int64_t r = 0, c = 0;
-  try {
-    if (py::isinstance<py::sequence>(v) && !py::isinstance<py::str>(v)) {
-      py::sequence s = py::reinterpret_borrow<py::sequence>(v);
-      if (s.size() != 2) throw py::value_error("");
-      r = s[0].cast<int64_t>();
-      c = s[1].cast<int64_t>();
-    } else {
-      r = c = v.cast<int64_t>();
-    }
-  } catch (py::error_already_set &) {
-    throw py::type_error(std::string(name) + ": " + what +
-                         " must be an integer or (rows, columns)");
-  } catch (py::cast_error &) {
-    throw py::type_error(std::string(name) + ": " + what +
-                         " must be an integer or (rows, columns)");
-  } catch (py::value_error &) {
-    throw py::value_error(std::string(name) + ": " + what +
-                          " must be an integer or (rows, columns)");
-  }
-  if (r < least || c < least || r > 1 << 20 || c > 1 << 20)
-    throw py::value_error(std::string(name) + ": " + what + " must be " + std::to_string(least) +
-                          " or more (rows and columns), not (" + std::to_string(r) + ", " +
-                          std::to_string(c) + ")");
-  return {r, c};
-}
-
 // The frame of a border call: `lo` cells before, `hi` after, the fill of
 // const borders.
 SornBrShape frame(int64_t top, int64_t left, int64_t bottom, int64_t right, const double *fill) {
@@ -121,9 +90,9 @@ py::object border(const Border &s, const char *name, py::handle img, py::handle 
     if (seq.size() != 4)
       throw py::value_error(std::string(name) +
                             ": widths is one number or (top, left, bottom, right)");
-    for (int k = 0; k < 4; ++k) w[k] = pair_arg(seq[k], name, "each width", 0).first;
+    for (int k = 0; k < 4; ++k) w[k] = extent_pair(seq[k], name, "each width", 0).first;
   } else {
-    w[0] = w[1] = w[2] = w[3] = pair_arg(widths, name, "widths", 0).first;
+    w[0] = w[1] = w[2] = w[3] = extent_pair(widths, name, "widths", 0).first;
   }
   const int32_t k = border_kind_of(kind, name);
   double fill[4] = {0, 0, 0, 0};
@@ -151,11 +120,11 @@ py::object filter(const Filter &s, const char *name, py::handle img, py::handle 
     throw py::value_error(std::string(name) +
                           ": takes images of 1 channel (3 and 4 are "
                           "not supported yet), not 2");
-  const auto [h, w] = pair_arg(size, name, "size", 1);
+  const auto [h, w] = extent_pair(size, name, "size", 1);
   if (h > 4096 || w > 4096)
     throw py::value_error(std::string(name) + ": size must be at most 4096 rows and columns");
   int64_t ay = h / 2, ax = w / 2;
-  if (!anchor.is_none()) std::tie(ay, ax) = pair_arg(anchor, name, "anchor", 0);
+  if (!anchor.is_none()) std::tie(ay, ax) = extent_pair(anchor, name, "anchor", 0);
   if (ay >= h || ax >= w)
     throw py::value_error(std::string(name) + ": anchor must lie in the window (0 <= row < " +
                           std::to_string(h) + ", 0 <= column < " + std::to_string(w) + ")");
@@ -207,7 +176,7 @@ py::object resize(const Resize &s, const char *name, py::handle img, py::handle 
   Image I = image_arg(img, name, "img", Axes{2, 4});
   int64_t rows = 0, cols = 0;
   if (!shape.is_none()) {
-    std::tie(rows, cols) = pair_arg(shape, name, "shape", 1);
+    std::tie(rows, cols) = extent_pair(shape, name, "shape", 1);
   } else if (!out.is_none() && py::isinstance<py::array>(out)) {
     const Image O = image_arg(out, name, "out", Axes{2, 4});
     rows = O.rows();
@@ -255,6 +224,37 @@ py::object resize(const Resize &s, const char *name, py::handle img, py::handle 
 }
 
 }  // namespace
+
+// Two non-negative (or positive) extents from a number or a pair: sizes and
+// anchors are (rows, columns).
+std::pair<int64_t, int64_t> extent_pair(py::handle v, const char *name, const char *what,
+                                        int64_t least) {
+  int64_t r = 0, c = 0;
+  try {
+    if (py::isinstance<py::sequence>(v) && !py::isinstance<py::str>(v)) {
+      py::sequence s = py::reinterpret_borrow<py::sequence>(v);
+      if (s.size() != 2) throw py::value_error("");
+      r = s[0].cast<int64_t>();
+      c = s[1].cast<int64_t>();
+    } else {
+      r = c = v.cast<int64_t>();
+    }
+  } catch (py::error_already_set &) {
+    throw py::type_error(std::string(name) + ": " + what +
+                         " must be an integer or (rows, columns)");
+  } catch (py::cast_error &) {
+    throw py::type_error(std::string(name) + ": " + what +
+                         " must be an integer or (rows, columns)");
+  } catch (py::value_error &) {
+    throw py::value_error(std::string(name) + ": " + what +
+                          " must be an integer or (rows, columns)");
+  }
+  if (r < least || c < least || r > 1 << 20 || c > 1 << 20)
+    throw py::value_error(std::string(name) + ": " + what + " must be " + std::to_string(least) +
+                          " or more (rows and columns), not (" + std::to_string(r) + ", " +
+                          std::to_string(c) + ")");
+  return {r, c};
+}
 
 int32_t border_kind_of(py::handle kind, const char *name) {
   if (py::isinstance<py::str>(kind)) {

@@ -17,6 +17,7 @@
 
 #include <cstdint>
 #include <span>
+#include <utility>
 
 namespace sorn::python {
 
@@ -332,6 +333,11 @@ void bind_families(py::module_ &m);
 // A comparison operator by its symbol or word ('<' or 'lt', ...);
 // ValueError for anything else.
 SornCmpOp cmp_op_of(py::handle op, const char *name);
+
+// Two extents, rows and columns, from one integer for both or a pair, each
+// at least `least` and at most 2**20; TypeError or ValueError naming `what`.
+std::pair<int64_t, int64_t> extent_pair(py::handle v, const char *name, const char *what,
+                                        int64_t least);
 
 // The border kinds by name ('reflect101', 'reflect', 'replicate', 'wrap',
 // 'const'); ValueError for anything else.

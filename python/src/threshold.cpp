@@ -28,21 +28,9 @@ void check_type(Keys pairs, const Image &img, const char *name) {
 
 // The blur method's window: rows and columns, anchored at its centre.
 SornVolume blur_window(py::handle window, const char *name) {
-  int64_t r = 0, c = 0;
-  try {
-    if (py::isinstance<py::sequence>(window) && !py::isinstance<py::str>(window)) {
-      py::sequence s = py::reinterpret_borrow<py::sequence>(window);
-      if (s.size() != 2) throw py::value_error("");
-      r = s[0].cast<int64_t>();
-      c = s[1].cast<int64_t>();
-    } else {
-      r = c = window.cast<int64_t>();
-    }
-  } catch (...) {
-    throw py::type_error(std::string(name) + ": window must be an integer or (rows, columns)");
-  }
-  if (r < 1 || c < 1 || r > 4096 || c > 4096)
-    throw py::value_error(std::string(name) + ": window must be 1 to 4096 rows and columns");
+  const auto [r, c] = extent_pair(window, name, "window", 1);
+  if (r > 4096 || c > 4096)
+    throw py::value_error(std::string(name) + ": window must be at most 4096 rows and columns");
   SornVolume v;
   std::memset(&v, 0, sizeof v);
   v.size[0] = 1;
