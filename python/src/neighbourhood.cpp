@@ -69,11 +69,16 @@ Output framed(const Border &s, const char *name, Image &img, py::handle out, int
   const Image shape =
       reshaped(img, img.rows() - b.lo[1] + b.hi[1], img.cols() - b.lo[2] + b.hi[2], name);
   Output o = placed_output(out, img, shape, name);
-  const SornArray rd = record(o.image), rs = record(img);
-  SornStatus st;
+  SornStatus st = SORN_OK;
   {
+    // A stack goes plane by plane: planes of different extents do not line
+    // up row for row, and a four-dimensional call of such frames its first
+    // plane only.
     py::gil_scoped_release nogil;
-    st = s.copy.fn(thread_env(), 0, &rd, &rs, nullptr, nullptr, kind, &b);
+    for (int64_t p = 0; p < img.planes() && st >= 0; ++p) {
+      const SornArray rd = record(plane(o.image, p)), rs = record(plane(img, p));
+      st = s.copy.fn(thread_env(), 0, &rd, &rs, nullptr, nullptr, kind, &b);
+    }
   }
   check(st, s.copy.name);
   return o;

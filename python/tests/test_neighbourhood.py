@@ -69,6 +69,13 @@ def test_frames_of_every_type_and_frames_wider_than_the_image(rng, dtype):
     np.testing.assert_array_equal(sorn.border(img, 0), img)
 
 
+def test_frames_of_a_stack_plane_by_plane(rng):
+    stack = random_image(rng, (3, 5, 6, 2), np.int32)
+    np.testing.assert_array_equal(sorn.border(stack[::-1], (1, 2, 3, 4), border="reflect"),
+                                  np.pad(stack[::-1], [(0, 0), (1, 3), (2, 4), (0, 0)],
+                                         mode="symmetric"))
+
+
 def test_a_frame_of_a_view_into_out(rng):
     big = random_image(rng, (20, 30), np.int16)
     view = big[3:13:2, 25:5:-3]
@@ -129,6 +136,12 @@ def test_filters_of_views_stacks_and_into_out(rng):
     got = sorn.box_filter(stack, 3)
     for p in range(3):
         np.testing.assert_array_equal(got[p, :, :, 0], box_reference(stack[p, :, :, 0], (3, 3)))
+    for border in ["wrap", "const"]:
+        got = sorn.min_filter(stack[::-1], (4, 3), border=border, value=9)
+        for p in range(3):
+            np.testing.assert_array_equal(
+                got[p, :, :, 0], extreme_reference(stack[::-1][p, :, :, 0], (4, 3), None, border,
+                                                   "min", 9))
     out = np.empty_like(view)
     assert sorn.max_filter(view, 2, out=out) is out
     np.testing.assert_array_equal(out, extreme_reference(view, (2, 2), None, "reflect101", "max"))
