@@ -88,6 +88,9 @@ py::object threshold(const Threshold &s, const char *name, py::handle img, py::h
       channel_constants(value, I.channels(), crit.value, name, "value");
     }
   } else if (m == "otsu" || m == "blur") {
+    if (I.ndim == 4)
+      throw py::value_error(std::string(name) + ": method='" + m +
+                            "' takes one image, not a stack of planes");
     if (!thresh.is_none() || !value.is_none())
       throw py::type_error(std::string(name) + ": method='" + m +
                            "' finds the thresholds itself and writes 0 below and the type's "
@@ -111,18 +114,25 @@ py::object threshold(const Threshold &s, const char *name, py::handle img, py::h
   std::vector<Image *> inputs{&I};
   if (T) inputs.push_back(&*T);
   walk(inputs, &o, m.empty());
-  if (T) {
-    rt = record(*T);
-    crit.thresh[0] = std::numeric_limits<double>::quiet_NaN();
-    const SornArray *p = &rt;
-    std::memcpy(&crit.thresh[1], &p, sizeof p);
-  }
-  const SornArray rd = record(o.image), rs = record(I);
-  SornStatus st;
+  if (T) crit.thresh[0] = std::numeric_limits<double>::quiet_NaN();
+  // A stack the call frame can take goes whole, any other plane by plane.
+  const bool whole = frame_walkable(o.image) && frame_walkable(I) && (!T || frame_walkable(*T));
+  const int64_t P = whole ? 1 : I.planes();
+  SornStatus st = SORN_OK;
   {
     py::gil_scoped_release nogil;
-    st = s.threshold.fn(thread_env(), 0, &rd, &rs, nullptr, nullptr, &spec, count ? &crit : nullptr,
-                        count);
+    for (int64_t p = 0; p < P && st >= 0; ++p) {
+      const SornArray rd = record(whole ? o.image : plane(o.image, p));
+      const SornArray rs = record(whole ? I : plane(I, p));
+      if (T) {
+        // The condition holds the address of its image of thresholds.
+        rt = record(whole ? *T : plane(*T, p));
+        const SornArray *at = &rt;
+        std::memcpy(&crit.thresh[1], &at, sizeof at);
+      }
+      st = s.threshold.fn(thread_env(), 0, &rd, &rs, nullptr, nullptr, &spec,
+                          count ? &crit : nullptr, count);
+    }
   }
   check(st, s.threshold.name);
   return finish(o);

@@ -48,6 +48,16 @@ def test_an_image_of_thresholds_is_compared_element_by_element(rng):
     np.testing.assert_array_equal(sorn.threshold(img, t, 0, op="<="), np.where(img <= t, 0, img))
 
 
+def test_stacks_whole_and_plane_by_plane(rng):
+    stack = random_image(rng, (3, 11, 13, 1), np.uint8)
+    t = random_image(rng, (3, 11, 13, 1), np.uint8)
+    for s in (stack, stack[::-1], stack[:, ::-1]):
+        np.testing.assert_array_equal(sorn.threshold(s, 100, 0), np.where(s < 100, 0, s))
+        np.testing.assert_array_equal(sorn.threshold(s, t[::-1], 7), np.where(s < t[::-1], 7, s))
+    with pytest.raises(ValueError, match="stack"):
+        sorn.threshold(stack, method="otsu")
+
+
 def test_in_place_and_views(rng):
     big = random_image(rng, (20, 30), np.uint8)
     view = big[::-2, 5:25]
