@@ -47,8 +47,8 @@ py::object threshold(const Threshold &s, const char *name, py::handle img, py::h
                      py::handle out) {
   Image I = image_arg(img, name, "img", Axes{2, 4});
   check_type(s.pairs, I, name);
-  SornThresholdSpec spec;
-  std::memset(&spec, 0, sizeof spec);
+  SornThresholdSpec how;
+  std::memset(&how, 0, sizeof how);
   SornThresholdCriterion crit;
   std::memset(&crit, 0, sizeof crit);
   int32_t count = 0;
@@ -58,7 +58,7 @@ py::object threshold(const Threshold &s, const char *name, py::handle img, py::h
   if (m.empty()) {
     if (thresh.is_none())
       throw py::type_error(std::string(name) + ": give thresh, or a method ('otsu' or 'blur')");
-    spec.method = SORN_THH_IMMEDIATE;
+    how.method = SORN_THH_IMMEDIATE;
     crit.op = cmp_op_of(op, name);
     count = 1;
     const bool image =
@@ -96,11 +96,11 @@ py::object threshold(const Threshold &s, const char *name, py::handle img, py::h
                            "' finds the thresholds itself and writes 0 below and the type's "
                            "top at or above them: give no thresh or value");
     if (m == "otsu") {
-      spec.method = SORN_THH_OTSU | SORN_THH_DEFAULTS;
+      how.method = SORN_THH_OTSU | SORN_THH_DEFAULTS;
     } else {
-      spec.method = SORN_THH_BLUR;
+      how.method = SORN_THH_BLUR;
       const SornVolume box = blur_window(window, name);
-      std::memcpy(&spec.vrng[0], &box, sizeof box);
+      std::memcpy(&how.vrng[0], &box, sizeof box);
     }
   } else {
     throw py::value_error(std::string(name) + ": method must be None, 'otsu' or 'blur', not '" + m +
@@ -130,7 +130,7 @@ py::object threshold(const Threshold &s, const char *name, py::handle img, py::h
         const SornArray *at = &rt;
         std::memcpy(&crit.thresh[1], &at, sizeof at);
       }
-      st = s.threshold.fn(thread_env(), 0, &rd, &rs, nullptr, nullptr, &spec,
+      st = s.threshold.fn(thread_env(), 0, &rd, &rs, nullptr, nullptr, &how,
                           count ? &crit : nullptr, count);
     }
   }
