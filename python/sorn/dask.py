@@ -22,14 +22,25 @@ channel axis is never cut)
   sum(x), mean(x)                      per tile, added exactly
   elementwise(func, *arrays, **kwargs) func (sorn.add, sorn.compare, ...)
                                        tile by tile
+  neighbourhood(func, x, size=3, anchor=None, **kwargs)
+      a window filter (sorn.box_filter, min_filter, max_filter) tile by
+      tile, each tile read with the pixels around it that the window reaches
+      (Dask's map_overlap); box_filter(x, ...), min_filter(x, ...) and
+      max_filter(x, ...) are that for each filter
 Each returns a dask array; .compute() runs it. The results are those of
 the operation on the whole image: counts are added as 64-bit integers, the
 integer sums of tiles are exact in double and are added as integers, and
-element-wise operations look at one element at a time. float32 sums are the
+element-wise operations look at one element at a time, and a window filter
+of a tile that carries the pixels its windows reach reads what the filter of
+the whole image reads (the border beyond the image's edges included, as no
+tile reaches past them). float32 sums are the
 library's double sums of each tile, added with math.fsum, which rounds once:
 the result is the same on any cluster and in any order of tiles, and may
 differ in the last bits from one call of sorn.sum on the whole image, whose
-additions run in another order.
+additions run in another order. Likewise a float32 box filter keeps
+running sums along each row and down the image, which start again in each
+tile: its last bits may differ from the filter of the whole image, while
+integer box filters and the minimum and maximum filters are exact.
 
 The library works on one record of at most 2 GiB per call: tiles are how
 larger images reach it.
@@ -53,7 +64,7 @@ import sorn
 from . import io as _io
 
 __all__ = ["map_images", "stable_regions", "picture_paths", "portable", "histogram", "sum",
-           "mean", "elementwise"]
+           "mean", "elementwise", "neighbourhood", "box_filter", "min_filter", "max_filter"]
 
 _builtin_sum = sum
 
@@ -236,3 +247,52 @@ def elementwise(func, *arrays, **kwargs):
     probe = func(*[np.zeros((1, 1) + a.shape[2:], a.dtype) for a in arrays], **kwargs)
     return da.map_blocks(functools.partial(_tile_call, func, kwargs), *arrays, dtype=probe.dtype,
                          chunks=first.chunks if probe.ndim == first.ndim else None)
+
+
+def _window_reach(size, anchor, function):
+    """How far a window reaches from its anchor, rows and columns: the depth
+    of overlap each tile needs."""
+    rows, cols = (size, size) if np.ndim(size) == 0 else tuple(size)
+    if anchor is None:
+        anchor = (rows // 2, cols // 2)
+    ay, ax = anchor
+    if not (0 <= ay < rows and 0 <= ax < cols):
+        raise ValueError(f"{function}: anchor must lie in the window")
+    return max(ay, rows - 1 - ay), max(ax, cols - 1 - ax)
+
+
+def _tile_filter(func, kwargs, tile):
+    return func(np.ascontiguousarray(tile), **kwargs)
+
+
+def neighbourhood(func, x, size=3, anchor=None, **kwargs):
+    """func(tile, size=size, anchor=anchor, **kwargs) over the tiles of x,
+    each tile widened by the pixels the window reaches beyond it (as far as
+    the image goes) and cut back afterwards: the result is the filter of the
+    whole image. For sorn.box_filter, min_filter and max_filter, whose
+    keywords (border=, value=) pass on."""
+    x = _image_array(x, "neighbourhood")
+    dy, dx = _window_reach(size, anchor, "neighbourhood")
+    func = portable(func)
+    kwargs = dict(kwargs, size=size, anchor=anchor)
+    depth = {0: dy, 1: dx}
+    if x.ndim == 3:
+        depth[2] = 0
+    # No border from Dask: at the image's edges the filter makes its own.
+    return da.map_overlap(functools.partial(_tile_filter, func, kwargs), x, depth=depth,
+                          boundary="none", dtype=x.dtype, trim=True)
+
+
+def box_filter(x, size=3, **kwargs):
+    """sorn.box_filter of a dask array, tile by tile (see neighbourhood)."""
+    return neighbourhood(sorn.box_filter, x, size, **kwargs)
+
+
+def min_filter(x, size=3, **kwargs):
+    """sorn.min_filter of a dask array, tile by tile (see neighbourhood)."""
+    return neighbourhood(sorn.min_filter, x, size, **kwargs)
+
+
+def max_filter(x, size=3, **kwargs):
+    """sorn.max_filter of a dask array, tile by tile (see neighbourhood)."""
+    return neighbourhood(sorn.max_filter, x, size, **kwargs)

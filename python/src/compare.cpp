@@ -31,8 +31,9 @@ const Operator &operator_of(py::handle op, const char *name) {
     for (const Operator &o : kOperators)
       if (s == o.symbol || s == o.word) return o;
   }
-  throw py::value_error(std::string(name) + ": op must be one of '==', '!=', '<', '<=', '>', "
-                                            "'>=' (or 'eq', 'ne', 'lt', 'le', 'gt', 'ge'), not " +
+  throw py::value_error(std::string(name) +
+                        ": op must be one of '==', '!=', '<', '<=', '>', "
+                        "'>=' (or 'eq', 'ne', 'lt', 'le', 'gt', 'ge'), not " +
                         py::str(py::repr(op)).cast<std::string>());
 }
 
@@ -62,8 +63,10 @@ Side side_of(py::handle x, int64_t channels, const char *name, const char *what)
   Side s;
   if (py::isinstance<py::str>(x)) {
     const std::string w = x.cast<std::string>();
-    if (w == "source") s.kind = Side::Source;
-    else if (w == "keep") s.kind = Side::Keep;
+    if (w == "source")
+      s.kind = Side::Source;
+    else if (w == "keep")
+      s.kind = Side::Keep;
     else
       throw py::value_error(std::string(name) + ": " + what +
                             " is a value, one value per channel, 'source' or 'keep', not '" + w +
@@ -115,7 +118,8 @@ py::object compare(const Compare &s, const char *name, py::handle a, py::handle 
       throw py::value_error(std::string(name) + ": 'keep' keeps elements of out: give out");
   }
   uint32_t dst = values ? A.type : SORN_U8;
-  if (!dtype.is_none()) dst = code_of_dtype_arg(dtype, name);
+  if (!dtype.is_none())
+    dst = code_of_dtype_arg(dtype, name);
   else if (!out.is_none() && py::isinstance<py::array>(out)) {
     const uint32_t c = type_code(py::reinterpret_borrow<py::array>(out));
     if (c) dst = c;
@@ -123,12 +127,13 @@ py::object compare(const Compare &s, const char *name, py::handle a, py::handle 
   const uint32_t cls = width_class(dst);
   const Keys keys = values || cls == SORN_F32 ? s.value_pairs : s.pairs;
   if (!cls || !holds(keys, key3(cls, A.type, A.type)))
-    throw py::type_error(std::string(name) + ": no comparison of " + type_name(A.type) +
-                         " into " + type_name(dst) + "; it takes " + list_pairs(keys) +
+    throw py::type_error(std::string(name) + ": no comparison of " + type_name(A.type) + " into " +
+                         type_name(dst) + "; it takes " + list_pairs(keys) +
                          " (and the signed or unsigned type of the same width)");
   if ((t.kind == Side::Source || f.kind == Side::Source) && dst != A.type)
-    throw py::type_error(std::string(name) + ": 'source' writes the source's elements: the "
-                                             "destination must be " +
+    throw py::type_error(std::string(name) +
+                         ": 'source' writes the source's elements: the "
+                         "destination must be " +
                          type_name(A.type));
   Output o = output_arg(out, dst, A, name);
   check_overlap(o, A, name, ai ? "a" : "b", true);
@@ -165,6 +170,8 @@ py::object compare(const Compare &s, const char *name, py::handle a, py::handle 
 }
 
 }  // namespace
+
+SornCmpOp cmp_op_of(py::handle op, const char *name) { return operator_of(op, name).op; }
 
 void bind(py::module_ &m, const char *name, const char *doc, const Compare &s) {
   m.def(

@@ -155,11 +155,10 @@ py::object elementwise(const Elementwise &s, const char *name, py::handle a, py:
   if (ai && bi) return two_images(s, name, a, b, scale, other, dtype, out);
   if (ai) return with_constant(s, name, a, b, false, scale, other, dtype, out);
   if (bi) return with_constant(s, name, b, a, true, scale, other, dtype, out);
-  throw py::type_error(std::string(name) +
-                       ": a or b must be an image (a numpy array of 2 or 3 axes), not " +
-                       py::str(py::type::handle_of(a).attr("__name__")).cast<std::string>() +
-                       " and " +
-                       py::str(py::type::handle_of(b).attr("__name__")).cast<std::string>());
+  throw py::type_error(
+      std::string(name) + ": a or b must be an image (a numpy array of 2 or 3 axes), not " +
+      py::str(py::type::handle_of(a).attr("__name__")).cast<std::string>() + " and " +
+      py::str(py::type::handle_of(b).attr("__name__")).cast<std::string>());
 }
 
 }  // namespace
@@ -174,8 +173,8 @@ void bind(py::module_ &m, const char *name, const char *doc, const Elementwise &
         name,
         [s, name](py::object a, py::object b, int32_t scale, bool other, py::object dtype,
                   py::object out) { return elementwise(s, name, a, b, scale, other, dtype, out); },
-        doc, a, b, py::kw_only(), py::arg("scale") = 0, py::arg(s.option) = s.option_default,
-        dtype, out);
+        doc, a, b, py::kw_only(), py::arg("scale") = 0, py::arg(s.option) = s.option_default, dtype,
+        out);
   } else if (s.scaled) {
     m.def(
         name,

@@ -37,15 +37,31 @@ constexpr uint32_t kHistTypes[] = {SORN_HIST_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kHistXmTypes[] = {SORN_HIST_XM_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kFillTypes[] = {SORN_FILL_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kMulPairs[] = {SORN_MULMM_PAIRS(SORN_PY_PAIR)};
+constexpr uint32_t kFilterTypes[] = {SORN_FILTER_TYPES(SORN_PY_TYPE)};
 
 // The accuracy of exp (and of the sigmoid, which uses it) and of ln.
-constexpr FlagChoice kExpAccuracy[] = {
-    {"accurate", SORN_F_EXP_ACCURATE}, {"fast", SORN_F_EXP_FAST}, {"superfast", SORN_F_EXP_SUPERFAST}};
+constexpr FlagChoice kExpAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
+                                       {"fast", SORN_F_EXP_FAST},
+                                       {"superfast", SORN_F_EXP_SUPERFAST}};
 constexpr FlagChoice kLnAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
                                       {"superfast", SORN_F_EXP_SUPERFAST}};
 
-using Shape = std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill,
-                           MatMul, ComponentTree, StableRegions>;
+// What the window filters' docstrings share.
+#define SORN_PY_WINDOW_DOC                                                          \
+  "\n\n"                                                                            \
+  "Filters of a one-channel image of uint8, int16, int32 or float32 (a 4-D stack\n" \
+  "plane by plane) by a window of size=(rows, columns) (or one number for both)\n"  \
+  "whose pixel anchor=(row, column) lies on the output pixel (by default the\n"     \
+  "centre, size // 2). Beyond the image's edges the window reads the image\n"       \
+  "mirrored about its edge pixels (border='reflect101', numpy's pad mode\n"         \
+  "'reflect'), or the border kind given: 'reflect' (about the edge, numpy's\n"      \
+  "'symmetric'), 'replicate' ('edge'), 'wrap', or 'const' with value. A window\n"   \
+  "of one pixel gives a copy. Images of 3 or 4 channels raise\n"                    \
+  "SornNotSupportedError for now."
+
+using Shape =
+    std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill, MatMul,
+                 ComponentTree, StableRegions, Threshold, Otsu, Border, Filter, Resize>;
 
 struct Family {
   const char *name;
@@ -76,11 +92,17 @@ form for like sources, kept as the library defines it: the sum goes to its
 multiply-by-constant kernel with a block of doubles that kernel reads in its
 own type, so that uint8 gives zeros and other types their own factors, not a
 doubling. add(x, x.copy()) doubles.)",
-     Elementwise{"saturate", true, true,
+     Elementwise{"saturate",
+                 true,
+                 true,
                  {SORN_PY_ENTRY(SornAdd), SORN_PY_ENTRY(SornAddq), SORN_PY_ENTRY(SornAddsq)},
                  {SORN_PY_ENTRY(SornAddC), SORN_PY_ENTRY(SornAddqC), SORN_PY_ENTRY(SornAddsqC)},
                  {},  // addition commutes
-                 kAddTriples, kAddqTriples, kAddcTriples, kAddqcTriples, kAnyChannels}},
+                 kAddTriples,
+                 kAddqTriples,
+                 kAddcTriples,
+                 kAddqcTriples,
+                 kAnyChannels}},
     {"subtract",
      R"(subtract(a, b, *, scale=0, saturate=True, dtype=None, out=None)
 
@@ -89,11 +111,17 @@ constant), or of a constant and an image (constant minus image). scale,
 saturate, dtype and out as for add: with saturate=False an integer difference
 wraps (10 - 20 in uint8 is 246), with saturate=True it clamps (0), and into an
 int8 destination it is the signed difference (-10).)",
-     Elementwise{"saturate", true, true,
+     Elementwise{"saturate",
+                 true,
+                 true,
                  {SORN_PY_ENTRY(SornSub), SORN_PY_ENTRY(SornSubq), SORN_PY_ENTRY(SornSubsq)},
                  {SORN_PY_ENTRY(SornSubC), SORN_PY_ENTRY(SornSubqC), SORN_PY_ENTRY(SornSubsqC)},
                  {SORN_PY_ENTRY(SornRSubC), SORN_PY_ENTRY(SornRSubqC), SORN_PY_ENTRY(SornRSubsqC)},
-                 kAddTriples, kAddqTriples, kAddcTriples, kAddqcTriples, kAnyChannels}},
+                 kAddTriples,
+                 kAddqTriples,
+                 kAddcTriples,
+                 kAddqcTriples,
+                 kAnyChannels}},
     {"multiply",
      R"(multiply(a, b, *, scale=0, dtype=None, out=None)
 
@@ -106,11 +134,17 @@ constant may go into int8.
 
 multiply(x, x) with the very same array squares it by the library's square
 kernels, which wrap at scale 0 where two separate equal operands saturate.)",
-     Elementwise{nullptr, false, true,
+     Elementwise{nullptr,
+                 false,
+                 true,
                  {.plain = SORN_PY_ENTRY(SornMul)},
                  {.plain = SORN_PY_ENTRY(SornMulC)},
                  {},  // multiplication commutes
-                 kAddTriples, {}, kMulcTriples, {}, kAnyChannels}},
+                 kAddTriples,
+                 {},
+                 kMulcTriples,
+                 {},
+                 kAnyChannels}},
     {"divide",
      R"(divide(a, b, *, scale=0, round=False, dtype=None, out=None)
 
@@ -122,45 +156,77 @@ first (dividing uint8 by 2.5 divides by 2), and the constant forms take 1, 3
 or 4 channels. A zero divisor is no error: what it gives is whatever the
 library's float quotient converts to (the lower end of the range where the
 result is clamped).)",
-     Elementwise{"round", false, true,
+     Elementwise{"round",
+                 false,
+                 true,
                  {.plain = SORN_PY_ENTRY(SornDiv), .other = SORN_PY_ENTRY(SornDivr)},
                  {.plain = SORN_PY_ENTRY(SornDivC), .other = SORN_PY_ENTRY(SornDivrC)},
                  {.plain = SORN_PY_ENTRY(SornRDivC), .other = SORN_PY_ENTRY(SornRDivrC)},
-                 kDivTriples, kDivTriples, kDivcPairs, kDivcPairs, kConstChannels}},
+                 kDivTriples,
+                 kDivTriples,
+                 kDivcPairs,
+                 kDivcPairs,
+                 kConstChannels}},
     {"bitwise_and",
      R"(bitwise_and(a, b, *, dtype=None, out=None)
 
 Element-wise a & b of two images of one type (uint8, int16, int32), or of an
 image and a constant, rounded and clamped into the type (the constant forms
 take 1, 3 or 4 channels).)",
-     Elementwise{nullptr, false, false,
+     Elementwise{nullptr,
+                 false,
+                 false,
                  {.plain = SORN_PY_UNSCALED(SornAnd)},
                  {.plain = SORN_PY_UNSCALED(SornAndC)},
                  {},
-                 kLogicTriples, {}, kLogicPairs, {}, kConstChannels}},
+                 kLogicTriples,
+                 {},
+                 kLogicPairs,
+                 {},
+                 kConstChannels}},
     {"bitwise_or",
      R"(bitwise_or(a, b, *, dtype=None, out=None)
 
 Element-wise a | b; types and constants as for bitwise_and.)",
-     Elementwise{nullptr, false, false,
+     Elementwise{nullptr,
+                 false,
+                 false,
                  {.plain = SORN_PY_UNSCALED(SornOrr)},
                  {.plain = SORN_PY_UNSCALED(SornOrrC)},
                  {},
-                 kLogicTriples, {}, kLogicPairs, {}, kConstChannels}},
+                 kLogicTriples,
+                 {},
+                 kLogicPairs,
+                 {},
+                 kConstChannels}},
     {"bitwise_xor",
      R"(bitwise_xor(a, b, *, dtype=None, out=None)
 
 Element-wise a ^ b; types and constants as for bitwise_and.)",
-     Elementwise{nullptr, false, false,
+     Elementwise{nullptr,
+                 false,
+                 false,
                  {.plain = SORN_PY_UNSCALED(SornXor)},
                  {.plain = SORN_PY_UNSCALED(SornXorC)},
                  {},
-                 kLogicTriples, {}, kLogicPairs, {}, kConstChannels}},
+                 kLogicTriples,
+                 {},
+                 kLogicPairs,
+                 {},
+                 kConstChannels}},
     {"bitwise_not",
      R"(bitwise_not(a, *, dtype=None, out=None)
 
 The complement of every bit of an image of uint8, int16 or int32.)",
-     Unary{nullptr, false, false, {.plain = SORN_PY_UNSCALED1(SornNot)}, kLogicPairs, {}, {}, nullptr, 0,
+     Unary{nullptr,
+           false,
+           false,
+           {.plain = SORN_PY_UNSCALED1(SornNot)},
+           kLogicPairs,
+           {},
+           {},
+           nullptr,
+           0,
            {}}},
     {"negative",
      R"(negative(a, *, scale=0, saturate=False, dtype=None, out=None)
@@ -169,24 +235,47 @@ Element-wise -a. At scale 0 an integer negation wraps (uint8 v gives 256 - v)
 unless saturate=True, which clamps (int16 -32768 gives 32767; into uint8 every
 non-negative value gives 0). scale as for add; dtype and out choose another
 destination the library has a kernel for.)",
-     Unary{"saturate", false, true,
+     Unary{"saturate",
+           false,
+           true,
            {.plain = SORN_PY_ENTRY(SornNegate), .other = SORN_PY_ENTRY(SornNegateq)},
-           kNegPairs, kNegqPairs, {}, nullptr, 0, {}}},
+           kNegPairs,
+           kNegqPairs,
+           {},
+           nullptr,
+           0,
+           {}}},
     {"exp",
      R"(exp(a, *, accuracy='accurate', dtype=None, out=None)
 
 The exponential of every element of a float32 image, by the library's fast
 approximations: 'accurate' (the default, 0 below -88.376 and infinity above
 88.376), 'fast' or 'superfast' (a few bit operations, no range test).)",
-     Unary{nullptr, false, false, {.plain = SORN_PY_ENTRY(SornExp)}, kExpPairs, {}, kExpAccuracy, nullptr,
-           0, {}}},
+     Unary{nullptr,
+           false,
+           false,
+           {.plain = SORN_PY_ENTRY(SornExp)},
+           kExpPairs,
+           {},
+           kExpAccuracy,
+           nullptr,
+           0,
+           {}}},
     {"log",
      R"(log(a, *, accuracy='accurate', dtype=None, out=None)
 
 The natural logarithm of every element of a float32 image, by the library's
 approximations 'accurate' or 'superfast'. Zero and negative values give minus
 infinity.)",
-     Unary{nullptr, false, false, {.plain = SORN_PY_ENTRY(SornLn)}, kExpPairs, {}, kLnAccuracy, nullptr, 0,
+     Unary{nullptr,
+           false,
+           false,
+           {.plain = SORN_PY_ENTRY(SornLn)},
+           kExpPairs,
+           {},
+           kLnAccuracy,
+           nullptr,
+           0,
            {}}},
     {"sigmoid",
      R"(sigmoid(a, slope=1.0, *, accuracy='accurate', dtype=None, out=None)
@@ -196,7 +285,15 @@ slope gives a falling curve. slope is one number, or one per channel, all
 equal. A slope of 0 gives 0.5 everywhere. accuracy as for exp; note that the
 'superfast' form has the opposite sign of the other two, as the library has
 it.)",
-     Unary{nullptr, false, false, {}, kExpPairs, {}, kExpAccuracy, "slope", 1.0,
+     Unary{nullptr,
+           false,
+           false,
+           {},
+           kExpPairs,
+           {},
+           kExpAccuracy,
+           "slope",
+           1.0,
            SORN_PY_ENTRY(SornSigmoidAlpha)}},
     {"compare",
      R"(compare(a, b, op, *, true=None, false=None, dtype=None, out=None)
@@ -218,8 +315,8 @@ NaN is unequal to everything. A constant is first rounded and saturated into
 the image's type (< 3.5 on uint8 means < 4). Above 16384 pixels a byte image
 compared with a constant goes through tables: there int8 compares as unsigned
 bytes, and a 2-channel image raises SornNotSupportedError.)",
-     Compare{SORN_PY_ENTRY(SornCompare), SORN_PY_ENTRY(SornCompareC),
-             SORN_PY_ENTRY(SornECompare), SORN_PY_ENTRY(SornECompareC), kCmpPairs, kECmpPairs}},
+     Compare{SORN_PY_ENTRY(SornCompare), SORN_PY_ENTRY(SornCompareC), SORN_PY_ENTRY(SornECompare),
+             SORN_PY_ENTRY(SornECompareC), kCmpPairs, kECmpPairs}},
     {"sum",
      R"(sum(img, *, mask=None, invert_mask=False, fast=False)
 
@@ -231,15 +328,15 @@ float32 images add their elements in double, row by row in address order.
 mask: one byte per pixel (uint8 or bool); pixels whose byte is 0 are left out
 (255 with invert_mask=True). fast=True takes the library's narrow
 accumulators, which wrap at 32 bits (and add float32 in float32).)",
-     Reduction{SORN_PY_ENTRY(SornSum), SORN_PY_ENTRY(SornSumEx), kSumTypes, kStatsChannels, SORN_F_SUM_FAST,
-               SORN_F_STATS_INVMASK}},
+     Reduction{SORN_PY_ENTRY(SornSum), SORN_PY_ENTRY(SornSumEx), kSumTypes, kStatsChannels,
+               SORN_F_SUM_FAST, SORN_F_STATS_INVMASK}},
     {"mean",
      R"(mean(img, *, mask=None, invert_mask=False, fast=False)
 
 The mean of every channel, in double, shaped as sum() gives it. With a mask
 only the selected pixels count; a mask that selects none gives means of 0.0.)",
-     Reduction{SORN_PY_ENTRY(SornMean), SORN_PY_ENTRY(SornMeanEx), kSumTypes, kStatsChannels, SORN_F_SUM_FAST,
-               SORN_F_STATS_INVMASK}},
+     Reduction{SORN_PY_ENTRY(SornMean), SORN_PY_ENTRY(SornMeanEx), kSumTypes, kStatsChannels,
+               SORN_F_SUM_FAST, SORN_F_STATS_INVMASK}},
     {"minmax",
      R"(minmax(img, *, mask=None, invert_mask=False, positions=False)
 
@@ -252,8 +349,8 @@ positions=True also where each first occurs: (min, max, min_at, max_at) with
 mask: one byte per pixel, for one-channel images; pixels whose byte is 0 (255
 with invert_mask) are left out, and a mask that selects none raises
 SornEmptyRegionError.)",
-     Extremes{SORN_PY_ENTRY(SornMinmax), SORN_PY_ENTRY(SornMinmaxEx), kMinmaxTypes,
-              kStatsChannels, SORN_F_STATS_INVMASK}},
+     Extremes{SORN_PY_ENTRY(SornMinmax), SORN_PY_ENTRY(SornMinmaxEx), kMinmaxTypes, kStatsChannels,
+              SORN_F_STATS_INVMASK}},
     {"histogram",
      R"(histogram(img, bins=256, range=None, *, mask=None, invert_mask=False)
 
@@ -338,11 +435,87 @@ and every column.)",
      StableRegions{SORN_PY_ENTRY(SornGenerateFMSERs), SORN_PY_ENTRY(SornGenerateFMSERsEx),
                    SORN_PY_ENTRY(SornGenerateMSERs), SORN_PY_ENTRY(SornGenerateMSERsEx),
                    SORN_F_WTS_INVMASK}},
+    {"threshold",
+     R"(threshold(img, thresh=None, value=None, *, op='<', method=None, window=5, out=None)
+
+Elements of img that meet `element op thresh` take value; the others keep
+img's. thresh is a number or one per channel, or an image of thresholds of
+img's type and shape (compared element by element). value is a number or one
+per channel; None writes the threshold itself (where thresh is a number).
+op is one of '==', '!=', '<', '<=', '>', '>='. Types: uint8, int16, int32,
+float32; thresholds and values are rounded and saturated into the type, and
+float32 compares with the tolerance of sorn.compare.
+
+method='otsu' finds one threshold per channel by Otsu's method, 'blur'
+compares every pixel with the mean of its window=(rows, columns) (the box
+filter's mean): pixels below their threshold become 0, the others the type's
+top (255 for uint8, int16 and int32, 1.0 for float32); they take no thresh
+or value. Otsu's method takes one-channel images. The library does not take
+'blur' yet: it raises SornNotSupportedError and writes nothing.
+
+The result has img's type and shape; out may be img itself where no method
+is given.)",
+     Threshold{SORN_PY_ENTRY(SornThreshold), kECmpPairs}},
+    {"otsu_threshold",
+     R"(otsu_threshold(img, *, bins=None, range=None)
+
+Otsu's threshold of a one-channel image (uint8, int16, int32, float32): the
+histogram of bins bins (default 256 for uint8, int16 and int32, 384 for
+float32) over range=(low, high) (default 0 to the type's top) is parted into
+the two classes that differ most, and the threshold is the upper end of the
+lower class's last bin: `img < t` is that class. A float.)",
+     Otsu{SORN_PY_ENTRY(SornComputeThresholdByOtsu), kECmpPairs}},
+    {"border",
+     R"(border(img, widths, *, border='reflect101', value=0, out=None)
+
+img with a frame around it: widths is one number for all four sides, or
+(top, left, bottom, right). The frame's pixels follow the border kind:
+'reflect101' (mirrored about the edge pixel, ..2 1 | 0 1 2.., numpy's pad
+mode 'reflect'), 'reflect' (about the outer edge, ..1 0 | 0 1.., numpy's
+'symmetric'), 'replicate' (the edge pixel, numpy's 'edge'), 'wrap' (numpy's
+'wrap'), or 'const' with value (a number or one per channel). A frame wider
+than the image goes on with the same period. Any element type, 1 to 4
+channels, 4-D stacks plane by plane.)",
+     Border{SORN_PY_ENTRY(SornCopyMkb)}},
+    {"box_filter",
+     R"(box_filter(img, size=3, *, anchor=None, border='reflect101', value=0, out=None)
+
+The mean of each pixel's window: the window's sum as float32 times float32
+1 / cells, rounded to nearest (ties to even) and saturated for the integer
+types. float32 windows are summed by running sums along the rows and down
+the image, so their last bits depend on where the image begins.)" SORN_PY_WINDOW_DOC,
+     Filter{SORN_PY_ENTRY(SornFilter), SORN_FILTER_BOX, kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
+    {"min_filter",
+     R"(min_filter(img, size=3, *, anchor=None, border='reflect101', value=0, out=None)
+
+The smallest value of each pixel's window (an erosion by a rectangle).)" SORN_PY_WINDOW_DOC,
+     Filter{SORN_PY_ENTRY(SornFilter), SORN_FILTER_MIN, kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
+    {"max_filter",
+     R"(max_filter(img, size=3, *, anchor=None, border='reflect101', value=0, out=None)
+
+The largest value of each pixel's window (a dilation by a rectangle).)" SORN_PY_WINDOW_DOC,
+     Filter{SORN_PY_ENTRY(SornFilter), SORN_FILTER_MAX, kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
+    {"resize",
+     R"(resize(img, shape=None, *, out=None)
+
+img resized to shape=(rows, columns) (or to out's) by nearest neighbour:
+every pixel a copy of one source pixel. The library moves pixels of 1, 4, 8,
+12 or 16 bytes whole (uint8 with 1 or 4 channels, int16 with 2 or 4, the
+32-bit types with 1 to 4); uint8 with 2 or 3 channels goes channel by
+channel, and the others (int16 with 1 or 3 channels, 64-bit types) raise
+SornNotSupportedError. With g the source extent over the destination's, column
+i takes source column trunc(i * g) when shrinking (g >= 1) and i * g rounded
+to nearest (ties to even) when enlarging; row i takes trunc(i * g + 0.5)
+when enlarging and trunc(i * g) otherwise; indexes past the end take the
+last. A 4-D stack keeps its planes.)",
+     Resize{SORN_PY_ENTRY(SornResize)}},
 };
 
 }  // namespace
 
-bool holds(Keys keys, uint32_t key) { return std::find(keys.begin(), keys.end(), key) != keys.end(); }
+bool holds(Keys keys, uint32_t key) {
+  return std::find(keys.begin(), keys.end(), key) != keys.end();
+}
 
 void bind_families(py::module_ &m) {
   for (const Family &f : kFamilies)

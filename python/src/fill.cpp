@@ -12,14 +12,14 @@ namespace sorn::python {
 
 namespace {
 
-py::object fill(const Fill &s, const char *name, py::handle img, py::handle value,
-                py::handle mask, py::handle outside, bool invert_mask) {
+py::object fill(const Fill &s, const char *name, py::handle img, py::handle value, py::handle mask,
+                py::handle outside, bool invert_mask) {
   Image I = image_arg(img, name, "img", Axes{2, 4});
   if (!holds(s.types, I.type)) {
     std::string takes;
     for (uint32_t t : s.types) takes += (takes.empty() ? "" : ", ") + type_name(t);
-    throw py::type_error(std::string(name) + ": no fill for " + type_name(I.type) +
-                         "; it fills " + takes);
+    throw py::type_error(std::string(name) + ": no fill for " + type_name(I.type) + "; it fills " +
+                         takes);
   }
   if (!I.writable) throw py::value_error(std::string(name) + ": img is read-only");
   double v1[4] = {0, 0, 0, 0}, v2[4] = {0, 0, 0, 0};

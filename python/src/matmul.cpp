@@ -40,8 +40,8 @@ Image result_like(int64_t rows, int64_t cols, int ndim) {
 Image vector_arg(py::handle v, const char *name, const char *what, uint32_t type, int64_t K) {
   Image V = image_arg(v, name, what, Axes{1, 1});
   if (V.type != type)
-    throw py::type_error(std::string(name) + ": " + what + " is " + type_name(V.type) +
-                         ", a is " + type_name(type) + "; the sources have one type");
+    throw py::type_error(std::string(name) + ": " + what + " is " + type_name(V.type) + ", a is " +
+                         type_name(type) + "; the sources have one type");
   if (V.cols() != K)
     throw py::value_error(std::string(name) + ": " + what + " has " + std::to_string(V.cols()) +
                           " elements, a has " + std::to_string(K) + " columns");
@@ -53,7 +53,8 @@ py::object matmul(const MatMul &s, const char *name, py::handle a, py::handle b,
   Image A = image_arg(a, name, "a", Axes{2, 2});
   const uint32_t src = A.type;
   uint32_t dst = default_destination(s.pairs, src);
-  if (!dtype.is_none()) dst = code_of_dtype_arg(dtype, name);
+  if (!dtype.is_none())
+    dst = code_of_dtype_arg(dtype, name);
   else if (!out.is_none() && py::isinstance<py::array>(out)) {
     const uint32_t t = type_code(py::reinterpret_borrow<py::array>(out));
     if (t) dst = t;
@@ -120,8 +121,8 @@ py::object matmul(const MatMul &s, const char *name, py::handle a, py::handle b,
     throw py::type_error(std::string(name) + ": b is " + type_name(B.type) + ", a is " +
                          type_name(src) + "; the sources have one type");
   if (B.rows() != K)
-    throw py::value_error(std::string(name) + ": a has " + std::to_string(K) +
-                          " columns, b has " + std::to_string(B.rows()) + " rows");
+    throw py::value_error(std::string(name) + ": a has " + std::to_string(K) + " columns, b has " +
+                          std::to_string(B.rows()) + " rows");
   const int64_t N = B.cols();
   Output o = output_arg(out, dst, result_like(M, N, 2), name);
   check_overlap(o, A, name, "a", false);

@@ -24,7 +24,9 @@ struct NumpyType {
   const char *name;
 };
 
-constexpr char kind_of(const char *token) { return token[0] == 'u' ? 'u' : token[0] == 's' ? 'i' : 'f'; }
+constexpr char kind_of(const char *token) {
+  return token[0] == 'u' ? 'u' : token[0] == 's' ? 'i' : 'f';
+}
 constexpr int size_of(uint32_t code) { return SORN_ELEMSIZE(code); }
 
 #define SORN_PY_NUMPY_TYPE(t) \
@@ -106,13 +108,19 @@ void check_reach(const Image &img, const char *function, const char *name) {
                 "does that for dask arrays)");
 }
 
+// The code of an array's element type, read from its descriptor in place:
+// the call costs no dtype object.
+uint32_t code_in_place(const py::array &a) {
+  const auto *d = py::detail::array_descriptor_proxy(py::detail::array_proxy(a.ptr())->descr);
+  return code_of(d->kind, (int)d->elsize, d->byteorder);
+}
+
 Image from_array(py::handle obj, const char *function, const char *name) {
   if (!py::isinstance<py::array>(obj))
     type_error(where(function, name) + " must be a numpy array, not " + type_repr(obj));
   Image img;
   img.array = py::reinterpret_borrow<py::array>(obj);
-  py::dtype dt = img.array.dtype();
-  img.type = code_of(dt.kind(), (int)dt.itemsize(), dt.byteorder());
+  img.type = code_in_place(img.array);
   return img;
 }
 
@@ -120,8 +128,8 @@ Image from_array(py::handle obj, const char *function, const char *name) {
 // numpy's own row order.
 void replace_by_copy(Image &img) {
   const uint32_t type = img.type;
-  img.array = py::array::ensure(img.array,
-                                (int)py::array::c_style | (int)py::detail::npy_api::NPY_ARRAY_ALIGNED_);
+  img.array = py::array::ensure(
+      img.array, (int)py::array::c_style | (int)py::detail::npy_api::NPY_ARRAY_ALIGNED_);
   if (!img.array) throw py::error_already_set();
   describe(img);
   img.type = type;
@@ -137,7 +145,8 @@ struct Orientation {
   bool swap;
   bool flip;
 };
-constexpr Orientation kOrientations[] = {{false, false}, {true, false}, {false, true}, {true, true}};
+constexpr Orientation kOrientations[] = {
+    {false, false}, {true, false}, {false, true}, {true, true}};
 
 Image oriented(const Image &img, Orientation o) {
   Image r = img;
@@ -166,6 +175,18 @@ void create_fresh(Output &out, Orientation o) {
   st[2] = ext[3] * st[3];
   st[1] = ext[2] * st[2];
   st[0] = ext[1] * st[1];
+  const int first = 4 - like.ndim - (like.ndim <= 2 ? 1 : 0);
+  if (!o.swap && !o.flip) {
+    // Read as it lies: one C-ordered array of the caller's shape.
+    py::ssize_t shape[4];
+    for (int i = 0; i < like.ndim; ++i) shape[i] = (py::ssize_t)like.ext[first + i];
+    out.result = py::array(dtype_of(like.type), std::vector<py::ssize_t>(shape, shape + like.ndim));
+    out.image.array = out.result;
+    const uint32_t type = like.type;
+    describe(out.image);
+    out.image.type = type;
+    return;
+  }
   py::array store(dtype_of(like.type), std::vector<py::ssize_t>{(py::ssize_t)(ext[0] * st[0])});
   // The caller's view: undo the flip, then the exchange.
   char *base = (char *)store.mutable_data();
@@ -175,7 +196,6 @@ void create_fresh(Output &out, Orientation o) {
     vst[2] = -vst[2];
   }
   if (o.swap) std::swap(vst[1], vst[2]);
-  const int first = 4 - like.ndim - (like.ndim <= 2 ? 1 : 0);
   std::vector<py::ssize_t> shape, strides;
   for (int i = 0; i < like.ndim; ++i) {
     shape.push_back((py::ssize_t)like.ext[first + i]);
@@ -192,17 +212,21 @@ void create_fresh(Output &out, Orientation o) {
 
 /* ---------------- element types ---------------- */
 
-uint32_t type_code(const py::array &a) {
-  py::dtype dt = a.dtype();
-  return code_of(dt.kind(), (int)dt.itemsize(), dt.byteorder());
-}
+uint32_t type_code(const py::array &a) { return code_in_place(a); }
 
 py::dtype dtype_of(uint32_t code) {
+  // Made once per code: a dtype from its name is a parse each time.
+  static py::handle made[16] = {};
+  if (code < 16 && made[code]) return py::reinterpret_borrow<py::dtype>(made[code]);
   for (const NumpyType &t : kTypes) {
     if (t.code != code) continue;
-    const std::string name = std::string(t.kind == 'u' ? "uint" : t.kind == 'i' ? "int" : "float") +
+    const std::string name = std::string(t.kind == 'u'   ? "uint"
+                                         : t.kind == 'i' ? "int"
+                                                         : "float") +
                              std::to_string(8 * t.size);
-    return py::dtype(name);
+    py::dtype dt(name);
+    made[code] = dt.inc_ref();
+    return dt;
   }
   throw py::type_error("no numpy type for element type code " + std::to_string(code));
 }
@@ -210,7 +234,9 @@ py::dtype dtype_of(uint32_t code) {
 std::string type_name(uint32_t code) {
   for (const NumpyType &t : kTypes)
     if (t.code == code)
-      return std::string(t.kind == 'u' ? "uint" : t.kind == 'i' ? "int" : "float") +
+      return std::string(t.kind == 'u'   ? "uint"
+                         : t.kind == 'i' ? "int"
+                                         : "float") +
              std::to_string(8 * t.size);
   return "code " + std::to_string(code);
 }
@@ -231,9 +257,7 @@ uint32_t code_of_dtype_arg(py::handle dtype, const char *function) {
 
 /* ---------------- operands ---------------- */
 
-bool Image::walkable() const {
-  return aligned && str[3] == esize && str[2] == ext[3] * esize;
-}
+bool Image::walkable() const { return aligned && str[3] == esize && str[2] == ext[3] * esize; }
 
 Image image_arg(py::handle obj, const char *function, const char *name, Axes axes) {
   Image img = from_array(obj, function, name);
@@ -272,7 +296,8 @@ Image mask_arg(py::handle obj, const char *function, const char *name, const Ima
   describe(m);
   if (nd == 3 && image.ndim == 4 && m.ext[3] > 4) {
     // (planes, rows, columns) was meant: no channel axis.
-    value_error(where(function, name) + ": a mask of a stack of planes has the shape (rows, "
+    value_error(where(function, name) +
+                ": a mask of a stack of planes has the shape (rows, "
                 "columns), (rows, columns, 1) or (planes, rows, columns, 1)");
   }
   const bool rows_cols = m.ext[1] == image.ext[1] && m.ext[2] == image.ext[2];
@@ -343,7 +368,8 @@ void check_overlap(const Output &out, const Image &in, const char *function, con
   for (int k = 0; k < 4 && same; ++k) same = o.ext[k] == in.ext[k] && o.str[k] == in.str[k];
   if (same && alias_ok) return;
   // The spans meet: only numpy's exact test tells interleaved views apart.
-  static py::handle shares = py::object(py::module_::import("numpy").attr("shares_memory")).release();
+  static py::handle shares =
+      py::object(py::module_::import("numpy").attr("shares_memory")).release();
   if (!shares(o.array, in.array).cast<bool>()) return;
   value_error(std::string(function) + ": out shares memory with " + name +
               (alias_ok ? " without being the same array" : "") +
@@ -457,8 +483,8 @@ void channel_constants(py::handle value, int64_t channels, double *out, const ch
     }
   };
   const bool sequence = py::isinstance<py::sequence>(value) && !py::isinstance<py::str>(value);
-  const bool vector = py::isinstance<py::array>(value) &&
-                      py::reinterpret_borrow<py::array>(value).ndim() > 0;
+  const bool vector =
+      py::isinstance<py::array>(value) && py::reinterpret_borrow<py::array>(value).ndim() > 0;
   if (!sequence && !vector) {
     const double v = number(value);
     for (int64_t c = 0; c < channels; ++c) out[c] = v;
@@ -467,8 +493,8 @@ void channel_constants(py::handle value, int64_t channels, double *out, const ch
   py::sequence seq = py::reinterpret_borrow<py::sequence>(
       vector ? py::reinterpret_borrow<py::object>(value).attr("tolist")() : value);
   if ((int64_t)py::len(seq) != channels)
-    value_error(where(function, name) + " has " + std::to_string(py::len(seq)) +
-                " values for " + std::to_string(channels) + " channels");
+    value_error(where(function, name) + " has " + std::to_string(py::len(seq)) + " values for " +
+                std::to_string(channels) + " channels");
   for (int64_t c = 0; c < channels; ++c) out[c] = number(seq[(size_t)c]);
 }
 

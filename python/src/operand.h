@@ -63,7 +63,7 @@ inline py::array no_array() { return py::reinterpret_steal<py::array>(py::handle
 struct Image {
   py::array array = no_array();
   uint32_t type = 0;
-  int ndim = 0;                  // of the numpy array
+  int ndim = 0;                   // of the numpy array
   int64_t ext[4] = {1, 1, 1, 1};  // planes, rows, columns, channels
   int64_t str[4] = {0, 0, 0, 0};  // bytes
   char *data = nullptr;
@@ -102,7 +102,7 @@ Image mask_arg(py::handle obj, const char *function, const char *name, const Ima
 // planned (see walk), so that a fresh one takes the orientation the inputs
 // are read in.
 struct Output {
-  Image image;       // what the library writes
+  Image image;                    // what the library writes
   py::array result = no_array();  // what the function returns: out, or the fresh array
   py::array back = no_array();    // when set, image is a temporary that goes back here
   bool fresh = false;

@@ -215,8 +215,8 @@ py::object mser(const StableRegions &s, const char *name, py::handle img, int64_
     if (!plain) {
       fn = M ? s.fast_masked.name : s.fast.name;
       FastFilter ff;
-      __sorn_fmserfilt__$ex(&ff.f, nullptr, nullptr, (int32_t)delta, modeword, 0, 0, shift,
-                            nullptr, min_area, max_area, max_variation, min_diversity);
+      __sorn_fmserfilt__$ex(&ff.f, nullptr, nullptr, (int32_t)delta, modeword, 0, 0, shift, nullptr,
+                            min_area, max_area, max_variation, min_diversity);
       st = M ? s.fast_masked.fn(thread_env(), flags, &r, &*rm, nullptr, nullptr, &ff.f)
              : s.fast.fn(thread_env(), flags, &r, nullptr, &ff.f);
       if (st >= 0) {
@@ -241,8 +241,8 @@ py::object mser(const StableRegions &s, const char *name, py::handle img, int64_
       SornWTSFeatureDs pixels;
       SornWTSPFinitFeatureDs(&pixels, nullptr);
       __sorn_mserfilt__$ex(&pf.f, &pixels, 1, (int32_t)delta, modeword, 0,
-                           connectivity == 8 ? 1 : 0, 0, nullptr, min_area, max_area,
-                           max_variation, min_diversity);
+                           connectivity == 8 ? 1 : 0, 0, nullptr, min_area, max_area, max_variation,
+                           min_diversity);
       st = M ? s.plain_masked.fn(thread_env(), flags, &r, &*rm, nullptr, nullptr, &pf.f)
              : s.plain.fn(thread_env(), flags, &r, nullptr, &pf.f);
       // Each picked region gathers the points of the regions inside it.
@@ -294,10 +294,9 @@ void bind(py::module_ &m, const char *name, const char *doc, const StableRegions
                     mask, invert_mask, plain, connectivity, shift);
       },
       doc, py::arg("img"), py::kw_only(), py::arg("delta") = 10, py::arg("min_area") = 0.0001,
-      py::arg("max_area") = 0.75, py::arg("max_variation") = 0.33,
-      py::arg("min_diversity") = 0.2, py::arg("mode") = "both", py::arg("mask") = py::none(),
-      py::arg("invert_mask") = false, py::arg("plain") = false, py::arg("connectivity") = 4,
-      py::arg("shift") = 0);
+      py::arg("max_area") = 0.75, py::arg("max_variation") = 0.33, py::arg("min_diversity") = 0.2,
+      py::arg("mode") = "both", py::arg("mask") = py::none(), py::arg("invert_mask") = false,
+      py::arg("plain") = false, py::arg("connectivity") = 4, py::arg("shift") = 0);
 }
 
 }  // namespace sorn::python

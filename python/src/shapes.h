@@ -17,6 +17,7 @@
 
 #include <cstdint>
 #include <span>
+#include <utility>
 
 namespace sorn::python {
 
@@ -28,7 +29,8 @@ template <class F> struct Entry {
   const char *name = nullptr;
   explicit operator bool() const { return fn != nullptr; }
 };
-#define SORN_PY_ENTRY(f) {&f, #f}
+#define SORN_PY_ENTRY(f) \
+  { &f, #f }
 
 // Keys of a type table: destination << 8 | first source << 4 | second
 // source, as the library's lookups key their kernels; or one type per key.
@@ -36,7 +38,8 @@ using Keys = std::span<const uint32_t>;
 constexpr uint32_t key3(uint32_t d, uint32_t a, uint32_t b) { return d << 8 | a << 4 | b; }
 #define SORN_PY_TRIPLE(d, a, b) \
   ::sorn::python::key3(SORN_TYPECODE(d), SORN_TYPECODE(a), SORN_TYPECODE(b)),
-#define SORN_PY_PAIR(d, s) ::sorn::python::key3(SORN_TYPECODE(d), SORN_TYPECODE(s), SORN_TYPECODE(s)),
+#define SORN_PY_PAIR(d, s) \
+  ::sorn::python::key3(SORN_TYPECODE(d), SORN_TYPECODE(s), SORN_TYPECODE(s)),
 #define SORN_PY_TYPE(t) SORN_TYPECODE(t),
 // One type for all operands: the logical operations' keys.
 #define SORN_PY_SAME3(t) SORN_PY_TRIPLE(t, t, t)
@@ -69,14 +72,13 @@ SornStatus unscaled(SornXE *xe, SornFlags flags, const SornArray *d, const SornA
                     uint32_t) {
   return F(xe, flags, d, a, c, rd, ra);
 }
-#define SORN_PY_UNSCALED(f) {&::sorn::python::unscaled<&f>, #f}
+#define SORN_PY_UNSCALED(f) \
+  { &::sorn::python::unscaled<&f>, #f }
 
 // The forms of an element-wise family: its plain form and, chosen by a
 // keyword (saturate=, round=), another; the other form into an int8
 // destination may be a third (the signed saturating forms).
-template <class F> struct Forms {
-  Entry<F> plain, other, other_int8;
-};
+template <class F> struct Forms { Entry<F> plain, other, other_int8; };
 
 // Two images, or an image and one constant per channel, on either side: the
 // reversed constant forms compute constant op image, and an operation that
@@ -84,7 +86,7 @@ template <class F> struct Forms {
 struct Elementwise {
   const char *option;  // the keyword of the other form, or null for none
   bool option_default;
-  bool scaled;         // takes scale=, the library's scale factor
+  bool scaled;  // takes scale=, the library's scale factor
   Forms<Arith2> images;
   Forms<Arith2c> constant, reversed;
   Keys triples, other_triples;    // of the two-image forms
@@ -106,7 +108,8 @@ SornStatus unscaled1(SornXE *xe, SornFlags flags, const SornArray *d, const Sorn
                      const SornVolume *rd, const SornVolume *ra, int32_t, uint32_t) {
   return F(xe, flags, d, a, rd, ra);
 }
-#define SORN_PY_UNSCALED1(f) {&::sorn::python::unscaled1<&f>, #f}
+#define SORN_PY_UNSCALED1(f) \
+  { &::sorn::python::unscaled1<&f>, #f }
 
 // A choice of the flags word by name (accuracy='fast').
 struct FlagChoice {
@@ -121,9 +124,9 @@ struct Unary {
   bool option_default;
   bool scaled;
   Forms<Arith1> forms;
-  Keys pairs, other_pairs;          // destination << 8 | source << 4 | source
+  Keys pairs, other_pairs;               // destination << 8 | source << 4 | source
   std::span<const FlagChoice> accuracy;  // empty: no accuracy= keyword
-  const char *constant;             // the constant's keyword, or null
+  const char *constant;                  // the constant's keyword, or null
   double constant_default;
   Entry<Arith2c> with_constant;
 };
@@ -152,8 +155,7 @@ struct Compare {
 
 /* ---------------- reductions: one double per channel ---------------- */
 
-using Reduce = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornVolume *,
-                              double *);
+using Reduce = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornVolume *, double *);
 using ReduceEx = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
                                 const SornVolume *, const SornVolume *, double *);
 
@@ -257,6 +259,56 @@ struct StableRegions {
   SornFlags invmask;
 };
 
+/* ---------------- thresholds ---------------- */
+
+using ThresholdFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                   const SornVolume *, const SornVolume *,
+                                   const SornThresholdSpec *, const SornThresholdCriterion *,
+                                   int32_t);
+using OtsuFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornVolume *, double *,
+                              SornVrng *, int32_t *);
+
+// Elements that meet a condition against a threshold (a number per channel,
+// an image of thresholds, Otsu's threshold or a blurred copy) take a value.
+struct Threshold {
+  Entry<ThresholdFn> threshold;
+  Keys pairs;  // of the comparison the thresholds run on: a type into itself
+};
+struct Otsu {
+  Entry<OtsuFn> otsu;
+  Keys pairs;
+};
+
+/* ---------------- borders, filters, resizing ---------------- */
+
+using CopyMkbFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                 const SornVolume *, const SornVolume *, int32_t,
+                                 const SornBrShape *);
+using FilterFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                const SornVolume *, const SornVolume *, int32_t,
+                                const SornSeShape *);
+using ResizeFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                const SornVolume *, const int32_t *, int32_t, const double *);
+
+// A copy of an image with a frame around it, by one of the border kinds.
+struct Border {
+  Entry<CopyMkbFn> copy;
+};
+
+// A neighbourhood filter of one kind; the window reads the reflected image
+// beyond the edges, or, for the other border kinds, a framed copy made by
+// `border` first.
+struct Filter {
+  Entry<FilterFn> filter;
+  int32_t kind;
+  Keys types;
+  Entry<CopyMkbFn> border;
+};
+
+struct Resize {
+  Entry<ResizeFn> resize;
+};
+
 /* ---------------- binders ---------------- */
 
 void bind(py::module_ &m, const char *name, const char *doc, const Elementwise &s);
@@ -269,9 +321,27 @@ void bind(py::module_ &m, const char *name, const char *doc, const Fill &s);
 void bind(py::module_ &m, const char *name, const char *doc, const MatMul &s);
 void bind(py::module_ &m, const char *name, const char *doc, const ComponentTree &s);
 void bind(py::module_ &m, const char *name, const char *doc, const StableRegions &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Threshold &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Otsu &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Border &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Filter &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Resize &s);
 
 // Every function of the table.
 void bind_families(py::module_ &m);
+
+// A comparison operator by its symbol or word ('<' or 'lt', ...);
+// ValueError for anything else.
+SornCmpOp cmp_op_of(py::handle op, const char *name);
+
+// Two extents, rows and columns, from one integer for both or a pair, each
+// at least `least` and at most 2**20; TypeError or ValueError naming `what`.
+std::pair<int64_t, int64_t> extent_pair(py::handle v, const char *name, const char *what,
+                                        int64_t least);
+
+// The border kinds by name ('reflect101', 'reflect', 'replicate', 'wrap',
+// 'const'); ValueError for anything else.
+int32_t border_kind_of(py::handle kind, const char *name);
 
 // Whether a type table holds a key.
 bool holds(Keys keys, uint32_t key);

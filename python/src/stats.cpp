@@ -56,8 +56,11 @@ py::object reduce(const Reduction &s, const char *name, py::handle img, py::hand
   walk(inputs, nullptr, I.type != SORN_F32);
   const SornFlags flags = (fast ? s.fast : 0) | (invert_mask ? s.invmask : 0);
   const int64_t P = I.planes(), C = I.channels();
-  py::array_t<double> result(std::vector<py::ssize_t>{(py::ssize_t)P, (py::ssize_t)C});
-  double *res = result.mutable_data();
+  // The sums of one plane stay here; a numpy array only for what returns one.
+  double local[4];
+  std::optional<py::array_t<double>> result;
+  if (I.ndim != 2) result.emplace(std::vector<py::ssize_t>{(py::ssize_t)P, (py::ssize_t)C});
+  double *res = result ? result->mutable_data() : local;
   SornStatus st = SORN_OK;
   const char *fn = M ? s.masked.name : s.plain.name;
   {
@@ -76,9 +79,9 @@ py::object reduce(const Reduction &s, const char *name, py::handle img, py::hand
     }
   }
   check(st, fn);
-  if (I.ndim == 2) return py::float_(res[0]);
-  if (I.ndim == 3) return result[py::int_(0)];
-  return result;
+  if (I.ndim == 2) return py::float_(local[0]);
+  if (I.ndim == 3) return (*result)[py::int_(0)];
+  return *result;
 }
 
 /* ---------------- extremes ---------------- */
@@ -203,8 +206,9 @@ py::object histogram(const Histogram &s, const char *name, py::handle img, int64
     py::sequence seq = py::reinterpret_borrow<py::sequence>(range);
     given = std::make_pair(py::float_(seq[0]).cast<double>(), py::float_(seq[1]).cast<double>());
     if (!(given->first <= given->second) || given->first < tr.lo || given->second > tr.hi)
-      throw py::value_error(std::string(name) + ": range must be (low, high) with low <= high, "
-                                                "within the values of " +
+      throw py::value_error(std::string(name) +
+                            ": range must be (low, high) with low <= high, "
+                            "within the values of " +
                             type_name(I.type));
   }
 
@@ -226,12 +230,12 @@ py::object histogram(const Histogram &s, const char *name, py::handle img, int64
     // Counts do not depend on the order of the pixels.
     walk(inputs, nullptr, true);
 
-    std::pair<double, double> r = given ? *given
+    std::pair<double, double> r = given               ? *given
                                   : tr.whole || empty ? std::make_pair(tr.lo, tr.hi)
                                                       : data_range(ch.array);
     if (empty) r = {0, 1};  // nothing to count: the library answers for the empty region
-    SornHistInit init{I.type, (int32_t)bins, r.first, r.second, 1, (int32_t)I.rows(),
-                      (int32_t)I.cols()};
+    SornHistInit init{I.type, (int32_t)bins,     r.first,          r.second,
+                      1,      (int32_t)I.rows(), (int32_t)I.cols()};
     SornHist h{};
     sorn_hist_inithdr(&h, &init);
     h.counts = counts.mutable_data() + c * (bins + 1);
@@ -242,8 +246,9 @@ py::object histogram(const Histogram &s, const char *name, py::handle img, int64
       // Bins are found in 32-bit integer arithmetic: (v - low) * bins must fit.
       const int64_t width = (int64_t)h.ihigh - h.ilow;
       if (width + 1 != bins && width * bins > INT32_MAX)
-        throw py::value_error(std::string(name) + ": bins times the range's width exceeds the "
-                                                  "32-bit arithmetic of integer bins");
+        throw py::value_error(std::string(name) +
+                              ": bins times the range's width exceeds the "
+                              "32-bit arithmetic of integer bins");
     }
     // A stack the call frame can take goes whole; the library adds its planes
     // one after another into the counts, as the loop below does otherwise.
@@ -264,10 +269,16 @@ py::object histogram(const Histogram &s, const char *name, py::handle img, int64
     }
     check(st, m ? s.masked.name : s.plain.name);
   }
-  // The library keeps one counter past the last bin; it is no bin.
-  py::object view = counts[py::make_tuple(py::slice(0, C, 1), py::slice(0, bins, 1))];
-  if (I.ndim == 2) return view[py::int_(0)];
-  return view;
+  // The library keeps one counter past the last bin; it is no bin: the
+  // result is a view of the counters without it.
+  const py::ssize_t row = (py::ssize_t)((bins + 1) * sizeof(uint32_t));
+  if (I.ndim == 2)
+    return py::array(counts.dtype(), std::vector<py::ssize_t>{(py::ssize_t)bins},
+                     std::vector<py::ssize_t>{(py::ssize_t)sizeof(uint32_t)}, counts.data(),
+                     counts);
+  return py::array(counts.dtype(), std::vector<py::ssize_t>{(py::ssize_t)C, (py::ssize_t)bins},
+                   std::vector<py::ssize_t>{row, (py::ssize_t)sizeof(uint32_t)}, counts.data(),
+                   counts);
 }
 
 }  // namespace
@@ -295,8 +306,9 @@ void bind(py::module_ &m, const char *name, const char *doc, const Extremes &s) 
 void bind(py::module_ &m, const char *name, const char *doc, const Histogram &s) {
   m.def(
       name,
-      [s, name](py::object img, int64_t bins, py::object range, py::object mask,
-                bool invert_mask) { return histogram(s, name, img, bins, range, mask, invert_mask); },
+      [s, name](py::object img, int64_t bins, py::object range, py::object mask, bool invert_mask) {
+        return histogram(s, name, img, bins, range, mask, invert_mask);
+      },
       doc, py::arg("img"), py::arg("bins") = 256, py::arg("range") = py::none(), py::kw_only(),
       py::arg("mask") = py::none(), py::arg("invert_mask") = false);
 }

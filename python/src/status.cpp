@@ -49,9 +49,8 @@ void register_errors(py::module_ &m) {
                       "'SORN_EINVAL') and function (the library function that answered).",
                       PyExc_Exception);
   for (size_t i = 0; i < kCount; ++i) {
-    PyObject *bases = kKnown[i].status == SORN_ENOMEM
-                          ? PyTuple_Pack(2, g_base, PyExc_MemoryError)
-                          : PyTuple_Pack(1, g_base);
+    PyObject *bases = kKnown[i].status == SORN_ENOMEM ? PyTuple_Pack(2, g_base, PyExc_MemoryError)
+                                                      : PyTuple_Pack(1, g_base);
     if (!bases) throw py::error_already_set();
     g_classes[i] = make_class(m, kKnown[i].cls, kKnown[i].doc, bases);
     Py_DECREF(bases);

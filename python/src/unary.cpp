@@ -29,12 +29,12 @@ SornFlags accuracy_flags(const Unary &s, const char *name, py::handle accuracy) 
                         want + "'");
 }
 
-py::object unary(const Unary &s, const char *name, py::handle a, py::handle constant,
-                 int32_t scale, bool other, py::handle accuracy, py::handle dtype,
-                 py::handle out) {
+py::object unary(const Unary &s, const char *name, py::handle a, py::handle constant, int32_t scale,
+                 bool other, py::handle accuracy, py::handle dtype, py::handle out) {
   Image A = image_arg(a, name, "a");
   uint32_t dst = A.type;
-  if (!dtype.is_none()) dst = code_of_dtype_arg(dtype, name);
+  if (!dtype.is_none())
+    dst = code_of_dtype_arg(dtype, name);
   else if (!out.is_none() && py::isinstance<py::array>(out)) {
     const uint32_t t = type_code(py::reinterpret_borrow<py::array>(out));
     if (t) dst = t;
@@ -42,12 +42,11 @@ py::object unary(const Unary &s, const char *name, py::handle a, py::handle cons
   const Keys keys = other ? s.other_pairs : s.pairs;
   const Entry<Arith1> e = other ? s.forms.other : s.forms.plain;
   if (!holds(keys, key3(dst, A.type, A.type)))
-    throw py::type_error(std::string(name) + ": no kernel for " + type_name(A.type) + " into " +
-                         type_name(dst) +
-                         (s.option ? std::string(" (") + s.option + "=" +
-                                         (other ? "True" : "False") + ")"
-                                   : std::string()) +
-                         "; it takes " + list_pairs(keys));
+    throw py::type_error(
+        std::string(name) + ": no kernel for " + type_name(A.type) + " into " + type_name(dst) +
+        (s.option ? std::string(" (") + s.option + "=" + (other ? "True" : "False") + ")"
+                  : std::string()) +
+        "; it takes " + list_pairs(keys));
   const SornFlags flags = accuracy_flags(s, name, accuracy);
   double cvec[4] = {0, 0, 0, 0};
   if (s.constant) channel_constants(constant, A.channels(), cvec, name, s.constant);
@@ -59,9 +58,9 @@ py::object unary(const Unary &s, const char *name, py::handle a, py::handle cons
   SornStatus st;
   {
     py::gil_scoped_release nogil;
-    st = s.constant ? s.with_constant.fn(thread_env(), flags, &rd, &ra, cvec, nullptr, nullptr,
-                                         scale, 0)
-                    : e.fn(thread_env(), flags, &rd, &ra, nullptr, nullptr, scale, 0);
+    st = s.constant
+             ? s.with_constant.fn(thread_env(), flags, &rd, &ra, cvec, nullptr, nullptr, scale, 0)
+             : e.fn(thread_env(), flags, &rd, &ra, nullptr, nullptr, scale, 0);
   }
   check(st, s.constant ? s.with_constant.name : e.name);
   return finish(o);

@@ -97,6 +97,27 @@ def test_tiled_channels_and_element_wise_operations(client):
         sd.sum(a)
 
 
+def test_window_filters_of_tiles_are_those_of_the_whole_image(client):
+    rng = np.random.default_rng(5)
+    u8 = rng.integers(0, 256, size=(500, 430), dtype=np.uint8)
+    s16 = rng.integers(-30000, 30000, size=(500, 430), dtype=np.int16)
+    x, y = da.from_array(u8, chunks=(120, 97)), da.from_array(s16, chunks=(170, 150))
+    # Windows off their centre reach further on one side: the depth is the
+    # longer reach.
+    np.testing.assert_array_equal(sd.box_filter(x, (5, 9), anchor=(0, 7)).compute(),
+                                  sorn.box_filter(u8, (5, 9), anchor=(0, 7)))
+    np.testing.assert_array_equal(sd.box_filter(y, 7).compute(), sorn.box_filter(s16, 7))
+    np.testing.assert_array_equal(sd.min_filter(y, (3, 11), border="replicate").compute(),
+                                  sorn.min_filter(s16, (3, 11), border="replicate"))
+    np.testing.assert_array_equal(sd.max_filter(x, 4, border="const", value=9).compute(),
+                                  sorn.max_filter(u8, 4, border="const", value=9))
+    f32 = rng.uniform(-1, 1, size=(300, 260)).astype(np.float32)
+    z = da.from_array(f32, chunks=(100, 90))
+    np.testing.assert_array_equal(sd.max_filter(z, 5).compute(), sorn.max_filter(f32, 5))
+    # float32 box sums run along each tile: equal to the last bits or so.
+    np.testing.assert_allclose(sd.box_filter(z, 5).compute(), sorn.box_filter(f32, 5), atol=1e-6)
+
+
 # ---------------------------------------------------------------- pictures
 
 def png_with_filters(img):

@@ -106,7 +106,8 @@ def test_random_arguments_never_bring_the_interpreter_down():
     keywords = ["out", "dtype", "scale", "saturate", "round", "mask", "invert_mask", "bins",
                 "range", "positions", "fast", "value", "outside", "shift", "accuracy", "true",
                 "false", "bright", "connectivity", "seed", "delta", "min_area", "max_area",
-                "mode", "plain", "slope", "op", "bogus"]
+                "mode", "plain", "slope", "op", "size", "anchor", "border", "shape", "method",
+                "window", "thresh", "bogus"]
     allowed = (TypeError, ValueError, sorn.SornError, MemoryError, OverflowError)
     counts = {"ok": 0, "refused": 0}
     for i in range(3000):

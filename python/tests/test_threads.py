@@ -26,6 +26,12 @@ def work(img, other):
         sorn.matmul(grey[:32, :48].astype(np.float32), grey[:48, :20].astype(np.float32)),
         sorn.mser(np.ascontiguousarray(grey)),
         sorn.component_tree(np.ascontiguousarray(grey[:40, :40])).level,
+        sorn.box_filter(grey, (5, 3), border="wrap"),
+        sorn.max_filter(grey, 4),
+        sorn.threshold(img, 100, 0),
+        sorn.otsu_threshold(grey),
+        sorn.border(img, 3, border="reflect"),
+        sorn.resize(img, (50, 333)),
     )
 
 
