@@ -820,6 +820,10 @@ TEST(OracleBlurThreshold, MatchesAdaptiveThresholdAwayFromBordersAndTies) {
       }
     if (i % 2) {
       EXPECT_GT(ties, 0) << i;
+    }
+  }
+}
+
 // ---------------------------------------------------------------- borders and filters
 
 // A region of a larger matrix, as both libraries see a sub-array: its record

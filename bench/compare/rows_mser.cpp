@@ -71,7 +71,6 @@ int sorn_msers(SornXE *xe, const SornArray *img) {
   sorn_fmserf_destroy(&f);
   return n;
 }
-#endif
 
 void mser_rows(const Scenes &scenes, int rows, int cols, int samples) {
   Env env;

@@ -86,14 +86,20 @@ py::object two_images(const Elementwise &s, const char *name, py::handle a, py::
   const uint32_t dst = destination(dtype, out, x, name);
   const Keys keys = other ? s.other_triples : s.triples;
   const Entry<Arith2> e = pick(s.images, other, dst);
-  if (!e || !holds(keys, key3(dst, x, y))) {
+  // A triple outside the kernel table may still be served by the library
+  // (a destination narrower than the kernel's goes through a tile and the
+  // saturating conversion): the entry has the last word, and its refusal
+  // is the TypeError below, with nothing written.
+  const bool in_table = holds(keys, key3(dst, x, y));
+  auto refusal = [&] {
     const std::string dsts = list_destinations(keys, x << 4 | y, false);
-    throw py::type_error(std::string(name) + ": no kernel for " + type_name(A.type) + " and " +
-                         type_name(B.type) + " into " + type_name(dst) + form_name(s, other) +
-                         "; " +
-                         (dsts.empty() ? "the sources it takes: " + list_pairs(keys, false)
-                                       : "their destinations: " + dsts));
-  }
+    return py::type_error(std::string(name) + ": no kernel for " + type_name(A.type) + " and " +
+                          type_name(B.type) + " into " + type_name(dst) + form_name(s, other) +
+                          "; " +
+                          (dsts.empty() ? "the sources it takes: " + list_pairs(keys, false)
+                                        : "their destinations: " + dsts));
+  };
+  if (!e) throw refusal();
   Output o = output_arg(out, dst, A, name);
   check_overlap(o, A, name, "a", true);
   check_overlap(o, B, name, "b", true);
@@ -105,6 +111,7 @@ py::object two_images(const Elementwise &s, const char *name, py::handle a, py::
     py::gil_scoped_release nogil;
     st = e.fn(thread_env(), 0, &rd, &ra, &rb, nullptr, nullptr, nullptr, scale, 0);
   }
+  if (!in_table && (st == SORN_EINVAL || st == SORN_ENOTSUP)) throw refusal();
   check(st, e.name);
   return finish(o);
 }

@@ -450,8 +450,7 @@ method='otsu' finds one threshold per channel by Otsu's method, 'blur'
 compares every pixel with the mean of its window=(rows, columns) (the box
 filter's mean): pixels below their threshold become 0, the others the type's
 top (255 for uint8, int16 and int32, 1.0 for float32); they take no thresh
-or value. Otsu's method takes one-channel images. The library does not take
-'blur' yet: it raises SornNotSupportedError and writes nothing.
+or value. Otsu's method takes one-channel images.
 
 The result has img's type and shape; out may be img itself where no method
 is given.)",

@@ -101,14 +101,14 @@ def test_the_otsu_method_binarises_below_and_at_or_above_the_threshold(rng):
     np.testing.assert_array_equal(sorn.threshold(img, method="otsu"), np.where(img < t, 0, 255))
 
 
-def test_the_blur_method_is_not_supported_yet_and_writes_nothing(rng):
-    # The library's threshold does not take the box filter's means yet: it
-    # answers "not supported" after its checks, and out stays as it was.
+def test_the_blur_method_compares_each_pixel_with_its_window_mean(rng):
+    # The box filter's rounded mean of the window around each pixel is the
+    # pixel's threshold: below it 0, at or above it 255.
     img = two_populations(rng, (30, 35))
+    mean = sorn.box_filter(img, (7, 5))
     out = np.full_like(img, 7)
-    with pytest.raises(sorn.SornNotSupportedError, match="SornThreshold"):
-        sorn.threshold(img, method="blur", window=(7, 5), out=out)
-    assert (out == 7).all()
+    sorn.threshold(img, method="blur", window=(7, 5), out=out)
+    np.testing.assert_array_equal(out, np.where(img < mean, 0, 255))
 
 
 def test_thresholds_refuse_what_they_cannot_take(rng):
