@@ -160,7 +160,12 @@ bool frame_of(SornFlags flags, SornDimPack pack, const int32_t *dims, uint8_t *d
   if (sites != nullptr && !(flags & SORN_F_NOMARGIN)) {
     const SornVolume *v = &sites->parsite;
     if ((flags & SORN_F_SITEMARGIN) || sorn_volume__empty(3, v->size)) v = &sites->site;
-    if (!sorn_volume__empty(3, v->size)) {
+    // A site that does not hold the whole region (a record whose strides
+    // put the region outside its own bounds) says nothing about the pixels
+    // around it: none are taken as data then.
+    const bool holds = (n < 3 || (v->origin[1] <= 0 && v->origin[1] + v->size[1] >= f->rows)) &&
+                       v->origin[2] <= 0 && v->origin[2] + v->size[2] >= f->cols;
+    if (!sorn_volume__empty(3, v->size) && holds) {
       // Cells 1 and 2 are rows and columns, counted from the region's first
       // pixel.
       const int32_t up = n >= 3 ? std::min(f->top, margin(-v->origin[1])) : 0;

@@ -108,7 +108,9 @@ constexpr size_t kFamilyCount = sizeof kFamilies / sizeof kFamilies[0];
 
 bool types_have_kernels(Types t, uint32_t d, uint32_t a, uint32_t b, bool with_b) {
   switch (t) {
-    case Types::Arith: return kernel_type(d) && kernel_type(a) && (!with_b || kernel_type(b));
+    // A destination outside the kernels' types is reached through a tile
+    // and the saturating conversion; the sources always meet a kernel.
+    case Types::Arith: return kernel_type(a) && (!with_b || kernel_type(b));
     case Types::SameType: return kernel_type(d) && a == d && (!with_b || b == d);
     case Types::F32Only: return d == SORN_F32 && a == SORN_F32;
     case Types::Logic: return logic_type(d) && a == d && (!with_b || b == d);
