@@ -252,6 +252,10 @@ SornStatus SornCopyMkb(SornXE *xe, SornFlags flags, const SornArray *dst, const 
   if (!data::copy_pair(dst, src)) return SORN_EINVAL;
   SornVolume region, box;
   if (!region_of(src, srcRoi, &region)) return SORN_ENOSPC;
+  // Border copies move whole pixels: the channel cell of srcRoi takes no
+  // part, as in the turned form.
+  region.origin[3] = 0;
+  region.size[3] = channels_of(src->dims[3]);
   if (!sorn_arr__siteofAt(dst, 4, box.origin, box.size, dstSite ? dstSite->origin : nullptr))
     return SORN_ENOSPC;
   return data::bordered(xe, flags, dst, src, box, region, kind, border, false);
