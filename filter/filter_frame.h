@@ -62,6 +62,8 @@ SornStatus edge_decision(SornXE *xe, SornFlags flags, SornDimPack pack, const in
       (int64_t)needS[n - 2] * (strides[n - 2] < 0 ? -(int64_t)strides[n - 2] : strides[n - 2]);
   if (row > INT32_MAX) return SORN_ENOMEM;
   const size_t bytes = sorn_vmemsize(n, needS, strides, 2);
+  // Nor can a box whose plane has more bytes than a 32-bit stride holds.
+  if (bytes > (size_t)INT32_MAX) return SORN_ENOMEM;
   void *scratch = bytes > 0 ? SornXEalloca(xe, bytes, 0) : nullptr;
   if (scratch == nullptr) return SORN_ENOMEM;
   if (form.clear_border_only) flags &= ~(SornFlags)SORN_F_BORDER_ONLY;
