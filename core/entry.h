@@ -254,6 +254,29 @@ inline void *at_origin(const void *base, SornDimPack pack, const int32_t *origin
   return sorn_advance_ptr(base, sorn_vec_mkloff_$LS(pack, origin, strides));
 }
 
+// The source's site and its parent's, counted from data, for the families
+// that may read real pixels around a region. A record whose strides let
+// its own rows, planes or pixels overlap (a row stride smaller than its
+// bounds' row, say) has no geometry to speak of around the region: both
+// sites are left empty, and only the region itself is read.
+inline SornSites source_sites(const SornArray *src) {
+  SornSites sites;
+  std::memset(&sites, 0, sizeof sites);
+  const int32_t first = src->ndims == 4 ? 0 : 1;
+  for (int32_t k = first; k < 3; ++k) {
+    const int64_t inner =
+        (int64_t)src->bounds[k + 1] *
+        (src->strides[k + 1] < 0 ? -(int64_t)src->strides[k + 1] : (int64_t)src->strides[k + 1]);
+    const int64_t outer = src->strides[k] < 0 ? -(int64_t)src->strides[k] : src->strides[k];
+    if (outer < inner) return sites;
+  }
+  sorn_arr_siteof(src, &sites.site);
+  count_from_data(&sites.site, src);
+  sorn_arr_parsiteof(src, &sites.parsite);
+  count_from_data(&sites.parsite, src);
+  return sites;
+}
+
 // The sites around a source, given in data coordinates, as the layers below
 // layer 2 take them: in the coordinates of the region's first pixel. A
 // missing or empty site is the region itself and a missing or empty parent

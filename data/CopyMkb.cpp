@@ -151,11 +151,7 @@ SornStatus border_copy(SornXE *xe, SornFlags flags, const SornArray *dst, const 
                        const SornBrShape *border) {
   SornCopyMkbArgs args{(uint32_t)(kind == SORN_BORDER_UNKNOWN ? SORN_BORDER_REFLECT101 : kind),
                        kind == SORN_BORDER_NONE ? nullptr : border, nullptr};
-  SornSites sites;
-  sorn_arr_siteof(src, &sites.site);
-  count_from_data(&sites.site, src);
-  sorn_arr_parsiteof(src, &sites.parsite);
-  count_from_data(&sites.parsite, src);
+  SornSites sites = sorn::source_sites(src);
   args.sites = &sites;
 
   SornVolume dbox = region;

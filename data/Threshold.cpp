@@ -553,11 +553,7 @@ SornStatus SornThreshold(SornXE *xe, SornFlags flags, const SornArray *dst, cons
   // The source's site and its parent's, for the filters of the usto and
   // blur methods, which may read pixels around the region; counted from
   // data, like the region's origin.
-  SornSites sites;
-  sorn_arr_siteof(src, &sites.site);
-  sorn::count_from_data(&sites.site, src);
-  sorn_arr_parsiteof(src, &sites.parsite);
-  sorn::count_from_data(&sites.parsite, src);
+  SornSites sites = sorn::source_sites(src);
   sorn::Operand d(dst, rd), s(src, rs);
   // A single plane of the source serves every plane of the destination.
   if (src->dims[0] == 1) s.strides[0] = 0;

@@ -198,11 +198,7 @@ SornStatus SornFilter(SornXE *xe, SornFlags flags, const SornArray *dst, const S
   sorn_seshape__adjust_$gv$I(&window, 3, rs.size);
   flags &= ~(SornFlags)SORN_F_PROBE;
   const SornBorderSpec border = {SORN_BORDER_REFLECT101, {0, 0, 0, 0}};
-  SornSites sites;
-  sorn_arr_siteof(src, &sites.site);
-  count_from_data(&sites.site, src);
-  sorn_arr_parsiteof(src, &sites.parsite);
-  count_from_data(&sites.parsite, src);
+  SornSites sites = sorn::source_sites(src);
   SornFilterArgs args = {(uint32_t)kind, &window, &border, &sites};
 
   if (dst->ndims == 4) {
