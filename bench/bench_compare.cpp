@@ -82,7 +82,7 @@ void BM_CompareC(benchmark::State &state, int32_t rows, int32_t cols) {
   state.SetBytesProcessed(state.iterations() * (int64_t)rows * cols * 2);
 }
 
-SornThresholdSpec spec_of(uint32_t method) {
+SornThresholdSpec method_record(uint32_t method) {
   SornThresholdSpec s;
   std::memset(&s, 0, sizeof s);
   s.method = method;
@@ -103,12 +103,12 @@ SornThresholdCriterion condition(uint32_t op, double t, double v) {
 void BM_Threshold(benchmark::State &state, uint32_t method, int32_t rows, int32_t cols) {
   Picture a(rows, cols, SORN_U8, 1), d(rows, cols, SORN_U8, 3);
   Env env;
-  const SornThresholdSpec spec = spec_of(method);
+  const SornThresholdSpec how = method_record(method);
   const SornThresholdCriterion two[2] = {condition(SORN_CMP_LT, 50, 0),
                                          condition(SORN_CMP_GE, 150, 255)};
   const bool immediate = method == SORN_THH_IMMEDIATE;
   for (auto _ : state) {
-    const SornStatus s = SornThreshold(&env.xe, 0, &d.rec, &a.rec, nullptr, nullptr, &spec,
+    const SornStatus s = SornThreshold(&env.xe, 0, &d.rec, &a.rec, nullptr, nullptr, &how,
                                        immediate ? two : nullptr, immediate ? 2 : 0);
     if (s != SORN_OK) return fail(state, s);
     benchmark::ClobberMemory();

@@ -32,8 +32,8 @@ Cells cells_of(SornDimPack pack, const int32_t *dims) {
   return {n, skip, dims + skip};
 }
 
-bool spec_in_force(const SornThresholdSpec *spec) {
-  return spec != nullptr && !(spec->method & SORN_THH_DEFAULTS);
+bool record_in_force(const SornThresholdSpec *how) {
+  return how != nullptr && !(how->method & SORN_THH_DEFAULTS);
 }
 
 // The value each channel of a constant condition writes: its value, or the
@@ -251,14 +251,14 @@ int32_t method_conditions(uint32_t type, const SornThresholdCriterion *criteria,
 SornStatus sorna__ethreshold_otsu(SornXE *xe, SornFlags flags, SornDimPack pack,
                                   const int32_t *dims, uint32_t type, void *dst,
                                   const int32_t *dststrides, const void *src,
-                                  const int32_t *srcstrides, const SornThresholdSpec *spec,
+                                  const int32_t *srcstrides, const SornThresholdSpec *how,
                                   const SornThresholdCriterion *criteria, int32_t count,
                                   const SornSites *) {
   SornVrng ranges[4];
   int32_t bins[4];
   for (int k = 0; k < 4; ++k) {
-    ranges[k] = spec_in_force(spec) ? spec->vrng[k] : SornVrng{NAN, 0.0};
-    bins[k] = spec_in_force(spec) ? spec->bins[k] : 0;
+    ranges[k] = record_in_force(how) ? how->vrng[k] : SornVrng{NAN, 0.0};
+    bins[k] = record_in_force(how) ? how->bins[k] : 0;
   }
   double t[4] = {0.0, 0.0, 0.0, 0.0};
   SornStatus st =
@@ -356,21 +356,21 @@ SornStatus flatten(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t 
 SornStatus sorna__ethreshold_usto(SornXE *xe, SornFlags flags, SornDimPack pack,
                                   const int32_t *dims, uint32_t type, void *dst,
                                   const int32_t *dststrides, const void *src,
-                                  const int32_t *srcstrides, const SornThresholdSpec *spec,
+                                  const int32_t *srcstrides, const SornThresholdSpec *how,
                                   const SornThresholdCriterion *criteria, int32_t count,
                                   const SornSites *sites) {
   const Cells c = cells_of(pack, dims);
   const int32_t channels = c.channels();
   SornSeShape a, b;
   bool has_b = false;
-  if (spec_in_force(spec)) {
+  if (record_in_force(how)) {
     // No first box: the image needs no flattening, and this is Otsu.
-    if (sorn_volume__empty(3, spec->blurSize))
+    if (sorn_volume__empty(3, how->blurSize))
       return sorna__ethreshold_otsu(xe, flags, pack, dims, type, dst, dststrides, src, srcstrides,
-                                    spec, criteria, count, sites);
-    a = centred_box(spec->blurSize, channels);
-    if (!sorn_volume__empty(3, spec->flatSize)) {
-      b = centred_box(spec->flatSize, channels);
+                                    how, criteria, count, sites);
+    a = centred_box(how->blurSize, channels);
+    if (!sorn_volume__empty(3, how->flatSize)) {
+      b = centred_box(how->flatSize, channels);
       has_b = true;
     }
   } else {
@@ -398,7 +398,7 @@ SornStatus sorna__ethreshold_usto(SornXE *xe, SornFlags flags, SornDimPack pack,
           flatten(xe, f, pack, dims, type, t, ts, dst, dststrides, src, srcstrides, a, second);
       return st != SORN_OK ? st
                            : sorna__ethreshold_otsu(xe, f, pack, dims, type, dst, dststrides, t, ts,
-                                                    spec, criteria, count, sites);
+                                                    how, criteria, count, sites);
     }
     availO[n - 1] = needO[n - 1] = 0;
     availS[n - 1] = needS[n - 1] = d[n - 1];
@@ -418,7 +418,7 @@ SornStatus sorna__ethreshold_usto(SornXE *xe, SornFlags flags, SornDimPack pack,
     if (st == SORN_OK)
       st = flatten(xe, f, pack, dims, type, t, ts, dst, dststrides, at, ps, a, second);
     if (st == SORN_OK)
-      st = sorna__ethreshold_otsu(xe, f, pack, dims, type, dst, dststrides, t, ts, spec, criteria,
+      st = sorna__ethreshold_otsu(xe, f, pack, dims, type, dst, dststrides, t, ts, how, criteria,
                                   count, sites);
     SornXEfreea(xe, padded);
     return st;
@@ -428,14 +428,14 @@ SornStatus sorna__ethreshold_usto(SornXE *xe, SornFlags flags, SornDimPack pack,
 SornStatus sorna__ethreshold_blur(SornXE *xe, SornFlags flags, SornDimPack pack,
                                   const int32_t *dims, uint32_t type, void *dst,
                                   const int32_t *dststrides, const void *src,
-                                  const int32_t *srcstrides, const SornThresholdSpec *spec,
+                                  const int32_t *srcstrides, const SornThresholdSpec *how,
                                   const SornThresholdCriterion *criteria, int32_t count,
                                   const SornSites *sites) {
   // The box rides in the place of the ranges, as a window; a zero box is
   // the default.
   SornSeShape box;
   std::memset(&box, 0, sizeof box);
-  if (spec_in_force(spec)) std::memcpy(&box, spec->vrng, sizeof box);
+  if (record_in_force(how)) std::memcpy(&box, how->vrng, sizeof box);
   if (!fit_box(&box, pack, dims)) return SORN_EINVAL;
   return with_scratch(xe, pack, dims, type, [&](void *t, const int32_t *ts) {
     const SornFlags f = filter_reach(flags);
@@ -462,23 +462,23 @@ SornStatus sorna__ethreshold_blur(SornXE *xe, SornFlags flags, SornDimPack pack,
 
 SornStatus sorna__ethreshold(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
                              uint32_t type, void *dst, const int32_t *dststrides, const void *src,
-                             const int32_t *srcstrides, const SornThresholdSpec *spec,
+                             const int32_t *srcstrides, const SornThresholdSpec *how,
                              const SornThresholdCriterion *criteria, int32_t count,
                              const SornSites *sites) {
-  const uint32_t method = spec ? spec->method & 15u : SORN_THH_IMMEDIATE;
+  const uint32_t method = how ? how->method & 15u : SORN_THH_IMMEDIATE;
   switch (method) {
     case SORN_THH_IMMEDIATE:
       return sorna__threshold(xe, flags, pack, dims, type, dst, dststrides, src, srcstrides,
                               criteria, count);
     case SORN_THH_OTSU:
       return sorna__ethreshold_otsu(xe, flags, pack, dims, type, dst, dststrides, src, srcstrides,
-                                    spec, criteria, count, sites);
+                                    how, criteria, count, sites);
     case SORN_THH_USTO:
       return sorna__ethreshold_usto(xe, flags, pack, dims, type, dst, dststrides, src, srcstrides,
-                                    spec, criteria, count, sites);
+                                    how, criteria, count, sites);
     case SORN_THH_BLUR:
       return sorna__ethreshold_blur(xe, flags, pack, dims, type, dst, dststrides, src, srcstrides,
-                                    spec, criteria, count, sites);
+                                    how, criteria, count, sites);
     default: return SORN_EINVAL;
   }
 }
@@ -496,17 +496,17 @@ SornStatus sorna__ethreshold(SornXE *xe, SornFlags flags, SornDimPack pack, cons
                          sorn::at_origin(src, pack, srcorigin, srcstrides), srcstrides, criteria, \
                          count);                                                                  \
   }
-#define SORN_ETHRESHOLD_LAYER2(name)                                                          \
-  SornStatus sorna_##name(                                                                    \
-      SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, uint32_t type,      \
-      void *dst, const int32_t *dstorigin, const int32_t *dststrides, const void *src,        \
-      const int32_t *srcorigin, const int32_t *srcstrides, const SornThresholdSpec *spec,     \
-      const SornThresholdCriterion *criteria, int32_t count, const SornSites *sites) {        \
-    const SornSites at = sorn::sites_at_region(pack, dims, srcorigin, sites);                 \
-    return sorna__##name(xe, flags, pack, dims, type,                                         \
-                         sorn::at_origin(dst, pack, dstorigin, dststrides), dststrides,       \
-                         sorn::at_origin(src, pack, srcorigin, srcstrides), srcstrides, spec, \
-                         criteria, count, &at);                                               \
+#define SORN_ETHRESHOLD_LAYER2(name)                                                         \
+  SornStatus sorna_##name(                                                                   \
+      SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, uint32_t type,     \
+      void *dst, const int32_t *dstorigin, const int32_t *dststrides, const void *src,       \
+      const int32_t *srcorigin, const int32_t *srcstrides, const SornThresholdSpec *how,     \
+      const SornThresholdCriterion *criteria, int32_t count, const SornSites *sites) {       \
+    const SornSites at = sorn::sites_at_region(pack, dims, srcorigin, sites);                \
+    return sorna__##name(xe, flags, pack, dims, type,                                        \
+                         sorn::at_origin(dst, pack, dstorigin, dststrides), dststrides,      \
+                         sorn::at_origin(src, pack, srcorigin, srcstrides), srcstrides, how, \
+                         criteria, count, &at);                                              \
   }
 SORN_THRESHOLD_LAYER2(threshold)
 SORN_THRESHOLD_LAYER2(sheer_threshold_n1)
@@ -527,14 +527,14 @@ SornStatus SornTGAthreshold(SornXE *xe, SornFlags flags, void *data, SornDimPack
   if (type0 != type1) return SORN_EINVAL;
   const SornThresholdArgs *a = static_cast<const SornThresholdArgs *>(data);
   return sorna_ethreshold(xe, flags, pack, dims, type0, base0, origin0, strides0, base1, origin1,
-                          strides1, a->spec, a->criteria, a->count, a->sites);
+                          strides1, a->how, a->criteria, a->count, a->sites);
 }
 
 /* ---------------- entry ---------------- */
 
 SornStatus SornThreshold(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
                          const SornVolume *dstRoi, const SornVolume *srcSite,
-                         const SornThresholdSpec *spec, const SornThresholdCriterion *criteria,
+                         const SornThresholdSpec *how, const SornThresholdCriterion *criteria,
                          int32_t count) {
   if (src == nullptr) {
     src = dst;
@@ -543,7 +543,7 @@ SornStatus SornThreshold(SornXE *xe, SornFlags flags, const SornArray *dst, cons
   if (!sorn::good_image(dst) || !sorn::fits_image(src, dst, sorn::Channels::Same))
     return SORN_EINVAL;
   // The immediate method and given conditions read criteria.
-  const bool immediate = spec == nullptr || (spec->method & 15u) == SORN_THH_IMMEDIATE;
+  const bool immediate = how == nullptr || (how->method & 15u) == SORN_THH_IMMEDIATE;
   if (criteria == nullptr && (immediate || count > 0)) return SORN_EINVAL;
   SornVolume rd, rs;
   if (!sorn::negotiate(dst, src, dstRoi, srcSite, &rd, &rs)) return SORN_ENOSPC;
@@ -563,7 +563,7 @@ SornStatus SornThreshold(SornXE *xe, SornFlags flags, const SornArray *dst, cons
     sorn_vec__sub_$I(4, sites.site.origin, s.roi.origin);
     sorn_vec__sub_$I(4, sites.parsite.origin, s.roi.origin);
   }
-  SornThresholdArgs args{spec, criteria, count, &sites};
+  SornThresholdArgs args{how, criteria, count, &sites};
   return sorn::run({xe, flags & ~SORN_F_PROBE, SORN_TAG_THRH, &args, sorn::kKeepRows},
                    &SornTGAthreshold, d, s);
 }

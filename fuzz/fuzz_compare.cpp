@@ -122,31 +122,31 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const bool in_place = op == kThreshold && in.chance(40);
 
   // The threshold method record and conditions.
-  SornThresholdSpec spec;
-  std::memset(&spec, 0, sizeof spec);
+  SornThresholdSpec how;
+  std::memset(&how, 0, sizeof how);
   static const uint32_t kMethods[] = {0u, 3u, 4u, 5u, 19u, 20u, 21u};
-  spec.method = in.chance(230) ? in.pick(kMethods) : in.u32();
+  how.method = in.chance(230) ? in.pick(kMethods) : in.u32();
   for (int k = 0; k < 4; ++k) {
     const uint8_t b = in.u8();
-    spec.vrng[k] = b < 128 ? SornVrng{NAN, 0.0}
+    how.vrng[k] = b < 128 ? SornVrng{NAN, 0.0}
                            : SornVrng{decode_double(in), decode_double(in)};
-    spec.bins[k] = in.chance(200) ? 0 : in.range(-2, 1000);
+    how.bins[k] = in.chance(200) ? 0 : in.range(-2, 1000);
   }
   for (int k = 0; k < 3; ++k) {
-    spec.blurSize[k] = in.chance(200) ? 0 : in.range(-2, 9);
-    spec.flatSize[k] = in.chance(200) ? 0 : in.range(-2, 9);
+    how.blurSize[k] = in.chance(200) ? 0 : in.range(-2, 9);
+    how.flatSize[k] = in.chance(200) ? 0 : in.range(-2, 9);
   }
   // The blur method reads a window where the ranges stand. Ranges read as
   // a window are boxes of a billion rows, whose bordered copies no machine
   // holds: the window is always a small one from the input, or the default.
-  if ((spec.method & 15) == 5) {
+  if ((how.method & 15) == 5) {
     SornVolume box = {{0, 0, 0, 0}, {0, 0, 0, 0}};
     if (in.chance(128))
       box = {{0, in.range(-2, 4), in.range(-2, 4), 0},
              {in.range(0, 2), in.range(-2, 7), in.range(-2, 7), 0}};
-    std::memcpy(spec.vrng, &box, sizeof box);
+    std::memcpy(how.vrng, &box, sizeof box);
   }
-  const SornThresholdSpec *pspec = in.chance(200) ? &spec : nullptr;
+  const SornThresholdSpec *pspec = in.chance(200) ? &how : nullptr;
   SornThresholdCriterion crit[3];
   std::memset(crit, 0, sizeof crit);
   for (auto &c : crit) {
@@ -168,7 +168,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
   if (verbose()) {
     std::fprintf(stderr, "op %d flags %llx cmpop %u method %u count %d\n", (int)op,
-                 (unsigned long long)flags, cmpop, spec.method, count);
+                 (unsigned long long)flags, cmpop, how.method, count);
     describe("src", src.rec);
     describe("src2", src2.rec);
     describe("dst", dst.rec);
@@ -186,8 +186,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   mm.what = in.u8() & 7;
   double thr[8];
   for (double &t : thr) t = -77.0;
-  SornVrng vr[4] = {spec.vrng[0], spec.vrng[1], spec.vrng[2], spec.vrng[3]};
-  int32_t bins[4] = {spec.bins[0], spec.bins[1], spec.bins[2], spec.bins[3]};
+  SornVrng vr[4] = {how.vrng[0], how.vrng[1], how.vrng[2], how.vrng[3]};
+  int32_t bins[4] = {how.bins[0], how.bins[1], how.bins[2], how.bins[3]};
   switch (op) {
     case kCompare:
       st = SornCompare(&env.xe, flags, &dst.rec, &src.rec, &src2.rec, proi, psite1, psite2, cmpop);

@@ -1796,7 +1796,7 @@ SornStatus SornComputeThresholdByOtsu(SornXE *xe, SornFlags flags, const SornArr
 
 /* The arguments the slice forms take from data. */
 typedef struct SornThresholdArgs {
-  const SornThresholdSpec *spec;
+  const SornThresholdSpec *how; /* the method record; null: immediate */
   const SornThresholdCriterion *criteria;
   int32_t count;
   const struct SornSites *sites; /* the source's site pair, for the filters */

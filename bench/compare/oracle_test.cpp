@@ -775,10 +775,10 @@ TEST(OracleOtsu, U8ThresholdsAndResultsMatchCvThreshold) {
     EXPECT_EQ(std::floor(t), cvt) << i;
     cv::Mat d(rows, cols, CV_8UC1);
     const SornArray rd = rec_of(d);
-    SornThresholdSpec spec;
-    std::memset(&spec, 0, sizeof spec);
-    spec.method = SORN_THH_OTSU | SORN_THH_DEFAULTS;
-    ASSERT_EQ(SornThreshold(&env.xe, 0, &rd, &ra, nullptr, nullptr, &spec, nullptr, 0), SORN_OK);
+    SornThresholdSpec how;
+    std::memset(&how, 0, sizeof how);
+    how.method = SORN_THH_OTSU | SORN_THH_DEFAULTS;
+    ASSERT_EQ(SornThreshold(&env.xe, 0, &rd, &ra, nullptr, nullptr, &how, nullptr, 0), SORN_OK);
     expect_same(d, c, "SornThreshold with Otsu");
   }
 }
@@ -802,10 +802,10 @@ TEST(OracleBlurThreshold, MatchesAdaptiveThresholdAwayFromBordersAndTies) {
     cv::blur(a, mean, cv::Size(5, 5), cv::Point(-1, -1), cv::BORDER_REPLICATE);
     cv::Mat d(rows, cols, CV_8UC1, cv::Scalar(7));
     const SornArray ra = rec_of(a), rd = rec_of(d);
-    SornThresholdSpec spec;
-    std::memset(&spec, 0, sizeof spec);
-    spec.method = SORN_THH_BLUR | SORN_THH_DEFAULTS;
-    ASSERT_EQ(SornThreshold(&env.xe, 0, &rd, &ra, nullptr, nullptr, &spec, nullptr, 0), SORN_OK);
+    SornThresholdSpec how;
+    std::memset(&how, 0, sizeof how);
+    how.method = SORN_THH_BLUR | SORN_THH_DEFAULTS;
+    ASSERT_EQ(SornThreshold(&env.xe, 0, &rd, &ra, nullptr, nullptr, &how, nullptr, 0), SORN_OK);
     int ties = 0;
     for (int y = 2; y < rows - 2; ++y)
       for (int x = 2; x < cols - 2; ++x) {

@@ -519,7 +519,7 @@ TEST(Threshold, BlurWithoutASpecAndInPlaceTakesTheDefaultBox) {
   ASSERT_EQ(SornThreshold(env.xe(), 0, &a, nullptr, nullptr, nullptr, &blur, nullptr, 0), SORN_OK);
   for (size_t i = 0; i < px.size(); ++i)
     ASSERT_EQ(img.at<uint8_t>((int32_t)i / 20, (int32_t)i % 20), px[i] < mean[i] ? 0 : 255) << i;
-  // A spec record whose box is left zero is the same default.
+  // A method record whose box is left zero is the same default.
   SornArray c = copy.record();
   SornThresholdSpec zero = method(SORN_THH_BLUR);
   std::memset(zero.vrng, 0, sizeof zero.vrng);
@@ -557,7 +557,7 @@ TEST(Threshold, UstoTakesOtsusThresholdOfTheFlattenedImage) {
   struct Boxes {
     int32_t a, b;  // square sizes; b 0 for none
   };
-  // No spec (5 by 5 and the mean); a second box larger than the first,
+  // No method record (5 by 5 and the mean); a second box larger than the first,
   // and smaller, so that the copy made for the two has the margin of both.
   for (const Boxes bx : {Boxes{0, 0}, Boxes{3, 0}, Boxes{3, 9}, Boxes{7, 3}})
     for (SornFlags flags : {(SornFlags)0, (SornFlags)SORN_F_THH_MARGIN}) {
@@ -789,14 +789,14 @@ TEST(Threshold, FourDimensionalBlurAndUstoSeeTheMarginsOfTheirPlane) {
   usto.blurSize[0] = usto.flatSize[0] = 1;
   usto.blurSize[1] = usto.blurSize[2] = 3;
   usto.flatSize[1] = usto.flatSize[2] = 7;
-  for (const SornThresholdSpec *spec : {&blur, (const SornThresholdSpec *)&usto})
+  for (const SornThresholdSpec *how : {&blur, (const SornThresholdSpec *)&usto})
     for (SornFlags flags : {(SornFlags)0, (SornFlags)SORN_F_THH_MARGIN}) {
       std::fill(dst.begin(), dst.end(), 0x11);
-      ASSERT_EQ(SornThreshold(env.xe(), flags, &d, &a, &roi, &roi, spec, nullptr, 0), SORN_OK);
+      ASSERT_EQ(SornThreshold(env.xe(), flags, &d, &a, &roi, &roi, how, nullptr, 0), SORN_OK);
       std::fill(one.begin(), one.end(), 0x11);
       SornArray ap = make_record(src.data() + pstride, rows, cols, 1, SORN_U8, cols);
       SornArray op = make_record(one.data(), rows, cols, 1, SORN_U8, cols);
-      ASSERT_EQ(SornThreshold(env.xe(), flags, &op, &ap, &plane_roi, &plane_roi, spec, nullptr, 0),
+      ASSERT_EQ(SornThreshold(env.xe(), flags, &op, &ap, &plane_roi, &plane_roi, how, nullptr, 0),
                 SORN_OK);
       for (int32_t i = 0; i < pstride; ++i) {
         ASSERT_EQ(dst[i], 0x11) << i;
@@ -817,7 +817,7 @@ TEST(Threshold, ScratchThatCantBeHadIsNoMemoryAndWritesNothing) {
   const SornThresholdSpec blur = method(SORN_THH_BLUR | SORN_THH_DEFAULTS);
   struct Case {
     uint32_t type;
-    const SornThresholdSpec *spec;
+    const SornThresholdSpec *how;
   };
   const Case cases[] = {{SORN_S16, nullptr}, {SORN_S16, &otsu}, {SORN_S16, &blur},
                         {SORN_U8, &usto},    {SORN_U8, &blur}};
@@ -828,14 +828,14 @@ TEST(Threshold, ScratchThatCantBeHadIsNoMemoryAndWritesNothing) {
     for (int x = 0; x < 40; ++x) img.set(2, x, 0, x);
     SornArray a = img.record(), o = out.record();
     const std::vector<uint8_t> before = out.bytes_copy();
-    const SornThresholdSpec *spec = c.spec;
+    const SornThresholdSpec *how = c.how;
     const int64_t failed = sorn_test::for_each_allocation_failure([&](int64_t k) {
       SornStatus st;
       bool fired;
       std::memcpy(out.base(), before.data(), before.size());
       {
         sorn_test::AllocFailure fail(k);
-        st = SornThreshold(env.xe(), 0, &o, &a, nullptr, nullptr, spec, two, spec ? 0 : 2);
+        st = SornThreshold(env.xe(), 0, &o, &a, nullptr, nullptr, how, two, how ? 0 : 2);
         fired = fail.fired();
       }
       if (fired) {
@@ -847,7 +847,7 @@ TEST(Threshold, ScratchThatCantBeHadIsNoMemoryAndWritesNothing) {
       EXPECT_TRUE(env.at_mark()) << k;
       return fired;
     });
-    EXPECT_GE(failed, spec == &usto ? 2 : 1);
+    EXPECT_GE(failed, how == &usto ? 2 : 1);
   }
 }
 
