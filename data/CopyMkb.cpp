@@ -187,7 +187,7 @@ SornStatus SornCopyEx(SornXE *xe, SornFlags flags, const SornArray *dst, const S
   if (!fits_image(mask, dst, Channels::OneOrSame)) return SORN_EINVAL;
   // The extents agreed between dst and src, then cut to what the mask has.
   SornVolume dr, sr, mbox;
-  if (!negotiate(dst, src, dstRoi, srcSite, &dr, &sr)) return SORN_ENOSPC;
+  if (!negotiate(dst, src, dstRoi, srcSite, &dr, &sr) || no_channels(dr)) return SORN_ENOSPC;
   if (!fit_operand(mask, maskSite, &mbox, &dr, &sr)) return SORN_ENOSPC;
   Operand d(dst, dr), s(src, sr);
   Operand m(mask, mbox);
@@ -248,12 +248,12 @@ SornStatus SornCopyMkb(SornXE *xe, SornFlags flags, const SornArray *dst, const 
   if (!data::copy_pair(dst, src)) return SORN_EINVAL;
   SornVolume region, box;
   if (!region_of(src, srcRoi, &region)) return SORN_ENOSPC;
-  // Border copies move whole pixels: the channel cell of srcRoi takes no
-  // part, as in the turned form.
-  region.origin[3] = 0;
-  region.size[3] = channels_of(src->dims[3]);
   if (!sorn_arr__siteofAt(dst, 4, box.origin, box.size, dstSite ? dstSite->origin : nullptr))
     return SORN_ENOSPC;
+  // Border copies move whole pixels: the channel cells of the region and
+  // of the box take no part, in either form.
+  whole_pixels(&region, src);
+  whole_pixels(&box, dst);
   return data::bordered(xe, flags, dst, src, box, region, kind, border, false);
 }
 
@@ -271,6 +271,7 @@ SornStatus SornCopyRMkb(SornXE *xe, SornFlags flags, const SornArray *dst, const
   if (!region_of(dst, dstRoi, &box)) return SORN_ENOSPC;
   if (!sorn_arr__siteofAt(src, 4, region.origin, region.size, srcSite ? srcSite->origin : nullptr))
     return SORN_ENOSPC;
-  region.size[3] = channels_of(src->dims[3]);
+  whole_pixels(&region, src);
+  whole_pixels(&box, dst);
   return data::bordered(xe, flags, dst, src, box, region, kind, border, true);
 }

@@ -10,6 +10,7 @@
 
 #include "core/entry.h"
 #include "data/threshold.h"
+#include "filter/shape_cells.h"
 
 using sorn::threshold::condition_array;
 using sorn::threshold::set_condition_array;
@@ -387,6 +388,7 @@ SornStatus sorna__ethreshold_usto(SornXE *xe, SornFlags flags, SornDimPack pack,
     const int32_t *d = c.dims;
     const int32_t *ss = srcstrides + c.skip;
     const SornSeShape reach = has_b ? furthest_reach(a, b) : a;
+    if (!sorn::shapes::box_fits(n, d, &reach)) return SORN_ENOMEM;
     int32_t availO[4], availS[4], needO[4], needS[4];
     const bool covered = sorn__compute_roi_$se(f, n - 1, availO, availS, needO, needS, nullptr, d,
                                                &reach, sites ? &sites->site : nullptr,

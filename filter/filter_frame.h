@@ -12,6 +12,8 @@
 
 #include <cstdint>
 
+#include "filter/shape_cells.h"
+
 namespace sorn::filter {
 
 // How a family's form differs: whether it first asks its kernel whether it
@@ -33,6 +35,8 @@ SornStatus edge_decision(SornXE *xe, SornFlags flags, SornDimPack pack, const in
                          Pass pass) {
   const int32_t n = (int32_t)(pack & 15u);
   if (n < 2 || n > 4) return SORN_EINVAL;
+  // No source offers, and no scratch holds, a box past the 32-bit range.
+  if (!sorn::shapes::box_fits(n, sizes, se)) return SORN_ENOMEM;
   const bool overlap = sorn__overlapped(n, sizes, dst, dstStrides, src, srcStrides) != 0;
   int32_t availO[4], availS[4], needO[4], needS[4];
   const bool covered =

@@ -10,6 +10,8 @@
 // length.
 #pragma once
 
+#include <sorn.h>
+
 #include <cstdint>
 
 namespace sorn::shapes {
@@ -24,6 +26,22 @@ struct Cells {
 inline Cells cells_of(int32_t n) {
   const int32_t m = n > 3 ? 3 : n < 0 ? 0 : n;
   return Cells{m, 3 - m};
+}
+
+// Whether the box that a window reads around extents of the n - 1 spatial
+// cells of `dims` (the window grown by its size less one, shifted back by
+// its anchor) still has 32-bit extents. A window from a caller may be as
+// large as a cell holds; its box is then larger than any image and can be
+// neither read from a parent nor built in scratch.
+inline bool box_fits(int32_t n, const int32_t *dims, const SornSeShape *se) {
+  if (se == nullptr) return true;
+  const Cells c = cells_of(n - 1);
+  for (int32_t k = 0; k < c.count; ++k) {
+    const int64_t extent = (int64_t)dims[k] + se->size[c.rec(k)] - 1;
+    const int64_t start = -(int64_t)se->anchor[c.rec(k)];
+    if (extent > INT32_MAX || start < INT32_MIN + 1) return false;
+  }
+  return true;
 }
 
 }  // namespace sorn::shapes

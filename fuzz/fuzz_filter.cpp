@@ -114,6 +114,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     describe("roi1", p1);
     describe("roi2", p2);
     describe("roi3", p3);
+    if (pwindow)
+      std::fprintf(stderr, "window: size {%d %d %d %d} anchor {%d %d %d %d}\n", window.size[0],
+                   window.size[1], window.size[2], window.size[3], window.anchor[0],
+                   window.anchor[1], window.anchor[2], window.anchor[3]);
   }
 
   const std::vector<uint8_t> d0 = dst.snapshot(), s0 = src.snapshot(), m0 = mask.snapshot();

@@ -152,6 +152,11 @@ TEST(CopyFailures, EveryRecordMismatchIsInvalidAndWritesNothing) {
   const SornVolume none = make_roi(0, 9, 1, 1, 2);
   EXPECT_EQ(SORN_ENOSPC, SornCopy(nullptr, 0, &d, &s, &none, nullptr));
   EXPECT_EQ(SORN_ENOSPC, SornCopy(nullptr, 0, &d, &s, nullptr, &none));
+  // So is a region whose channels begin past the pixel's last one: it
+  // keeps rows and columns, and not one element.
+  SornVolume past_channels = make_roi(0, 0, 2, 3, 2);
+  past_channels.origin[3] = 2;
+  EXPECT_EQ(SORN_ENOSPC, SornCopy(nullptr, 0, &d, &s, &past_channels, nullptr));
   EXPECT_EQ(before, dst.bytes_copy());
 }
 
@@ -290,6 +295,9 @@ TEST(CopyExFailures, MaskMismatchesAreInvalidAndWriteNothing) {
   bad.elemtype = SORN_U16;
   EXPECT_EQ(SORN_ENOSPC, SornCopyEx(nullptr, 0, &d, &s, &bad, nullptr, nullptr, &past));
   EXPECT_EQ(SORN_ENOSPC, SornCopyEx(nullptr, 0, &d, &s, &m, &past, nullptr, nullptr));
+  SornVolume past_channels = make_roi(0, 0, 3, 4, 3);
+  past_channels.origin[3] = 3;
+  EXPECT_EQ(SORN_ENOSPC, SornCopyEx(nullptr, 0, &d, &s, &m, &past_channels, nullptr, nullptr));
   EXPECT_EQ(before, dst.bytes_copy());
 }
 

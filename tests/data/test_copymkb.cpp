@@ -345,6 +345,43 @@ TEST(CopyMkb, RealPixelsAsFarAsTheyGoThenTheRuleAboutTheirEdge) {
   for (int32_t x = 0; x < 6; ++x) EXPECT_EQ(expect[x], dst.at<uint8_t>(0, x)) << x;
 }
 
+// Border copies move whole pixels: a channel cell in the destination's box
+// or the source's region, even one that begins past the pixel's channels,
+// gives what the same call without it gives, and nothing past the box.
+TEST(CopyMkb, ChannelCellsOfBoxesAndRegionsTakeNoPart) {
+  Image src(3, 4, 3, SORN_U8);
+  for (int32_t y = 0; y < 3; ++y)
+    for (int32_t x = 0; x < 4; ++x)
+      for (int32_t c = 0; c < 3; ++c) src.at<uint8_t>(y, x, c) = (uint8_t)(40 * y + 8 * x + c);
+  SornArray s = src.record();
+  const SornBrShape b = border(1, 1, 1, 1);
+  SornVolume site = make_roi(0, 0, 5, 6, 3), roi = make_roi(0, 0, 3, 4, 3);
+  for (bool turned : {false, true}) {
+    Image plain(5, 6, 3, SORN_U8, 0, 0x11), odd(5, 6, 3, SORN_U8, 0, 0x11);
+    SornArray dp = plain.record(), dodd = odd.record();
+    SornVolume oddsite = site, oddroi = roi;
+    oddsite.origin[3] = 2;
+    oddroi.origin[3] = 3;
+    oddroi.size[3] = 1;
+    if (!turned) {
+      ASSERT_EQ(SORN_OK, SornCopyMkb(nullptr, 0, &dp, &s, &site, &roi, SORN_BORDER_REPLICATE, &b));
+      ASSERT_EQ(SORN_OK,
+                SornCopyMkb(nullptr, 0, &dodd, &s, &oddsite, &oddroi, SORN_BORDER_REPLICATE, &b));
+    } else {
+      // Turned, the destination's region is the box and the source's site
+      // offers the start.
+      ASSERT_EQ(SORN_OK, SornCopyRMkb(nullptr, 0, &dp, &s, &site, &roi, SORN_BORDER_REPLICATE, &b));
+      oddsite.origin[3] = 3;
+      oddroi.origin[3] = 2;
+      ASSERT_EQ(SORN_OK,
+                SornCopyRMkb(nullptr, 0, &dodd, &s, &oddsite, &oddroi, SORN_BORDER_REPLICATE, &b));
+    }
+    EXPECT_EQ(plain.bytes_copy(), odd.bytes_copy()) << turned;
+    EXPECT_TRUE(odd.guards_intact()) << turned;
+    EXPECT_EQ(src.at<uint8_t>(0, 0, 2), odd.at<uint8_t>(0, 0, 2)) << turned;
+  }
+}
+
 // ---------------------------------------------------------------- border only, in place
 
 TEST(CopyMkb, BorderOnlyTakesTheRegionThatStandsInTheDestination) {

@@ -455,6 +455,37 @@ TEST(FilterFailures, ChannelWordElevenReachesTheFourChannelRowBelowTheEntries) {
             sorna__filter_box(env.xe(), 0, 3, eight, SORN_U8, buf, st1, buf + 128, st1, &se));
 }
 
+// A window may be as large as a cell holds; the box it reads around the
+// region is then larger than any image, so no parent offers it and no
+// scratch holds it. The call is out of memory before any kernel runs, for
+// a sub-array with a parent as for a whole image, and writes nothing.
+TEST(FilterFailures, AWindowWhoseBoxLeavesThe32BitRangeIsOutOfMemory) {
+  Env env;
+  Image parent(10, 12, 1, SORN_F32);
+  for (int32_t y = 0; y < 10; ++y)
+    for (int32_t x = 0; x < 12; ++x) parent.at<float>(y, x) = (float)(y + x);
+  SornArray sub = parent.record();
+  sub.dims[1] = 4;
+  sub.dims[2] = 5;
+  sub.offset = 3 * sub.strides[1] + 4 * sub.strides[2];
+  const SornSeShape huge[] = {window(3, INT32_MAX, 1, 2), window(INT32_MAX, 2, INT32_MAX - 1, 0),
+                              window(INT32_MAX, INT32_MAX, 0, 0), window(-6, INT32_MAX - 1, 2, 2)};
+  for (const SornSeShape &se : huge)
+    for (int32_t kind : {SORN_FILTER_BOX, SORN_FILTER_MAX, SORN_FILTER_MIN})
+      for (SornFlags flags : {(SornFlags)0, (SornFlags)SORN_F_NOMARGIN}) {
+        Image out(4, 5, 1, SORN_F32, 0, 0x5a);
+        const std::vector<uint8_t> before = out.bytes_copy();
+        SornArray d = out.record(), whole = parent.record();
+        EXPECT_EQ(SORN_ENOMEM, SornFilter(env.xe(), flags, &d, &sub, nullptr, nullptr, kind, &se))
+            << kind;
+        EXPECT_EQ(SORN_ENOMEM,
+                  SornFilter(env.xe(), flags, &whole, nullptr, nullptr, nullptr, kind, &se))
+            << kind;
+        EXPECT_EQ(before, out.bytes_copy()) << kind;
+        EXPECT_TRUE(env.at_mark());
+      }
+}
+
 TEST(FilterFailures, EveryFailedScratchRequestIsOutOfMemoryAndAllIsGivenBack) {
   // In place, so that the frame takes its bordered copy, and a general
   // window, so that the kernel takes its blocks too.
