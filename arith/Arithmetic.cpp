@@ -1,7 +1,8 @@
 // Public entries of the arithmetic families: the selector tables, the
 // checks of the operands (arith/arith_entry.h), and the call of layer 2.
 // One shared entry per operand shape: one source (_T_SornArith), two
-// sources (_T_SornArith2), a source and constants (_T_SornArith2c).
+// sources (_T_SornArith2), a source and constants (_T_SornArith2c), three
+// sources (_T_SornArith3) and their constant forms (_T_SornArith3c, 3cc).
 #include <sorn.h>
 
 #include "arith/arith_entry.h"
@@ -174,14 +175,24 @@ SornStatus SornSigmoidAlpha(SornXE *xe, SornFlags flags, const SornArray *dst, c
 
 namespace {
 
-bool mac_tag(uint32_t tag) {
-  return tag == SORN_TAG_MLA || tag == SORN_TAG_MLS || tag == SORN_TAG_MLRS;
-}
+using Arith3Layer = decltype(&sorna_mla);
+using Arith3cLayer = decltype(&sorna_mlaC);
+using Arith3ccLayer = decltype(&sorna_mlaCC);
 
-// The fused operations and their ways through tiles are not in this build:
-// a call that has passed every check of its operands declines here, before
-// anything is written.
-SornStatus mac_pending() { return SORN_ENOTSUP; }
+// The three operations of the group with their layer for three arrays, for
+// two arrays and constants, and for an array and two constant vectors.
+struct Arith3Slot {
+  uint32_t tag;
+  Arith3Layer arrays;
+  Arith3cLayer constant;
+  Arith3ccLayer constants;
+};
+
+constexpr Arith3Slot kArith3Slots[] = {
+    {SORN_TAG_MLA, &sorna_mla, &sorna_mlaC, &sorna_mlaCC},
+    {SORN_TAG_MLS, &sorna_mls, &sorna_mlsC, &sorna_mlsCC},
+    {SORN_TAG_MLRS, &sorna_mlrs, &sorna_mlrsC, &sorna_mlrsCC},
+};
 
 }  // namespace
 
@@ -191,39 +202,49 @@ SornStatus _T_SornArith3(uint32_t tag, SornXE *xe, SornFlags flags, const SornAr
                          const SornArray *a, const SornArray *b, const SornArray *c,
                          const SornVolume *dstRoi, const SornVolume *aSite, const SornVolume *bSite,
                          const SornVolume *cSite, int32_t sf, uint32_t extra) {
-  (void)xe, (void)flags, (void)sf, (void)extra;
   first_source(dst, dstRoi, &a, &aSite);
-  if (!mac_tag(tag)) return SORN_EINVAL;
+  const Arith3Slot *slot = find_slot(kArith3Slots, tag);
+  if (slot == nullptr) return SORN_EINVAL;
   Operands<4> o;
   const SornStatus st = check_operands<4>(dst, {a, b, c}, dstRoi, {aSite, bSite, cSite}, &o);
   if (st != SORN_OK) return st;
-  return mac_pending();
+  Operand &d = o[0], &oa = o[1], &ob = o[2], &oc = o[3];
+  return slot->arrays(xe, flags, d.pack(), d.dims_at(), d.type, d.base, d.origin_at(),
+                      d.strides_at(), oa.type, oa.base, oa.origin_at(), oa.strides_at(), ob.type,
+                      ob.base, ob.origin_at(), ob.strides_at(), oc.type, oc.base, oc.origin_at(),
+                      oc.strides_at(), sf, extra);
 }
 
 SornStatus _T_SornArith3c(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
                           const SornArray *a, const SornArray *b, const double *cvec,
                           const SornVolume *dstRoi, const SornVolume *aSite,
                           const SornVolume *bSite, int32_t sf, uint32_t extra) {
-  (void)xe, (void)flags, (void)sf, (void)extra;
   first_source(dst, dstRoi, &a, &aSite);
-  if (!mac_tag(tag) || cvec == nullptr) return SORN_EINVAL;
+  const Arith3Slot *slot = find_slot(kArith3Slots, tag);
+  if (slot == nullptr || cvec == nullptr) return SORN_EINVAL;
   Operands<3> o;
   const SornStatus st = check_operands<3>(dst, {a, b}, dstRoi, {aSite, bSite}, &o);
   if (st != SORN_OK) return st;
-  return mac_pending();
+  Operand &d = o[0], &oa = o[1], &ob = o[2];
+  return slot->constant(xe, flags, d.pack(), d.dims_at(), d.type, d.base, d.origin_at(),
+                        d.strides_at(), oa.type, oa.base, oa.origin_at(), oa.strides_at(), ob.type,
+                        ob.base, ob.origin_at(), ob.strides_at(), cvec, sf, extra);
 }
 
 SornStatus _T_SornArith3cc(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
                            const SornArray *a, const double *c1vec, const double *c2vec,
                            const SornVolume *dstRoi, const SornVolume *aSite, int32_t sf,
                            uint32_t extra) {
-  (void)xe, (void)flags, (void)sf, (void)extra;
   first_source(dst, dstRoi, &a, &aSite);
-  if (!mac_tag(tag) || c1vec == nullptr || c2vec == nullptr) return SORN_EINVAL;
+  const Arith3Slot *slot = find_slot(kArith3Slots, tag);
+  if (slot == nullptr || c1vec == nullptr || c2vec == nullptr) return SORN_EINVAL;
   Operands<2> o;
   const SornStatus st = check_operands<2>(dst, {a}, dstRoi, {aSite}, &o);
   if (st != SORN_OK) return st;
-  return mac_pending();
+  Operand &d = o[0], &oa = o[1];
+  return slot->constants(xe, flags, d.pack(), d.dims_at(), d.type, d.base, d.origin_at(),
+                         d.strides_at(), oa.type, oa.base, oa.origin_at(), oa.strides_at(), c1vec,
+                         c2vec, sf, extra);
 }
 
 #define SORN_MAC_ENTRIES(name, tag)                                                                \

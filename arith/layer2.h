@@ -52,4 +52,49 @@ SornStatus layer2_unary(SornXE *xe, SornFlags flags, SornDimPack pack, const int
                   extra);
 }
 
+// Three array sources (the multiply-accumulate family).
+template <auto Dispatch>
+SornStatus layer2_three(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                        uint32_t dsttype, void *dstbase, const int32_t *dstorigin,
+                        const int32_t *dststrides, uint32_t atype, const void *abase,
+                        const int32_t *aorigin, const int32_t *astrides, uint32_t btype,
+                        const void *bbase, const int32_t *borigin, const int32_t *bstrides,
+                        uint32_t ctype, const void *cbase, const int32_t *corigin,
+                        const int32_t *cstrides, int32_t sf, uint32_t extra) {
+  const void *cptr = at_origin(cbase, pack, corigin, cstrides);
+  const void *bptr = at_origin(bbase, pack, borigin, bstrides);
+  const void *aptr = at_origin(abase, pack, aorigin, astrides);
+  void *dstptr = at_origin(dstbase, pack, dstorigin, dststrides);
+  return Dispatch(xe, flags, pack, dims, dsttype, dstptr, dststrides, atype, aptr, astrides, btype,
+                  bptr, bstrides, ctype, cptr, cstrides, sf, extra);
+}
+
+// Two array sources and one constant per channel.
+template <auto Dispatch>
+SornStatus layer2_two_constant(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                               uint32_t dsttype, void *dstbase, const int32_t *dstorigin,
+                               const int32_t *dststrides, uint32_t atype, const void *abase,
+                               const int32_t *aorigin, const int32_t *astrides, uint32_t btype,
+                               const void *bbase, const int32_t *borigin, const int32_t *bstrides,
+                               const double *cvec, int32_t sf, uint32_t extra) {
+  const void *bptr = at_origin(bbase, pack, borigin, bstrides);
+  const void *aptr = at_origin(abase, pack, aorigin, astrides);
+  void *dstptr = at_origin(dstbase, pack, dstorigin, dststrides);
+  return Dispatch(xe, flags, pack, dims, dsttype, dstptr, dststrides, atype, aptr, astrides, btype,
+                  bptr, bstrides, cvec, sf, extra);
+}
+
+// One array source and two constants per channel.
+template <auto Dispatch>
+SornStatus layer2_constants(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                            uint32_t dsttype, void *dstbase, const int32_t *dstorigin,
+                            const int32_t *dststrides, uint32_t atype, const void *abase,
+                            const int32_t *aorigin, const int32_t *astrides, const double *c1vec,
+                            const double *c2vec, int32_t sf, uint32_t extra) {
+  const void *aptr = at_origin(abase, pack, aorigin, astrides);
+  void *dstptr = at_origin(dstbase, pack, dstorigin, dststrides);
+  return Dispatch(xe, flags, pack, dims, dsttype, dstptr, dststrides, atype, aptr, astrides, c1vec,
+                  c2vec, sf, extra);
+}
+
 }  // namespace sorn::arith

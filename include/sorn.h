@@ -553,10 +553,10 @@ SornStatus _T_SornArith2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornA
 
 /* Multiply-accumulate: dst = a + b * c ("mla "), a - b * c ("mls "),
  * b * c - a ("mlrs"); the C forms take c as one constant per channel, the
- * CC forms compute a * c1 + c2, a * c1 - c2 and its negation. The entries
- * check their operands as the other arithmetic entries do; the operations
- * themselves are not in this build, and a call that passes every check
- * answers SORN_ENOTSUP with nothing written. */
+ * CC forms compute a * c1 + c2, a * c1 - c2 and its negation. Kernels are
+ * named by destination, a, b and c; the combinations without one go through
+ * scratch tiles of at most 10 rows. The reversed form has no kernels: it is
+ * the difference negated in place, and refuses a u8 destination. */
 #define SORN_TAG_MLA SORN_FOURCC('m', 'l', 'a', ' ')
 #define SORN_TAG_MLS SORN_FOURCC('m', 'l', 's', ' ')
 #define SORN_TAG_MLRS SORN_FOURCC('m', 'l', 'r', 's')
@@ -590,6 +590,206 @@ SORN_MAC_ENTRY_DECLS(MulAdd)
 SORN_MAC_ENTRY_DECLS(MulSub)
 SORN_MAC_ENTRY_DECLS(MulRSub)
 #undef SORN_MAC_ENTRY_DECLS
+
+/* Kernels of the three array sources: rows of dims[n-3], cols dims[n-2]. */
+typedef SornStatus (*SornArith3Kernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                       void *dst, const int32_t *dststrides, const void *a,
+                                       const int32_t *astrides, const void *b,
+                                       const int32_t *bstrides, const void *c,
+                                       const int32_t *cstrides, int32_t sf, uint32_t extra);
+/* Kernels of the C forms: `block` a 64-byte fill vector of c's type, read
+ * with a cycle of four values (three for three channels). */
+typedef SornStatus (*SornArith3cKernel)(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,
+                                        void *dst, const int32_t *dststrides, const void *a,
+                                        const int32_t *astrides, const void *b,
+                                        const int32_t *bstrides, const void *block, int32_t sf,
+                                        uint32_t extra);
+/* Kernels of the CC forms: the blocks of c1 and c2, of a's type. */
+typedef SornStatus (*SornArith3ccKernel)(SornXE *xe, SornFlags flags, int32_t n,
+                                         const int32_t *dims, void *dst, const int32_t *dststrides,
+                                         const void *a, const int32_t *astrides,
+                                         const void *block1, const void *block2, int32_t sf,
+                                         uint32_t extra);
+
+/* The type tables: destination, a, b, c (the constant's type in the C
+ * forms). The CC forms have a, c1 and c2 of one type. */
+#define SORN_MLA_QUADS(X)                                                                     \
+  X(u8, u8, u8, u8) X(u8, s16, s16, s16) X(u8, s32, u8, u8) X(u8, s32, s32, u8)             \
+  X(u8, s32, s32, s16) X(u8, s32, s32, s32) X(u8, f32, s16, s16) X(u8, f32, s32, s32)       \
+  X(u8, f32, f32, f32)                                                                      \
+  X(s16, u8, u8, u8) X(s16, s16, s16, s16) X(s16, s32, u8, u8) X(s16, s32, s32, u8)         \
+  X(s16, s32, s32, s16) X(s16, s32, s32, s32) X(s16, f32, s16, s16) X(s16, f32, s32, s32)   \
+  X(s16, f32, f32, f32)                                                                     \
+  X(s32, u8, u8, u8) X(s32, s16, s16, s16) X(s32, s32, u8, u8) X(s32, s32, s32, u8)         \
+  X(s32, s32, s32, s16) X(s32, s32, s32, s32) X(s32, f32, s16, s16) X(s32, f32, s32, s32)   \
+  X(s32, f32, f32, f32)                                                                     \
+  X(f32, u8, u8, u8) X(f32, s16, s16, s16) X(f32, s32, s32, s32) X(f32, f32, u8, u8)        \
+  X(f32, f32, s16, s16) X(f32, f32, s32, u8) X(f32, f32, s32, s16) X(f32, f32, s32, s32)    \
+  X(f32, f32, f32, f32)
+#define SORN_MLAC_QUADS(X)                                                                    \
+  X(u8, u8, u8, u8) X(u8, s16, s16, s16) X(u8, s32, u8, u8) X(u8, s32, u8, s32)             \
+  X(u8, s32, s16, s32) X(u8, s32, s32, s32) X(u8, f32, s16, s16) X(u8, f32, s32, s32)       \
+  X(u8, f32, f32, f32)                                                                      \
+  X(s16, u8, u8, u8) X(s16, u8, u8, f32) X(s16, s16, s16, s16) X(s16, s32, u8, u8)          \
+  X(s16, s32, u8, s32) X(s16, s32, s16, s32) X(s16, s32, s32, s32) X(s16, f32, s16, s16)    \
+  X(s16, f32, s32, s32) X(s16, f32, f32, f32)                                               \
+  X(s32, u8, u8, u8) X(s32, s16, s16, s16) X(s32, s32, u8, u8) X(s32, s32, u8, s32)         \
+  X(s32, s32, s16, s32) X(s32, s32, s32, s32) X(s32, f32, s16, s16) X(s32, f32, s32, s32)   \
+  X(s32, f32, f32, f32)                                                                     \
+  X(f32, u8, u8, u8) X(f32, s16, s16, s16) X(f32, s32, s32, s32) X(f32, f32, u8, u8)        \
+  X(f32, f32, u8, s32) X(f32, f32, s16, s16) X(f32, f32, s16, s32) X(f32, f32, s32, s32)    \
+  X(f32, f32, f32, f32)
+#define SORN_MLACC_TYPES(X) X(u8) X(s16) X(s32) X(f32)
+#define SORN_MLACC_DSTS(X, t) X(u8, t) X(s16, t) X(s32, t) X(f32, t)
+
+#define SORN_MAC_KERNEL_DECL(fam, d, a, b, c)                                                   \
+  SornStatus sorna__##fam##_c1_##d##a##b##c(SornXE *xe, SornFlags flags, int32_t n,           \
+                                            const int32_t *dims, void *dst,                   \
+                                            const int32_t *dststrides, const void *pa,        \
+                                            const int32_t *astrides, const void *pb,          \
+                                            const int32_t *bstrides, const void *pc,          \
+                                            const int32_t *cstrides, int32_t sf, uint32_t extra);
+#define SORN_MACC_KERNEL_DECL(fam, d, a, b, t)                                                  \
+  SornStatus sorna__##fam##C_c1_##d##a##b##t(SornXE *xe, SornFlags flags, int32_t n,          \
+                                             const int32_t *dims, void *dst,                  \
+                                             const int32_t *dststrides, const void *pa,       \
+                                             const int32_t *astrides, const void *pb,         \
+                                             const int32_t *bstrides, const void *block,      \
+                                             int32_t sf, uint32_t extra);
+#define SORN_MACCC_KERNEL_DECL(fam, d, t)                                                       \
+  SornStatus sorna__##fam##CC_c1_##d##t##t##t(SornXE *xe, SornFlags flags, int32_t n,         \
+                                              const int32_t *dims, void *dst,                 \
+                                              const int32_t *dststrides, const void *pa,      \
+                                              const int32_t *astrides, const void *block1,    \
+                                              const void *block2, int32_t sf, uint32_t extra);
+#define SORN_DECL_MLA(d, a, b, c) SORN_MAC_KERNEL_DECL(mla, d, a, b, c)
+#define SORN_DECL_MLS(d, a, b, c) SORN_MAC_KERNEL_DECL(mls, d, a, b, c)
+#define SORN_DECL_MLAC(d, a, b, t) SORN_MACC_KERNEL_DECL(mla, d, a, b, t)
+#define SORN_DECL_MLSC(d, a, b, t) SORN_MACC_KERNEL_DECL(mls, d, a, b, t)
+#define SORN_DECL_MLACC(d, t) SORN_MACCC_KERNEL_DECL(mla, d, t)
+#define SORN_DECL_MLSCC(d, t) SORN_MACCC_KERNEL_DECL(mls, d, t)
+#define SORN_DECL_MLACC_ALL(t) SORN_MLACC_DSTS(SORN_DECL_MLACC, t)
+#define SORN_DECL_MLSCC_ALL(t) SORN_MLACC_DSTS(SORN_DECL_MLSCC, t)
+SORN_MLA_QUADS(SORN_DECL_MLA)
+SORN_MLA_QUADS(SORN_DECL_MLS)
+SORN_MLAC_QUADS(SORN_DECL_MLAC)
+SORN_MLAC_QUADS(SORN_DECL_MLSC)
+SORN_MLACC_TYPES(SORN_DECL_MLACC_ALL)
+SORN_MLACC_TYPES(SORN_DECL_MLSCC_ALL)
+#undef SORN_DECL_MLA
+#undef SORN_DECL_MLS
+#undef SORN_DECL_MLAC
+#undef SORN_DECL_MLSC
+#undef SORN_DECL_MLACC
+#undef SORN_DECL_MLSCC
+#undef SORN_DECL_MLACC_ALL
+#undef SORN_DECL_MLSCC_ALL
+#undef SORN_MAC_KERNEL_DECL
+#undef SORN_MACC_KERNEL_DECL
+#undef SORN_MACCC_KERNEL_DECL
+
+/* Lookups: key dsttype << 12 | atype << 8 | btype << 4 | ctype. A missing
+ * key gives sorna_proc_enotsup for known codes, sorna_proc_einval
+ * otherwise, with the status in *status when status is not null. */
+#define SORN_MAC_LOOKUP_DECL(name, K)                                                          \
+  K name(uint32_t dsttype, uint32_t atype, uint32_t btype, uint32_t ctype, SornStatus *status);
+SORN_MAC_LOOKUP_DECL(sorna__amlafun_imp, SornArith3Kernel)
+SORN_MAC_LOOKUP_DECL(sorna__amlsfun_imp, SornArith3Kernel)
+SORN_MAC_LOOKUP_DECL(sorna__amlacfun_imp, SornArith3cKernel)
+SORN_MAC_LOOKUP_DECL(sorna__amlscfun_imp, SornArith3cKernel)
+SORN_MAC_LOOKUP_DECL(sorna__amlaccfun_imp, SornArith3ccKernel)
+SORN_MAC_LOOKUP_DECL(sorna__amlsccfun_imp, SornArith3ccKernel)
+#undef SORN_MAC_LOOKUP_DECL
+
+/* The class of a vector of constants, one per channel: the narrowest type
+ * that holds them all, as the C forms of the two-source families classify
+ * (27 is an integer beyond the mantissa of an f32). */
+uint32_t _T_sorna__get_elemtype_cn(SornFlags flags, const double *cvec, int32_t channels);
+
+/* Layer 2 and the dispatchers, of three arrays, of two arrays and
+ * constants (C), of one array and two constant vectors (CC). */
+#define SORN_MAC_LAYERS_DECL(op)                                                               \
+  SornStatus sorna_##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,   \
+                        uint32_t dsttype, void *dstbase, const int32_t *dstorigin,             \
+                        const int32_t *dststrides, uint32_t atype, const void *abase,          \
+                        const int32_t *aorigin, const int32_t *astrides, uint32_t btype,       \
+                        const void *bbase, const int32_t *borigin, const int32_t *bstrides,    \
+                        uint32_t ctype, const void *cbase, const int32_t *corigin,             \
+                        const int32_t *cstrides, int32_t sf, uint32_t extra);                  \
+  SornStatus sorna_##op##C(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims, \
+                           uint32_t dsttype, void *dstbase, const int32_t *dstorigin,          \
+                           const int32_t *dststrides, uint32_t atype, const void *abase,       \
+                           const int32_t *aorigin, const int32_t *astrides, uint32_t btype,    \
+                           const void *bbase, const int32_t *borigin,                          \
+                           const int32_t *bstrides, const double *cvec, int32_t sf,            \
+                           uint32_t extra);                                                    \
+  SornStatus sorna_##op##CC(SornXE *xe, SornFlags flags, SornDimPack pack,                     \
+                            const int32_t *dims, uint32_t dsttype, void *dstbase,              \
+                            const int32_t *dstorigin, const int32_t *dststrides,               \
+                            uint32_t atype, const void *abase, const int32_t *aorigin,         \
+                            const int32_t *astrides, const double *c1vec,                      \
+                            const double *c2vec, int32_t sf, uint32_t extra);                  \
+  SornStatus sorna__##op(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,  \
+                         uint32_t dsttype, void *dst, const int32_t *dststrides,              \
+                         uint32_t atype, const void *a, const int32_t *astrides,              \
+                         uint32_t btype, const void *b, const int32_t *bstrides,              \
+                         uint32_t ctype, const void *c, const int32_t *cstrides, int32_t sf,  \
+                         uint32_t extra);                                                     \
+  SornStatus sorna__##op##C(SornXE *xe, SornFlags flags, SornDimPack pack,                     \
+                            const int32_t *dims, uint32_t dsttype, void *dst,                  \
+                            const int32_t *dststrides, uint32_t atype, const void *a,          \
+                            const int32_t *astrides, uint32_t btype, const void *b,            \
+                            const int32_t *bstrides, const double *cvec, int32_t sf,           \
+                            uint32_t extra);                                                   \
+  SornStatus sorna__##op##CC(SornXE *xe, SornFlags flags, SornDimPack pack,                    \
+                             const int32_t *dims, uint32_t dsttype, void *dst,                 \
+                             const int32_t *dststrides, uint32_t atype, const void *a,         \
+                             const int32_t *astrides, const double *c1vec,                     \
+                             const double *c2vec, int32_t sf, uint32_t extra);
+SORN_MAC_LAYERS_DECL(mla)
+SORN_MAC_LAYERS_DECL(mls)
+SORN_MAC_LAYERS_DECL(mlrs)
+#undef SORN_MAC_LAYERS_DECL
+
+/* The ways through tiles of the array form (dims and strides folded, as the
+ * kernels take them), for the sum (tag "mla ") or the difference ("mls "):
+ * a converted to T before the kernel of (dsttype, T, btype, ctype); the
+ * product formed by the multiplication in a tile of T at sf 0 and then
+ * added to (taken from) a by the saturating form with sf and extra. */
+SornStatus _T_sorna__mla_convert_src1(uint32_t T, uint32_t tag, SornXE *xe, SornFlags flags,
+                                      int32_t n, const int32_t *dims, uint32_t dsttype, void *dst,
+                                      const int32_t *dststrides, uint32_t atype, const void *a,
+                                      const int32_t *astrides, uint32_t btype, const void *b,
+                                      const int32_t *bstrides, uint32_t ctype, const void *c,
+                                      const int32_t *cstrides, int32_t sf, uint32_t extra);
+SornStatus _T_sorna__mla_call_xmuladdq(uint32_t T, uint32_t tag, SornXE *xe, SornFlags flags,
+                                       int32_t n, const int32_t *dims, uint32_t dsttype,
+                                       void *dst, const int32_t *dststrides, uint32_t atype,
+                                       const void *a, const int32_t *astrides, uint32_t btype,
+                                       const void *b, const int32_t *bstrides, uint32_t ctype,
+                                       const void *c, const int32_t *cstrides, int32_t sf,
+                                       uint32_t extra);
+/* The same for the C forms (dims unfolded, the constants in cvec): a
+ * converted to T; the result formed in a tile of T and converted into dst;
+ * the product by the constant multiplication, then the saturating sum. */
+SornStatus _T_sorna__mlaC_convert_src1(uint32_t T, uint32_t tag, SornXE *xe, SornFlags flags,
+                                       int32_t n, const int32_t *dims, uint32_t dsttype,
+                                       void *dst, const int32_t *dststrides, uint32_t atype,
+                                       const void *a, const int32_t *astrides, uint32_t btype,
+                                       const void *b, const int32_t *bstrides,
+                                       const double *cvec, int32_t sf, uint32_t extra);
+SornStatus _T_sorna__mlaC_convert_dst(uint32_t T, uint32_t tag, SornXE *xe, SornFlags flags,
+                                      int32_t n, const int32_t *dims, uint32_t dsttype, void *dst,
+                                      const int32_t *dststrides, uint32_t atype, const void *a,
+                                      const int32_t *astrides, uint32_t btype, const void *b,
+                                      const int32_t *bstrides, const double *cvec, int32_t sf,
+                                      uint32_t extra);
+SornStatus _T_sorna__mlaC_call_xmulCaddq(uint32_t T, uint32_t tag, SornXE *xe, SornFlags flags,
+                                         int32_t n, const int32_t *dims, uint32_t dsttype,
+                                         void *dst, const int32_t *dststrides, uint32_t atype,
+                                         const void *a, const int32_t *astrides, uint32_t btype,
+                                         const void *b, const int32_t *bstrides,
+                                         const double *cvec, int32_t sf, uint32_t extra);
 
 SornStatus SornAdd(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
                    const SornArray *b, const SornVolume *dstRoi, const SornVolume *aSite,
