@@ -1,4 +1,5 @@
-// The entries of the arithmetic, the logical operations and the
+// The entries of the arithmetic (multiply-accumulate with its third
+// operand or constants among them), the logical operations and the
 // conversions on records
 // decoded from the input: element types, channel words, ranks, dims,
 // strides, origins in the parent, ROIs, sf, flags and aliasing of
@@ -15,7 +16,10 @@
 //   - the environment's stack is at the same level after the call.
 //
 // The first byte chooses the family (bits 2 to 6), the constant form (bit
-// 7) and the aliasing (bits 0 and 1, and the like-source form).
+// 7) and the aliasing (bits 0 and 1, and the like-source form). The third
+// operand of multiply-accumulate, its ROI, second constants and aliasing
+// are read last, so that the inputs of the other families keep their
+// meaning.
 #include "fuzz_input.h"
 
 #include <algorithm>
@@ -60,10 +64,20 @@ using LogicC = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const Sorn
                               const double *, const SornVolume *, const SornVolume *);
 using Logic1 = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
                               const SornVolume *, const SornVolume *);
+using Three = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                             const SornArray *, const SornArray *, const SornVolume *,
+                             const SornVolume *, const SornVolume *, const SornVolume *, int32_t,
+                             uint32_t);
+using ThreeC = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                              const SornArray *, const double *, const SornVolume *,
+                              const SornVolume *, const SornVolume *, int32_t, uint32_t);
+using ThreeCC = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                               const double *, const double *, const SornVolume *,
+                               const SornVolume *, int32_t, uint32_t);
 
 // One family: its two-array form and its constant form (either may be
 // absent, then the other serves), and what success says of the types.
-enum class Types { Arith, SameType, F32Only, Logic, Any, Convert };
+enum class Types { Arith, SameType, F32Only, Logic, Any, Convert, Mac, MacReversed };
 struct Family {
   const char *name;
   Two two;
@@ -73,6 +87,10 @@ struct Family {
   LogicC logicc;
   Logic1 logic1;
   Types types;
+  // Multiply-accumulate: three arrays, two and a constant, one and two.
+  Three three = nullptr;
+  ThreeC threec = nullptr;
+  ThreeCC threecc = nullptr;
 };
 
 const Family kFamilies[] = {
@@ -103,6 +121,12 @@ const Family kFamilies[] = {
     // is SornConvert (the constants its scale and offset), the other
     // SornVConvert.
     {"Convert", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, Types::Convert},
+    {"MulAdd", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, Types::Mac, &SornMulAdd,
+     &SornMulAddC, &SornMulAddCC},
+    {"MulSub", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, Types::Mac, &SornMulSub,
+     &SornMulSubC, &SornMulSubCC},
+    {"MulRSub", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, Types::MacReversed,
+     &SornMulRSub, &SornMulRSubC, &SornMulRSubCC},
 };
 constexpr size_t kFamilyCount = sizeof kFamilies / sizeof kFamilies[0];
 
@@ -115,6 +139,11 @@ bool types_have_kernels(Types t, uint32_t d, uint32_t a, uint32_t b, bool with_b
     case Types::F32Only: return d == SORN_F32 && a == SORN_F32;
     case Types::Logic: return logic_type(d) && a == d && (!with_b || b == d);
     case Types::Convert: return kernel_type(d) && kernel_type(a);
+    // Every operand of one of the four types; the reversed difference
+    // refuses a byte destination.
+    case Types::Mac: return kernel_type(d) && kernel_type(a) && (!with_b || kernel_type(b));
+    case Types::MacReversed:
+      return d != SORN_U8 && kernel_type(d) && kernel_type(a) && (!with_b || kernel_type(b));
     default: return true;
   }
 }
@@ -127,9 +156,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const Family &fam = kFamilies[((form >> 2) & 31) % kFamilyCount];
   // The constant form where the family has one and the byte asks for it,
   // or where it has nothing else.
-  const bool has_arrays = fam.two || fam.logic2;
+  const bool mac = fam.three != nullptr;
+  const bool has_arrays = fam.two || fam.logic2 || mac;
   const bool convert = fam.types == Types::Convert;
-  const bool has_constant = fam.constant || fam.logicc || convert;
+  const bool has_constant = fam.constant || fam.logicc || convert || mac;
   const bool constant = has_constant && ((form & 0x80) || !has_arrays) && !fam.one && !fam.logic1;
   const bool unary = fam.one || fam.logic1 || (convert && !(form & 0x80));
   // 0: all operands apart; 1: no first source, the destination is also it;
@@ -198,7 +228,36 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const SornVrng *srange = in.chance(128) ? ranges + 4 : nullptr;
   double offsets[4];
   for (double &o : offsets) o = in.chance(200) ? (double)in.range(-300, 300) : in.f64();
-  if (convert && constant) {
+
+  // Multiply-accumulate: the third array (or the second constants), read
+  // from what is left. Its record may be the destination's.
+  Operand c;
+  double c2vec[4];
+  const SornArray *pc = nullptr;
+  const SornVolume *croi = nullptr;
+  SornVolume rc{};
+  bool two_constants = false;
+  if (mac) {
+    build(c, decode_shape(in, kUsual, 4), px);
+    rc = decode_roi(in, c.channels);
+    const uint8_t how = in.u8();
+    two_constants = constant && (how & 1);
+    pc = (how & 2) ? &dst.rec : &c.rec;
+    croi = (how & 4) ? &rc : nullptr;
+    for (double &v : c2vec) v = in.chance(200) ? (double)in.range(-300, 300) : in.f64();
+    if (!constant) records_good = records_good && matches(*pc, dst.rec);
+    if (constant && !two_constants) records_good = records_good && matches(*pb, dst.rec);
+  }
+  const std::vector<uint8_t> c0 = mac ? c.snapshot() : std::vector<uint8_t>();
+  if (mac && !constant) {
+    st = fam.three(&env.xe, flags, &dst.rec, pa, pb, pc, dstroi, aroi, broi, croi, sf, extra);
+  } else if (mac && !two_constants) {
+    st = fam.threec(&env.xe, flags, &dst.rec, pa, pb, cv, dstroi, aroi, broi, sf, extra);
+    if (records_good && cv == nullptr) FUZZ_CHECK(st == SORN_EINVAL);
+  } else if (mac) {
+    st = fam.threecc(&env.xe, flags, &dst.rec, pa, cv, c2vec, dstroi, aroi, sf, extra);
+    if (records_good && cv == nullptr) FUZZ_CHECK(st == SORN_EINVAL);
+  } else if (convert && constant) {
     st = SornConvert(&env.xe, flags, &dst.rec, pa, dstroi, aroi, cv,
                      in.chance(128) ? offsets : nullptr, srange);
   } else if (convert) {
@@ -216,12 +275,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                  : fam.logic2(&env.xe, flags, &dst.rec, pa, pb, dstroi, aroi, broi);
   }
 
+  if (verbose()) std::fprintf(stderr, "status %lld\n", (long long)st);
   FUZZ_CHECK(is_status(st));
   if (!records_good) FUZZ_CHECK(st == SORN_EINVAL);
   if (st == SORN_OK) {
     FUZZ_CHECK(records_good && (dst.rec.ndims == 3 || convert));
     FUZZ_CHECK(types_have_kernels(fam.types, dst.rec.elemtype, ea.elemtype,
                                   with_b ? pb->elemtype : 0, with_b));
+    if (mac && !two_constants) FUZZ_CHECK(kernel_type(pb->elemtype));
+    if (mac && !constant) FUZZ_CHECK(kernel_type(pc->elemtype));
   }
   FUZZ_CHECK(same_level(before, env.level()));
 
@@ -236,5 +298,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   }
   if (!a_is_dst) FUZZ_CHECK(a0 == a.snapshot());
   if (!b_is_dst) FUZZ_CHECK(b0 == b.snapshot());
+  if (mac) FUZZ_CHECK(c0 == c.snapshot());
   return 0;
 }
