@@ -153,6 +153,28 @@ inline int32_t constant_period(int32_t n, const int32_t *dims) {
   return n >= 1 && (dims[n - 1] & 15) == 3 ? 3 : 4;
 }
 
+// Calls elem(i, j) along a row of len elements, j the place of element i in
+// the cycle of constants; one loop without the cycle when all constants
+// are equal, else whole cycles at a time, so that rows vectorise.
+template <class Elem>
+inline void along_cycle(int32_t len, int32_t period, bool uniform, Elem elem) {
+  int32_t i = 0;
+  if (uniform) {
+    for (; i < len; ++i) elem(i, 0);
+  } else if (period == 4) {
+    for (; i + 4 <= len; i += 4)
+      for (int32_t j = 0; j < 4; ++j) elem(i + j, j);
+  } else {
+    for (; i + 3 <= len; i += 3)
+      for (int32_t j = 0; j < 3; ++j) elem(i + j, j);
+  }
+  for (int32_t j = 0; i < len; ++i, ++j) elem(i, j);
+}
+
+template <class T> inline bool uniform_cycle(const T *c, int32_t period) {
+  return c[0] == c[1] && c[1] == c[2] && (period == 3 || c[2] == c[3]);
+}
+
 // Two arrays and a constant per channel: dst = a joined to b * c.
 template <class Op, class D, class A, class B, class T>
 SornStatus mac_const_kernel(int32_t n, const int32_t *dims, void *dst, const int32_t *dststrides,
@@ -164,6 +186,7 @@ SornStatus mac_const_kernel(int32_t n, const int32_t *dims, void *dst, const int
   T cv[4];
   std::memcpy(cv, block, sizeof cv);
   const int32_t period = constant_period(n, dims);
+  const bool uniform = uniform_cycle(cv, period);
   const ScaleArgs k = scale_args<D>(sf);
   char *d = static_cast<char *>(dst);
   const char *a = static_cast<const char *>(pa), *b = static_cast<const char *>(pb);
@@ -173,8 +196,9 @@ SornStatus mac_const_kernel(int32_t n, const int32_t *dims, void *dst, const int
       D *dr = reinterpret_cast<D *>(d + y * r.ds);
       const A *ar = reinterpret_cast<const A *>(a + y * r.as);
       const B *br = reinterpret_cast<const B *>(b + y * r.bs);
-      for (int32_t i = 0, j = 0; i < r.len; ++i, j = j + 1 == period ? 0 : j + 1)
+      along_cycle(r.len, period, uniform, [&](int32_t i, int32_t j) {
         dr[i] = mac_elem<Op, S, D, A, B, T>(ar[i], br[i], cv[j], k);
+      });
     }
   });
   return SORN_OK;
@@ -193,6 +217,7 @@ SornStatus mac_const2_kernel(int32_t n, const int32_t *dims, void *dst, const in
   std::memcpy(c1, block1, sizeof c1);
   std::memcpy(c2, block2, sizeof c2);
   const int32_t period = constant_period(n, dims);
+  const bool uniform = uniform_cycle(c1, period) && uniform_cycle(c2, period);
   const ScaleArgs k = scale_args<D>(sf);
   char *d = static_cast<char *>(dst);
   const char *a = static_cast<const char *>(pa);
@@ -201,8 +226,9 @@ SornStatus mac_const2_kernel(int32_t n, const int32_t *dims, void *dst, const in
     for (int32_t y = 0; y < r.rows; ++y) {
       D *dr = reinterpret_cast<D *>(d + y * r.ds);
       const T *ar = reinterpret_cast<const T *>(a + y * r.as);
-      for (int32_t i = 0, j = 0; i < r.len; ++i, j = j + 1 == period ? 0 : j + 1)
+      along_cycle(r.len, period, uniform, [&](int32_t i, int32_t j) {
         dr[i] = mac_elem<Op, S, D, T, T, T>(c2[j], ar[i], c1[j], k);
+      });
     }
   });
   return SORN_OK;
