@@ -87,6 +87,34 @@ TEST(ToolArith, DivRoundsOrTruncates) {
   EXPECT_EQ(q.run({"div", "A", "B", "--truncate"}), (std::vector<int>{3, 2}));
 }
 
+TEST(ToolArith, MulAddSaturatesAndTakesAConstantFactor) {
+  Pair p({200, 10, 10, 7}, {10, 4, 3, 0});
+  sorn::tool::write_image(p.dir.path("c.pgm"), tool_test::make_image(4, 1, 1, [](int, int x, int) {
+                            return std::vector<int>{10, 4, 2, 9}[x];
+                          }));
+  const std::string c = p.dir.path("c.pgm");
+  EXPECT_EQ(p.run({"muladd", "A", "B", c}), (std::vector<int>{255, 26, 16, 7}));
+  EXPECT_EQ(p.run({"muladd", "A", "B", c, "--subtract"}), (std::vector<int>{100, 0, 4, 7}));
+  EXPECT_EQ(p.run({"muladd", "A", "B", c, "--sf", "-1"}), (std::vector<int>{150, 13, 8, 4}))
+      << "halves rounded to even";
+  EXPECT_EQ(p.run({"muladd", "A", "B", "--constant", "0.5"}), (std::vector<int>{205, 12, 12, 7}))
+      << "10 + 1.5 rounds to 12";
+  ToolRun r = run_tool({"muladd", p.dir.path("a.pgm"), p.dir.path("b.png"), "--constant", "2",
+                        "-o", p.dir.path("m.pgm")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(r.out, "wrote " + p.dir.path("m.pgm") + ": 4x1 grey, sum of " + p.dir.path("a.pgm") +
+                       " and the product of " + p.dir.path("b.png") + " and 2, sf 0\n");
+  expect_failure(run_tool({"muladd", p.dir.path("a.pgm"), p.dir.path("b.png"), "-o",
+                           p.dir.path("m.pgm")}),
+                 2, "sorn muladd: needs three images A, B and C (try 'sorn muladd --help')");
+  expect_failure(run_tool({"muladd", p.dir.path("a.pgm"), "--constant", "2", "-o",
+                           p.dir.path("m.pgm")}),
+                 2, "sorn muladd: takes two images A and B with --constant (try 'sorn muladd --help')");
+  ToolRun h = run_tool({"muladd", "--help"});
+  EXPECT_EQ(h.code, 0);
+  EXPECT_EQ(h.out.substr(0, 24), "usage: sorn muladd A B C");
+}
+
 TEST(ToolArith, LogicOfTwoPicturesAndOfConstants) {
   Pair p({0x0f, 0xf0, 0xaa}, {0xff, 0x3c, 0x55});
   EXPECT_EQ(p.run({"and", "A", "B"}), (std::vector<int>{0x0f, 0x30, 0x00}));

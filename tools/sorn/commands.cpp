@@ -14,6 +14,8 @@ const std::vector<Command> &commands() {
       {"sub", "element-wise difference", kSubHelp, run_sub},
       {"mul", "element-wise product, saturating", kMulHelp, run_mul},
       {"div", "element-wise quotient, rounded or truncated", kDivHelp, run_div},
+      {"muladd", "a product added to (or taken from) an image, saturating", kMulAddHelp,
+       run_muladd},
       {"and", "bitwise and", kAndHelp, run_and},
       {"or", "bitwise or", kOrHelp, run_or},
       {"xor", "bitwise exclusive or", kXorHelp, run_xor},
