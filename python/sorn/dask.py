@@ -235,9 +235,10 @@ def _tile_call(func, kwargs, *tiles):
 def elementwise(func, *arrays, **kwargs):
     """func(*tiles, **kwargs) over tiles at the same places of every array:
     for sorn's element-wise operations (add, subtract, multiply, divide,
-    compare, the bitwise operations, negative, exp, log, sigmoid), whose
-    result at a pixel depends on that pixel alone. Constants pass as
-    keywords or in a partial of func."""
+    compare, the bitwise operations, negative, exp, log, sigmoid, and
+    convert without range, scale or offset, whose maps measure the whole
+    image), whose result at a pixel depends on that pixel alone. Constants
+    pass as keywords or in a partial of func."""
     if not arrays:
         raise TypeError("elementwise: no arrays")
     first = _image_array(arrays[0], "elementwise")

@@ -38,6 +38,7 @@ constexpr uint32_t kHistXmTypes[] = {SORN_HIST_XM_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kFillTypes[] = {SORN_FILL_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kMulPairs[] = {SORN_MULMM_PAIRS(SORN_PY_PAIR)};
 constexpr uint32_t kFilterTypes[] = {SORN_FILTER_TYPES(SORN_PY_TYPE)};
+constexpr uint32_t kConvertTypes[] = {SORN_VSCALE_TYPES(SORN_PY_TYPE)};
 
 // The accuracy of exp (and of the sigmoid, which uses it) and of ln.
 constexpr FlagChoice kExpAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
@@ -61,7 +62,7 @@ constexpr FlagChoice kLnAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
 
 using Shape =
     std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill, MatMul,
-                 ComponentTree, StableRegions, Threshold, Otsu, Border, Filter, Resize>;
+                 ComponentTree, StableRegions, Threshold, Otsu, Border, Filter, Resize, Convert>;
 
 struct Family {
   const char *name;
@@ -508,6 +509,29 @@ to nearest (ties to even) when enlarging; row i takes trunc(i * g + 0.5)
 when enlarging and trunc(i * g) otherwise; indexes past the end take the
 last. A 4-D stack keeps its planes.)",
      Resize{SORN_PY_ENTRY(SornResize)}},
+    {"convert",
+     R"(convert(img, dtype=None, *, range=None, scale=None, offset=None, out=None)
+
+img in another element type (uint8, int16, int32, float32; dtype= or out=
+choose it, by default img's own). With no other argument each value is
+converted alone: integers are clamped into the destination's range, floats
+rounded to nearest (ties to even) and clamped. A float that leaves the int32
+range, an infinity or NaN counts as the least int32 (-2147483648) before
+that, so it gives 0 in uint8 and the least value of int16 and int32.
+
+range=(lo, hi), lo <= hi, maps the image's own range (its least and greatest
+value over all channels) linearly onto lo..hi: range=(0, 255) stretches the
+contrast to the whole of uint8. An image whose values are all one gives lo.
+
+scale= and offset= (a number each) map the image's range of width W onto
+offset .. offset + W * scale: the least value becomes offset. One per
+channel is taken too; channels whose maps differ raise
+SornNotSupportedError for now.
+A result that leaves the destination's range is moved back into it while
+its width fits, and clipped otherwise. A negative scale gives a falling map
+into float32; between integer types the library's fixed-point maps only
+rise, and a falling one gives offset everywhere.)",
+     Convert{SORN_PY_ENTRY(SornConvert), SORN_PY_ENTRY(SornVConvert), kConvertTypes}},
 };
 
 }  // namespace

@@ -309,6 +309,24 @@ struct Resize {
   Entry<ResizeFn> resize;
 };
 
+/* ---------------- conversion ---------------- */
+
+using ConvertFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                 const SornVolume *, const SornVolume *, const double *,
+                                 const double *, const SornVrng *);
+using VConvertFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                  const SornVolume *, const SornVolume *, SornVrng *,
+                                  const SornVrng *);
+
+// A change of element type: the plain saturating conversion and the map
+// onto a range go through `ranged`, the map by a scale and an offset from
+// the image's least value through `scaled`.
+struct Convert {
+  Entry<ConvertFn> scaled;
+  Entry<VConvertFn> ranged;
+  Keys types;
+};
+
 /* ---------------- binders ---------------- */
 
 void bind(py::module_ &m, const char *name, const char *doc, const Elementwise &s);
@@ -326,6 +344,7 @@ void bind(py::module_ &m, const char *name, const char *doc, const Otsu &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Border &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Filter &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Resize &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Convert &s);
 
 // Every function of the table.
 void bind_families(py::module_ &m);

@@ -801,7 +801,9 @@ TEST(Threshold, FourDimensionalBlurAndUstoSeeTheMarginsOfTheirPlane) {
       for (int32_t i = 0; i < pstride; ++i) {
         ASSERT_EQ(dst[i], 0x11) << i;
         ASSERT_EQ(dst[2 * (size_t)pstride + i], 0x11) << i;
-        if (i < rows * cols) ASSERT_EQ(dst[pstride + i], one[i]) << i << " flags " << flags;
+        if (i < rows * cols) {
+          ASSERT_EQ(dst[pstride + i], one[i]) << i << " flags " << flags;
+        }
       }
       EXPECT_TRUE(env.at_mark());
     }

@@ -1,6 +1,6 @@
 // How the selectors choose a row kernel: by the destination width, the
 // column factor and the source width (and, far down, the total size). The
-// choice never changes a result (test_kernels.cpp); these tests pin down
+// choice never changes a result (kernels_test.cpp); these tests pin down
 // the rows of the tables that the library keeps.
 #include <gtest/gtest.h>
 #include <sorn.h>
