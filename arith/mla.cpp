@@ -163,6 +163,35 @@ SornStatus through_tiles(SornXE *xe, SornFlags flags, int32_t n, const int32_t *
   return st;
 }
 
+// The product formed apart: product(tdims, y, tile, tilestrides) writes
+// it for the rows from y into a tile of T, tile by tile of at most 10 rows,
+// and the family's saturating form joins a to it into dst with sf and
+// extra.
+template <class Product>
+SornStatus product_apart(uint32_t tag, uint32_t T, SornXE *xe, SornFlags flags, int32_t n,
+                         const int32_t *dims, uint32_t dsttype, void *dst,
+                         const int32_t *dststrides, uint32_t atype, const void *a,
+                         const int32_t *astrides, int32_t sf, uint32_t extra, Product product) {
+  const MacFamily *f = family_of(tag);
+  if (f == nullptr || n < 2 || n > 4) return SORN_EINVAL;
+  const int32_t rows = dims[0], height = std::min(rows, 10);
+  Tile tile(xe);
+  SornStatus st = tile.open(n, dims, height, elem_size(T));
+  if (st != SORN_OK) return st;
+  int32_t tdims[4];
+  std::copy(dims, dims + n, tdims);
+  for (int32_t y = 0; y < rows && st == SORN_OK; y += height) {
+    tdims[0] = std::min(height, rows - y);
+    st = product(tdims, y, tile.data(), tile.strides());
+    if (st != SORN_OK) break;
+    st = f->join(xe, flags, (SornDimPack)n, tdims, dsttype,
+                 static_cast<char *>(dst) + (ptrdiff_t)y * dststrides[0], dststrides, atype,
+                 static_cast<const char *>(a) + (ptrdiff_t)y * astrides[0], astrides, T,
+                 tile.data(), tile.strides(), sf, extra);
+  }
+  return st;
+}
+
 /* ---------------- choosing a way ---------------- */
 
 // The types a kernel is asked for: destination, a, b, c.
@@ -253,28 +282,14 @@ SornStatus _T_sorna__mla_call_xmuladdq(uint32_t T, uint32_t tag, SornXE *xe, Sor
                                        const int32_t *astrides, uint32_t btype, const void *b,
                                        const int32_t *bstrides, uint32_t ctype, const void *c,
                                        const int32_t *cstrides, int32_t sf, uint32_t extra) {
-  const MacFamily *f = family_of(tag);
-  if (f == nullptr || n < 2 || n > 4) return SORN_EINVAL;
-  const SornDimPack pack = (SornDimPack)n;
-  const int32_t rows = dims[0], height = std::min(rows, 10);
-  Tile tile(xe);
-  SornStatus st = tile.open(n, dims, height, elem_size(T));
-  if (st != SORN_OK) return st;
-  int32_t tdims[4];
-  std::copy(dims, dims + n, tdims);
-  for (int32_t y = 0; y < rows && st == SORN_OK; y += height) {
-    tdims[0] = std::min(height, rows - y);
-    const ptrdiff_t ya = (ptrdiff_t)y * astrides[0], yb = (ptrdiff_t)y * bstrides[0],
-                    yc = (ptrdiff_t)y * cstrides[0], yd = (ptrdiff_t)y * dststrides[0];
-    st = sorna__mul(xe, flags, pack, tdims, T, tile.data(), tile.strides(), btype,
-                    static_cast<const char *>(b) + yb, bstrides, ctype,
-                    static_cast<const char *>(c) + yc, cstrides, 0, extra);
-    if (st != SORN_OK) break;
-    st = f->join(xe, flags, pack, tdims, dsttype, static_cast<char *>(dst) + yd, dststrides, atype,
-                 static_cast<const char *>(a) + ya, astrides, T, tile.data(), tile.strides(), sf,
-                 extra);
-  }
-  return st;
+  return product_apart(tag, T, xe, flags, n, dims, dsttype, dst, dststrides, atype, a, astrides, sf,
+                       extra, [&](const int32_t *tdims, int32_t y, void *tile, const int32_t *ts) {
+                         return sorna__mul(
+                             xe, flags, (SornDimPack)n, tdims, T, tile, ts, btype,
+                             static_cast<const char *>(b) + (ptrdiff_t)y * bstrides[0], bstrides,
+                             ctype, static_cast<const char *>(c) + (ptrdiff_t)y * cstrides[0],
+                             cstrides, 0, extra);
+                       });
 }
 
 namespace {
@@ -404,6 +419,19 @@ uint32_t constant_type(SornFlags flags, const double *cvec, int32_t n, const int
   return constant_type_for(_T_sorna__get_elemtype_cn(flags, cvec, dims[n - 1]), btype);
 }
 
+// A named way of the C forms: the kernel of p through the tiles its types
+// ask for.
+SornStatus constant_way(uint32_t tag, Quad p, SornXE *xe, SornFlags flags, int32_t n,
+                        const int32_t *dims, uint32_t dsttype, void *dst, const int32_t *dststrides,
+                        uint32_t atype, const void *a, const int32_t *astrides, uint32_t btype,
+                        const void *b, const int32_t *bstrides, const double *cvec, int32_t sf,
+                        uint32_t extra) {
+  const MacFamily *f = family_of(tag);
+  if (f == nullptr) return SORN_EINVAL;
+  return run_constant(*f, p, xe, flags, n, dims, dsttype, dst, dststrides, atype, a, astrides,
+                      btype, b, bstrides, cvec, sf, extra);
+}
+
 }  // namespace
 
 SornStatus _T_sorna__mlaC_convert_src1(uint32_t T, uint32_t tag, SornXE *xe, SornFlags flags,
@@ -412,10 +440,8 @@ SornStatus _T_sorna__mlaC_convert_src1(uint32_t T, uint32_t tag, SornXE *xe, Sor
                                        const int32_t *astrides, uint32_t btype, const void *b,
                                        const int32_t *bstrides, const double *cvec, int32_t sf,
                                        uint32_t extra) {
-  const MacFamily *f = family_of(tag);
-  if (f == nullptr) return SORN_EINVAL;
   const Quad p{dsttype, T, btype, constant_type(flags, cvec, n, dims, btype)};
-  return run_constant(*f, p, xe, flags, n, dims, dsttype, dst, dststrides, atype, a, astrides,
+  return constant_way(tag, p, xe, flags, n, dims, dsttype, dst, dststrides, atype, a, astrides,
                       btype, b, bstrides, cvec, sf, extra);
 }
 
@@ -425,10 +451,8 @@ SornStatus _T_sorna__mlaC_convert_dst(uint32_t T, uint32_t tag, SornXE *xe, Sorn
                                       const int32_t *astrides, uint32_t btype, const void *b,
                                       const int32_t *bstrides, const double *cvec, int32_t sf,
                                       uint32_t extra) {
-  const MacFamily *f = family_of(tag);
-  if (f == nullptr) return SORN_EINVAL;
   const Quad p{T, atype, btype, constant_type(flags, cvec, n, dims, btype)};
-  return run_constant(*f, p, xe, flags, n, dims, dsttype, dst, dststrides, atype, a, astrides,
+  return constant_way(tag, p, xe, flags, n, dims, dsttype, dst, dststrides, atype, a, astrides,
                       btype, b, bstrides, cvec, sf, extra);
 }
 
@@ -438,27 +462,13 @@ SornStatus _T_sorna__mlaC_call_xmulCaddq(uint32_t T, uint32_t tag, SornXE *xe, S
                                          const void *a, const int32_t *astrides, uint32_t btype,
                                          const void *b, const int32_t *bstrides, const double *cvec,
                                          int32_t sf, uint32_t extra) {
-  const MacFamily *f = family_of(tag);
-  if (f == nullptr || n < 2 || n > 4) return SORN_EINVAL;
-  const SornDimPack pack = (SornDimPack)n;
-  const int32_t rows = dims[0], height = std::min(rows, 10);
-  Tile tile(xe);
-  SornStatus st = tile.open(n, dims, height, elem_size(T));
-  if (st != SORN_OK) return st;
-  int32_t tdims[4];
-  std::copy(dims, dims + n, tdims);
-  for (int32_t y = 0; y < rows && st == SORN_OK; y += height) {
-    tdims[0] = std::min(height, rows - y);
-    st = sorna__mulC(xe, flags, pack, tdims, T, tile.data(), tile.strides(), btype,
-                     static_cast<const char *>(b) + (ptrdiff_t)y * bstrides[0], bstrides, cvec, 0,
-                     extra);
-    if (st != SORN_OK) break;
-    st = f->join(xe, flags, pack, tdims, dsttype,
-                 static_cast<char *>(dst) + (ptrdiff_t)y * dststrides[0], dststrides, atype,
-                 static_cast<const char *>(a) + (ptrdiff_t)y * astrides[0], astrides, T,
-                 tile.data(), tile.strides(), sf, extra);
-  }
-  return st;
+  return product_apart(tag, T, xe, flags, n, dims, dsttype, dst, dststrides, atype, a, astrides, sf,
+                       extra, [&](const int32_t *tdims, int32_t y, void *tile, const int32_t *ts) {
+                         return sorna__mulC(
+                             xe, flags, (SornDimPack)n, tdims, T, tile, ts, btype,
+                             static_cast<const char *>(b) + (ptrdiff_t)y * bstrides[0], bstrides,
+                             cvec, 0, extra);
+                       });
 }
 
 namespace {
