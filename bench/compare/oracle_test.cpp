@@ -1,5 +1,6 @@
 // Sorn against OpenCV where both define a result the same way: saturating
-// arithmetic on 8- and 16-bit elements, float addition, histogram counts,
+// arithmetic on 8- and 16-bit elements, float addition, multiply-add,
+// histogram counts,
 // sums, means with and without a mask, fill, comparison masks, extremes
 // with their first places, Otsu's threshold, nearest-neighbour shrinking,
 // border copies, box filters of odd windows and rectangular erosion and
@@ -996,6 +997,54 @@ TEST(OracleMinMax, RectangularErodeAndDilateMatch) {
                     << (sub ? " inside a parent" : "");
       return;
     }
+  }
+}
+
+// Multiply-accumulate with one f32 constant is cv::scaleAdd(b, c, a).
+// OpenCV may fuse the product and the sum into one rounding where Sorn
+// rounds each, so the two agree within a few units in the last place.
+TEST(OracleMac, MultiplyAddF32WithAConstantIsScaleAdd) {
+  std::mt19937_64 rng = rng_for("multiply-add f32");
+  Env env;
+  for (int round = 0; round < 20; ++round) {
+    const int rows = 1 + (int)(rng() % 40), cols = 1 + (int)(rng() % 70);
+    cv::Mat a = padded(rows, cols, CV_32F, rng), b = padded(rows, cols, CV_32F, rng),
+            d = padded(rows, cols, CV_32F, rng), want(rows, cols, CV_32F);
+    fill_random(a, rng, -1000.0, 1000.0);
+    fill_random(b, rng, -1000.0, 1000.0);
+    // A fraction, taken as f32 by both.
+    const double c[1] = {(double)(float)((double)(rng() % 20001) / 1000.0 - 10.0 + 0.0005)};
+    const SornArray rd = rec_of(d), ra = rec_of(a), rb = rec_of(b);
+    ASSERT_EQ(SornMulAddC(&env.xe, 0, &rd, &ra, &rb, c, nullptr, nullptr, nullptr, 0, 0), SORN_OK);
+    cv::scaleAdd(b, c[0], a, want);
+    for (int y = 0; y < rows; ++y)
+      for (int x = 0; x < cols; ++x) {
+        const float got = d.at<float>(y, x), w = want.at<float>(y, x);
+        ASSERT_LE(std::fabs(got - w), 4e-7f * (std::fabs(w) + 1000.0f)) << y << "," << x;
+      }
+  }
+}
+
+// With u8 arrays the sum of a and the product saturates once, as
+// cv::multiply and cv::add in 32 bits and a saturating conversion give it.
+TEST(OracleMac, MultiplyAddU8IsMultiplyThenAddIn32Bits) {
+  std::mt19937_64 rng = rng_for("multiply-add u8");
+  Env env;
+  for (int round = 0; round < 20; ++round) {
+    const int rows = 1 + (int)(rng() % 40), cols = 1 + (int)(rng() % 70);
+    cv::Mat a = padded(rows, cols, CV_8U, rng), b = padded(rows, cols, CV_8U, rng),
+            c = padded(rows, cols, CV_8U, rng), d = padded(rows, cols, CV_8U, rng);
+    fill_random(a, rng, 0, 256);
+    fill_random(b, rng, 0, 20);
+    fill_random(c, rng, 0, 20);
+    const SornArray rd = rec_of(d), ra = rec_of(a), rb = rec_of(b), rc = rec_of(c);
+    ASSERT_EQ(SornMulAdd(&env.xe, 0, &rd, &ra, &rb, &rc, nullptr, nullptr, nullptr, nullptr, 0, 0),
+              SORN_OK);
+    cv::Mat p, s, want;
+    cv::multiply(b, c, p, 1.0, CV_32S);
+    cv::add(p, a, s, cv::noArray(), CV_32S);
+    s.convertTo(want, CV_8U);
+    expect_same(d, want, "multiply-add u8");
   }
 }
 
