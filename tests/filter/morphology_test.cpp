@@ -515,6 +515,18 @@ TEST(Morphop, AnyKindWithAOneByOneMaskIsACopy) {
   }
 }
 
+TEST(Morphop, KindZeroWithAMaskIsACopy) {
+  ScratchEnv env;
+  Image src(4, 5, 1, SORN_S32), dst(4, 5, 1, SORN_S32, 0, 0x77);
+  fill_ramp<int32_t>(src);
+  Mask m(3, 3, 1, 1);
+  m.at(0, 0) = 255;
+  SornArray s = src.record(), d = dst.record();
+  ASSERT_EQ(SORN_OK, SornMorphop(env.xe(), 0, &d, &s, nullptr, nullptr, 0x10, m.get()));
+  EXPECT_EQ(src.bytes_copy(), dst.bytes_copy());
+  EXPECT_TRUE(env.at_mark());
+}
+
 TEST(Morphop, TheTwoByTwoKernelTestsARowsCellsTogetherFirst) {
   // Cells 1 and 2: their AND is 0, so the row counts its first cell only.
   // Any other shape counts every non-zero cell.
@@ -538,46 +550,75 @@ TEST(Morphop, TheTwoByTwoKernelTestsARowsCellsTogetherFirst) {
       EXPECT_EQ(std::max(src.at<uint8_t>(y, x), src.at<uint8_t>(y, x + 1)), dst.at<uint8_t>(y, x));
 }
 
-TEST(Morphop, ThreeChannelsWalkAdjacentElements) {
-  // The window walks elements across channels; the shapes of their own
-  // channel form step back by the anchor times three, the shared ones by
-  // the anchor alone; only the first `columns` elements of a row change.
+// The window walks elements across channels; the shapes of their own
+// channel form step back by the anchor times the channel count, the shared
+// ones by the anchor alone; only the first `columns` elements of a row
+// change.
+template <class T> void multichannel_walk(int32_t chword, int32_t kind) {
   ScratchEnv env;
-  const int32_t H = 5, W = 6, C = 3;
-  Image src(H, W, C, SORN_U8), dst(H, W, C, SORN_U8, 0, 0x77);
-  auto rng = sorn_test::seeded_rng(0xc3);
-  for (size_t i = 0; i < src.bytes(); ++i) src.base()[i] = (uint8_t)rng();
+  const int32_t H = 5, W = 6, C = (chword & 7) + ((chword >> 3) & 1);
+  const uint32_t type = filter_ref::code_of<T>;
+  Image src(H, W, C, type), dst(H, W, C, type);
+  auto rng = sorn_test::seeded_rng(0xc0 + (uint64_t)chword * 16 + type);
+  for (int32_t y = 0; y < H; ++y)
+    for (int32_t x = 0; x < W; ++x)
+      for (int32_t c = 0; c < C; ++c) src.at<T>(y, x, c) = random_of<T>(rng);
+  const bool max = kind == SORN_MORPH_DILATE;
   struct Case {
     int32_t h, w, ax, scale;
   };
-  for (const Case c : {Case{3, 4, 2, 3}, Case{3, 2, 1, 3}, Case{1, 5, 2, 1}, Case{2, 3, 1, 3}}) {
+  for (const Case c : {Case{3, 4, 2, C}, Case{3, 2, 1, C}, Case{2, 2, 1, C}, Case{4, 3, 2, C},
+                       Case{1, 5, 2, 1}, Case{1, 2, 1, 1}, Case{3, 1, 0, 1}, Case{5, 1, 0, 1}}) {
     Mask m(c.h, c.w, 1 % c.h, c.ax);
     for (int32_t i = 0; i < c.h; ++i)
       for (int32_t j = 0; j < c.w; ++j) m.at(i, j) = (i + j) % 2 ? 255 : 0;
     std::memset(dst.base(), 0x77, dst.bytes());
+    const std::vector<uint8_t> before = dst.bytes_copy();
     SornArray s = src.record(), d = dst.record();
-    const SornVolume roi = make_roi(1, 2, 2, 2, 3);
-    ASSERT_EQ(SORN_OK, SornMorphop(env.xe(), 0, &d, &s, &roi, &roi, SORN_MORPH_DILATE, m.get()));
+    s.dims[3] = d.dims[3] = chword;
+    const SornVolume roi = make_roi(1, 2, 3, 2, C);
+    ASSERT_EQ(SORN_OK, SornMorphop(env.xe(), 0, &d, &s, &roi, &roi, kind, m.get()));
     EXPECT_TRUE(env.at_mark());
-    const int32_t ay = 1 % c.h;
-    for (int32_t y = 1; y < 3; ++y)
+    ASSERT_TRUE(dst.guards_intact());
+    const int32_t ay = 1 % c.h, es = (int32_t)sizeof(T);
+    auto elem = [&](const Image &im, int32_t y, int32_t e) {
+      return *reinterpret_cast<const T *>(im.base() + (size_t)y * im.rowstride() + (size_t)e * es);
+    };
+    for (int32_t y = 0; y < H; ++y)
       for (int32_t e = 0; e < W * C; ++e) {
         const int32_t k = e - 2 * C;  // element of the region's row
-        uint8_t want = 0x77;
-        if (k >= 0 && k < 2) {
-          want = 0;
-          for (int32_t i = 0; i < c.h; ++i)
-            for (int32_t j = 0; j < c.w; ++j)
-              if (m.at(i, j))
-                want = std::max(
-                    want,
-                    src.base()[(size_t)(y - ay + i) * W * C + 2 * C + k - c.ax * c.scale + j]);
+        const size_t off = (size_t)y * dst.rowstride() + (size_t)e * es;
+        if (y < 1 || y > 3 || k < 0 || k >= 2) {
+          ASSERT_EQ(0, std::memcmp(before.data() + off, dst.base() + off, (size_t)es))
+              << "wrote outside at " << y << "," << e;
+          continue;
         }
-        EXPECT_EQ(want, dst.base()[(size_t)y * W * C + e])
-            << c.w << "x" << c.h << " row " << y << " element " << e;
+        T want = max ? lowest<T>() : highest<T>();
+        for (int32_t i = 0; i < c.h; ++i)
+          for (int32_t j = 0; j < c.w; ++j)
+            if (m.at(i, j)) {
+              // Rows beyond the image reflect about its edge rows.
+              const int32_t r = filter_ref::reflect101(y - ay + i, H);
+              const T v = elem(src, r, 2 * C + k - c.ax * c.scale + j);
+              want = max ? std::max(want, v) : std::min(want, v);
+            }
+        ASSERT_EQ(want, elem(dst, y, e))
+            << sorn_test::type_name(type) << " chword " << chword << " " << c.w << "x" << c.h
+            << " row " << y << " element " << e;
       }
   }
 }
+
+#define MORPH_CHANNEL_TESTS(t)                                     \
+  TEST(Morphop, SeveralChannelsWalkAdjacentElements_##t) {         \
+    for (int32_t chword : {3, 4, 11})                              \
+      for (int32_t kind : {SORN_MORPH_ERODE, SORN_MORPH_DILATE}) { \
+        multichannel_walk<filter_ref::tok::t>(chword, kind);       \
+        if (::testing::Test::HasFatalFailure()) return;            \
+      }                                                            \
+  }
+SORN_FILTER_TYPES(MORPH_CHANNEL_TESTS)
+#undef MORPH_CHANNEL_TESTS
 
 TEST(Morphop, TheSharedKernelsAnswerUnderEveryChannelName) {
   Mask m(1, 5, 0, 2);
