@@ -58,8 +58,9 @@ inline bool flat_mask(const SornStrel *s) {
 // and 255, as masks are meant to be, it is the same as two tests).
 template <int W, int H, bool Scaled, bool Pair = false> struct MaskShape {};
 
-// Outputs built together in a row.
-constexpr int32_t kMaskRun = 64;
+// Outputs built together in a row: a kilobyte of them, so that each pass
+// over a mask cell runs long enough for its vector loop to pay.
+template <class T> constexpr int32_t kMaskRun = 1024 / (int32_t)sizeof(T);
 
 template <class T, class E, int W, int H, bool Scaled, bool Pair, bool U>
 SornStatus masked_rows(int32_t n, const int32_t *sizes, void *dst, const int32_t *ds,
@@ -81,10 +82,10 @@ SornStatus masked_rows(int32_t n, const int32_t *sizes, void *dst, const int32_t
   };
   for (int32_t y = 0; y < rows; ++y) {
     const Line<T, U> d{row_at<T>(dst, drs, y), de};
-    for (int32_t x0 = 0; x0 < cols; x0 += kMaskRun) {
-      const int32_t len = std::min(kMaskRun, cols - x0);
+    for (int32_t x0 = 0; x0 < cols; x0 += kMaskRun<T>) {
+      const int32_t len = std::min(kMaskRun<T>, cols - x0);
       const Line<T, U> o = d.at(x0);
-      T acc[kMaskRun];
+      T acc[kMaskRun<T>];
       for (int32_t i = 0; i < h; ++i) {
         const uint8_t *mr = m + (ptrdiff_t)i * mrs;
         const Line<const T, U> a =
