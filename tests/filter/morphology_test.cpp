@@ -511,6 +511,9 @@ TEST(Morphop, AnyKindWithAOneByOneMaskIsACopy) {
       SornArray s = src.record(), d = dst.record();
       ASSERT_EQ(SORN_OK, SornMorphop(env.xe(), 0, &d, &s, nullptr, nullptr, kind, m.get())) << kind;
       EXPECT_EQ(src.bytes_copy(), dst.bytes_copy()) << kind;
+      // In place it leaves the image as it is.
+      ASSERT_EQ(SORN_OK, SornMorphop(env.xe(), 0, &d, nullptr, nullptr, nullptr, kind, m.get()));
+      EXPECT_EQ(src.bytes_copy(), dst.bytes_copy()) << kind;
     }
   }
 }
