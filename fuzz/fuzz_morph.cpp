@@ -10,7 +10,8 @@
 //   - no byte of the destination's block outside its site is written, and a
 //     failing call writes nothing at all;
 //   - the environment's stack is at the same level after the call;
-//   - a mask of all 255 gives what SornFilter gives with its rectangle.
+//   - a mask of all 255 gives what SornFilter gives with its rectangle
+//     (but for SORN_F_BORDER_ONLY, which only the masked form keeps).
 #include "fuzz_input.h"
 
 namespace {
@@ -152,12 +153,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   // gives the same bytes (a 1 by 1 mask is a copy, which the filter's 5 by
   // 5 default does not give).
   const bool single = mask.strel.mask.dims[1] == 1 && mask.strel.mask.dims[2] == 1;
-  // The filter does not check the channel cell of roiDst.
+  // The filter does not check the channel cell of roiDst. Nor does its
+  // frame keep SORN_F_BORDER_ONLY, which the masked form passes on to the
+  // bordered copy as the caller gave it, so that the copy leaves the
+  // interior of its block as it found it.
   const bool channels_checked = p1 == nullptr || p1->size[3] == SORN_CHANNELS(dst.rec.dims[3]);
   if (!through_filter && pstrel != nullptr && mask.flat && !single && kind >= 3 && kind <= 8 &&
-      channels_checked) {
+      channels_checked && !(flags & SORN_F_BORDER_ONLY)) {
     static const int32_t as_filter[] = {0, 0, 0, 3, 4, 105, 106, 107, 108};
-    std::memcpy(dst.data(), d0.data(), d0.size());
+    if (!d0.empty()) std::memcpy(dst.data(), d0.data(), d0.size());
     // A null roiSrc is roiDst for SornMorphop, whether in place or not.
     const SornStatus again =
         SornFilter(&env.xe, flags, &dst.rec, psrc, p1, p2 ? p2 : p1, as_filter[kind], window);

@@ -673,6 +673,34 @@ TEST(Morphop, WithoutAMaskItIsTheFilter) {
   EXPECT_TRUE(env.at_mark());
 }
 
+TEST(Morphop, TheMaskedFormKeepsBorderOnlyForItsBorderedCopy) {
+  // The masked form hands SORN_F_BORDER_ONLY to the bordered copy of its
+  // source as the caller gave it: in place, the copy then writes the frame
+  // of its scratch block and leaves the interior as it was. The rectangle's
+  // frame clears the bit first. Here the block is left holding 9s.
+  ScratchEnv env;
+  Mask cross(3, 3, 1, 1);
+  cross.at(0, 1) = cross.at(1, 0) = cross.at(1, 1) = cross.at(1, 2) = cross.at(2, 1) = 255;
+  Image img(6, 6, 1, SORN_U8, 0, 0);
+  SornArray d = img.record();
+  void *block = SornXEalloca(env.xe(), 4096, 0);
+  std::memset(block, 9, 4096);
+  SornXEfreea(env.xe(), block);
+  ASSERT_EQ(SORN_OK, SornMorphop(env.xe(), SORN_F_BORDER_ONLY, &d, nullptr, nullptr, nullptr,
+                                 SORN_MORPH_DILATE, cross.get()));
+  EXPECT_EQ(std::vector<uint8_t>(img.bytes(), 9), img.bytes_copy());
+  EXPECT_TRUE(env.at_mark());
+  Image zero(6, 6, 1, SORN_U8, 0, 0);
+  SornArray z = zero.record();
+  const SornSeShape se = rect_window(3, 3, 1, 1);
+  block = SornXEalloca(env.xe(), 4096, 0);
+  std::memset(block, 9, 4096);
+  SornXEfreea(env.xe(), block);
+  ASSERT_EQ(SORN_OK, SornFilter(env.xe(), SORN_F_BORDER_ONLY, &z, nullptr, nullptr, nullptr,
+                                SORN_FILTER_MAX, &se));
+  EXPECT_EQ(std::vector<uint8_t>(zero.bytes(), 0), zero.bytes_copy());
+}
+
 TEST(Morphop, ANullSourceRegionTakesTheDestinationRegion) {
   // Separate arrays, roiSrc null: the source is read from roiDst's origin.
   ScratchEnv env;
