@@ -53,14 +53,16 @@ template <class First, class Second>
 SornStatus chain(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes, uint32_t type,
                  void *dst, const int32_t *dstStrides, const void *src, const int32_t *srcStrides,
                  const SornSeShape *se, bool fill_high, First first, Second second) {
-  // Whether the chain can work without a margin is its first pass's answer.
-  if (flags & SORN_F_NOMARGIN) {
-    const SornStatus st = first(flags | SORN_F_PROBE, nullptr, dstStrides, src, srcStrides);
-    if (st != SORN_OK) return st;
-  }
-  if (flags & SORN_F_PROBE) return SORN_OK;
+  // The first pass's dispatcher answers for the chain before any work:
+  // whether it can do without a margin, and whether its table holds the
+  // channel word and the type at all.
+  const SornStatus asked = first(flags | SORN_F_PROBE, nullptr, dstStrides, src, srcStrides);
+  if (asked != SORN_OK || (flags & SORN_F_PROBE)) return asked;
   const int32_t n = (int32_t)(pack & 15u);
   if (n < 2 || n > 4) return SORN_EINVAL;
+  // A region whose channels begin past the pixel's has no element left,
+  // whatever word its cut cell reads as.
+  if (sizes[n - 1] < 1) return SORN_EINVAL;
   if (!sorn::shapes::box_fits(n, sizes, se)) return SORN_ENOMEM;
 
   // The intermediate in scratch, with the window's margin around it: rows

@@ -775,6 +775,39 @@ TEST(MorphopFailures, EveryRefusalWritesNothing) {
   EXPECT_TRUE(env.at_mark());
 }
 
+TEST(MorphopFailures, AChainRefusesARegionWithNoChannelLeft) {
+  // A region whose channels begin past the pixel's: the chains refuse it as
+  // their first pass does (SORN_EINVAL from its table, or SORN_ENOMEM from
+  // the frame when the box it needs has no element), before the subtraction
+  // of a hat could read a pixel's worth of elements from a cut channel cell.
+  ScratchEnv env;
+  Image img(6, 7, 1, SORN_S16, 2, 0x33);
+  Mask m(3, 2, 0, 1);
+  m.at(0, 0) = m.at(2, 1) = 255;
+  Mask flat(3, 2, 0, 1);
+  flat.fill(255);
+  SornArray d = img.record();
+  SornVolume roi = make_roi(4, 5, 3, 9, 1);
+  roi.origin[3] = 4;
+  SornVolume inside = make_roi(2, 2, 2, 2, 1);
+  inside.origin[3] = 4;
+  const SornSeShape se = flat.rect();
+  for (int32_t kind = SORN_MORPH_CLOSE; kind <= SORN_MORPH_TOPHAT; ++kind) {
+    for (const SornVolume &r : {roi, inside}) {
+      const SornStatus a = SornMorphop(env.xe(), 0, &d, nullptr, &r, nullptr, kind, m.get());
+      const SornStatus b = SornMorphop(env.xe(), 0, &d, nullptr, &r, nullptr, kind, flat.get());
+      const SornStatus c =
+          SornFilter(env.xe(), 0, &d, nullptr, &r, nullptr, filter_kind(kind), &se);
+      EXPECT_TRUE(a == SORN_EINVAL || a == SORN_ENOMEM) << a;
+      EXPECT_EQ(b, c);
+      EXPECT_TRUE(b == SORN_EINVAL || b == SORN_ENOMEM) << b;
+    }
+    EXPECT_TRUE(env.at_mark());
+  }
+  EXPECT_EQ(std::vector<uint8_t>(img.bytes(), 0x33), img.bytes_copy());
+  EXPECT_TRUE(img.guards_intact());
+}
+
 TEST(MorphopFailures, TheTablesRefuseWhatTheyDoNotHold) {
   for (auto *t : {&sorna__dilatefun_imp, &sorna__erodefun_imp}) {
     SornStatus st;
