@@ -312,7 +312,11 @@ SornStatus SornMorphop(SornXE *xe, SornFlags flags, const SornArray *dst, const 
   if (w < 1 || h < 1 || strel->anchor[2] < 0 || strel->anchor[2] >= w || strel->anchor[1] < 0 ||
       strel->anchor[1] >= h)
     return SORN_EINVAL;
-  if (w == 1 && h == 1) return SornCopy(xe, flags, dst, src, roiDst, roiSrc);
+  // A window of one cell, or kind 0, is a copy of the region, which the
+  // copy itself makes: it moves whole pixels from the pixel's start also
+  // where the region's channels begin inside the pixel.
+  if ((w == 1 && h == 1) || (kind & 15) == SORN_MORPH_NONE)
+    return SornCopy(xe, flags, dst, src, roiDst, roiSrc);
   if (!good_image(dst)) return SORN_EINVAL;
   if (roiDst != nullptr && roiDst->size[3] != channels_of(dst->dims[3])) return SORN_EINVAL;
   if (!fits_image(src, dst, Channels::Same)) return SORN_EINVAL;

@@ -528,6 +528,20 @@ TEST(Morphop, KindZeroWithAMaskIsACopy) {
   ASSERT_EQ(SORN_OK, SornMorphop(env.xe(), 0, &d, &s, nullptr, nullptr, 0x10, m.get()));
   EXPECT_EQ(src.bytes_copy(), dst.bytes_copy());
   EXPECT_TRUE(env.at_mark());
+  // A region whose channels begin inside the pixel copies whole pixels from
+  // the pixel's start, and nothing past the region.
+  Image src4(3, 4, 4, SORN_U8, 1), dst4(3, 4, 4, SORN_U8, 1, 0x77);
+  for (size_t i = 0; i < src4.bytes(); ++i) src4.base()[i] = (uint8_t)i;
+  SornArray s4 = src4.record(), d4 = dst4.record();
+  SornVolume roi = make_roi(0, 1, 3, 9, 4);
+  roi.origin[3] = 1;
+  ASSERT_EQ(SORN_OK, SornMorphop(env.xe(), 0, &d4, &s4, &roi, &roi, 0, m.get()));
+  for (int32_t y = 0; y < 3; ++y)
+    for (int32_t x = 0; x < 4; ++x)
+      for (int32_t c = 0; c < 4; ++c)
+        EXPECT_EQ(x >= 1 ? src4.at<uint8_t>(y, x, c) : 0x77, dst4.at<uint8_t>(y, x, c));
+  EXPECT_TRUE(dst4.guards_intact());
+  for (int32_t y = 0; y < 3; ++y) EXPECT_EQ(0x77, dst4.base()[(size_t)y * dst4.rowstride() + 16]);
 }
 
 TEST(Morphop, TheTwoByTwoKernelTestsARowsCellsTogetherFirst) {
