@@ -172,6 +172,12 @@ SornStatus SornFilter(SornXE *xe, SornFlags flags, const SornArray *dst, const S
   if (!good_image(dst) || !fits_image(src, dst, Channels::Same)) return SORN_EINVAL;
   SornVolume rd, rs;
   if (!negotiate(dst, src, roiDst, roiSrc, &rd, &rs)) return SORN_ENOSPC;
+  // Kind 0 is a copy, which moves whole pixels: from the pixel's start also
+  // where the region's channels begin inside it, so that no row spills.
+  if ((kind & 255) == SORN_FILTER_NONE) {
+    whole_pixels(&rd, dst);
+    whole_pixels(&rs, src);
+  }
   // The window once per call, against the region.
   SornSeShape window;
   if (se != nullptr)

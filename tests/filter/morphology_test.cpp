@@ -535,13 +535,19 @@ TEST(Morphop, KindZeroWithAMaskIsACopy) {
   SornArray s4 = src4.record(), d4 = dst4.record();
   SornVolume roi = make_roi(0, 1, 3, 9, 4);
   roi.origin[3] = 1;
-  ASSERT_EQ(SORN_OK, SornMorphop(env.xe(), 0, &d4, &s4, &roi, &roi, 0, m.get()));
-  for (int32_t y = 0; y < 3; ++y)
-    for (int32_t x = 0; x < 4; ++x)
-      for (int32_t c = 0; c < 4; ++c)
-        EXPECT_EQ(x >= 1 ? src4.at<uint8_t>(y, x, c) : 0x77, dst4.at<uint8_t>(y, x, c));
-  EXPECT_TRUE(dst4.guards_intact());
-  for (int32_t y = 0; y < 3; ++y) EXPECT_EQ(0x77, dst4.base()[(size_t)y * dst4.rowstride() + 16]);
+  for (int through_filter = 0; through_filter < 2; ++through_filter) {
+    std::memset(dst4.base(), 0x77, dst4.bytes());
+    ASSERT_EQ(SORN_OK, through_filter ? SornFilter(env.xe(), 0, &d4, &s4, &roi, &roi,
+                                                   SORN_FILTER_NONE, nullptr)
+                                      : SornMorphop(env.xe(), 0, &d4, &s4, &roi, &roi, 0, m.get()));
+    for (int32_t y = 0; y < 3; ++y)
+      for (int32_t x = 0; x < 4; ++x)
+        for (int32_t c = 0; c < 4; ++c)
+          EXPECT_EQ(x >= 1 ? src4.at<uint8_t>(y, x, c) : 0x77, dst4.at<uint8_t>(y, x, c));
+    EXPECT_TRUE(dst4.guards_intact());
+    for (int32_t y = 0; y < 3; ++y)
+      EXPECT_EQ(0x77, dst4.base()[(size_t)y * dst4.rowstride() + 16]) << through_filter;
+  }
 }
 
 TEST(Morphop, TheTwoByTwoKernelTestsARowsCellsTogetherFirst) {
