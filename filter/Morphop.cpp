@@ -275,7 +275,7 @@ SornStatus SornTGAmorphop(SornXE *xe, SornFlags flags, void *args, SornDimPack p
 /* ---------------- entry ---------------- */
 
 SornStatus SornMorphop(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
-                       const SornVolume *roiDst, const SornVolume *roiSrc, int32_t kind,
+                       const SornVolume *dstRoi, const SornVolume *srcSite, int32_t kind,
                        const SornStrel *strel) {
   using namespace sorn;
   // Without a mask the window is a rectangle: the filter's kinds.
@@ -298,14 +298,14 @@ SornStatus SornMorphop(SornXE *xe, SornFlags flags, const SornArray *dst, const 
                                                 -1};
     if ((kind & 15) == SORN_MORPH_NONE) {
       // A copy onto itself when there is no source.
-      if (src == nullptr) return SornCopy(xe, flags, dst, dst, roiDst, roiSrc ? roiSrc : roiDst);
-      return SornCopy(xe, flags, dst, src, roiDst, roiSrc);
+      if (src == nullptr) return SornCopy(xe, flags, dst, dst, dstRoi, srcSite ? srcSite : dstRoi);
+      return SornCopy(xe, flags, dst, src, dstRoi, srcSite);
     }
-    return SornFilter(xe, flags, dst, src, roiDst, roiSrc, kFilterKind[kind & 15],
+    return SornFilter(xe, flags, dst, src, dstRoi, srcSite, kFilterKind[kind & 15],
                       window_of(strel));
   }
   if (src == nullptr) src = dst;
-  if (roiSrc == nullptr) roiSrc = roiDst;
+  if (srcSite == nullptr) srcSite = dstRoi;
   flags &= ~(SornFlags)SORN_F_PROBE;
   // The mask is taken as it is: no default, no clipping of the anchor.
   const int32_t h = strel->mask.dims[1], w = strel->mask.dims[2];
@@ -316,15 +316,15 @@ SornStatus SornMorphop(SornXE *xe, SornFlags flags, const SornArray *dst, const 
   // copy itself makes: it moves whole pixels from the pixel's start also
   // where the region's channels begin inside the pixel.
   if ((w == 1 && h == 1) || (kind & 15) == SORN_MORPH_NONE)
-    return SornCopy(xe, flags, dst, src, roiDst, roiSrc);
+    return SornCopy(xe, flags, dst, src, dstRoi, srcSite);
   if (!good_image(dst)) return SORN_EINVAL;
-  if (roiDst != nullptr && roiDst->size[3] != channels_of(dst->dims[3])) return SORN_EINVAL;
+  if (dstRoi != nullptr && dstRoi->size[3] != channels_of(dst->dims[3])) return SORN_EINVAL;
   if (!fits_image(src, dst, Channels::Same)) return SORN_EINVAL;
   SornVolume rd, rs;
-  if (!negotiate(dst, src, roiDst, roiSrc, &rd, &rs)) return SORN_ENOSPC;
+  if (!negotiate(dst, src, dstRoi, srcSite, &rd, &rs)) return SORN_ENOSPC;
   const SornBorderSpec border = {SORN_BORDER_REFLECT101, {0, 0, 0, 0}};
   SornSites sites = source_sites(src);
   SornFilterArgs args = {(uint32_t)kind, window_of(strel), &border, &sites};
-  return filter::enter_slices(xe, flags, dst, src, roiDst, rd, rs, SORN_TAG_MRPH, &args,
+  return filter::enter_slices(xe, flags, dst, src, dstRoi, rd, rs, SORN_TAG_MRPH, &args,
                               &SornTGAmorphop);
 }

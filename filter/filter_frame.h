@@ -145,7 +145,7 @@ inline SornStatus table_route(SornFilterKernel (*table)(uint32_t, SornElemType, 
 // source of one plane serving every plane of dst's region (which the
 // agreement with it cut to one); at rank 3 the slice form at once.
 inline SornStatus enter_slices(SornXE *xe, SornFlags flags, const SornArray *dst,
-                               const SornArray *src, const SornVolume *roiDst, SornVolume rd,
+                               const SornArray *src, const SornVolume *dstRoi, SornVolume rd,
                                const SornVolume &rs, uint32_t tag, SornFilterArgs *args,
                                sorn::SliceProc<2> slice) {
   using namespace sorn;
@@ -153,7 +153,7 @@ inline SornStatus enter_slices(SornXE *xe, SornFlags flags, const SornArray *dst
     const bool one = src->dims[0] == 1;
     if (one) {
       SornVolume whole;
-      region_of(dst, roiDst, &whole);
+      region_of(dst, dstRoi, &whole);
       rd.size[0] = whole.size[0];
     }
     Operand d(dst, rd), s(src, rs);

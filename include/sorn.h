@@ -2909,12 +2909,12 @@ typedef struct SornStrel {
  * (kinds 3 and 4 as they are, 5 to 9 as 105 to 109). Unlike SornFilter the
  * window is not normalised: SORN_EINVAL unless the mask has at least one
  * row and one column and the anchor lies in it; a 1 by 1 mask is SornCopy
- * whatever the kind, and so is kind 0. A given roiDst must have the channel
+ * whatever the kind, and so is kind 0. A given dstRoi must have the channel
  * count of dst in size[3]. Three and four channels run, by elements: the
  * window walks adjacent elements of a row, across channels, and only the
  * first columns elements of each row are written. */
 SornStatus SornMorphop(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
-                       const SornVolume *roiDst, const SornVolume *roiSrc, int32_t kind,
+                       const SornVolume *dstRoi, const SornVolume *srcSite, int32_t kind,
                        const SornStrel *strel);
 /* The slice form: args is a SornFilterArgs whose se is the SornStrel. */
 SornStatus SornTGAmorphop(SornXE *xe, SornFlags flags, void *args, SornDimPack pack,
