@@ -173,9 +173,13 @@ using namespace sorn;
 SornStatus SornCopy(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
                     const SornVolume *dstRoi, const SornVolume *srcSite) {
   if (!data::copy_pair(dst, src)) return SORN_EINVAL;
-  Operand d, s;
-  const SornStatus st = prepare_pair(dst, src, Channels::Same, dstRoi, srcSite, &d, &s);
-  if (st != SORN_OK) return st;
+  SornVolume dr, sr;
+  if (!negotiate(dst, src, dstRoi, srcSite, &dr, &sr) || no_channels(dr)) return SORN_ENOSPC;
+  // The copy moves whole pixels: a region whose channels begin inside the
+  // pixel still starts at the pixel, so that no row spills past the site.
+  whole_pixels(&dr, dst);
+  whole_pixels(&sr, src);
+  Operand d(dst, dr), s(src, sr);
   return run(Call{xe, flags, SORN_TAG_COPY, nullptr, kKeepRow}, &SornTGAcopy, d, s);
 }
 

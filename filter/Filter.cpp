@@ -33,23 +33,6 @@ SornFilterKernel filter_lookup(const sorn::KernelRow<SornFilterKernel> (&table)[
   return sorn::lookup_channels(table, chword, type, SORN_EINVAL, status);
 }
 
-// One route of layer 3: the channel-format nibble from the channel cell,
-// then the table's dispatcher for the channel word and the type.
-SornStatus flat_route(SornFilterKernel (*table)(uint32_t, SornElemType, SornStatus *), SornXE *xe,
-                      SornFlags flags, SornDimPack pack, const int32_t *sizes, uint32_t type,
-                      void *dst, const int32_t *dstStrides, const void *src,
-                      const int32_t *srcStrides, const SornSeShape *se) {
-  const sorn::Inner in = sorn::inner3(pack, sizes, dstStrides);
-  const sorn::Inner sin = sorn::inner3(pack, sizes, srcStrides);
-  if (in.n < 2) return SORN_EINVAL;
-  const uint32_t chword = (uint32_t)in.dims[in.n - 1];
-  flags = sorn::with_channel_format(flags, chword);
-  SornStatus st;
-  const SornFilterKernel k = table(chword & 15u, type, &st);
-  if (st != SORN_OK) return st;
-  return k(xe, flags, in.n, in.dims, dst, in.strides, src, sin.strides, se);
-}
-
 }  // namespace
 
 SornFilterKernel sorna__boxfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status) {
@@ -67,22 +50,22 @@ SornFilterKernel sorna__maxfiltfun_imp(uint32_t chword, SornElemType type, SornS
 SornStatus sorna__filter_box(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
                              uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
                              const int32_t *srcStrides, const SornSeShape *se) {
-  return flat_route(&sorna__boxfiltfun_imp, xe, flags, pack, sizes, type, dst, dstStrides, src,
-                    srcStrides, se);
+  return sorn::filter::table_route(&sorna__boxfiltfun_imp, xe, flags, pack, sizes, type, dst,
+                                   dstStrides, src, srcStrides, se);
 }
 
 SornStatus sorna__filter_min(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
                              uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
                              const int32_t *srcStrides, const SornSeShape *se) {
-  return flat_route(&sorna__minfiltfun_imp, xe, flags, pack, sizes, type, dst, dstStrides, src,
-                    srcStrides, se);
+  return sorn::filter::table_route(&sorna__minfiltfun_imp, xe, flags, pack, sizes, type, dst,
+                                   dstStrides, src, srcStrides, se);
 }
 
 SornStatus sorna__filter_max(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
                              uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
                              const int32_t *srcStrides, const SornSeShape *se) {
-  return flat_route(&sorna__maxfiltfun_imp, xe, flags, pack, sizes, type, dst, dstStrides, src,
-                    srcStrides, se);
+  return sorn::filter::table_route(&sorna__maxfiltfun_imp, xe, flags, pack, sizes, type, dst,
+                                   dstStrides, src, srcStrides, se);
 }
 
 // By kind, read as one byte. The median has a name and no routine: it is
@@ -189,6 +172,12 @@ SornStatus SornFilter(SornXE *xe, SornFlags flags, const SornArray *dst, const S
   if (!good_image(dst) || !fits_image(src, dst, Channels::Same)) return SORN_EINVAL;
   SornVolume rd, rs;
   if (!negotiate(dst, src, roiDst, roiSrc, &rd, &rs)) return SORN_ENOSPC;
+  // Kind 0 is a copy, which moves whole pixels: from the pixel's start also
+  // where the region's channels begin inside it, so that no row spills.
+  if ((kind & 255) == SORN_FILTER_NONE) {
+    whole_pixels(&rd, dst);
+    whole_pixels(&rs, src);
+  }
   // The window once per call, against the region.
   SornSeShape window;
   if (se != nullptr)
@@ -201,29 +190,6 @@ SornStatus SornFilter(SornXE *xe, SornFlags flags, const SornArray *dst, const S
   SornSites sites = sorn::source_sites(src);
   SornFilterArgs args = {(uint32_t)kind, &window, &border, &sites};
 
-  if (dst->ndims == 4) {
-    // Plane by plane. A source of one plane serves every plane of dst's
-    // region, which the agreement with it cut to one.
-    const bool one = src->dims[0] == 1;
-    if (one) {
-      SornVolume whole;
-      region_of(dst, roiDst, &whole);
-      rd.size[0] = whole.size[0];
-    }
-    Operand d(dst, rd), s(src, rs);
-    filter::PlaneOperand pd{d.type, d.base, {}, {}}, ps{s.type, s.base, {}, {}};
-    std::memcpy(pd.origin, d.roi.origin, sizeof pd.origin);
-    std::memcpy(pd.strides, d.strides, sizeof pd.strides);
-    std::memcpy(ps.origin, s.roi.origin, sizeof ps.origin);
-    std::memcpy(ps.strides, s.strides, sizeof ps.strides);
-    return filter::each_plane(
-        d.roi.size[0], d.roi.size, pd, ps, one,
-        [&](SornDimPack pack, int32_t *sizes, uint32_t dt, void *dp, int32_t *dor, int32_t *dst_s,
-            uint32_t st, void *sp, int32_t *sor, int32_t *src_s) {
-          return SornTGAfilter(xe, flags, &args, pack, sizes, dt, dp, dor, dst_s, st, sp, sor,
-                               src_s);
-        });
-  }
-  Operand d(dst, rd), s(src, rs);
-  return call_slice(Call{xe, flags, SORN_TAG_FILT, &args, kKeepRows}, &SornTGAfilter, d, s);
+  return sorn::filter::enter_slices(xe, flags, dst, src, roiDst, rd, rs, SORN_TAG_FILT, &args,
+                                    &SornTGAfilter);
 }

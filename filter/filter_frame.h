@@ -11,7 +11,9 @@
 #include <sorn.h>
 
 #include <cstdint>
+#include <cstring>
 
+#include "core/entry.h"
 #include "filter/shape_cells.h"
 
 namespace sorn::filter {
@@ -118,6 +120,57 @@ SornStatus each_plane(int32_t planes, const int32_t *sizes, PlaneOperand d, Plan
     if (st != SORN_OK) return st;
   }
   return SORN_OK;
+}
+
+// One route of layer 3: the channel-format nibble from the channel cell,
+// then the table's kernel for the channel word and the type, called with
+// the window (a masked window as the SornSeShape it begins with).
+inline SornStatus table_route(SornFilterKernel (*table)(uint32_t, SornElemType, SornStatus *),
+                              SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                              uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                              const int32_t *srcStrides, const SornSeShape *se) {
+  const sorn::Inner in = sorn::inner3(pack, sizes, dstStrides);
+  const sorn::Inner sin = sorn::inner3(pack, sizes, srcStrides);
+  if (in.n < 2) return SORN_EINVAL;
+  const uint32_t chword = (uint32_t)in.dims[in.n - 1];
+  flags = sorn::with_channel_format(flags, chword);
+  SornStatus st;
+  const SornFilterKernel k = table(chword & 15u, type, &st);
+  if (st != SORN_OK) return st;
+  return k(xe, flags, in.n, in.dims, dst, in.strides, src, sin.strides, se);
+}
+
+// The way down of a filter entry once its checks have passed and the
+// regions are agreed (rd of dst, rs of src): at rank 4 plane by plane, a
+// source of one plane serving every plane of dst's region (which the
+// agreement with it cut to one); at rank 3 the slice form at once.
+inline SornStatus enter_slices(SornXE *xe, SornFlags flags, const SornArray *dst,
+                               const SornArray *src, const SornVolume *dstRoi, SornVolume rd,
+                               const SornVolume &rs, uint32_t tag, SornFilterArgs *args,
+                               sorn::SliceProc<2> slice) {
+  using namespace sorn;
+  if (dst->ndims == 4) {
+    const bool one = src->dims[0] == 1;
+    if (one) {
+      SornVolume whole;
+      region_of(dst, dstRoi, &whole);
+      rd.size[0] = whole.size[0];
+    }
+    Operand d(dst, rd), s(src, rs);
+    PlaneOperand pd{d.type, d.base, {}, {}}, ps{s.type, s.base, {}, {}};
+    std::memcpy(pd.origin, d.roi.origin, sizeof pd.origin);
+    std::memcpy(pd.strides, d.strides, sizeof pd.strides);
+    std::memcpy(ps.origin, s.roi.origin, sizeof ps.origin);
+    std::memcpy(ps.strides, s.strides, sizeof ps.strides);
+    return each_plane(d.roi.size[0], d.roi.size, pd, ps, one,
+                      [&](SornDimPack pack, int32_t *sizes, uint32_t dt, void *dp, int32_t *dor,
+                          int32_t *dst_s, uint32_t st, void *sp, int32_t *sor, int32_t *src_s) {
+                        return slice(xe, flags, args, pack, sizes, dt, dp, dor, dst_s, st, sp, sor,
+                                     src_s);
+                      });
+  }
+  Operand d(dst, rd), s(src, rs);
+  return call_slice(Call{xe, flags, tag, args, kKeepRows}, slice, d, s);
 }
 
 }  // namespace sorn::filter

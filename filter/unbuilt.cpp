@@ -1,9 +1,7 @@
-// The places of the filter frame that belong to families not built yet:
-// opening, closing, top-hat and bottom-hat (by rectangle through SornFilter,
-// and with a mask), and the separable, dilation and erosion tables. Each
-// answers SORN_ENOTSUP and writes nothing, so that the frame's dispatch by
-// kind and its six tables are whole; the morphology and separable families
-// replace this unit with their own.
+// The place of the filter frame that belongs to a family not built yet: the
+// separable table. It answers SORN_ENOTSUP for the pairs it will hold and
+// SORN_EINVAL for the others, so that the frame's six tables are whole; the
+// separable family replaces this unit with its own.
 #include <sorn.h>
 
 #include "core/dispatch.h"
@@ -20,37 +18,6 @@ SornFilterKernel unbuilt_table(uint32_t chword, SornElemType type, SornStatus *s
 
 }  // namespace
 
-#define SORN_UNBUILT_FILTER(name)                                                     \
-  SornStatus sorna__filter_##name(SornXE *xe, SornFlags flags, SornDimPack pack,      \
-                                  const int32_t *sizes, uint32_t type, void *dst,     \
-                                  const int32_t *dstStrides, const void *src,         \
-                                  const int32_t *srcStrides, const SornSeShape *se) { \
-    return SORN_ENOTSUP;                                                              \
-  }
-SORN_UNBUILT_FILTER(open)
-SORN_UNBUILT_FILTER(close)
-SORN_UNBUILT_FILTER(tophat)
-SORN_UNBUILT_FILTER(bothat)
-#undef SORN_UNBUILT_FILTER
-
-#define SORN_UNBUILT_MORPHOP(name)                                                             \
-  SornStatus sorna__morphop_##name(SornXE *xe, SornFlags flags, SornDimPack pack,              \
-                                   const int32_t *sizes, uint32_t type, void *dst,             \
-                                   const int32_t *dstStrides, const void *src,                 \
-                                   const int32_t *srcStrides, const struct SornStrel *strel) { \
-    return SORN_ENOTSUP;                                                                       \
-  }
-SORN_UNBUILT_MORPHOP(close)
-SORN_UNBUILT_MORPHOP(tophat)
-SORN_UNBUILT_MORPHOP(bothat)
-#undef SORN_UNBUILT_MORPHOP
-
 SornFilterKernel sorna__sepfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status) {
-  return unbuilt_table(chword, type, status);
-}
-SornFilterKernel sorna__dilatefun_imp(uint32_t chword, SornElemType type, SornStatus *status) {
-  return unbuilt_table(chword, type, status);
-}
-SornFilterKernel sorna__erodefun_imp(uint32_t chword, SornElemType type, SornStatus *status) {
   return unbuilt_table(chword, type, status);
 }

@@ -3017,17 +3017,6 @@ SORN_FILTER_KIND_DECL(close)
 SORN_FILTER_KIND_DECL(tophat)
 SORN_FILTER_KIND_DECL(bothat)
 #undef SORN_FILTER_KIND_DECL
-/* The chained morphological operations with a mask. */
-struct SornStrel;
-#define SORN_MORPHOP_KIND_DECL(name)                                                          \
-  SornStatus sorna__morphop_##name(SornXE *xe, SornFlags flags, SornDimPack pack,            \
-                                   const int32_t *sizes, uint32_t type, void *dst,           \
-                                   const int32_t *dstStrides, const void *src,               \
-                                   const int32_t *srcStrides, const struct SornStrel *strel);
-SORN_MORPHOP_KIND_DECL(close)
-SORN_MORPHOP_KIND_DECL(tophat)
-SORN_MORPHOP_KIND_DECL(bothat)
-#undef SORN_MORPHOP_KIND_DECL
 
 /* The kernels of every filter table: n cells of sizes (an optional row
  * count, the columns, the channels), the window normalised, the source at
@@ -3081,6 +3070,112 @@ SORN_FILTER_TYPES(SORN_FLAT_KERNEL_DECL)
 #undef SORN_FLAT_KERNEL_DECL
 #undef SORN_BOX_KERNEL_DECL1
 #undef SORN_MINMAX_KERNEL_DECL1
+
+/* ---------------- Morphology ----------------
+ * Erosion (the smallest value of a window), dilation (the largest) and
+ * their chains: opening (erosion, then dilation of its result), closing
+ * (the other way), top-hat (src - opening) and bottom-hat (closing - src).
+ * With a rectangle they are the filter kinds SORN_FILTER_MIN, _MAX and 105
+ * to 108; with a mask of any shape they are SornMorphop.
+ *
+ * Morphological kinds, read as their low four bits: */
+#define SORN_MORPH_NONE     0 /* a copy */
+#define SORN_MORPH_ERODE    3
+#define SORN_MORPH_DILATE   4
+#define SORN_MORPH_CLOSE    5
+#define SORN_MORPH_OPEN     6
+#define SORN_MORPH_BOTHAT   7
+#define SORN_MORPH_TOPHAT   8
+#define SORN_MORPH_GRADIENT 9 /* SORN_ENOTIMP */
+#define SORN_TAG_MRPH SORN_FOURCC('m', 'r', 'p', 'h')
+
+/* A structuring element: the anchor (the mask cell on the output pixel,
+ * anchor[1] its row, anchor[2] its column), then the mask, whose dims lie
+ * where a SornSeShape has its size, so that a SornStrel serves wherever a
+ * window is taken. The mask's rows (dims[1]) and columns (dims[2]) are the
+ * window; strides[1] steps between mask rows; its first cell is at
+ * data + offset. A mask cell counts when its byte is non-zero (masks are
+ * meant to be 0 or 255). The element is flat: mask values are never added
+ * to the image, and the mask is not reflected. A mask of all 255 is a
+ * rectangle and runs as one. */
+typedef struct SornStrel {
+  int32_t anchor[4];
+  SornArray mask;
+} SornStrel;
+
+/* dst = the morphological operation kind of src with the mask of strel. A
+ * null strel, or one whose first mask cell is null, is a rectangle: kind 0
+ * is SornCopy and the others go to SornFilter with strel as its window
+ * (kinds 3 and 4 as they are, 5 to 9 as 105 to 109). Unlike SornFilter the
+ * window is not normalised: SORN_EINVAL unless the mask has at least one
+ * row and one column and the anchor lies in it; a 1 by 1 mask is SornCopy
+ * whatever the kind, and so is kind 0. A given dstRoi must have the channel
+ * count of dst in size[3]. Three and four channels run, by elements: the
+ * window walks adjacent elements of a row, across channels, and only the
+ * first columns elements of each row are written. */
+SornStatus SornMorphop(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                       const SornVolume *dstRoi, const SornVolume *srcSite, int32_t kind,
+                       const SornStrel *strel);
+/* The slice form: args is a SornFilterArgs whose se is the SornStrel. */
+SornStatus SornTGAmorphop(SornXE *xe, SornFlags flags, void *args, SornDimPack pack,
+                          int32_t *sizes, uint32_t dstType, void *dst, int32_t *dstOrigin,
+                          int32_t *dstStrides, uint32_t srcType, void *src, int32_t *srcOrigin,
+                          int32_t *srcStrides);
+/* Layers 2 and 3 as those of the filter, with strel in place of se. */
+SornStatus sorna_morphop(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                         uint32_t type, void *dst, const int32_t *dstOrigin,
+                         const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                         const int32_t *srcStrides, int32_t kind, const SornStrel *strel);
+SornStatus sorna_emorphop(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                          uint32_t type, void *dst, const int32_t *dstOrigin,
+                          const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                          const int32_t *srcStrides, int32_t kind, const SornStrel *strel,
+                          const SornBorderSpec *border, const SornSites *sites);
+SornStatus sorna__morphop(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                          uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                          const int32_t *srcStrides, int32_t kind, const SornStrel *strel);
+SornStatus sorna__emorphop(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                           uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                           const int32_t *srcStrides, int32_t kind, const SornStrel *strel,
+                           const SornBorderSpec *border, const SornSites *sites);
+/* Erosion and dilation with a mask (the table's dispatcher for the channel
+ * word and type), and the chains with a mask. */
+#define SORN_MORPHOP_KIND_DECL(name)                                                          \
+  SornStatus sorna__morphop_##name(SornXE *xe, SornFlags flags, SornDimPack pack,            \
+                                   const int32_t *sizes, uint32_t type, void *dst,           \
+                                   const int32_t *dstStrides, const void *src,               \
+                                   const int32_t *srcStrides, const SornStrel *strel);
+SORN_MORPHOP_KIND_DECL(erode)
+SORN_MORPHOP_KIND_DECL(dilate)
+SORN_MORPHOP_KIND_DECL(open)
+SORN_MORPHOP_KIND_DECL(close)
+SORN_MORPHOP_KIND_DECL(tophat)
+SORN_MORPHOP_KIND_DECL(bothat)
+#undef SORN_MORPHOP_KIND_DECL
+
+/* The masked kernels' shapes, columns by rows. Those of the first list
+ * have a routine per channel form, the anchor's column scaled by the
+ * channel count; those of the second are one routine, named with c4, that
+ * the c1 and c3 names forward to, stepping back by the anchor alone. */
+#define SORN_MORPH_OWN_SHAPES(X, c, t) X(c, t, NxM) X(c, t, 2x2) X(c, t, 2xN) X(c, t, 3xN)
+#define SORN_MORPH_SHARED_SHAPES(X, c, t)                                                     \
+  X(c, t, Nx1) X(c, t, 1xN) X(c, t, 2x1) X(c, t, 1x2) X(c, t, 3x1) X(c, t, 1x3)
+/* The dispatchers sorna__dilate_c1_u8 ... and sorna__erode_c1_u8 ..., with
+ * the strel handed over as the SornSeShape it begins with; a mask of all
+ * 255 goes to the maximum or minimum filter of the same form. */
+#define SORN_MORPH_KERNEL_DECL1(c, t, shape)                                                  \
+  SornStatus _T_sorna__dilate_c##c##_##t##_##shape SORN_FILTER_KERNEL_ARGS;                   \
+  SornStatus _T_sorna__erode_c##c##_##t##_##shape SORN_FILTER_KERNEL_ARGS;
+#define SORN_MORPH_DECL1(c, t)                                                                \
+  SornStatus sorna__dilate_c##c##_##t SORN_FILTER_KERNEL_ARGS;                                \
+  SornStatus sorna__erode_c##c##_##t SORN_FILTER_KERNEL_ARGS;                                 \
+  SORN_MORPH_OWN_SHAPES(SORN_MORPH_KERNEL_DECL1, c, t)                                        \
+  SORN_MORPH_SHARED_SHAPES(SORN_MORPH_KERNEL_DECL1, c, t)
+#define SORN_MORPH_DECL(t) SORN_FILTER_CHANNELS(SORN_MORPH_DECL1, t)
+SORN_FILTER_TYPES(SORN_MORPH_DECL)
+#undef SORN_MORPH_DECL
+#undef SORN_MORPH_DECL1
+#undef SORN_MORPH_KERNEL_DECL1
 
 /* ======================================================================
  * Matrix products

@@ -18,8 +18,8 @@ using sorn_test::make_roi;
 
 namespace {
 
-const uint32_t kTypes[] = {SORN_U8, SORN_S8, SORN_U16, SORN_S16, SORN_U32,
-                           SORN_S32, SORN_F32, SORN_F64};
+const uint32_t kTypes[] = {SORN_U8,  SORN_S8,  SORN_U16, SORN_S16,
+                           SORN_U32, SORN_S32, SORN_F32, SORN_F64};
 
 void randomize(std::mt19937_64 &rng, Image &im) {
   for (size_t i = 0; i < im.bytes(); ++i) im.base()[i] = (uint8_t)rng();
@@ -82,10 +82,10 @@ TEST(Copy, EveryTypeAndChannelCountWithRoisAndPaddedRows) {
     for (int32_t y = 0; y < dst.rows(); ++y)
       for (int32_t x = 0; x < dst.cols(); ++x)
         for (int32_t c = 0; c < ch; ++c) {
-          const bool in = want == SORN_OK && y >= a.dy && y < a.dy + a.h && x >= a.dx &&
-                          x < a.dx + a.w;
-          const uint8_t *w = in ? elem(src, sb, a.sy + y - a.dy, a.sx + x - a.dx, c)
-                                : elem(dst, before, y, x, c);
+          const bool in =
+              want == SORN_OK && y >= a.dy && y < a.dy + a.h && x >= a.dx && x < a.dx + a.w;
+          const uint8_t *w =
+              in ? elem(src, sb, a.sy + y - a.dy, a.sx + x - a.dx, c) : elem(dst, before, y, x, c);
           ASSERT_EQ(0, std::memcmp(w, &dst.base()[elem(dst, before, y, x, c) - before.data()],
                                    (size_t)es))
               << it << " at " << y << "," << x << "," << c;
@@ -119,6 +119,25 @@ TEST(Copy, FourDimensionalPlanesWithAGapCopyTheFirstPlaneOnly) {
   SornArray rd = make_record4(d.data(), P, H, W, 1, SORN_U8, (H + 1) * W, W);
   ASSERT_EQ(SORN_OK, SornCopy(nullptr, 0, &rd, &rs, nullptr, nullptr));
   for (size_t i = 0; i < d.size(); ++i) EXPECT_EQ(i < (size_t)H * W ? s[i] : 0xEE, d[i]) << i;
+}
+
+TEST(Copy, ARegionWhoseChannelsBeginInsideThePixelMovesWholePixels) {
+  // Channels 1 and 2 of two: the copy starts at the pixel all the same, and
+  // nothing past the region's last pixel changes.
+  Image src(3, 5, 2, SORN_U8, 1), dst(3, 5, 2, SORN_U8, 1, 0x77);
+  for (size_t i = 0; i < src.bytes(); ++i) src.base()[i] = (uint8_t)i;
+  SornArray d = dst.record(), s = src.record();
+  SornVolume roi = make_roi(1, 1, 2, 40, 2);
+  roi.origin[3] = 1;
+  const SornVolume at = make_roi(1, 1, 2, 2, 2);
+  ASSERT_EQ(SORN_OK, SornCopy(nullptr, 0, &d, &s, &roi, &at));
+  for (int32_t y = 0; y < 3; ++y)
+    for (int32_t x = 0; x < 5; ++x)
+      for (int32_t c = 0; c < 2; ++c)
+        EXPECT_EQ(y >= 1 && x >= 1 ? src.at<uint8_t>(y, x, c) : 0x77, dst.at<uint8_t>(y, x, c))
+            << y << "," << x << "," << c;
+  EXPECT_TRUE(dst.guards_intact());
+  for (int32_t y = 0; y < 3; ++y) EXPECT_EQ(0x77, dst.base()[(size_t)y * dst.rowstride() + 10]);
 }
 
 TEST(CopyFailures, EveryRecordMismatchIsInvalidAndWritesNothing) {
@@ -227,8 +246,8 @@ TEST(CopyEx, BothMaskFormsOverEveryTypeAndChannelCount) {
                            elem(src, sb, a.sy + y - a.dy, a.sx + x - a.dx, c), old, want);
           }
           ASSERT_EQ(0, std::memcmp(want, dst.base() + (old - before.data()), (size_t)es))
-              << it << " " << sorn_test::type_name(t) << "x" << ch << " mask x" << mch
-              << " flags " << flags << " at " << y << "," << x << "," << c;
+              << it << " " << sorn_test::type_name(t) << "x" << ch << " mask x" << mch << " flags "
+              << flags << " at " << y << "," << x << "," << c;
         }
   }
 }

@@ -71,6 +71,8 @@ void encode_pnm(std::FILE *f, const Image &image, const std::string &label);
 Image to_grey(const Image &image);
 // A plane holding channel c of image.
 Image channel_plane(const Image &image, int32_t c);
+// A plane of one channel back into channel c of image.
+void put_channel(Image &image, const Image &plane, int32_t c);
 
 // The picture used when no IMAGE is named: a generated RGB scene of
 // textured background with dark and bright blobs, the same on every run.
@@ -183,6 +185,7 @@ int run_threshold(const std::vector<std::string> &argv);
 int run_resize(const std::vector<std::string> &argv);
 int run_filter(const std::vector<std::string> &argv);
 int run_border(const std::vector<std::string> &argv);
+int run_morph(const std::vector<std::string> &argv);
 
 extern const char *const kMserHelp;
 extern const char *const kHistHelp;
@@ -201,5 +204,6 @@ extern const char *const kThresholdHelp;
 extern const char *const kResizeHelp;
 extern const char *const kFilterHelp;
 extern const char *const kBorderHelp;
+extern const char *const kMorphHelp;
 
 }  // namespace sorn::tool

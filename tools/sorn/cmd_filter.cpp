@@ -94,12 +94,6 @@ SornBrShape border_of(int32_t top, int32_t left, int32_t bottom, int32_t right, 
   return b;
 }
 
-// A plane of one channel back into channel c of `image`.
-void put_channel(Image &image, const Image &plane, int32_t c) {
-  const size_t n = size_t(image.width) * size_t(image.height);
-  for (size_t i = 0; i < n; ++i) image.pixels[i * image.channels + c] = plane.pixels[i];
-}
-
 }  // namespace
 
 int run_filter(const std::vector<std::string> &argv) {

@@ -27,6 +27,8 @@ const std::vector<Command> &commands() {
       {"resize", "nearest-neighbour resizing by factors or to a size", kResizeHelp, run_resize},
       {"filter", "box, minimum or maximum over a rectangular window", kFilterHelp, run_filter},
       {"border", "the picture with a border of a given kind around it", kBorderHelp, run_border},
+      {"morph", "erosion, dilation, opening, closing and the hats by a rectangle or a disc",
+       kMorphHelp, run_morph},
   };
   return table;
 }

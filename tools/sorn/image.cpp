@@ -233,6 +233,11 @@ Image channel_plane(const Image &image, int32_t c) {
   return plane;
 }
 
+void put_channel(Image &image, const Image &plane, int32_t c) {
+  const size_t n = size_t(image.width) * size_t(image.height);
+  for (size_t i = 0; i < n; ++i) image.pixels[i * image.channels + c] = plane.pixels[i];
+}
+
 Input load_input(const std::vector<std::string> &positionals, size_t index) {
   if (positionals.size() > index) return Input{read_image(positionals[index]), positionals[index]};
   return Input{default_picture(), kDefaultPictureName};
