@@ -33,23 +33,6 @@ SornFilterKernel filter_lookup(const sorn::KernelRow<SornFilterKernel> (&table)[
   return sorn::lookup_channels(table, chword, type, SORN_EINVAL, status);
 }
 
-// One route of layer 3: the channel-format nibble from the channel cell,
-// then the table's dispatcher for the channel word and the type.
-SornStatus flat_route(SornFilterKernel (*table)(uint32_t, SornElemType, SornStatus *), SornXE *xe,
-                      SornFlags flags, SornDimPack pack, const int32_t *sizes, uint32_t type,
-                      void *dst, const int32_t *dstStrides, const void *src,
-                      const int32_t *srcStrides, const SornSeShape *se) {
-  const sorn::Inner in = sorn::inner3(pack, sizes, dstStrides);
-  const sorn::Inner sin = sorn::inner3(pack, sizes, srcStrides);
-  if (in.n < 2) return SORN_EINVAL;
-  const uint32_t chword = (uint32_t)in.dims[in.n - 1];
-  flags = sorn::with_channel_format(flags, chword);
-  SornStatus st;
-  const SornFilterKernel k = table(chword & 15u, type, &st);
-  if (st != SORN_OK) return st;
-  return k(xe, flags, in.n, in.dims, dst, in.strides, src, sin.strides, se);
-}
-
 }  // namespace
 
 SornFilterKernel sorna__boxfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status) {
@@ -67,21 +50,21 @@ SornFilterKernel sorna__maxfiltfun_imp(uint32_t chword, SornElemType type, SornS
 SornStatus sorna__filter_box(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
                              uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
                              const int32_t *srcStrides, const SornSeShape *se) {
-  return flat_route(&sorna__boxfiltfun_imp, xe, flags, pack, sizes, type, dst, dstStrides, src,
-                    srcStrides, se);
+  return sorn::filter::table_route(&sorna__boxfiltfun_imp, xe, flags, pack, sizes, type, dst,
+                                   dstStrides, src, srcStrides, se);
 }
 
 SornStatus sorna__filter_min(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
                              uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
                              const int32_t *srcStrides, const SornSeShape *se) {
-  return flat_route(&sorna__minfiltfun_imp, xe, flags, pack, sizes, type, dst, dstStrides, src,
+  return sorn::filter::table_route(&sorna__minfiltfun_imp, xe, flags, pack, sizes, type, dst, dstStrides, src,
                     srcStrides, se);
 }
 
 SornStatus sorna__filter_max(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
                              uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
                              const int32_t *srcStrides, const SornSeShape *se) {
-  return flat_route(&sorna__maxfiltfun_imp, xe, flags, pack, sizes, type, dst, dstStrides, src,
+  return sorn::filter::table_route(&sorna__maxfiltfun_imp, xe, flags, pack, sizes, type, dst, dstStrides, src,
                     srcStrides, se);
 }
 
@@ -181,49 +164,11 @@ SornStatus SornTGAfilter(SornXE *xe, SornFlags flags, void *args, SornDimPack pa
 SornStatus SornFilter(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
                       const SornVolume *roiDst, const SornVolume *roiSrc, int32_t kind,
                       const SornSeShape *se) {
-  using namespace sorn;
-  if (src == nullptr) {
-    src = dst;
-    if (roiSrc == nullptr && roiDst != nullptr) roiSrc = roiDst;
-  }
-  if (!good_image(dst) || !fits_image(src, dst, Channels::Same)) return SORN_EINVAL;
-  SornVolume rd, rs;
-  if (!negotiate(dst, src, roiDst, roiSrc, &rd, &rs)) return SORN_ENOSPC;
-  // The window once per call, against the region.
-  SornSeShape window;
-  if (se != nullptr)
-    window = *se;
-  else
-    std::memset(&window, 0, sizeof window);
-  sorn_seshape__adjust_$gv$I(&window, 3, rs.size);
-  flags &= ~(SornFlags)SORN_F_PROBE;
-  const SornBorderSpec border = {SORN_BORDER_REFLECT101, {0, 0, 0, 0}};
-  SornSites sites = sorn::source_sites(src);
-  SornFilterArgs args = {(uint32_t)kind, &window, &border, &sites};
-
-  if (dst->ndims == 4) {
-    // Plane by plane. A source of one plane serves every plane of dst's
-    // region, which the agreement with it cut to one.
-    const bool one = src->dims[0] == 1;
-    if (one) {
-      SornVolume whole;
-      region_of(dst, roiDst, &whole);
-      rd.size[0] = whole.size[0];
-    }
-    Operand d(dst, rd), s(src, rs);
-    filter::PlaneOperand pd{d.type, d.base, {}, {}}, ps{s.type, s.base, {}, {}};
-    std::memcpy(pd.origin, d.roi.origin, sizeof pd.origin);
-    std::memcpy(pd.strides, d.strides, sizeof pd.strides);
-    std::memcpy(ps.origin, s.roi.origin, sizeof ps.origin);
-    std::memcpy(ps.strides, s.strides, sizeof ps.strides);
-    return filter::each_plane(
-        d.roi.size[0], d.roi.size, pd, ps, one,
-        [&](SornDimPack pack, int32_t *sizes, uint32_t dt, void *dp, int32_t *dor, int32_t *dst_s,
-            uint32_t st, void *sp, int32_t *sor, int32_t *src_s) {
-          return SornTGAfilter(xe, flags, &args, pack, sizes, dt, dp, dor, dst_s, st, sp, sor,
-                               src_s);
-        });
-  }
-  Operand d(dst, rd), s(src, rs);
-  return call_slice(Call{xe, flags, SORN_TAG_FILT, &args, kKeepRows}, &SornTGAfilter, d, s);
+  return sorn::filter::filter_entry(
+      xe, flags, dst, src, roiDst, roiSrc, se,
+      [&](SornDimPack, const SornSeShape *window, const SornBorderSpec *border,
+          const SornSites *sites, auto run, const int32_t *) {
+        SornFilterArgs args = {(uint32_t)kind, window, border, sites};
+        return run(SORN_TAG_FILT, &SornTGAfilter, &args);
+      });
 }

@@ -11,7 +11,9 @@
 #include <sorn.h>
 
 #include <cstdint>
+#include <cstring>
 
+#include "core/entry.h"
 #include "filter/shape_cells.h"
 
 namespace sorn::filter {
@@ -118,6 +120,85 @@ SornStatus each_plane(int32_t planes, const int32_t *sizes, PlaneOperand d, Plan
     if (st != SORN_OK) return st;
   }
   return SORN_OK;
+}
+
+// One route of layer 3: the channel-format nibble from the channel cell,
+// then the table's dispatcher for the channel word and the type.
+inline SornStatus table_route(SornFilterKernel (*table)(uint32_t, SornElemType, SornStatus *), SornXE *xe,
+                      SornFlags flags, SornDimPack pack, const int32_t *sizes, uint32_t type,
+                      void *dst, const int32_t *dstStrides, const void *src,
+                      const int32_t *srcStrides, const SornSeShape *se) {
+  const sorn::Inner in = sorn::inner3(pack, sizes, dstStrides);
+  const sorn::Inner sin = sorn::inner3(pack, sizes, srcStrides);
+  if (in.n < 2) return SORN_EINVAL;
+  const uint32_t chword = (uint32_t)in.dims[in.n - 1];
+  flags = sorn::with_channel_format(flags, chword);
+  SornStatus st;
+  const SornFilterKernel k = table(chword & 15u, type, &st);
+  if (st != SORN_OK) return st;
+  return k(xe, flags, in.n, in.dims, dst, in.strides, src, sin.strides, se);
+}
+
+
+// What every public filter entry does before its family's own work, in
+// this order: a null src filters dst in place; the records are checked
+// and the region agreed on; the window is normalised once, against the
+// region; the probe bit is cleared; the border is reflect101 and the
+// sites come from the source. Then family(pack, window, border, sites,
+// run, region) makes its slice arguments and calls run(tag, slice, args),
+// which
+// goes down plane by plane for a 4-dimensional dst and at once otherwise.
+// `region` is the agreed region's four extents; `pack` is the packing word of the whole call (its spatial cells are
+// those of dst). `se` null is a window of no size, which normalises to the
+// 5 by 5 default.
+template <class Family>
+SornStatus filter_entry(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                        const SornVolume *roiDst, const SornVolume *roiSrc, const SornSeShape *se,
+                        Family family) {
+  if (src == nullptr) {
+    src = dst;
+    if (roiSrc == nullptr && roiDst != nullptr) roiSrc = roiDst;
+  }
+  if (!good_image(dst) || !fits_image(src, dst, Channels::Same)) return SORN_EINVAL;
+  SornVolume rd, rs;
+  if (!negotiate(dst, src, roiDst, roiSrc, &rd, &rs)) return SORN_ENOSPC;
+  SornSeShape window;
+  if (se != nullptr)
+    window = *se;
+  else
+    std::memset(&window, 0, sizeof window);
+  sorn_seshape__adjust_$gv$I(&window, 3, rs.size);
+  flags &= ~(SornFlags)SORN_F_PROBE;
+  const SornBorderSpec border = {SORN_BORDER_REFLECT101, {0, 0, 0, 0}};
+  const SornSites sites = source_sites(src);
+
+  auto run = [&](uint32_t tag, SliceProc<2> slice, void *args) -> SornStatus {
+    if (dst->ndims == 4) {
+      // Plane by plane. A source of one plane serves every plane of dst's
+      // region, which the agreement with it cut to one.
+      const bool one = src->dims[0] == 1;
+      if (one) {
+        SornVolume whole;
+        region_of(dst, roiDst, &whole);
+        rd.size[0] = whole.size[0];
+      }
+      Operand d(dst, rd), s(src, rs);
+      PlaneOperand pd{d.type, d.base, {}, {}}, ps{s.type, s.base, {}, {}};
+      std::memcpy(pd.origin, d.roi.origin, sizeof pd.origin);
+      std::memcpy(pd.strides, d.strides, sizeof pd.strides);
+      std::memcpy(ps.origin, s.roi.origin, sizeof ps.origin);
+      std::memcpy(ps.strides, s.strides, sizeof ps.strides);
+      return each_plane(d.roi.size[0], d.roi.size, pd, ps, one,
+                        [&](SornDimPack pk, int32_t *sizes, uint32_t dt, void *dp, int32_t *dor,
+                            int32_t *dst_s, uint32_t st, void *sp, int32_t *sor, int32_t *src_s) {
+                          return slice(xe, flags, args, pk, sizes, dt, dp, dor, dst_s, st, sp,
+                                       sor, src_s);
+                        });
+    }
+    Operand d(dst, rd), s(src, rs);
+    return call_slice(Call{xe, flags, tag, args, kKeepRows}, slice, d, s);
+  };
+  return family(SORN_DIMPACK(dst->ndims), &window, &border, &sites, run, (const int32_t *)rs.size);
 }
 
 }  // namespace sorn::filter

@@ -1,9 +1,9 @@
 // The places of the filter frame that belong to families not built yet:
 // opening, closing, top-hat and bottom-hat (by rectangle through SornFilter,
-// and with a mask), and the separable, dilation and erosion tables. Each
+// and with a mask), and the dilation and erosion tables. Each
 // answers SORN_ENOTSUP and writes nothing, so that the frame's dispatch by
-// kind and its six tables are whole; the morphology and separable families
-// replace this unit with their own.
+// kind and its six tables are whole; the morphology family
+// replaces this unit with its own.
 #include <sorn.h>
 
 #include "core/dispatch.h"
@@ -45,9 +45,6 @@ SORN_UNBUILT_MORPHOP(tophat)
 SORN_UNBUILT_MORPHOP(bothat)
 #undef SORN_UNBUILT_MORPHOP
 
-SornFilterKernel sorna__sepfiltfun_imp(uint32_t chword, SornElemType type, SornStatus *status) {
-  return unbuilt_table(chword, type, status);
-}
 SornFilterKernel sorna__dilatefun_imp(uint32_t chword, SornElemType type, SornStatus *status) {
   return unbuilt_table(chword, type, status);
 }
