@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
 
 #include "core/elem_types.h"
 #include "filter/flat_kernels.h"
@@ -26,7 +27,24 @@ namespace {
 // Outputs of a row accumulated together on the stack.
 constexpr int32_t kChunk = 256;
 
-template <class T> inline T rounded(double v) { return sat_convert<T>(v); }
+// A sum into the element type: to nearest even, what leaves the 32-bit
+// range (NaN too) is 0x80000000, and u8 and s16 then saturate; f32
+// narrows. Adding and removing 1.5 * 2^52 rounds every sum below 2^51 in
+// magnitude to nearest even and keeps every larger one outside the 32-bit
+// range; with the choice made by a select, rows vectorise.
+template <class T> inline T rounded(double v) {
+  if constexpr (std::is_same_v<T, float>) {
+    return (float)v;
+  } else {
+    const double r = (v + 0x1.8p52) - 0x1.8p52;
+    const bool fits = (r >= -2147483648.0) & (r < 2147483648.0);
+    const int32_t i = (int32_t)(fits ? r : -2147483648.0);
+    if constexpr (std::is_same_v<T, int32_t>)
+      return i;
+    else
+      return sat32<T>(i);
+  }
+}
 
 template <class T> inline const char *cols_back(const char *s, const Plane &p, int32_t a) {
   return s - (ptrdiff_t)a * p.sps * (ptrdiff_t)sizeof(T);
