@@ -57,15 +57,15 @@ SornStatus sorna__filter_box(SornXE *xe, SornFlags flags, SornDimPack pack, cons
 SornStatus sorna__filter_min(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
                              uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
                              const int32_t *srcStrides, const SornSeShape *se) {
-  return sorn::filter::table_route(&sorna__minfiltfun_imp, xe, flags, pack, sizes, type, dst, dstStrides, src,
-                    srcStrides, se);
+  return sorn::filter::table_route(&sorna__minfiltfun_imp, xe, flags, pack, sizes, type, dst,
+                                   dstStrides, src, srcStrides, se);
 }
 
 SornStatus sorna__filter_max(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
                              uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
                              const int32_t *srcStrides, const SornSeShape *se) {
-  return sorn::filter::table_route(&sorna__maxfiltfun_imp, xe, flags, pack, sizes, type, dst, dstStrides, src,
-                    srcStrides, se);
+  return sorn::filter::table_route(&sorna__maxfiltfun_imp, xe, flags, pack, sizes, type, dst,
+                                   dstStrides, src, srcStrides, se);
 }
 
 // By kind, read as one byte. The median has a name and no routine: it is

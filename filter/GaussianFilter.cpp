@@ -12,6 +12,7 @@
 #include <sorn.h>
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 #include "core/entry.h"
@@ -38,6 +39,9 @@ SornStatus with_kernels(SornXE *xe, SornDimPack pack, const SornSeShape *se, con
   size_t taps = 0;
   for (int32_t i = 0; i < a.n; ++i)
     taps += se->size[a.first + i] > 0 ? (size_t)se->size[a.first + i] : 0;
+  // Like every scratch block of the filters, the coefficients stay within
+  // the 32-bit range: a window with more taps cannot be had.
+  if (taps > (size_t)INT32_MAX / sizeof(double)) return SORN_ENOMEM;
   void *block = SornXEalloca(xe, taps * sizeof(double), 0);
   if (block == nullptr) return SORN_ENOMEM;
   double *kernels[3] = {nullptr, nullptr, nullptr};
@@ -133,15 +137,14 @@ SornStatus sorna__efilter_gaussian(SornXE *xe, SornFlags flags, SornDimPack pack
 
 /* ---------------- layer 2 ---------------- */
 
-SornStatus sorna_gaussianfilter(SornXE *xe, SornFlags flags, SornDimPack pack,
-                                const int32_t *sizes, uint32_t type, void *dst,
-                                const int32_t *dstOrigin, const int32_t *dstStrides,
-                                const void *src, const int32_t *srcOrigin,
-                                const int32_t *srcStrides, const SornSeShape *se,
-                                const double *sigmas) {
+SornStatus sorna_gaussianfilter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                                uint32_t type, void *dst, const int32_t *dstOrigin,
+                                const int32_t *dstStrides, const void *src,
+                                const int32_t *srcOrigin, const int32_t *srcStrides,
+                                const SornSeShape *se, const double *sigmas) {
   return with_kernels(xe, pack, se, sigmas, [&](const SornSepShape *sep) {
-    return sorna_sepfilter(xe, flags, pack, sizes, type, dst, dstOrigin, dstStrides, src,
-                           srcOrigin, srcStrides, sep);
+    return sorna_sepfilter(xe, flags, pack, sizes, type, dst, dstOrigin, dstStrides, src, srcOrigin,
+                           srcStrides, sep);
   });
 }
 

@@ -43,8 +43,8 @@ SornStatus sorna__sepfilter(SornXE *xe, SornFlags flags, SornDimPack pack, const
 }
 
 SornStatus sorna__esepfilter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
-                             uint32_t type, void *dst, const int32_t *dstStrides,
-                             const void *src, const int32_t *srcStrides, const SornSepShape *sep,
+                             uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                             const int32_t *srcStrides, const SornSepShape *sep,
                              const SornBorderSpec *border, const SornSites *sites) {
   if (sep == nullptr) return SORN_EINVAL;
   const SornSeShape se = window_of(sep);

@@ -252,8 +252,7 @@ struct Both {
       return down<T, C>(xe, flags, second, d, m1, sep);
     }
     const Plane first{p.rows, wide, mrs, p.srs, 1, p.sps};
-    const SornStatus st =
-        down<T, C>(xe, flags, first, m0 + ay * mrs, cols_back<T>(s, p, ax), sep);
+    const SornStatus st = down<T, C>(xe, flags, first, m0 + ay * mrs, cols_back<T>(s, p, ax), sep);
     if (st != SORN_OK) return st;
     return across<T, C>(xe, flags, second, d, m1, sep);
   }
@@ -306,16 +305,16 @@ SornStatus dispatch(SornXE *xe, SornFlags flags, int32_t n, const int32_t *sizes
 #define SORN_SEP_SHAPE_1x5 sorn::filter::Down<5>
 #define SORN_SEP_SHAPE_1xN sorn::filter::Down<0>
 #define SORN_SEP_SHAPE_NxM sorn::filter::Both
-#define SORN_SEP_KERNEL(c, t, shape)                                                 \
-  SornStatus _T_sorna__sepfilter_c##c##_##t##_##shape SORN_FILTER_KERNEL_ARGS {      \
-    return sorn::filter::kernel<sorn::tok::t, c, SORN_SEP_SHAPE_##shape>(            \
-        xe, flags, n, sizes, dst, dstStrides, src, srcStrides, se);                  \
+#define SORN_SEP_KERNEL(c, t, shape)                                            \
+  SornStatus _T_sorna__sepfilter_c##c##_##t##_##shape SORN_FILTER_KERNEL_ARGS { \
+    return sorn::filter::kernel<sorn::tok::t, c, SORN_SEP_SHAPE_##shape>(       \
+        xe, flags, n, sizes, dst, dstStrides, src, srcStrides, se);             \
   }
-#define SORN_SEP_DISPATCH(c, t)                                                              \
-  SornStatus sorna__sepfilter_c##c##_##t SORN_FILTER_KERNEL_ARGS {                           \
+#define SORN_SEP_DISPATCH(c, t)                                                               \
+  SornStatus sorna__sepfilter_c##c##_##t SORN_FILTER_KERNEL_ARGS {                            \
     return sorn::filter::dispatch<sorn::tok::t, c>(xe, flags, n, sizes, dst, dstStrides, src, \
-                                                   srcStrides, se);                          \
-  }                                                                                          \
+                                                   srcStrides, se);                           \
+  }                                                                                           \
   SORN_SEPFILTER_SHAPES(SORN_SEP_KERNEL, c, t)
 #define SORN_SEP_FAMILY(t) SORN_FILTER_CHANNELS(SORN_SEP_DISPATCH, t)
 SORN_FILTER_TYPES(SORN_SEP_FAMILY)

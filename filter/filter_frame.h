@@ -124,10 +124,10 @@ SornStatus each_plane(int32_t planes, const int32_t *sizes, PlaneOperand d, Plan
 
 // One route of layer 3: the channel-format nibble from the channel cell,
 // then the table's dispatcher for the channel word and the type.
-inline SornStatus table_route(SornFilterKernel (*table)(uint32_t, SornElemType, SornStatus *), SornXE *xe,
-                      SornFlags flags, SornDimPack pack, const int32_t *sizes, uint32_t type,
-                      void *dst, const int32_t *dstStrides, const void *src,
-                      const int32_t *srcStrides, const SornSeShape *se) {
+inline SornStatus table_route(SornFilterKernel (*table)(uint32_t, SornElemType, SornStatus *),
+                              SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                              uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                              const int32_t *srcStrides, const SornSeShape *se) {
   const sorn::Inner in = sorn::inner3(pack, sizes, dstStrides);
   const sorn::Inner sin = sorn::inner3(pack, sizes, srcStrides);
   if (in.n < 2) return SORN_EINVAL;
@@ -139,18 +139,17 @@ inline SornStatus table_route(SornFilterKernel (*table)(uint32_t, SornElemType, 
   return k(xe, flags, in.n, in.dims, dst, in.strides, src, sin.strides, se);
 }
 
-
 // What every public filter entry does before its family's own work, in
 // this order: a null src filters dst in place; the records are checked
-// and the region agreed on; the window is normalised once, against the
+// and the region agreed on (one with no channel left is no region); the window is normalised once, against the
 // region; the probe bit is cleared; the border is reflect101 and the
 // sites come from the source. Then family(pack, window, border, sites,
 // run, region) makes its slice arguments and calls run(tag, slice, args),
 // which
 // goes down plane by plane for a 4-dimensional dst and at once otherwise.
-// `region` is the agreed region's four extents; `pack` is the packing word of the whole call (its spatial cells are
-// those of dst). `se` null is a window of no size, which normalises to the
-// 5 by 5 default.
+// `region` is the agreed region's four extents; `pack` is the packing word of the whole call (its
+// spatial cells are those of dst). `se` null is a window of no size, which normalises to the 5 by 5
+// default.
 template <class Family>
 SornStatus filter_entry(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
                         const SornVolume *roiDst, const SornVolume *roiSrc, const SornSeShape *se,
@@ -161,7 +160,8 @@ SornStatus filter_entry(SornXE *xe, SornFlags flags, const SornArray *dst, const
   }
   if (!good_image(dst) || !fits_image(src, dst, Channels::Same)) return SORN_EINVAL;
   SornVolume rd, rs;
-  if (!negotiate(dst, src, roiDst, roiSrc, &rd, &rs)) return SORN_ENOSPC;
+  // A region whose channel cell is cut to nothing has no element to write.
+  if (!negotiate(dst, src, roiDst, roiSrc, &rd, &rs) || no_channels(rd)) return SORN_ENOSPC;
   SornSeShape window;
   if (se != nullptr)
     window = *se;
@@ -191,8 +191,8 @@ SornStatus filter_entry(SornXE *xe, SornFlags flags, const SornArray *dst, const
       return each_plane(d.roi.size[0], d.roi.size, pd, ps, one,
                         [&](SornDimPack pk, int32_t *sizes, uint32_t dt, void *dp, int32_t *dor,
                             int32_t *dst_s, uint32_t st, void *sp, int32_t *sor, int32_t *src_s) {
-                          return slice(xe, flags, args, pk, sizes, dt, dp, dor, dst_s, st, sp,
-                                       sor, src_s);
+                          return slice(xe, flags, args, pk, sizes, dt, dp, dor, dst_s, st, sp, sor,
+                                       src_s);
                         });
     }
     Operand d(dst, rd), s(src, rs);

@@ -735,3 +735,18 @@ TEST(GaussianFilter, FourDimensionsReadTheDepthKernelInTheColumnPass) {
     expect_grid(whole_reference(plane, 5, 3, 2, 1, block.data(), block.data() + 1), out);
   }
 }
+
+TEST(GaussianFilter, AWindowTooLongForItsCoefficientsIsOutOfMemory) {
+  ScratchEnv env;
+  Image src = random_u8(3, 2, 0x6A56), dst(3, 2, 1, SORN_U8, 0, 0x21);
+  SornArray d = dst.record(), s = src.record();
+  const SornSeShape se = se_shape(INT32_MAX - 1, 2, 0, 0);
+  EXPECT_EQ(SORN_ENOMEM, SornGaussianFilter(env.xe(), 0, &d, &s, nullptr, nullptr, &se, nullptr));
+  EXPECT_TRUE(env.at_mark());
+  const int32_t sizes[3] = {3, 2, 1}, strides[3] = {2, 1, 1};
+  EXPECT_EQ(SORN_ENOMEM, sorna__filter_gaussian(env.xe(), 0, SORN_DIMPACK(3), sizes, SORN_U8,
+                                                dst.base(), strides, src.base(), strides, &se,
+                                                nullptr));
+  EXPECT_TRUE(env.at_mark());
+  EXPECT_EQ(std::vector<uint8_t>(dst.bytes(), 0x21), dst.bytes_copy());
+}

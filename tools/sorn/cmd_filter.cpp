@@ -132,11 +132,10 @@ void put_channel(Image &image, const Image &plane, int32_t c) {
 }  // namespace
 
 int run_filter(const std::vector<std::string> &argv) {
-  Args args(
-      "filter", argv,
-      {kOutputOption, valued("--size"), valued("--anchor"), valued("--sigma"), valued("--border"),
-       valued("--value")},
-      2);
+  Args args("filter", argv,
+            {kOutputOption, valued("--size"), valued("--anchor"), valued("--sigma"),
+             valued("--border"), valued("--value")},
+            2);
   if (args.help()) return print_help(kFilterHelp);
   if (args.positionals().empty()) usage_error("missing the filter: box, min, max or gauss");
   const std::string which = args.positionals()[0];

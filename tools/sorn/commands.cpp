@@ -23,7 +23,8 @@ const std::vector<Command> &commands() {
       {"threshold", "black and white by a fixed threshold, Otsu's, or the local mean",
        kThresholdHelp, run_threshold},
       {"resize", "nearest-neighbour resizing by factors or to a size", kResizeHelp, run_resize},
-      {"filter", "box, minimum, maximum or Gaussian over a rectangular window", kFilterHelp, run_filter},
+      {"filter", "box, minimum, maximum or Gaussian over a rectangular window", kFilterHelp,
+       run_filter},
       {"border", "the picture with a border of a given kind around it", kBorderHelp, run_border},
   };
   return table;
