@@ -836,12 +836,12 @@ typedef SornStatus (*SornArith1Kernel)(SornXE *xe, SornFlags flags, int32_t n, c
 
 /* Shared entry of the one-source operations; tag selects the operation. */
 SornStatus _T_SornArith(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
-                        const SornArray *a, const SornVolume *dstroi, const SornVolume *aroi,
+                        const SornArray *a, const SornVolume *dstRoi, const SornVolume *aSite,
                         int32_t sf, uint32_t extra);
 
 #define SORN_ARITH1_ENTRY_DECL(name)                                                          \
   SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a, \
-                        const SornVolume *dstroi, const SornVolume *aroi, int32_t sf,          \
+                        const SornVolume *dstRoi, const SornVolume *aSite, int32_t sf,          \
                         uint32_t extra);
 SORN_ARITH1_ENTRY_DECL(Negate)
 SORN_ARITH1_ENTRY_DECL(Negateq)
@@ -851,7 +851,7 @@ SORN_ARITH1_ENTRY_DECL(Ln)
  * f64 per channel, all equal for more than one channel): a positive slope
  * gives a falling curve. */
 SornStatus SornSigmoidAlpha(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
-                            const double *cvec, const SornVolume *dstroi, const SornVolume *aroi,
+                            const double *cvec, const SornVolume *dstRoi, const SornVolume *aSite,
                             int32_t sf, uint32_t extra);
 
 #define SORN_ARITH1_LAYER2_DECL(op)                                                           \
@@ -1044,25 +1044,25 @@ SORN_DIVRC_OWN_PAIRS(SORN_DECL_RDIVRC)
  * without scale factor. The constants of the C forms are rounded into the
  * type once per call. */
 SornStatus _T_SornLogic2(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
-                         const SornArray *a, const SornArray *b, const SornVolume *dstroi,
-                         const SornVolume *aroi, const SornVolume *broi);
+                         const SornArray *a, const SornArray *b, const SornVolume *dstRoi,
+                         const SornVolume *aSite, const SornVolume *bSite);
 SornStatus _T_SornLogic2c(uint32_t tag, SornXE *xe, SornFlags flags, const SornArray *dst,
-                          const SornArray *a, const double *cvec, const SornVolume *dstroi,
-                          const SornVolume *aroi);
+                          const SornArray *a, const double *cvec, const SornVolume *dstRoi,
+                          const SornVolume *aSite);
 
 #define SORN_LOGIC_ENTRY_DECL(name)                                                           \
   SornStatus Sorn##name(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a, \
-                        const SornArray *b, const SornVolume *dstroi, const SornVolume *aroi,  \
-                        const SornVolume *broi);                                               \
+                        const SornArray *b, const SornVolume *dstRoi, const SornVolume *aSite,  \
+                        const SornVolume *bSite);                                               \
   SornStatus Sorn##name##C(SornXE *xe, SornFlags flags, const SornArray *dst,                  \
-                           const SornArray *a, const double *cvec, const SornVolume *dstroi,   \
-                           const SornVolume *aroi);
+                           const SornArray *a, const double *cvec, const SornVolume *dstRoi,   \
+                           const SornVolume *aSite);
 SORN_LOGIC_ENTRY_DECL(And)
 SORN_LOGIC_ENTRY_DECL(Orr)
 SORN_LOGIC_ENTRY_DECL(Xor)
 #undef SORN_LOGIC_ENTRY_DECL
 SornStatus SornNot(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *a,
-                   const SornVolume *dstroi, const SornVolume *aroi);
+                   const SornVolume *dstRoi, const SornVolume *aSite);
 
 /* The operators' names pass whole: and, xor and not are operator tokens in
  * C++ and cannot be pasted. */
@@ -2435,7 +2435,7 @@ SornStatus sorna__adjust_vrange_xm(SornXE *xe, SornFlags flags, SornDimPack pack
  * srcSite (plane, row, column; null: the origin) where the source's region
  * starts. */
 SornStatus SornEResize(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
-                       const SornVolume *dstRoi, const SornVolume *srcVolume, int32_t method,
+                       const SornVolume *dstRoi, const SornVolume *srcRoi, int32_t method,
                        const double *factors);
 SornStatus SornResize(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
                       const SornVolume *dstRoi, const int32_t *srcSite, int32_t method,
@@ -2768,7 +2768,7 @@ typedef struct SornFilterArgs {
 } SornFilterArgs;
 
 /* dst = the filter of kind over src, on the region dst and src agree on
- * (roiDst rules its size, roiSrc offers a start). A null src filters dst in
+ * (dstRoi rules its size, srcSite offers a start). A null src filters dst in
  * place. The window se is normalised against that region (a null se is the
  * 5 by 5 default); the border is reflect101. Box, minimum and maximum take
  * one channel of u8, s16, s32 or f32; three or four channels are
@@ -2776,7 +2776,7 @@ typedef struct SornFilterArgs {
  * plane by plane, each from its own source plane or from the source's only
  * plane. */
 SornStatus SornFilter(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
-                      const SornVolume *roiDst, const SornVolume *roiSrc, int32_t kind,
+                      const SornVolume *dstRoi, const SornVolume *srcSite, int32_t kind,
                       const SornSeShape *se);
 /* The slice form: args is a SornFilterArgs; different types are invalid. */
 SornStatus SornTGAfilter(SornXE *xe, SornFlags flags, void *args, SornDimPack pack, int32_t *sizes,

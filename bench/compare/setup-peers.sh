@@ -8,11 +8,18 @@
 #                                          folder holds the photograph that
 #                                          the region benchmarks scale to 1
 #                                          and 4 megapixels
+#   bench/compare/setup-peers.sh --python  also python3-opencv, the peer of
+#                                          the Python module's benchmark
+#                                          (bench/python)
 set -euo pipefail
 packages=(libopencv-dev libvlfeat-dev)
-if [ "${1:-}" = "--photo" ]; then
-  packages+=(python3-skimage)
-fi
+for option in "$@"; do
+  case "$option" in
+    --photo) packages+=(python3-skimage) ;;
+    --python) packages+=(python3-opencv) ;;
+    *) echo "setup-peers.sh: unknown option $option" >&2; exit 2 ;;
+  esac
+done
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -9,8 +9,8 @@ regions of many pictures on threads and on a local Dask cluster.
      Python threads, and on a local Dask cluster of 2 worker processes.
 
 OpenCV runs on one thread (cv2.setNumThreads(1)), as Sorn does in one call;
-it is Debian's python3-opencv (apt-get install python3-opencv), and without
-it the peer's columns stay empty.
+it is Debian's python3-opencv (bench/compare/setup-peers.sh --python installs
+it), and without it the peer's columns stay empty.
 Writes its section "## Python" of bench/RESULTS.md (or of --out), replacing
 the section a run wrote before and leaving the rest of the file as it is.
 Run from the build tree:

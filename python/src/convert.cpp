@@ -69,8 +69,7 @@ py::object convert(const Convert &s, const char *name, py::handle img, py::handl
   SornStatus st;
   {
     py::gil_scoped_release nogil;
-    st = scaled ? s.scaled.fn(thread_env(), 0, &rd, &ra, nullptr, nullptr, scales, offsets,
-                              nullptr)
+    st = scaled ? s.scaled.fn(thread_env(), 0, &rd, &ra, nullptr, nullptr, scales, offsets, nullptr)
                 : s.ranged.fn(thread_env(), 0, &rd, &ra, nullptr, nullptr,
                               range.is_none() ? nullptr : onto, nullptr);
   }
@@ -84,12 +83,11 @@ void bind(py::module_ &m, const char *name, const char *doc, const Convert &s) {
   m.def(
       name,
       [s, name](py::object img, py::object dtype, py::object range, py::object scale,
-                py::object offset, py::object out) {
-        return convert(s, name, img, dtype, range, scale, offset, out);
-      },
+                py::object offset,
+                py::object out) { return convert(s, name, img, dtype, range, scale, offset, out); },
       doc, py::arg("img"), py::arg("dtype") = py::none(), py::kw_only(),
-      py::arg("range") = py::none(), py::arg("scale") = py::none(),
-      py::arg("offset") = py::none(), py::arg("out") = py::none());
+      py::arg("range") = py::none(), py::arg("scale") = py::none(), py::arg("offset") = py::none(),
+      py::arg("out") = py::none());
 }
 
 }  // namespace sorn::python

@@ -62,8 +62,7 @@ constexpr FlagChoice kLnAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
 
 using Shape =
     std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill, MatMul,
-                 ComponentTree, StableRegions, Threshold, Otsu, Border, Filter, Resize,
-                 Convert>;
+                 ComponentTree, StableRegions, Threshold, Otsu, Border, Filter, Resize, Convert>;
 
 struct Family {
   const char *name;
