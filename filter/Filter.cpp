@@ -162,10 +162,10 @@ SornStatus SornTGAfilter(SornXE *xe, SornFlags flags, void *args, SornDimPack pa
 /* ---------------- entry ---------------- */
 
 SornStatus SornFilter(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
-                      const SornVolume *roiDst, const SornVolume *roiSrc, int32_t kind,
+                      const SornVolume *dstRoi, const SornVolume *srcSite, int32_t kind,
                       const SornSeShape *se) {
   return sorn::filter::filter_entry(
-      xe, flags, dst, src, roiDst, roiSrc, se,
+      xe, flags, dst, src, dstRoi, srcSite, se,
       [&](SornDimPack, const SornSeShape *window, const SornBorderSpec *border,
           const SornSites *sites, auto run, const int32_t *) {
         SornFilterArgs args = {(uint32_t)kind, window, border, sites};

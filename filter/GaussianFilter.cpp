@@ -178,11 +178,11 @@ SornStatus SornTGAgaussianfilter(SornXE *xe, SornFlags flags, void *args, SornDi
 // the 32-bit range cannot be read by any slice; it is refused as the frame
 // refuses it, before coefficients are made for it.
 SornStatus SornGaussianFilter(SornXE *xe, SornFlags flags, const SornArray *dst,
-                              const SornArray *src, const SornVolume *roiDst,
-                              const SornVolume *roiSrc, const SornSeShape *se,
+                              const SornArray *src, const SornVolume *dstRoi,
+                              const SornVolume *srcSite, const SornSeShape *se,
                               const double *sigmas) {
   return sorn::filter::filter_entry(
-      xe, flags, dst, src, roiDst, roiSrc, se,
+      xe, flags, dst, src, dstRoi, srcSite, se,
       [&](SornDimPack pack, const SornSeShape *window, const SornBorderSpec *border,
           const SornSites *sites, auto run, const int32_t *region) {
         if (!sorn::shapes::box_fits(4, region, window)) return SORN_ENOMEM;

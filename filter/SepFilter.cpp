@@ -92,12 +92,12 @@ SornStatus SornTGAsepfilter(SornXE *xe, SornFlags flags, void *args, SornDimPack
 // The window is normalised like any filter's; the kernels ride along
 // unchanged. A null record is the 5 by 5 box, both kernels null.
 SornStatus SornSepFilter(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
-                         const SornVolume *roiDst, const SornVolume *roiSrc,
+                         const SornVolume *dstRoi, const SornVolume *srcSite,
                          const SornSepShape *sep) {
   SornSeShape given;
   if (sep != nullptr) given = window_of(sep);
   return sorn::filter::filter_entry(
-      xe, flags, dst, src, roiDst, roiSrc, sep != nullptr ? &given : nullptr,
+      xe, flags, dst, src, dstRoi, srcSite, sep != nullptr ? &given : nullptr,
       [&](SornDimPack, const SornSeShape *window, const SornBorderSpec *border,
           const SornSites *sites, auto run, const int32_t *) {
         SornSepShape local;

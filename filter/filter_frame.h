@@ -141,27 +141,25 @@ inline SornStatus table_route(SornFilterKernel (*table)(uint32_t, SornElemType, 
 
 // What every public filter entry does before its family's own work, in
 // this order: a null src filters dst in place; the records are checked
-// and the region agreed on (one with no channel left is no region); the window is normalised once, against the
-// region; the probe bit is cleared; the border is reflect101 and the
-// sites come from the source. Then family(pack, window, border, sites,
-// run, region) makes its slice arguments and calls run(tag, slice, args),
-// which
-// goes down plane by plane for a 4-dimensional dst and at once otherwise.
-// `region` is the agreed region's four extents; `pack` is the packing word of the whole call (its
-// spatial cells are those of dst). `se` null is a window of no size, which normalises to the 5 by 5
-// default.
+// and the region agreed on (one with no channel left is no region); the window is normalised once,
+// against the region; the probe bit is cleared; the border is reflect101 and the sites come from
+// the source. Then family(pack, window, border, sites, run, region) makes its slice arguments and
+// calls run(tag, slice, args), which goes down plane by plane for a 4-dimensional dst and at once
+// otherwise. `region` is the agreed region's four extents; `pack` is the packing word of the whole
+// call (its spatial cells are those of dst). `se` null is a window of no size, which normalises to
+// the 5 by 5 default.
 template <class Family>
 SornStatus filter_entry(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
-                        const SornVolume *roiDst, const SornVolume *roiSrc, const SornSeShape *se,
+                        const SornVolume *dstRoi, const SornVolume *srcSite, const SornSeShape *se,
                         Family family) {
   if (src == nullptr) {
     src = dst;
-    if (roiSrc == nullptr && roiDst != nullptr) roiSrc = roiDst;
+    if (srcSite == nullptr && dstRoi != nullptr) srcSite = dstRoi;
   }
   if (!good_image(dst) || !fits_image(src, dst, Channels::Same)) return SORN_EINVAL;
   SornVolume rd, rs;
   // A region whose channel cell is cut to nothing has no element to write.
-  if (!negotiate(dst, src, roiDst, roiSrc, &rd, &rs) || no_channels(rd)) return SORN_ENOSPC;
+  if (!negotiate(dst, src, dstRoi, srcSite, &rd, &rs) || no_channels(rd)) return SORN_ENOSPC;
   SornSeShape window;
   if (se != nullptr)
     window = *se;
@@ -179,7 +177,7 @@ SornStatus filter_entry(SornXE *xe, SornFlags flags, const SornArray *dst, const
       const bool one = src->dims[0] == 1;
       if (one) {
         SornVolume whole;
-        region_of(dst, roiDst, &whole);
+        region_of(dst, dstRoi, &whole);
         rd.size[0] = whole.size[0];
       }
       Operand d(dst, rd), s(src, rs);

@@ -2922,7 +2922,7 @@ typedef struct SornGaussianFilterArgs {
  * SornFilter; the window of sep is normalised against the region (a null
  * sep is the 5 by 5 box). */
 SornStatus SornSepFilter(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
-                         const SornVolume *roiDst, const SornVolume *roiSrc,
+                         const SornVolume *dstRoi, const SornVolume *srcSite,
                          const SornSepShape *sep);
 /* dst = the Gaussian filter of src over the window se (null: 5 by 5).
  * sigmas: one per spatial axis, rows first for an image, 0 for a value not
@@ -2930,8 +2930,8 @@ SornStatus SornSepFilter(SornXE *xe, SornFlags flags, const SornArray *dst, cons
  * the sigma of its size, ((size - 1) * 0.5 - 1) * 0.3 + 0.8. The kernels
  * are made once per call, before any slicing. */
 SornStatus SornGaussianFilter(SornXE *xe, SornFlags flags, const SornArray *dst,
-                              const SornArray *src, const SornVolume *roiDst,
-                              const SornVolume *roiSrc, const SornSeShape *se,
+                              const SornArray *src, const SornVolume *dstRoi,
+                              const SornVolume *srcSite, const SornSeShape *se,
                               const double *sigmas);
 /* The slice forms: args a SornSepFilterArgs or a SornGaussianFilterArgs;
  * different types are invalid. */
