@@ -750,3 +750,90 @@ TEST(GaussianFilter, AWindowTooLongForItsCoefficientsIsOutOfMemory) {
   EXPECT_TRUE(env.at_mark());
   EXPECT_EQ(std::vector<uint8_t>(dst.bytes(), 0x21), dst.bytes_copy());
 }
+
+TEST(GaussianFilter, InnerLayersGiveWhatTheEntryGives) {
+  // A region of 5 x 6 at (3, 4) inside 12 x 14: its margin is real, and
+  // the plain forms read it; without sites the edge forms reflect at the
+  // region's own edges, as the entry does under SORN_F_NOMARGIN.
+  ScratchEnv env;
+  Image parent = random_u8(12, 14, 0x6A57);
+  const SornSeShape se = se_shape(5, 3, 2, 1);
+  SornArray sub = parent.record();
+  sub.dims[1] = 5;
+  sub.dims[2] = 6;
+  sub.offset = 3 * (int64_t)sub.strides[1] + 4;
+  auto entry = [&](SornFlags flags) {
+    Image out(5, 6, 1, SORN_U8);
+    SornArray d = out.record();
+    EXPECT_EQ(SORN_OK, SornGaussianFilter(env.xe(), flags, &d, &sub, nullptr, nullptr, &se, nullptr));
+    return out.bytes_copy();
+  };
+  const std::vector<uint8_t> margin = entry(0), none = entry(SORN_F_NOMARGIN);
+  EXPECT_NE(margin, none);
+  // Vectors of four cells, given from cell 1 on, as the packing word says.
+  const int32_t sizes4[4] = {1, 5, 6, 1}, ss4[4] = {0, parent.rowstride(), 1, 1};
+  const int32_t dorigin4[4] = {0, 0, 0, 0}, sorigin4[4] = {0, 3, 4, 0};
+  const int32_t *sizes = sizes4 + 1, *ss = ss4 + 1, *dorigin = dorigin4 + 1,
+                *sorigin = sorigin4 + 1;
+  const uint8_t *at = parent.base() + 3 * parent.rowstride() + 4;
+  const std::vector<double> kc = bell(1, 3, sigma_of(3)), kr = bell(2, 5, sigma_of(5));
+  const SornSepShape sep = sep_shape(5, 3, 2, 1, kc.data(), kr.data());
+  const SornDimPack pack = SORN_DIMPACK(3);
+  auto layer = [&](const std::vector<uint8_t> &want, const char *what, auto call) {
+    Image out(5, 6, 1, SORN_U8);
+    const int32_t ds4[4] = {0, out.rowstride(), 1, 1};
+    EXPECT_EQ(SORN_OK, call(out.base(), ds4 + 1)) << what;
+    EXPECT_EQ(want, out.bytes_copy()) << what;
+    EXPECT_TRUE(env.at_mark()) << what;
+  };
+  layer(margin, "plain layer 2", [&](uint8_t *d, const int32_t *ds) {
+    return sorna_gaussianfilter(env.xe(), 0, pack, sizes, SORN_U8, d, dorigin, ds, parent.base(),
+                                sorigin, ss, &se, nullptr);
+  });
+  layer(margin, "plain layer 3", [&](uint8_t *d, const int32_t *ds) {
+    return sorna__filter_gaussian(env.xe(), 0, pack, sizes, SORN_U8, d, ds, at, ss, &se, nullptr);
+  });
+  layer(margin, "separable layer 2", [&](uint8_t *d, const int32_t *ds) {
+    return sorna_sepfilter(env.xe(), 0, pack, sizes, SORN_U8, d, dorigin, ds, parent.base(),
+                           sorigin, ss, &sep);
+  });
+  layer(none, "edge layer 2", [&](uint8_t *d, const int32_t *ds) {
+    return sorna_egaussianfilter(env.xe(), 0, pack, sizes, SORN_U8, d, dorigin, ds,
+                                 parent.base(), sorigin, ss, &se, nullptr, nullptr, nullptr);
+  });
+  layer(none, "edge layer 3", [&](uint8_t *d, const int32_t *ds) {
+    return sorna__efilter_gaussian(env.xe(), 0, pack, sizes, SORN_U8, d, ds, at, ss, &se, nullptr,
+                                   nullptr, nullptr);
+  });
+  layer(none, "separable edge layer 3", [&](uint8_t *d, const int32_t *ds) {
+    return sorna__esepfilter(env.xe(), 0, pack, sizes, SORN_U8, d, ds, at, ss, &sep, nullptr,
+                             nullptr);
+  });
+  SornGaussianFilterArgs gargs = {&se, nullptr, nullptr, nullptr};
+  SornSepFilterArgs sargs = {&sep, nullptr, nullptr};
+  int32_t msizes4[4] = {1, 5, 6, 1}, mss4[4] = {0, parent.rowstride(), 1, 1};
+  int32_t mdo4[4] = {0, 0, 0, 0}, mso4[4] = {0, 3, 4, 0};
+  int32_t *msizes = msizes4 + 1, *mss = mss4 + 1, *mdo = mdo4 + 1, *mso = mso4 + 1;
+  layer(none, "Gaussian slice form", [&](uint8_t *d, const int32_t *ds) {
+    int32_t mds[4] = {0, ds[0], ds[1], ds[2]};
+    return SornTGAgaussianfilter(env.xe(), 0, &gargs, pack, msizes, SORN_U8, d, mdo, mds + 1, SORN_U8,
+                                 parent.base(), mso, mss);
+  });
+  layer(none, "separable slice form", [&](uint8_t *d, const int32_t *ds) {
+    int32_t mds[4] = {0, ds[0], ds[1], ds[2]};
+    return SornTGAsepfilter(env.xe(), 0, &sargs, pack, msizes, SORN_U8, d, mdo, mds + 1, SORN_U8,
+                            parent.base(), mso, mss);
+  });
+  uint8_t one[64] = {};
+  int32_t ods4[4] = {0, 8, 1, 1};
+  int32_t *ods = ods4 + 1;
+  EXPECT_EQ(SORN_EINVAL, SornTGAgaussianfilter(env.xe(), 0, &gargs, pack, msizes, SORN_S16, one,
+                                               mdo, ods, SORN_U8, parent.base(), mso, mss));
+  EXPECT_EQ(SORN_EINVAL, SornTGAsepfilter(env.xe(), 0, &sargs, pack, msizes, SORN_S16, one, mdo,
+                                          ods, SORN_U8, parent.base(), mso, mss));
+  EXPECT_EQ(SORN_EINVAL, sorna__sepfilter(env.xe(), 0, pack, sizes, SORN_U8, one, ods, at, ss,
+                                          nullptr));
+  EXPECT_EQ(SORN_EINVAL, sorna__filter_gaussian(env.xe(), 0, pack, sizes, SORN_U8, one, ods, at,
+                                                ss, nullptr, nullptr));
+  EXPECT_EQ(std::vector<uint8_t>(64, 0), std::vector<uint8_t>(one, one + 64));
+}
