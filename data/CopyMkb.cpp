@@ -236,6 +236,35 @@ SornStatus bordered(SornXE *xe, SornFlags flags, const SornArray *dst, const Sor
 }  // namespace
 }  // namespace sorn::data
 
+namespace sorn::data {
+namespace {
+
+// The box that an operand has from the start `at` offers (null: its
+// origin) on.
+bool site_from(const SornArray *a, const SornVolume *at, SornVolume *box) {
+  return sorn_arr__siteofAt(a, 4, box->origin, box->size, at ? at->origin : nullptr) != 0;
+}
+
+// Both forms' entry: one operand gives a region and the other a start,
+// src's region in the plain form and dst's in the turned one. Border copies
+// move whole pixels: the channel cells of the region and of the box take no
+// part.
+SornStatus border_entry(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                        const SornVolume *dstArea, const SornVolume *srcArea, int32_t kind,
+                        const SornBrShape *border, bool turned) {
+  if (!copy_pair(dst, src)) return SORN_EINVAL;
+  SornVolume box, region;
+  const bool found = turned ? region_of(dst, dstArea, &box) && site_from(src, srcArea, &region)
+                            : region_of(src, srcArea, &region) && site_from(dst, dstArea, &box);
+  if (!found) return SORN_ENOSPC;
+  whole_pixels(&region, src);
+  whole_pixels(&box, dst);
+  return bordered(xe, flags, dst, src, box, region, kind, border, turned);
+}
+
+}  // namespace
+}  // namespace sorn::data
+
 SornStatus SornCopyMkb(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
                        const SornVolume *dstSite, const SornVolume *srcRoi, int32_t kind,
                        const SornBrShape *border) {
@@ -245,16 +274,7 @@ SornStatus SornCopyMkb(SornXE *xe, SornFlags flags, const SornArray *dst, const 
     src = dst;
     if (dstSite == nullptr) dstSite = srcRoi;
   }
-  if (!data::copy_pair(dst, src)) return SORN_EINVAL;
-  SornVolume region, box;
-  if (!region_of(src, srcRoi, &region)) return SORN_ENOSPC;
-  if (!sorn_arr__siteofAt(dst, 4, box.origin, box.size, dstSite ? dstSite->origin : nullptr))
-    return SORN_ENOSPC;
-  // Border copies move whole pixels: the channel cells of the region and
-  // of the box take no part, in either form.
-  whole_pixels(&region, src);
-  whole_pixels(&box, dst);
-  return data::bordered(xe, flags, dst, src, box, region, kind, border, false);
+  return data::border_entry(xe, flags, dst, src, dstSite, srcRoi, kind, border, false);
 }
 
 // The boxes turned: dstRoi is the bordered block, and the region is what src
@@ -266,12 +286,5 @@ SornStatus SornCopyRMkb(SornXE *xe, SornFlags flags, const SornArray *dst, const
     src = dst;
     if (srcSite == nullptr) srcSite = dstRoi;
   }
-  if (!data::copy_pair(dst, src)) return SORN_EINVAL;
-  SornVolume box, region;
-  if (!region_of(dst, dstRoi, &box)) return SORN_ENOSPC;
-  if (!sorn_arr__siteofAt(src, 4, region.origin, region.size, srcSite ? srcSite->origin : nullptr))
-    return SORN_ENOSPC;
-  whole_pixels(&region, src);
-  whole_pixels(&box, dst);
-  return data::bordered(xe, flags, dst, src, box, region, kind, border, true);
+  return data::border_entry(xe, flags, dst, src, dstRoi, srcSite, kind, border, true);
 }
