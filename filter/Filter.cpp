@@ -162,34 +162,14 @@ SornStatus SornTGAfilter(SornXE *xe, SornFlags flags, void *args, SornDimPack pa
 /* ---------------- entry ---------------- */
 
 SornStatus SornFilter(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
-                      const SornVolume *roiDst, const SornVolume *roiSrc, int32_t kind,
+                      const SornVolume *dstRoi, const SornVolume *srcSite, int32_t kind,
                       const SornSeShape *se) {
-  using namespace sorn;
-  if (src == nullptr) {
-    src = dst;
-    if (roiSrc == nullptr && roiDst != nullptr) roiSrc = roiDst;
-  }
-  if (!good_image(dst) || !fits_image(src, dst, Channels::Same)) return SORN_EINVAL;
-  SornVolume rd, rs;
-  if (!negotiate(dst, src, roiDst, roiSrc, &rd, &rs)) return SORN_ENOSPC;
-  // Kind 0 is a copy, which moves whole pixels: from the pixel's start also
-  // where the region's channels begin inside it, so that no row spills.
-  if ((kind & 255) == SORN_FILTER_NONE) {
-    whole_pixels(&rd, dst);
-    whole_pixels(&rs, src);
-  }
-  // The window once per call, against the region.
-  SornSeShape window;
-  if (se != nullptr)
-    window = *se;
-  else
-    std::memset(&window, 0, sizeof window);
-  sorn_seshape__adjust_$gv$I(&window, 3, rs.size);
-  flags &= ~(SornFlags)SORN_F_PROBE;
-  const SornBorderSpec border = {SORN_BORDER_REFLECT101, {0, 0, 0, 0}};
-  SornSites sites = sorn::source_sites(src);
-  SornFilterArgs args = {(uint32_t)kind, &window, &border, &sites};
-
-  return sorn::filter::enter_slices(xe, flags, dst, src, roiDst, rd, rs, SORN_TAG_FILT, &args,
-                                    &SornTGAfilter);
+  return sorn::filter::filter_entry(
+      xe, flags, dst, src, dstRoi, srcSite, se,
+      [&](SornDimPack, const SornSeShape *window, const SornBorderSpec *border,
+          const SornSites *sites, auto run, const int32_t *) {
+        SornFilterArgs args = {(uint32_t)kind, window, border, sites};
+        return run(SORN_TAG_FILT, &SornTGAfilter, &args);
+      },
+      (kind & 255) == SORN_FILTER_NONE);
 }

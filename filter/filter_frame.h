@@ -146,7 +146,7 @@ inline SornStatus table_route(SornFilterKernel (*table)(uint32_t, SornElemType, 
 // agreement with it cut to one); at rank 3 the slice form at once.
 inline SornStatus enter_slices(SornXE *xe, SornFlags flags, const SornArray *dst,
                                const SornArray *src, const SornVolume *dstRoi, SornVolume rd,
-                               const SornVolume &rs, uint32_t tag, SornFilterArgs *args,
+                               const SornVolume &rs, uint32_t tag, void *args,
                                sorn::SliceProc<2> slice) {
   using namespace sorn;
   if (dst->ndims == 4) {
@@ -171,6 +171,48 @@ inline SornStatus enter_slices(SornXE *xe, SornFlags flags, const SornArray *dst
   }
   Operand d(dst, rd), s(src, rs);
   return call_slice(Call{xe, flags, tag, args, kKeepRows}, slice, d, s);
+}
+
+// What every public filter entry does before its family's own work, in
+// this order: a null src filters dst in place; the records are checked
+// and the region agreed on (one with no channel left is no region); the window is normalised once,
+// against the region; the probe bit is cleared; the border is reflect101 and the sites come from
+// the source. Then family(pack, window, border, sites, run, region) makes its slice arguments and
+// calls run(tag, slice, args), which goes down plane by plane for a 4-dimensional dst and at once
+// otherwise. `region` is the agreed region's four extents; `pack` is the packing word of the whole
+// call (its spatial cells are those of dst). `se` null is a window of no size, which normalises to
+// the 5 by 5 default. A call that copies (`copies`) moves whole pixels: from the pixel's start also
+// where the region's channels begin inside it, so that no row spills past the site.
+template <class Family>
+SornStatus filter_entry(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                        const SornVolume *dstRoi, const SornVolume *srcSite, const SornSeShape *se,
+                        Family family, bool copies = false) {
+  if (src == nullptr) {
+    src = dst;
+    if (srcSite == nullptr && dstRoi != nullptr) srcSite = dstRoi;
+  }
+  if (!good_image(dst) || !fits_image(src, dst, Channels::Same)) return SORN_EINVAL;
+  SornVolume rd, rs;
+  // A region whose channel cell is cut to nothing has no element to write.
+  if (!negotiate(dst, src, dstRoi, srcSite, &rd, &rs) || no_channels(rd)) return SORN_ENOSPC;
+  if (copies) {
+    whole_pixels(&rd, dst);
+    whole_pixels(&rs, src);
+  }
+  SornSeShape window;
+  if (se != nullptr)
+    window = *se;
+  else
+    std::memset(&window, 0, sizeof window);
+  sorn_seshape__adjust_$gv$I(&window, 3, rs.size);
+  flags &= ~(SornFlags)SORN_F_PROBE;
+  const SornBorderSpec border = {SORN_BORDER_REFLECT101, {0, 0, 0, 0}};
+  const SornSites sites = source_sites(src);
+
+  auto run = [&](uint32_t tag, SliceProc<2> slice, void *args) -> SornStatus {
+    return enter_slices(xe, flags, dst, src, dstRoi, rd, rs, tag, args, slice);
+  };
+  return family(SORN_DIMPACK(dst->ndims), &window, &border, &sites, run, (const int32_t *)rs.size);
 }
 
 }  // namespace sorn::filter

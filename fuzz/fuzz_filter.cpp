@@ -1,5 +1,6 @@
 // Copies and neighbourhood filters from the public entries: SornCopy,
-// SornCopyEx, SornCopyMkb, SornCopyRMkb and SornFilter, at rank 3 and 4,
+// SornCopyEx, SornCopyMkb, SornCopyRMkb, SornFilter, SornSepFilter and
+// SornGaussianFilter, at rank 3 and 4,
 // in place and not, on operands decoded from the input, with regions,
 // borders, windows, kinds and flags of every sort. Every operand lives in a
 // block of exactly its size. Properties, beside the sanitizers' silence:
@@ -20,7 +21,14 @@ using namespace sorn_fuzz;
 const uint32_t kTypes[] = {SORN_U8, SORN_S16, SORN_S32, SORN_F32, SORN_U16, SORN_S8, SORN_F64};
 const uint32_t kMaskTypes[] = {SORN_U8};
 
-enum Op { kCopy, kCopyEx, kCopyMkb, kCopyRMkb, kFilter };
+enum Op { kCopy, kCopyEx, kCopyMkb, kCopyRMkb, kFilter, kSepFilter, kGaussian };
+
+// The first byte picks the operation. The separable ones have a range of
+// their own, so that the inputs kept for the others keep their meaning.
+Op decode_op(uint8_t b) {
+  if (b >= 200 && b < 240) return (b & 1) ? kGaussian : kSepFilter;
+  return (Op)(b % 5);
+}
 
 bool bad_image(const SornArray &a) {
   if (a.ndims != 3 && a.ndims != 4) return true;
@@ -58,11 +66,23 @@ SornSeShape decode_window(Input &in) {
   return se;
 }
 
+// Coefficients for a window: as many taps as any normalised size of it
+// can have (a caller must give that many), or none, the box, for windows
+// too long to give taps for. Mostly small values, now and then anything.
+const double *decode_kernel(Input &in, const SornSeShape &se, std::vector<double> &taps) {
+  int32_t n = 32;
+  for (int k = 1; k < 3; ++k) n = std::max(n, se.size[k]);
+  if (n > 4096 || in.chance(30)) return nullptr;
+  taps.resize((size_t)n);
+  for (double &t : taps) t = in.chance(230) ? (double)in.range(-64, 64) / 16.0 : in.f64();
+  return taps.data();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   Input in(data, size);
-  const Op op = (Op)(in.u8() % 5);
+  const Op op = decode_op(in.u8());
   Pixels px(in.u64());
   Operand dst, src, mask;
   const Shape ds = decode_shape(in, kTypes, 7, 20, 28);
@@ -104,6 +124,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const SornBrShape *pborder = in.chance(240) ? &border : nullptr;
   const SornSeShape window = decode_window(in);
   const SornSeShape *pwindow = in.chance(220) ? &window : nullptr;
+  std::vector<double> kcol, krow;
+  SornSepShape sep;
+  std::memcpy(sep.anchor, window.anchor, sizeof sep.anchor);
+  std::memcpy(sep.size, window.size, sizeof sep.size);
+  sep.kernels[0] = decode_kernel(in, window, kcol);
+  sep.kernels[1] = decode_kernel(in, window, krow);
+  sep.kernels[2] = nullptr;
+  double sigmas[3];
+  for (double &v : sigmas) v = in.chance(128) ? 0.0 : in.chance(230) ? in.range(1, 40) / 8.0 : in.f64();
+  const double *psigmas = in.chance(128) ? sigmas : nullptr;
 
   if (verbose()) {
     std::fprintf(stderr, "op %d kind %d flags %llx%s\n", (int)op, kind, (unsigned long long)flags,
@@ -137,6 +167,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       st = SornCopyRMkb(&env.xe, flags, &dst.rec, psrc, p1, p2, kind, pborder);
       break;
     case kFilter: st = SornFilter(&env.xe, flags, &dst.rec, psrc, p1, p2, kind, pwindow); break;
+    case kSepFilter:
+      st = SornSepFilter(&env.xe, flags, &dst.rec, psrc, p1, p2, pwindow ? &sep : nullptr);
+      break;
+    case kGaussian:
+      st = SornGaussianFilter(&env.xe, flags, &dst.rec, psrc, p1, p2, pwindow, psigmas);
+      break;
   }
 
   FUZZ_CHECK(is_status(st) || st == SORN_ENOTIMP);

@@ -3177,6 +3177,138 @@ SORN_FILTER_TYPES(SORN_MORPH_DECL)
 #undef SORN_MORPH_DECL1
 #undef SORN_MORPH_KERNEL_DECL1
 
+/* ---------------- Separable and Gaussian filters ----------------
+ * A separable filter correlates each row with a row kernel and each column
+ * with a column kernel of f64 coefficients (no reversal: output i is the
+ * sum over t of kernel[t] * src[i - anchor + t]), summed in f64 in tap
+ * order and rounded to nearest even into the element type (u8 and s16
+ * saturate; s32 does not, what does not fit is 0x80000000; f32 narrows).
+ * A window of more than one row and column runs in two passes through a
+ * block of the element type, so integer images round twice. The Gaussian
+ * filter makes both kernels from the window and optional sigmas and takes
+ * the same path. One, three and four channels of u8, s16, s32 and f32;
+ * three and four channels walk neighbouring elements of a row, not pixels. */
+#define SORN_TAG_SEPF SORN_FOURCC('s', 'f', 'l', 't')
+
+/* A window and its kernels: the column pass reads kernels[0] (size[1]
+ * taps), the row pass kernels[1] (size[2] taps); kernels[2] is carried
+ * along. A null kernel is the box along its axis. The arrays stay the
+ * caller's and are only read. */
+typedef struct SornSepShape {
+  int32_t anchor[4];
+  int32_t size[4];
+  const double *kernels[3];
+} SornSepShape;
+
+/* The blocks that travel with a slice of a separable or Gaussian call. */
+typedef struct SornSepFilterArgs {
+  const SornSepShape *sep;
+  const SornBorderSpec *border;
+  const SornSites *sites;
+} SornSepFilterArgs;
+typedef struct SornGaussianFilterArgs {
+  const SornSeShape *se;
+  const double *sigmas;
+  const SornBorderSpec *border;
+  const SornSites *sites;
+} SornGaussianFilterArgs;
+
+/* dst = the separable filter of src, with the checks and the frame of
+ * SornFilter; the window of sep is normalised against the region (a null
+ * sep is the 5 by 5 box). */
+SornStatus SornSepFilter(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                         const SornVolume *dstRoi, const SornVolume *srcSite,
+                         const SornSepShape *sep);
+/* dst = the Gaussian filter of src over the window se (null: 5 by 5).
+ * sigmas: one per spatial axis, rows first for an image, 0 for a value not
+ * given (filled in from its neighbours); null, or all 0, gives each axis
+ * the sigma of its size, ((size - 1) * 0.5 - 1) * 0.3 + 0.8. The kernels
+ * are made once per call, before any slicing. */
+SornStatus SornGaussianFilter(SornXE *xe, SornFlags flags, const SornArray *dst,
+                              const SornArray *src, const SornVolume *dstRoi,
+                              const SornVolume *srcSite, const SornSeShape *se,
+                              const double *sigmas);
+/* The slice forms: args a SornSepFilterArgs or a SornGaussianFilterArgs;
+ * different types are invalid. */
+SornStatus SornTGAsepfilter(SornXE *xe, SornFlags flags, void *args, SornDimPack pack,
+                            int32_t *sizes, uint32_t dstType, void *dst, int32_t *dstOrigin,
+                            int32_t *dstStrides, uint32_t srcType, void *src, int32_t *srcOrigin,
+                            int32_t *srcStrides);
+SornStatus SornTGAgaussianfilter(SornXE *xe, SornFlags flags, void *args, SornDimPack pack,
+                                 int32_t *sizes, uint32_t dstType, void *dst, int32_t *dstOrigin,
+                                 int32_t *dstStrides, uint32_t srcType, void *src,
+                                 int32_t *srcOrigin, int32_t *srcStrides);
+/* Layer 2, plain and edge-handling, as sorna_filter and sorna_efilter. */
+SornStatus sorna_sepfilter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                           uint32_t type, void *dst, const int32_t *dstOrigin,
+                           const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                           const int32_t *srcStrides, const SornSepShape *sep);
+SornStatus sorna_esepfilter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                            uint32_t type, void *dst, const int32_t *dstOrigin,
+                            const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                            const int32_t *srcStrides, const SornSepShape *sep,
+                            const SornBorderSpec *border, const SornSites *sites);
+SornStatus sorna_gaussianfilter(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                const int32_t *sizes, uint32_t type, void *dst,
+                                const int32_t *dstOrigin, const int32_t *dstStrides,
+                                const void *src, const int32_t *srcOrigin,
+                                const int32_t *srcStrides, const SornSeShape *se,
+                                const double *sigmas);
+SornStatus sorna_egaussianfilter(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                 const int32_t *sizes, uint32_t type, void *dst,
+                                 const int32_t *dstOrigin, const int32_t *dstStrides,
+                                 const void *src, const int32_t *srcOrigin,
+                                 const int32_t *srcStrides, const SornSeShape *se,
+                                 const double *sigmas, const SornBorderSpec *border,
+                                 const SornSites *sites);
+/* Layer 3: the separable dispatch without and with the edge decision, and
+ * the Gaussian's, which make the kernels and go down the separable way. */
+SornStatus sorna__sepfilter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                            uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                            const int32_t *srcStrides, const SornSepShape *sep);
+SornStatus sorna__esepfilter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                             uint32_t type, void *dst, const int32_t *dstStrides,
+                             const void *src, const int32_t *srcStrides, const SornSepShape *sep,
+                             const SornBorderSpec *border, const SornSites *sites);
+SornStatus sorna__filter_gaussian(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                  const int32_t *sizes, uint32_t type, void *dst,
+                                  const int32_t *dstStrides, const void *src,
+                                  const int32_t *srcStrides, const SornSeShape *se,
+                                  const double *sigmas);
+SornStatus sorna__efilter_gaussian(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                   const int32_t *sizes, uint32_t type, void *dst,
+                                   const int32_t *dstStrides, const void *src,
+                                   const int32_t *srcStrides, const SornSeShape *se,
+                                   const double *sigmas, const SornBorderSpec *border,
+                                   const SornSites *sites);
+/* The sigma of each spatial axis of pack (n = (pack & 15) - 1 of them, their
+ * sizes from cell (pack >> 4) & 15 of se->size on) into out; returns out. */
+double *sorn_adjustgaussigmas(SornDimPack pack, double *out, const SornSeShape *se,
+                              const double *sigmas);
+/* The normalised Gaussian kernels of n axes, kernels[i] from the i-th cells
+ * of anchors, sizes and sigmas; and one kernel of size taps, centred on the
+ * anchor: k[t] = exp(-(d * d) / (2 sigma * sigma)), d = anchor - t, divided
+ * by their sum (a size below 1 leaves k as it is). */
+void sorn__computegauskernel(int32_t n, double *const *kernels, const int32_t *anchors,
+                             const int32_t *sizes, const double *sigmas);
+double *sorn__computegauskernel1(double *k, int32_t anchor, int32_t size, double sigma);
+
+/* The separable kernels by channel form and type, sorna__sepfilter_c1_u8 ...,
+ * and the shapes they choose from, columns by rows:
+ * _T_sorna__sepfilter_c1_u8_3x1 ... (a window of one cell is a copy). */
+#define SORN_SEPFILTER_SHAPES(X, c, t) \
+  X(c, t, 3x1) X(c, t, 5x1) X(c, t, Nx1) X(c, t, 1x3) X(c, t, 1x5) X(c, t, 1xN) X(c, t, NxM)
+#define SORN_SEP_KERNEL_DECL1(c, t, shape) \
+  SornStatus _T_sorna__sepfilter_c##c##_##t##_##shape SORN_FILTER_KERNEL_ARGS;
+#define SORN_SEP_DECL1(c, t)                                   \
+  SornStatus sorna__sepfilter_c##c##_##t SORN_FILTER_KERNEL_ARGS; \
+  SORN_SEPFILTER_SHAPES(SORN_SEP_KERNEL_DECL1, c, t)
+#define SORN_SEP_DECL(t) SORN_FILTER_CHANNELS(SORN_SEP_DECL1, t)
+SORN_FILTER_TYPES(SORN_SEP_DECL)
+#undef SORN_SEP_DECL
+#undef SORN_SEP_DECL1
+#undef SORN_SEP_KERNEL_DECL1
+
 /* ======================================================================
  * Matrix products
  * ====================================================================== */

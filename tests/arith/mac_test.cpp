@@ -713,7 +713,9 @@ TEST(MacTiles, EveryWayGivesItsMemoryBackWhenItHasNone) {
         fired = fail.fired();
         if (fired) {
           EXPECT_EQ(st, SORN_ENOMEM) << w.what;
-          if (k == 0) EXPECT_EQ(d.bytes_copy(), before) << w.what;
+          if (k == 0) {
+            EXPECT_EQ(d.bytes_copy(), before) << w.what;
+          }
         } else {
           EXPECT_EQ(st, SORN_OK) << w.what;
           blocks = fail.requests();

@@ -56,6 +56,8 @@ static const struct HeaderLayoutEntry kLayout[] = {
     FIELD(SornVrng, lo) FIELD(SornVrng, hi)
     RECORD(SornSeShape)
     FIELD(SornSeShape, anchor) FIELD(SornSeShape, size)
+    RECORD(SornSepShape)
+    FIELD(SornSepShape, anchor) FIELD(SornSepShape, size) FIELD(SornSepShape, kernels)
     RECORD(SornBrShape)
     FIELD(SornBrShape, lo) FIELD(SornBrShape, hi) FIELD(SornBrShape, fill)
     RECORD(SornBorderSpec)

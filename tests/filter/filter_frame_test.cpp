@@ -317,20 +317,6 @@ TEST(FilterKinds, GradientAndMedianAreNotImplemented) {
   EXPECT_TRUE(env.at_mark());
 }
 
-TEST(FilterKinds, TheSeparableTableWaitsForItsFamily) {
-  // Until that family is built its table answers not supported for the
-  // pairs it will hold, and invalid for the others.
-  SornStatus st;
-  sorna__sepfiltfun_imp(1, SORN_U8, &st);
-  EXPECT_EQ(SORN_ENOTSUP, st);
-  sorna__sepfiltfun_imp(11, SORN_F32, &st);
-  EXPECT_EQ(SORN_ENOTSUP, st);
-  sorna__sepfiltfun_imp(2, SORN_U8, &st);
-  EXPECT_EQ(SORN_EINVAL, st);
-  sorna__sepfiltfun_imp(1, SORN_U16, &st);
-  EXPECT_EQ(SORN_EINVAL, st);
-}
-
 TEST(FilterKinds, NamesOfTheKinds) {
   EXPECT_STREQ("box-filter", sorn_filter_str(SORN_FILTER_BOX));
   EXPECT_STREQ("nul-filter", sorn_filter_str(256));
@@ -487,3 +473,21 @@ TEST(FilterFailures, EveryFailedScratchRequestIsOutOfMemoryAndAllIsGivenBack) {
 }
 
 }  // namespace
+
+TEST(FilterFrame, ARegionWithNoChannelLeftIsNoRegion) {
+  // A channel cell that starts past the image's channels is cut to nothing:
+  // the region is empty, and nothing is written, for a copy too.
+  sorn_test::ScratchEnv env;
+  Image src(6, 7, 1, SORN_F32, 0, 3), dst(6, 7, 1, SORN_F32, 0, 0x5a);
+  SornArray d = dst.record(), s = src.record();
+  const SornVolume past = make_roi(1, 1, 3, 3, 1, 0, 1);
+  SornVolume roi = past;
+  roi.origin[3] = 3;
+  for (int32_t kind : {SORN_FILTER_NONE, SORN_FILTER_BOX, 256})
+    EXPECT_EQ(SORN_ENOSPC, SornFilter(env.xe(), 0, &d, &s, &roi, nullptr, kind, nullptr)) << kind;
+  EXPECT_EQ(SORN_ENOSPC, SornSepFilter(env.xe(), 0, &d, &s, &roi, nullptr, nullptr));
+  EXPECT_EQ(SORN_ENOSPC, SornGaussianFilter(env.xe(), 0, &d, &s, &roi, nullptr, nullptr, nullptr));
+  EXPECT_TRUE(env.at_mark());
+  EXPECT_EQ(std::vector<uint8_t>(dst.bytes(), 0x5a), dst.bytes_copy());
+  EXPECT_TRUE(dst.guards_intact());
+}

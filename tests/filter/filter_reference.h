@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace filter_ref {
@@ -99,9 +101,9 @@ template <> struct Mean<float> {
 // each kernel shape's order of operations: folds for 2x1, 4x1, 1x2 and
 // 2x2; a running sum along rows for other one-row windows; running column
 // sums and a running sum of them for the rest.
-template <class T>
-Grid<T> box(const Source<T> &s, int32_t rows, int32_t cols, int32_t w, int32_t h, int32_t ax,
-            int32_t ay) {
+// s is a Source<T> or anything else that reads a T by at(y, x).
+template <class S, class T = std::remove_cvref_t<decltype(std::declval<const S &>().at(0, 0))>>
+Grid<T> box(const S &s, int32_t rows, int32_t cols, int32_t w, int32_t h, int32_t ax, int32_t ay) {
   using M = Mean<T>;
   using A = typename M::Acc;
   Grid<T> o(rows, cols);

@@ -72,6 +72,61 @@ TEST(ToolFilter, BoxOfThreeByThreeReflectsAboutTheEdgePixel) {
     }
 }
 
+// The Gaussian of a window w by h: the bell of each axis centred on its
+// anchor, down the columns first and then along the rows (as the library
+// orders a window no wider than twice its height), each pass rounded.
+std::vector<double> bell(int32_t anchor, int32_t size, double sigma) {
+  std::vector<double> k(size_t(size), 0.0);
+  double sum = 0;
+  for (int32_t t = 0; t < size; ++t) sum += k[size_t(t)] = std::exp(-double((anchor - t) * (anchor - t)) / (2 * sigma * sigma));
+  for (double &v : k) v /= sum;
+  return k;
+}
+int rounded_u8(double v) { return std::clamp((int)std::nearbyint(v), 0, 255); }
+
+void expect_gauss(const Image &in, const Image &out, int32_t w, int32_t h, double sx, double sy) {
+  const std::vector<double> kr = bell(w / 2, w, sx), kc = bell(h / 2, h, sy);
+  const int32_t W = in.width, H = in.height;
+  for (int32_t y = 0; y < H; ++y)
+    for (int32_t x = 0; x < W; ++x) {
+      double acc = 0;
+      bool first = true;
+      for (int32_t j = 0; j < w; ++j) {
+        const int32_t cx = reflect101(x - w / 2 + j, W);
+        double col = 0;
+        for (int32_t i = 0; i < h; ++i) {
+          const double p = kc[size_t(i)] * in.at(reflect101(y - h / 2 + i, H), cx);
+          col = i == 0 ? p : col + p;
+        }
+        const double p = kr[size_t(j)] * rounded_u8(col);
+        acc = first ? p : acc + p;
+        first = false;
+      }
+      ASSERT_EQ(rounded_u8(acc), out.at(y, x)) << y << "," << x;
+    }
+}
+
+TEST(ToolFilter, GaussianOfTheSizeAndOfAGivenSigma) {
+  Scratch dir;
+  const Image in = picture(10, 7, 1);
+  sorn::tool::write_image(dir.path("in.pgm"), in);
+  ToolRun r = run_tool({"filter", "gauss", dir.path("in.pgm"), "-o", dir.path("out.pgm")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(r.out, "wrote " + dir.path("out.pgm") + ": 10x7 grey, gauss 3x3 anchor 1,1, border reflect101\n");
+  expect_gauss(in, sorn::tool::read_image(dir.path("out.pgm")), 3, 3, 0.8, 0.8);
+  r = run_tool({"filter", "gauss", dir.path("in.pgm"), "--size", "5x3", "--sigma", "2,0.5", "-o",
+                dir.path("out2.pgm")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  expect_gauss(in, sorn::tool::read_image(dir.path("out2.pgm")), 5, 3, 2.0, 0.5);
+}
+
+TEST(ToolFilter, GaussianHelpNamesTheSigma) {
+  ToolRun r = run_tool({"filter", "--help"});
+  ASSERT_EQ(r.code, 0);
+  EXPECT_NE(r.out.find("box|min|max|gauss"), std::string::npos);
+  EXPECT_NE(r.out.find("--sigma S|SX,SY"), std::string::npos);
+}
+
 TEST(ToolFilter, MinimumWithAConstantBorder) {
   Scratch dir;
   const Image in = picture(5, 5, 1);
@@ -121,9 +176,9 @@ TEST(ToolBorder, EveryKindAroundTheDefaultSizes) {
 
 TEST(ToolFilterUsage, BadArgumentsAreUsageErrors) {
   expect_failure(run_tool({"filter", "-o", "a.png"}), 2,
-                 "sorn filter: missing the filter: box, min or max (try 'sorn filter --help')");
+                 "sorn filter: missing the filter: box, min, max or gauss (try 'sorn filter --help')");
   expect_failure(run_tool({"filter", "median", "-o", "a.png"}), 2,
-                 "sorn filter: unknown filter 'median' (box, min or max) (try 'sorn filter --help')");
+                 "sorn filter: unknown filter 'median' (box, min, max or gauss) (try 'sorn filter --help')");
   expect_failure(run_tool({"filter", "box"}), 2, "sorn filter: missing -o OUT (try 'sorn filter --help')");
   expect_failure(run_tool({"filter", "box", "--size", "0", "-o", "a.png"}), 2,
                  "sorn filter: --size: '0' is not a list of whole numbers from 1 to 255 (try 'sorn filter --help')");
@@ -133,6 +188,12 @@ TEST(ToolFilterUsage, BadArgumentsAreUsageErrors) {
                  "sorn filter: --anchor: '3,0' is not X,Y inside the window (try 'sorn filter --help')");
   expect_failure(run_tool({"filter", "box", "--border", "mirror", "-o", "a.png"}), 2,
                  "sorn filter: invalid value 'mirror' for --border: expected reflect101|reflect|replicate|wrap|const (try 'sorn filter --help')");
+  expect_failure(run_tool({"filter", "gauss", "--sigma", "0", "-o", "a.png"}), 2,
+                 "sorn filter: --sigma: '0' is not S or SX,SY with each above 0 and at most 1000 (try 'sorn filter --help')");
+  expect_failure(run_tool({"filter", "gauss", "--sigma", "1,2,3", "-o", "a.png"}), 2,
+                 "sorn filter: --sigma: '1,2,3' is not S or SX,SY (try 'sorn filter --help')");
+  expect_failure(run_tool({"filter", "box", "--sigma", "1", "-o", "a.png"}), 2,
+                 "sorn filter: --sigma is for gauss only (try 'sorn filter --help')");
   expect_failure(run_tool({"border", "--widths", "1,2", "-o", "a.png"}), 2,
                  "sorn border: --widths: '1,2' is not N or T,L,B,R (try 'sorn border --help')");
   expect_failure(run_tool({"border", "--widths", "5000", "-o", "a.png"}), 2,

@@ -1,5 +1,7 @@
-// sorn filter box|min|max: a rectangular window over every channel, and
+// sorn filter box|min|max|gauss: a rectangular window over every channel, and
 // sorn border: a frame around the picture, by the library's border kinds.
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
 
 #include "cli.h"
@@ -7,13 +9,17 @@
 namespace sorn::tool {
 
 const char *const kFilterHelp =
-    "usage: sorn filter box|min|max [IMAGE] -o OUT [--size N|WxH] [--anchor X,Y]\n"
-    "                   [--border KIND] [--value V]\n"
+    "usage: sorn filter box|min|max|gauss [IMAGE] -o OUT [--size N|WxH] [--anchor X,Y]\n"
+    "                   [--sigma S|SX,SY] [--border KIND] [--value V]\n"
     "\n"
     "Filters every channel of IMAGE (the default picture when none is given) with\n"
     "a rectangular window: box writes the window's mean (rounded to even), min its\n"
     "smallest value, max its largest. The cost of a pixel does not depend on the\n"
-    "window's size. Near the edges the window reads the border KIND:\n"
+    "window's size. gauss smooths with a Gaussian bell centred on the anchor,\n"
+    "along columns and then rows (each pass rounded), of spread SX along a row and\n"
+    "SY down a column; without --sigma the spread follows the size,\n"
+    "0.3 * ((size - 1) / 2 - 1) + 0.8: 0.8 for 3, 1.1 for 5.\n"
+    "Near the edges the window reads the border KIND:\n"
     "  reflect101  mirrored about the edge pixel: c b | a b c (the default)\n"
     "  reflect     mirrored about the edge: b a | a b c\n"
     "  replicate   the edge pixel repeated: a a | a b c\n"
@@ -25,6 +31,8 @@ const char *const kFilterHelp =
     "  --size N|WxH      the window, columns by rows, 1 to 255 each (default 3);\n"
     "                    1x1 is the library's default window, 5x5\n"
     "  --anchor X,Y      the window's cell on the output pixel (default the centre)\n"
+    "  --sigma S|SX,SY   gauss: the bell's spread along rows and columns, above 0\n"
+    "                    and at most 1000 (default from the size)\n"
     "  --border KIND     reflect101, reflect, replicate, wrap or const\n"
     "  --value V         the value of a const border, 0 to 255 (default 0)\n"
     "  -h, --help        this text\n";
@@ -94,21 +102,51 @@ SornBrShape border_of(int32_t top, int32_t left, int32_t bottom, int32_t right, 
   return b;
 }
 
+// The spreads of --sigma: S, or SX,SY, each above 0 and at most 1000.
+std::vector<double> spreads(const std::string &text) {
+  std::vector<double> out;
+  size_t at = 0;
+  while (true) {
+    const size_t end = text.find(',', at);
+    const std::string part =
+        text.substr(at, end == std::string::npos ? std::string::npos : end - at);
+    char *stop = nullptr;
+    const double v = std::strtod(part.c_str(), &stop);
+    if (part.empty() || *stop != '\0' || !(v > 0.0 && v <= 1000.0))
+      usage_error("--sigma: '" + text + "' is not S or SX,SY with each above 0 and at most 1000");
+    out.push_back(v);
+    if (end == std::string::npos) break;
+    at = end + 1;
+  }
+  if (out.size() == 1) out.push_back(out[0]);
+  if (out.size() != 2) usage_error("--sigma: '" + text + "' is not S or SX,SY");
+  return out;
+}
+
 }  // namespace
 
 int run_filter(const std::vector<std::string> &argv) {
-  Args args(
-      "filter", argv,
-      {kOutputOption, valued("--size"), valued("--anchor"), valued("--border"), valued("--value")},
-      2);
+  Args args("filter", argv,
+            {kOutputOption, valued("--size"), valued("--anchor"), valued("--sigma"),
+             valued("--border"), valued("--value")},
+            2);
   if (args.help()) return print_help(kFilterHelp);
-  if (args.positionals().empty()) usage_error("missing the filter: box, min or max");
+  if (args.positionals().empty()) usage_error("missing the filter: box, min, max or gauss");
   const std::string which = args.positionals()[0];
   int32_t kind = 0;
   if (which == "box") kind = SORN_FILTER_BOX;
   if (which == "min") kind = SORN_FILTER_MIN;
   if (which == "max") kind = SORN_FILTER_MAX;
-  if (kind == 0) usage_error("unknown filter '" + which + "' (box, min or max)");
+  const bool gauss = which == "gauss";
+  if (kind == 0 && !gauss) usage_error("unknown filter '" + which + "' (box, min, max or gauss)");
+  if (args.has("--sigma") && !gauss) usage_error("--sigma is for gauss only");
+  // Rows first, as the library takes them; none given: from the size.
+  double sigmas[2] = {0, 0};
+  if (args.has("--sigma")) {
+    const std::vector<double> sx_sy = spreads(args.text("--sigma", ""));
+    sigmas[0] = sx_sy[1];
+    sigmas[1] = sx_sy[0];
+  }
   if (!args.has("-o")) usage_error("missing -o OUT");
   const std::string outname = args.text("-o", "");
   format_for_output(outname);
@@ -144,6 +182,13 @@ int run_filter(const std::vector<std::string> &argv) {
                 ay = (w == 1 && h == 1) ? 2 : se.anchor[1];
 
   Env env;
+  auto filter = [&](const SornArray *d, const SornArray *s) {
+    if (gauss)
+      check_status(SornGaussianFilter(env.get(), 0, d, s, nullptr, nullptr, &se, sigmas),
+                   "SornGaussianFilter");
+    else
+      check_status(SornFilter(env.get(), 0, d, s, nullptr, nullptr, kind, &se), "SornFilter");
+  };
   Image out(src.width, src.height, src.channels);
   for (int32_t c = 0; c < src.channels; ++c) {
     const Image plane = src.channels == 1 ? src : channel_plane(src, c);
@@ -151,7 +196,7 @@ int run_filter(const std::vector<std::string> &argv) {
     SornArray d = array_of(result);
     if (border == SORN_BORDER_REFLECT101) {
       SornArray s = array_of(plane);
-      check_status(SornFilter(env.get(), 0, &d, &s, nullptr, nullptr, kind, &se), "SornFilter");
+      filter(&d, &s);
     } else {
       // The plane with the border the window reaches, then the filter of the
       // plane inside it: the window reads the border as real pixels.
@@ -164,7 +209,7 @@ int run_filter(const std::vector<std::string> &argv) {
       inner.dims[1] = src.height;
       inner.dims[2] = src.width;
       inner.offset = int64_t(top) * f.strides[1] + int64_t(left) * f.strides[2];
-      check_status(SornFilter(env.get(), 0, &d, &inner, nullptr, nullptr, kind, &se), "SornFilter");
+      filter(&d, &inner);
     }
     if (src.channels == 1)
       out = result;

@@ -154,7 +154,9 @@ int run_stats(const std::vector<std::string> &argv) {
   std::vector<Extreme> masked_ext;
   if (maskp) masked_ext = extremes(env, image, maskp);
   auto place = [](int32_t x, int32_t y) {
-    return "(" + std::to_string(x) + "," + std::to_string(y) + ")";
+    char text[32];
+    std::snprintf(text, sizeof text, "(%d,%d)", (int)x, (int)y);
+    return std::string(text);
   };
   std::printf("%-8s %5s %-11s %5s %-11s", "channel", "min", "at (x,y)", "max", "at (x,y)");
   if (maskp)
