@@ -321,7 +321,8 @@ SornStatus SornMorphop(SornXE *xe, SornFlags flags, const SornArray *dst, const 
   if (dstRoi != nullptr && dstRoi->size[3] != channels_of(dst->dims[3])) return SORN_EINVAL;
   if (!fits_image(src, dst, Channels::Same)) return SORN_EINVAL;
   SornVolume rd, rs;
-  if (!negotiate(dst, src, dstRoi, srcSite, &rd, &rs)) return SORN_ENOSPC;
+  // A region whose channel cell is cut to nothing has no element to write.
+  if (!negotiate(dst, src, dstRoi, srcSite, &rd, &rs) || no_channels(rd)) return SORN_ENOSPC;
   const SornBorderSpec border = {SORN_BORDER_REFLECT101, {0, 0, 0, 0}};
   SornSites sites = source_sites(src);
   SornFilterArgs args = {(uint32_t)kind, window_of(strel), &border, &sites};
