@@ -82,24 +82,29 @@ SornStatus source_range(SornXE *xe, SornFlags flags, SornDimPack pack, const int
   return SORN_OK;
 }
 
-// Channels whose destination ranges differ are one affine map each, which
-// the per-channel maps of multiply-accumulate carry out; this build has
-// them not, and declines after every check, with nothing written.
-SornStatus per_channel_maps() { return SORN_ENOTSUP; }
-
 // The end of both dispatchers, once the source's range (from) and the
 // destination's (to) are known: ranges that agree are the plain
-// conversion, one range for every channel the v map.
-SornStatus map_ranges(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, uint32_t dsttype,
-                      void *dst, const int32_t *dststrides, uint32_t srctype, const void *src,
-                      const int32_t *srcstrides, const SornVrng *to, const SornVrng *from) {
+// conversion, one range for every channel the v map. Channels whose
+// destination ranges differ cannot share the v kernels' one map: each
+// channel gets its own gain and bias, and the constant form of
+// multiply-accumulate applies them, dst = src * gain + bias, with its own
+// rounding and saturation (not the v kernels' fixed point).
+SornStatus map_ranges(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *dims,
+                      uint32_t dsttype, void *dst, const int32_t *dststrides, uint32_t srctype,
+                      const void *src, const int32_t *srcstrides, const SornVrng *to,
+                      const SornVrng *from) {
+  const int32_t n = (int32_t)(pack & 15u);
   const int32_t chword = dims[n - 1];
   if (sorn_vrng_equal_$cn(to, from, chword))
     return __sorna__swtconvert(xe, flags, n, dims, dsttype, dst, dststrides, srctype, src,
                                srcstrides);
-  if (!sorn_vrng_equalized(to, chword)) return per_channel_maps();
-  return __sorna__swvconvert(xe, flags, n, dims, dsttype, dst, dststrides, srctype, src, srcstrides,
-                             to, from);
+  if (sorn_vrng_equalized(to, chword))
+    return __sorna__swvconvert(xe, flags, n, dims, dsttype, dst, dststrides, srctype, src,
+                               srcstrides, to, from);
+  double gains[4], biases[4];
+  sorn_vrng_solve_$cn(gains, biases, to, from, chword);
+  return sorna__mlaCC(xe, flags, pack, dims, dsttype, dst, dststrides, srctype, src, srcstrides,
+                      gains, biases, 0, 0);
 }
 
 }  // namespace
@@ -129,7 +134,7 @@ SornStatus sorna__vconvert(SornXE *xe, SornFlags flags, SornDimPack pack, const 
   if (dstRange == nullptr)
     return __sorna__swtconvert(xe, flags, n, dims, dsttype, dst, dststrides, srctype, src,
                                srcstrides);
-  return map_ranges(xe, flags, n, dims, dsttype, dst, dststrides, srctype, src, srcstrides,
+  return map_ranges(xe, flags, pack, dims, dsttype, dst, dststrides, srctype, src, srcstrides,
                     dstRange, from);
 }
 
@@ -166,7 +171,7 @@ SornStatus sorna__econvert(SornXE *xe, SornFlags flags, SornDimPack pack, const 
   if (st != SORN_OK) return st;
   st = sorn_vrng_scale_$cn$Q((SornElemType)dsttype, to, from, g, b, chword);
   if (st != SORN_OK) return st;
-  return map_ranges(xe, flags, n, dims, dsttype, dst, dststrides, srctype, src, srcstrides, to,
+  return map_ranges(xe, flags, pack, dims, dsttype, dst, dststrides, srctype, src, srcstrides, to,
                     from);
 }
 

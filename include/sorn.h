@@ -2147,8 +2147,12 @@ SornStatus __sorna__swvconvert(SornXE *xe, SornFlags flags, int32_t n, const int
  * is the plain saturating conversion, without measuring.
  * SornVConvert: dst = src mapped from srcRange onto dstRange (completed in
  * place for the destination type, and changed so); with no dstRange the
- * plain saturating conversion. Channels whose destination ranges differ
- * need the per-channel maps, which this build answers with SORN_ENOTSUP. */
+ * plain saturating conversion; the destination ranges are given one span
+ * for all channels (the least low, the largest high) before the map.
+ * Channels whose destination ranges still differ (SornConvert with scales or
+ * offsets that differ by channel) are mapped each on its own, as
+ * SornMulAddCC maps them: dst = src * gain + bias, with its rounding and
+ * saturation. */
 #define SORN_TAG_ECVT SORN_FOURCC('e', 'c', 'v', 't')
 #define SORN_TAG_VCVT SORN_FOURCC('v', 'c', 'v', 't')
 SornStatus SornConvert(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,

@@ -525,8 +525,8 @@ contrast to the whole of uint8. An image whose values are all one gives lo.
 
 scale= and offset= (a number each) map the image's range of width W onto
 offset .. offset + W * scale: the least value becomes offset. One per
-channel is taken too; channels whose maps differ raise
-SornNotSupportedError for now.
+channel is taken too; channels whose maps differ are each mapped as
+value * gain + bias, computed and rounded as multiply-add computes them.
 A result that leaves the destination's range is moved back into it while
 its width fits, and clipped otherwise. A negative scale gives a falling map
 into float32; between integer types the library's fixed-point maps only

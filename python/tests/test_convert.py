@@ -89,16 +89,18 @@ def test_a_negative_scale_falls_into_float_and_gives_the_offset_between_integers
                                   [[100, 100, 100]])
 
 
-def test_one_scale_for_all_channels_and_channels_that_differ_pending():
+def test_one_scale_for_all_channels_and_channels_that_differ():
     x = np.zeros((2, 2, 3), np.uint8)
     x[1, 1] = (10, 20, 30)
     # The range is the image's, over all channels: 0 .. 30.
     got = sorn.convert(x, np.float32, scale=(2, 2, 2), offset=1)
     np.testing.assert_array_equal(got[0, 0], [1, 1, 1])
     np.testing.assert_array_equal(got[1, 1], [21, 41, 61])
-    # Channels whose maps differ need the per-channel maps, not built yet.
-    with pytest.raises(sorn.SornNotSupportedError):
-        sorn.convert(x, np.float32, scale=(1, 2, 3), offset=(0, 1, 2))
+    # Channels whose maps differ are mapped each on its own: channel c onto
+    # offset[c] .. offset[c] + 30 * scale[c].
+    got = sorn.convert(x, np.float32, scale=(1, 2, 3), offset=(0, 1, 2))
+    np.testing.assert_array_equal(got[0, 0], [0, 1, 2])
+    np.testing.assert_array_equal(got[1, 1], [10, 41, 92])
 
 
 def test_into_a_given_output_and_in_place(rng):

@@ -6,8 +6,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <limits>
+#include <random>
+#include <string>
 #include <vector>
 
 #include "testkit.h"
@@ -441,20 +444,121 @@ TEST(ConvertE, ScaleAndOffsetAgainstThePlainMap) {
       }
 }
 
-// Channels whose ranges come out different need one map each, which the
-// per-channel maps of multiply-accumulate carry out: not in this build.
-TEST(ConvertPending, PerChannelMapsDeclineAndWriteNothing) {
+// --- channels whose maps differ ---------------------------------------------
+
+// Scales that differ by channel give each channel its own map, which the
+// constant form of multiply-accumulate applies: with the source measured
+// as 0..100 in every channel, channel c maps onto 0..100 * scale[c], so
+// its gain is scale[c] and its bias 0. On even values every product is
+// exact, so the result is the plain product in every pair of types.
+TEST(ConvertPerChannel, DifferentScalesMapEachChannelOnItsOwn) {
   sorn_test::ScratchEnv env;
-  Image s(2, 3, 3, SORN_U8), d(2, 3, 3, SORN_U8, 4, 0x19);
-  for (int32_t x = 0; x < 3; ++x)
-    for (int32_t c = 0; c < 3; ++c) s.set(0, x, c, 20 * x + c);
-  const std::vector<uint8_t> before = d.bytes_copy();
+  const double scale[4] = {1, 2, 0.5, 1.5};
+  for (uint32_t dt : kTypes)
+    for (uint32_t st : kTypes)
+      for (int32_t ch = 3; ch <= 4; ++ch) {
+        Image s(3, 5, ch, st, 4), d(3, 5, ch, dt, 8, 0x19);
+        for (int32_t y = 0; y < 3; ++y)
+          for (int32_t x = 0; x < 5; ++x)
+            for (int32_t c = 0; c < ch; ++c) s.set(y, x, c, 2 * ((7 * y + 3 * x + c) % 51));
+        s.set(0, 0, 0, 0);
+        s.set(2, 4, ch - 1, 100);
+        SornArray rd = d.record(), rs = s.record();
+        const std::string what = std::string(sorn_test::type_name(dt)) +
+                                 sorn_test::type_name(st) + " c" + std::to_string(ch);
+        ASSERT_EQ(SornConvert(env.xe(), 0, &rd, &rs, nullptr, nullptr, scale, nullptr, nullptr),
+                  SORN_OK)
+            << what;
+        for (int32_t y = 0; y < 3; ++y)
+          for (int32_t x = 0; x < 5; ++x)
+            for (int32_t c = 0; c < ch; ++c)
+              ASSERT_EQ(d.get(y, x, c), s.get(y, x, c) * scale[c])
+                  << what << " at " << y << "," << x << "," << c;
+        EXPECT_TRUE(d.guards_intact()) << what;
+        EXPECT_TRUE(env.at_mark()) << what;
+      }
+}
+
+// The same maps give what multiply-accumulate gives with the gains and
+// biases of the ranges, rounding and saturation included, on values that
+// round: random sources, scales and offsets, every pair of types.
+TEST(ConvertPerChannel, RoundsAndSaturatesAsMultiplyAccumulate) {
+  sorn_test::ScratchEnv env;
+  std::mt19937 rng(20261124);
+  std::printf("seed 20261124\n");
+  std::uniform_real_distribution<double> pick(0.0, 1.0);
+  for (uint32_t dt : kTypes)
+    for (uint32_t st : kTypes)
+      for (int round = 0; round < 6; ++round) {
+        const int32_t ch = 3 + round % 2;
+        Image s(4, 7, ch, st, 4), d(4, 7, ch, dt, 4, 0x5a), want(4, 7, ch, dt, 4, 0x5a);
+        for (int32_t y = 0; y < 4; ++y)
+          for (int32_t x = 0; x < 7; ++x)
+            for (int32_t c = 0; c < ch; ++c) s.set(y, x, c, 3 + std::floor(pick(rng) * 90));
+        s.set(0, 0, 0, 3);
+        s.set(3, 6, 0, 93);
+        double scale[4], offset[4];
+        for (int32_t c = 0; c < ch; ++c) {
+          scale[c] = 0.25 + std::floor(pick(rng) * 12) * 0.125;
+          offset[c] = std::floor(pick(rng) * 20);
+        }
+        scale[1] = scale[0] + 0.5;
+        // The source range is measured over all channels: 3..93. Channel c
+        // maps onto offset .. 90 * scale + offset, which fits every type.
+        double gains[4], biases[4];
+        for (int32_t c = 0; c < ch; ++c) {
+          gains[c] = scale[c];
+          biases[c] = offset[c] - gains[c] * 3;
+        }
+        SornArray rd = d.record(), rs = s.record(), rw = want.record();
+        const std::string what = std::string(sorn_test::type_name(dt)) +
+                                 sorn_test::type_name(st) + " round " + std::to_string(round);
+        ASSERT_EQ(SornConvert(env.xe(), 0, &rd, &rs, nullptr, nullptr, scale, offset, nullptr),
+                  SORN_OK)
+            << what;
+        ASSERT_EQ(SornMulAddCC(env.xe(), 0, &rw, &rs, gains, biases, nullptr, nullptr, 0, 0),
+                  SORN_OK)
+            << what;
+        EXPECT_EQ(d.bytes_copy(), want.bytes_copy()) << what;
+        EXPECT_TRUE(env.at_mark()) << what;
+      }
+}
+
+// A constant image has an empty source range: every channel keeps gain 1
+// and is moved onto its own low, not flattened by a zero gain.
+TEST(ConvertPerChannel, AnEmptySourceRangeShiftsTheChannel) {
+  sorn_test::ScratchEnv env;
+  Image s(2, 3, 3, SORN_U8, 0, 7), d(2, 3, 3, SORN_S16, 2, 0x19);
+  const double offset[3] = {10, 20, 30};
   SornArray rd = d.record(), rs = s.record();
-  const double scale[3] = {1, 2, 0.5};
-  EXPECT_EQ(SornConvert(env.xe(), 0, &rd, &rs, nullptr, nullptr, scale, nullptr, nullptr),
-            SORN_ENOTSUP);
-  EXPECT_EQ(d.bytes_copy(), before);
-  EXPECT_TRUE(env.at_mark());
+  ASSERT_EQ(SornConvert(env.xe(), 0, &rd, &rs, nullptr, nullptr, nullptr, offset, nullptr),
+            SORN_OK);
+  for (int32_t y = 0; y < 2; ++y)
+    for (int32_t x = 0; x < 3; ++x)
+      for (int32_t c = 0; c < 3; ++c) EXPECT_EQ(d.get(y, x, c), offset[c]);
+  EXPECT_TRUE(d.guards_intact());
+}
+
+// The v dispatcher completes the caller's destination ranges and then
+// gives all channels their common span, in place: two channels asked for
+// 0..255 and 0..100 both become 0..255 and take the one-range map.
+TEST(ConvertPerChannel, VConvertGivesEveryChannelOneDestinationRange) {
+  sorn_test::ScratchEnv env;
+  Image s(2, 4, 2, SORN_U8), d(2, 4, 2, SORN_U8, 0, 0x19), one(2, 4, 2, SORN_U8, 0, 0x19);
+  for (int32_t x = 0; x < 4; ++x)
+    for (int32_t c = 0; c < 2; ++c) {
+      s.set(0, x, c, 10 + 20 * x + c);
+      s.set(1, x, c, 15 + 20 * x);
+    }
+  // Two channels are not measured: the source range is given.
+  const SornVrng from[2] = {{10, 80}, {10, 80}};
+  SornVrng to[2] = {{0, 255}, {0, 100}}, same[2] = {{0, 255}, {0, 255}};
+  SornArray rd = d.record(), rs = s.record(), r1 = one.record();
+  ASSERT_EQ(SornVConvert(env.xe(), 0, &rd, &rs, nullptr, nullptr, to, from), SORN_OK);
+  ASSERT_EQ(SornVConvert(env.xe(), 0, &r1, &rs, nullptr, nullptr, same, from), SORN_OK);
+  EXPECT_EQ(to[1].lo, 0);
+  EXPECT_EQ(to[1].hi, 255);
+  EXPECT_EQ(d.bytes_copy(), one.bytes_copy());
 }
 
 // --- failures, in their order ---------------------------------------------
