@@ -162,12 +162,19 @@ inline SornStatus prepare_image(const SornArray *a, const SornVolume *roi, Opera
 // An image and an operand over the same pixels (a mask, a second source):
 // both records checked, the channels by the rule, one extent negotiated.
 // A region that keeps no plane, row, column or channel is empty: SORN_ENOSPC.
+// Families whose kernels walk a row as its pixels' elements side by side
+// (`whole`) then take whole pixels from the pixel's start, whatever channels
+// the region names.
 inline SornStatus prepare_pair(const SornArray *image, const SornArray *other, Channels rule,
                                const SornVolume *roi, const SornVolume *site, Operand *op,
-                               Operand *otherop) {
+                               Operand *otherop, bool whole = false) {
   if (!good_image(image) || !fits_image(other, image, rule)) return SORN_EINVAL;
   SornVolume r, ro;
   if (!negotiate(image, other, roi, site, &r, &ro) || no_channels(r)) return SORN_ENOSPC;
+  if (whole) {
+    whole_pixels(&r, image);
+    whole_pixels(&ro, other);
+  }
   *op = Operand(image, r);
   *otherop = Operand(other, ro);
   return SORN_OK;

@@ -238,12 +238,15 @@ SornStatus SornTGAvconvert(SornXE *xe, SornFlags flags, void *data, SornDimPack 
 namespace {
 
 // dst and src of a conversion: both images of one rank, as many planes and
-// channels; the element types are the lookups' to judge.
+// channels; the element types are the lookups' to judge. A conversion is a
+// copy that changes the type: it moves whole pixels, as the copy does, from
+// the pixel's start also where the region's channels begin inside it, since
+// its kernels walk a row as its pixels' elements side by side.
 SornStatus prepare_convert(const SornArray *dst, const SornArray *src, const SornVolume *dstRoi,
                            const SornVolume *srcSite, sorn::Operand *d, sorn::Operand *s) {
   if (dst == nullptr || src == nullptr || !sorn::good_image(dst)) return SORN_EINVAL;
   if (src->ndims != dst->ndims || src->dims[0] != dst->dims[0]) return SORN_EINVAL;
-  return sorn::prepare_pair(dst, src, sorn::Channels::Same, dstRoi, srcSite, d, s);
+  return sorn::prepare_pair(dst, src, sorn::Channels::Same, dstRoi, srcSite, d, s, true);
 }
 
 }  // namespace

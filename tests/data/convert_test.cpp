@@ -615,6 +615,57 @@ TEST(ConvertFailures, AMeasurementThatFailsComesBackUntouched) {
   EXPECT_EQ(d.bytes_copy(), before);
 }
 
+TEST(ConvertFrame, ARegionWhoseChannelsBeginInsideThePixelConvertsWholePixels) {
+  // Channel 2 of three, and channels 2 and 3 of four: the conversion is a
+  // copy that changes the type and moves whole pixels from the pixel's
+  // start, in the plain, the mapped and the flat (filled) ways alike;
+  // nothing past the region's last pixel changes, the row padding included.
+  sorn_test::ScratchEnv env;
+  const double scale[4] = {2, 2, 2, 2}, offset[4] = {1, 1, 1, 1};
+  for (int32_t ch : {3, 4})
+    for (int way = 0; way < 3; ++way) {
+      Image s(3, 6, ch, SORN_U8, 3), d(3, 6, ch, SORN_F32, 8, 0x77);
+      for (int32_t y = 0; y < 3; ++y)
+        for (int32_t x = 0; x < 6; ++x)
+          for (int32_t c = 0; c < ch; ++c) s.set(y, x, c, way == 2 ? 9 : 10 * y + x + c);
+      const std::vector<uint8_t> before = d.bytes_copy();
+      SornArray rd = d.record(), rs = s.record();
+      SornVolume roi = make_roi(1, 3, 2, 40, ch);
+      roi.origin[3] = 2;
+      const SornVolume at = make_roi(1, 3, 2, 3, ch);
+      const SornStatus st =
+          way == 0 ? SornVConvert(env.xe(), 0, &rd, &rs, &roi, &at, nullptr, nullptr)
+                   : SornConvert(env.xe(), 0, &rd, &rs, &roi, &at, scale, offset, nullptr);
+      ASSERT_EQ(st, SORN_OK) << ch << " way " << way;
+      // The mapped way measures the region: its least value goes to 1.
+      double low = 1e300;
+      for (int32_t y = 1; y < 3; ++y)
+        for (int32_t x = 3; x < 6; ++x)
+          for (int32_t c = 0; c < ch; ++c) low = std::min(low, s.get(y, x, c));
+      for (int32_t y = 0; y < 3; ++y)
+        for (int32_t x = 0; x < 6; ++x)
+          for (int32_t c = 0; c < ch; ++c) {
+            const bool in = y >= 1 && x >= 3;
+            const double v = s.get(y, x, c);
+            const double want = way == 0 ? v : way == 1 ? (v - low) * 2 + 1 : 1;
+            if (in) {
+              EXPECT_EQ(d.get(y, x, c), want) << ch << " way " << way << " at " << y << "," << x;
+            }
+          }
+      const std::vector<uint8_t> after = d.bytes_copy();
+      for (int32_t y = 0; y < 3; ++y)
+        for (size_t b = 0; b < (size_t)d.rowstride(); ++b) {
+          const size_t i = (size_t)y * d.rowstride() + b;
+          const bool in = y >= 1 && b >= (size_t)3 * ch * 4 && b < (size_t)6 * ch * 4;
+          if (!in) {
+            EXPECT_EQ(after[i], before[i]) << ch << " way " << way << " byte " << i;
+          }
+        }
+      EXPECT_TRUE(d.guards_intact());
+      EXPECT_TRUE(env.at_mark());
+    }
+}
+
 TEST(ConvertFrame, FourDimensionalArraysGoPlaneByPlane) {
   sorn_test::ScratchEnv env;
   std::vector<uint8_t> src(2 * 3 * 4);
