@@ -39,6 +39,8 @@ constexpr uint32_t kFillTypes[] = {SORN_FILL_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kMulPairs[] = {SORN_MULMM_PAIRS(SORN_PY_PAIR)};
 constexpr uint32_t kFilterTypes[] = {SORN_FILTER_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kConvertTypes[] = {SORN_VSCALE_TYPES(SORN_PY_TYPE)};
+constexpr uint32_t kMacTypes[] = {SORN_MLACC_TYPES(SORN_PY_TYPE)};
+constexpr uint32_t kMacQuads[] = {SORN_MLA_QUADS(SORN_PY_QUAD)};
 
 // The accuracy of exp (and of the sigmoid, which uses it) and of ln.
 constexpr FlagChoice kExpAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
@@ -60,9 +62,31 @@ constexpr FlagChoice kLnAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
   "of one pixel gives a copy. Images of 3 or 4 channels raise\n"                    \
   "SornNotSupportedError for now."
 
-using Shape =
-    std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill, MatMul,
-                 ComponentTree, StableRegions, Threshold, Otsu, Border, Filter, Resize, Convert>;
+// What the multiply-accumulate docstrings share.
+#define SORN_PY_MAC_DOC                                                            \
+  "\n\n"                                                                           \
+  "a, b and c are images of one shape (uint8, int16, int32 or float32, each its\n" \
+  "own), or constants: c (or b) a number or one per channel, and with c a\n"       \
+  "constant a may be one too. The result has the type of the widest image\n"       \
+  "(dtype= or out= choose another of the four); out may be a source itself.\n"     \
+  "\n"                                                                             \
+  "Integer operands join in 32 bits (64 where int32 takes part) and the result\n"  \
+  "saturates once, at the end: scale 0 clamps it to the destination's range, a\n"  \
+  "positive scale shifts it left and clamps, a negative one multiplies it by\n"    \
+  "the float32 2**scale and rounds to nearest, ties to even. With a float32\n"     \
+  "operand and none of int32 the product and the sum are float32 steps; with\n"    \
+  "int32 beside float32 they are doubles, the product of two int32 factors\n"      \
+  "formed in 64 bits. An integer destination then takes the rounded value (to\n"   \
+  "nearest, ties to even; what leaves the int32 range counts as its least\n"       \
+  "value), clamped; float32 destinations take it narrowed. scale does not act\n"   \
+  "where a float32 takes part. A constant is held in the narrowest type of its\n"  \
+  "values (uint8, int16, int32, or float32 for fractions: 0.1 is the float32\n"    \
+  "0.1). Types without a kernel of their own go through tiles of a wider type,\n"  \
+  "saturating at the last step."
+
+using Shape = std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill,
+                           MatMul, ComponentTree, StableRegions, Threshold, Otsu, Border, Filter,
+                           Resize, Convert, MulAcc>;
 
 struct Family {
   const char *name;
@@ -168,6 +192,29 @@ result is clamped).)",
                  kDivcPairs,
                  kDivcPairs,
                  kConstChannels}},
+    {"muladd",
+     R"(muladd(a, b, c, *, scale=0, dtype=None, out=None)
+
+Element-wise a + b * c in one pass.)" SORN_PY_MAC_DOC,
+     MulAcc{SORN_PY_ENTRY(SornMulAdd), SORN_PY_ENTRY(SornMulAddC), SORN_PY_ENTRY(SornMulAddCC),
+            kMacTypes, kMacQuads}},
+    {"mulsub",
+     R"(mulsub(a, b, c, *, scale=0, dtype=None, out=None)
+
+Element-wise a - b * c in one pass. With a constant a (and an image times a
+constant) it is the library's reversed difference, which has no uint8
+destination: that raises SornNotSupportedError.)" SORN_PY_MAC_DOC,
+     MulAcc{SORN_PY_ENTRY(SornMulSub), SORN_PY_ENTRY(SornMulSubC), SORN_PY_ENTRY(SornMulRSubCC),
+            kMacTypes, kMacQuads}},
+    {"mulrsub",
+     R"(mulrsub(a, b, c, *, scale=0, dtype=None, out=None)
+
+Element-wise b * c - a: the difference a - b * c negated (saturating: in
+int16 and int32 the least value becomes the greatest). A uint8 destination
+raises SornNotSupportedError, except with a constant a, where the library
+subtracts the constant directly.)" SORN_PY_MAC_DOC,
+     MulAcc{SORN_PY_ENTRY(SornMulRSub), SORN_PY_ENTRY(SornMulRSubC), SORN_PY_ENTRY(SornMulSubCC),
+            kMacTypes, kMacQuads}},
     {"bitwise_and",
      R"(bitwise_and(a, b, *, dtype=None, out=None)
 

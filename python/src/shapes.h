@@ -327,6 +327,40 @@ struct Convert {
   Keys types;
 };
 
+/* ---------------- multiply-accumulate ---------------- */
+
+using Mac3 = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                            const SornArray *, const SornArray *, const SornVolume *,
+                            const SornVolume *, const SornVolume *, const SornVolume *, int32_t,
+                            uint32_t);
+using Mac3c = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                             const SornArray *, const double *, const SornVolume *,
+                             const SornVolume *, const SornVolume *, int32_t, uint32_t);
+using Mac3cc = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                              const double *, const double *, const SornVolume *,
+                              const SornVolume *, int32_t, uint32_t);
+
+// Keys of the multiply-accumulate kernels: destination, a, b, c.
+constexpr uint32_t key4(uint32_t d, uint32_t a, uint32_t b, uint32_t c) {
+  return d << 12 | a << 8 | b << 4 | c;
+}
+#define SORN_PY_QUAD(d, a, b, c) \
+  ::sorn::python::key4(SORN_TYPECODE(d), SORN_TYPECODE(a), SORN_TYPECODE(b), SORN_TYPECODE(c)),
+
+// a joined to the product b * c: three images, or c one constant per
+// channel. With a a constant as well the call is the form of one image and
+// two constants, which computes image * c1 joined to c2: `constants` is the
+// entry whose result is then a joined to b * c (the library's difference of
+// that form subtracts the constant, so the difference a - b * c goes to its
+// reversed entry and the other way round).
+struct MulAcc {
+  Entry<Mac3> images;
+  Entry<Mac3c> constant;
+  Entry<Mac3cc> constants;
+  Keys types;  // of every operand and the destination
+  Keys quads;  // the three-image kernels, keyed as key4 (the rest go through tiles)
+};
+
 /* ---------------- binders ---------------- */
 
 void bind(py::module_ &m, const char *name, const char *doc, const Elementwise &s);
@@ -345,6 +379,7 @@ void bind(py::module_ &m, const char *name, const char *doc, const Border &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Filter &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Resize &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Convert &s);
+void bind(py::module_ &m, const char *name, const char *doc, const MulAcc &s);
 
 // Every function of the table.
 void bind_families(py::module_ &m);
