@@ -84,9 +84,19 @@ constexpr FlagChoice kLnAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
   "0.1). Types without a kernel of their own go through tiles of a wider type,\n"  \
   "saturating at the last step."
 
+// What the window filters of every channel share.
+#define SORN_PY_WINDOW_MULTI_DOC                                                   \
+  "\n\n"                                                                           \
+  "Images of uint8, int16, int32 or float32 with 1 to 4 channels, each channel\n"  \
+  "filtered as an image of its own (a 4-D stack plane by plane). The window's\n"   \
+  "pixel anchor=(row, column) lies on the output pixel (by default the centre,\n"  \
+  "size // 2); beyond the image's edges the window reads the border kind given,\n" \
+  "as for box_filter: 'reflect101' (the default), 'reflect', 'replicate',\n"       \
+  "'wrap', or 'const' with value (a number, or one per channel)."
+
 using Shape = std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill,
                            MatMul, ComponentTree, StableRegions, Threshold, Otsu, Border, Filter,
-                           Resize, Convert, MulAcc>;
+                           Resize, Convert, MulAcc, SepFilter, Gaussian>;
 
 struct Family {
   const char *name;
@@ -542,6 +552,41 @@ The smallest value of each pixel's window (an erosion by a rectangle).)" SORN_PY
 
 The largest value of each pixel's window (a dilation by a rectangle).)" SORN_PY_WINDOW_DOC,
      Filter{SORN_PY_ENTRY(SornFilter), SORN_FILTER_MAX, kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
+    {"sep_filter",
+     R"(sep_filter(img, kernel_y=None, kernel_x=None, *, size=None, anchor=None, border='reflect101', value=0, out=None)
+
+Correlates the image with a column kernel (kernel_y, down the rows) and a row
+kernel (kernel_x, along the columns) of float coefficients: the output at
+column i is the sum over t of kernel_x[t] * img[i - anchor_column + t],
+without reversing the kernel. A kernel of None is the box along that axis
+(the mean, as box_filter takes it) of size=(rows, columns) cells (3 by
+default; size otherwise follows the kernels' lengths).
+
+Every pass converts its cells to double, multiplies them by their
+coefficients and adds the products in double, in tap order; the sum is
+rounded to nearest (ties to even) and clamped for uint8 and int16, rounded
+for int32 (a sum beyond its range gives -2147483648), narrowed for float32.
+A window of more rows and columns than one runs in two passes through an
+image of the element type (the rows first when the row kernel is longer
+than twice the column kernel, else the columns), so that integer images
+round twice. A window of one row has one pass, along the rows' columns: a
+kernel_y of one tap t scales kernel_x by t (and one column the other way
+round); a window of one cell is a copy.)" SORN_PY_WINDOW_MULTI_DOC,
+     SepFilter{SORN_PY_ENTRY(SornSepFilter), kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
+    {"gaussian_filter",
+     R"(gaussian_filter(img, size=5, *, sigma=None, anchor=None, border='reflect101', value=0, out=None)
+
+The separable filter (see sep_filter) by the Gaussian kernels the library
+makes for a window of size=(rows, columns): tap t of an axis of n cells is
+exp(-d * d / (2 * sigma * sigma)) with d = anchor - t, each divided by the
+taps' sum (added in tap order, in double). The bell is centred on the
+anchor, so an anchor off the centre gives a one-sided kernel.
+
+sigma: by default ((n - 1) * 0.5 - 1) * 0.3 + 0.8 for an axis of n cells
+(0.8 for 3, 1.1 for 5); one number for both axes, or (rows, columns) where
+0 stands for a value not given and takes its neighbour's: (0, 2.0) is
+(2.0, 2.0). A window of one cell is a copy.)" SORN_PY_WINDOW_MULTI_DOC,
+     Gaussian{SORN_PY_ENTRY(SornGaussianFilter), kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
     {"resize",
      R"(resize(img, shape=None, *, out=None)
 

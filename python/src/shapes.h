@@ -361,6 +361,29 @@ struct MulAcc {
   Keys quads;  // the three-image kernels, keyed as key4 (the rest go through tiles)
 };
 
+/* ---------------- separable filters ---------------- */
+
+using SepFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                             const SornVolume *, const SornVolume *, const SornSepShape *);
+using GaussianFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                  const SornVolume *, const SornVolume *, const SornSeShape *,
+                                  const double *);
+
+// A row kernel and a column kernel of doubles (or the box along an axis).
+struct SepFilter {
+  Entry<SepFn> filter;
+  Keys types;
+  Entry<CopyMkbFn> border;
+};
+
+// The separable filter whose kernels the library makes from the window and
+// the sigmas.
+struct Gaussian {
+  Entry<GaussianFn> filter;
+  Keys types;
+  Entry<CopyMkbFn> border;
+};
+
 /* ---------------- binders ---------------- */
 
 void bind(py::module_ &m, const char *name, const char *doc, const Elementwise &s);
@@ -380,6 +403,8 @@ void bind(py::module_ &m, const char *name, const char *doc, const Filter &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Resize &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Convert &s);
 void bind(py::module_ &m, const char *name, const char *doc, const MulAcc &s);
+void bind(py::module_ &m, const char *name, const char *doc, const SepFilter &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Gaussian &s);
 
 // Every function of the table.
 void bind_families(py::module_ &m);
