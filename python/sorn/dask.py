@@ -29,6 +29,10 @@ channel axis is never cut)
       max_filter(x, ...) are that for each filter
   sep_filter(x, kernel_y, kernel_x, ...), gaussian_filter(x, size=5, ...)
       the separable and Gaussian filters, tile by tile the same way
+  morphology(x, op, mask=None, ...)
+      sorn.morphology tile by tile; a chain (open, close, tophat,
+      blackhat) reads twice as far, as its second pass reads the first
+      pass's results around each pixel
 Each returns a dask array; .compute() runs it. The results are those of
 the operation on the whole image: counts are added as 64-bit integers, the
 integer sums of tiles are exact in double and are added as integers, and
@@ -44,7 +48,7 @@ running sums along each row and down the image, which start again in each
 tile: its last bits may differ from the filter of the whole image (so may
 those of a float32 separable filter with a box along an axis), while
 integer box filters, the minimum and maximum filters, the separable and
-Gaussian filters are exact.
+Gaussian filters and morphology are exact.
 
 The library works on one record of at most 2 GiB per call: tiles are how
 larger images reach it.
@@ -69,7 +73,7 @@ from . import io as _io
 
 __all__ = ["map_images", "stable_regions", "picture_paths", "portable", "histogram", "sum",
            "mean", "elementwise", "neighbourhood", "box_filter", "min_filter", "max_filter",
-           "sep_filter", "gaussian_filter"]
+           "sep_filter", "gaussian_filter", "morphology"]
 
 _builtin_sum = sum
 
@@ -328,3 +332,18 @@ def gaussian_filter(x, size=5, **kwargs):
     neighbourhood)."""
     return neighbourhood(sorn.gaussian_filter, x, size, **kwargs)
 
+
+def morphology(x, op, mask=None, *, size=None, anchor=None, **kwargs):
+    """sorn.morphology of a dask array, tile by tile. Erosion and dilation
+    read as far as the element reaches; the chains twice as far, since
+    their second pass reads the first pass's results, which near a tile's
+    edge would be those of the tile alone."""
+    if mask is not None:
+        shape = np.shape(mask)
+    else:
+        shape = (3, 3) if size is None else (size, size) if np.ndim(size) == 0 else tuple(size)
+    dy, dx = _window_reach(shape, anchor, "morphology")
+    if op not in ("erode", "dilate"):
+        dy, dx = 2 * dy, 2 * dx
+    kwargs = dict(kwargs, op=op, mask=mask, size=size, anchor=anchor)
+    return _overlapped(sorn.morphology, x, (dy, dx), kwargs, "morphology")

@@ -96,7 +96,7 @@ constexpr FlagChoice kLnAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
 
 using Shape = std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill,
                            MatMul, ComponentTree, StableRegions, Threshold, Otsu, Border, Filter,
-                           Resize, Convert, MulAcc, SepFilter, Gaussian>;
+                           Resize, Convert, MulAcc, SepFilter, Gaussian, Morphology>;
 
 struct Family {
   const char *name;
@@ -587,6 +587,24 @@ sigma: by default ((n - 1) * 0.5 - 1) * 0.3 + 0.8 for an axis of n cells
 0 stands for a value not given and takes its neighbour's: (0, 2.0) is
 (2.0, 2.0). A window of one cell is a copy.)" SORN_PY_WINDOW_MULTI_DOC,
      Gaussian{SORN_PY_ENTRY(SornGaussianFilter), kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
+    {"morphology",
+     R"(morphology(img, op, mask=None, *, size=None, anchor=None, border='reflect101', value=0, out=None)
+
+Morphology by a flat structuring element: op 'erode' (the smallest value
+under the element), 'dilate' (the largest), 'open' (erosion, then dilation
+of its result), 'close' (dilation, then erosion), 'tophat' (img less its
+opening) or 'blackhat' (the closing less img), the differences saturating in
+the integer types. The element is mask, a 2-D array of uint8 or bool whose
+non-zero cells count, not reflected, or without one the rectangle of
+size=(rows, columns) (3 by 3 by default), which the library runs at a cost
+independent of its size. A mask with no cell set gives the type's least
+value for dilation and its greatest for erosion (the greatest finite
+float32, not infinity). A mask of one cell gives a copy, whatever op.
+
+The second pass of a chain sees the first pass's results within the image
+only: beyond its edges it reads values that do not count (a border reaches
+the first pass alone).)" SORN_PY_WINDOW_MULTI_DOC,
+     Morphology{SORN_PY_ENTRY(SornMorphop), kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
     {"resize",
      R"(resize(img, shape=None, *, out=None)
 

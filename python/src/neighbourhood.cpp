@@ -1,6 +1,6 @@
 // Operations that read around a pixel or move pixels: frames around an
 // image (border kinds), the box, minimum and maximum filters, separable and
-// Gaussian filters, and resizing.
+// Gaussian filters, morphology, and resizing.
 // Their results depend on where each pixel lies, so every operand is read in
 // its own orientation (walk with order_free false).
 #include <cstring>
@@ -176,7 +176,7 @@ py::object filter(const Filter &s, const char *name, py::handle img, py::handle 
   return finish(o);
 }
 
-/* ---------------- separable filters ---------------- */
+/* ---------------- separable filters and morphology ---------------- */
 
 // A window of h rows and w columns whose cell (ay, ax) lies on the output
 // pixel.
@@ -401,6 +401,85 @@ py::object gaussian_filter(const Gaussian &s, const char *name, py::handle img, 
                   });
 }
 
+struct MorphName {
+  const char *name;
+  int32_t kind;
+};
+constexpr MorphName kMorphs[] = {{"erode", SORN_MORPH_ERODE},   {"dilate", SORN_MORPH_DILATE},
+                                 {"open", SORN_MORPH_OPEN},     {"close", SORN_MORPH_CLOSE},
+                                 {"tophat", SORN_MORPH_TOPHAT}, {"blackhat", SORN_MORPH_BOTHAT}};
+
+int32_t morph_kind_of(py::handle op, const char *name) {
+  if (py::isinstance<py::str>(op)) {
+    const std::string k = op.cast<std::string>();
+    for (const MorphName &m : kMorphs)
+      if (k == m.name) return m.kind;
+  }
+  throw py::value_error(std::string(name) +
+                        ": op must be 'erode', 'dilate', 'open', 'close', 'tophat' or "
+                        "'blackhat', not " +
+                        py::str(py::repr(op)).cast<std::string>());
+}
+
+// The mask as the library reads it best: 255 where the given mask is not
+// zero, 0 elsewhere (its kernels test some pairs of cells together, which
+// only cells of 0 and 255 pass alike), rows of adjacent bytes.
+py::array mask_cells(py::handle mask, py::handle size, const char *name) {
+  const py::module_ np = py::module_::import("numpy");
+  if (mask.is_none()) {
+    int64_t h = 3, w = 3;
+    if (!size.is_none()) std::tie(h, w) = extent_pair(size, name, "size", 1);
+    if (h > 4096 || w > 4096)
+      throw py::value_error(std::string(name) + ": size must be at most 4096 rows and columns");
+    return np.attr("full")(py::make_tuple(h, w), 255, np.attr("uint8"));
+  }
+  if (!size.is_none()) throw py::type_error(std::string(name) + ": give mask or size, not both");
+  if (!py::isinstance<py::array>(mask))
+    throw py::type_error(std::string(name) + ": mask must be a numpy array of uint8 or bool");
+  const py::array m = py::reinterpret_borrow<py::array>(mask);
+  const std::string kind = py::str(m.dtype().attr("name")).cast<std::string>();
+  if (kind != "uint8" && kind != "bool")
+    throw py::type_error(std::string(name) + ": mask must be uint8 or bool, not " + kind);
+  if (m.ndim() != 2 || m.shape(0) < 1 || m.shape(1) < 1)
+    throw py::value_error(std::string(name) +
+                          ": mask must have two axes (rows, columns), each of one or more");
+  if (m.shape(0) > 4096 || m.shape(1) > 4096)
+    throw py::value_error(std::string(name) + ": mask must be at most 4096 rows and columns");
+  return np.attr("where")(np.attr("not_equal")(m, 0), np.attr("uint8")(255), np.attr("uint8")(0));
+}
+
+py::object morphology(const Morphology &s, const char *name, py::handle img, py::handle op,
+                      py::handle mask, py::handle size, py::handle anchor, py::handle kind,
+                      py::handle value, py::handle out) {
+  Image I = image_arg(img, name, "img", Axes{2, 4});
+  check_filter_type(s.types, name, I);
+  const int32_t mk = morph_kind_of(op, name);
+  const py::array cells = mask_cells(mask, size, name);
+  const Window win = window_of(anchor, cells.shape(0), cells.shape(1), name);
+  const int32_t bk = border_kind_of(kind, name);
+  double fill[4] = {0, 0, 0, 0};
+  channel_constants(value, I.channels(), fill, name, "value");
+  if (I.channels() > 1)
+    return per_channel(img, I, out, name, [&](py::handle ci, py::handle co, int64_t c) {
+      morphology(s, name, ci, op, cells, py::none(), anchor, kind, py::float_(fill[c]), co);
+    });
+  // The library copies for a mask of one cell, whatever the operation.
+  if (win.h == 1 && win.w == 1) return copied(s.border, name, I, out);
+
+  Image M = image_arg(cells, name, "mask");
+  Image *masks[] = {&M};
+  walk(masks, nullptr, false);
+  SornStrel strel;
+  std::memset(&strel, 0, sizeof strel);
+  strel.anchor[1] = (int32_t)win.ay;
+  strel.anchor[2] = (int32_t)win.ax;
+  strel.mask = record(M);
+  return windowed(s.border, name, I, out, win, bk, fill, s.morph.name,
+                  [&](const SornArray &rd, const SornArray &rs) {
+                    return s.morph.fn(thread_env(), 0, &rd, &rs, nullptr, nullptr, mk, &strel);
+                  });
+}
+
 /* ---------------- resizing ---------------- */
 
 py::object resize(const Resize &s, const char *name, py::handle img, py::handle shape,
@@ -543,6 +622,18 @@ void bind(py::module_ &m, const char *name, const char *doc, const Gaussian &s) 
       doc, py::arg("img"), py::arg("size") = 5, py::kw_only(), py::arg("sigma") = py::none(),
       py::arg("anchor") = py::none(), py::arg("border") = "reflect101", py::arg("value") = 0,
       py::arg("out") = py::none());
+}
+
+void bind(py::module_ &m, const char *name, const char *doc, const Morphology &s) {
+  m.def(
+      name,
+      [s, name](py::object img, py::object op, py::object mask, py::object size, py::object anchor,
+                py::object border, py::object value, py::object out) {
+        return morphology(s, name, img, op, mask, size, anchor, border, value, out);
+      },
+      doc, py::arg("img"), py::arg("op"), py::arg("mask") = py::none(), py::kw_only(),
+      py::arg("size") = py::none(), py::arg("anchor") = py::none(),
+      py::arg("border") = "reflect101", py::arg("value") = 0, py::arg("out") = py::none());
 }
 
 void bind(py::module_ &m, const char *name, const char *doc, const Resize &s) {

@@ -361,13 +361,15 @@ struct MulAcc {
   Keys quads;  // the three-image kernels, keyed as key4 (the rest go through tiles)
 };
 
-/* ---------------- separable filters ---------------- */
+/* ---------------- separable filters and morphology ---------------- */
 
 using SepFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
                              const SornVolume *, const SornVolume *, const SornSepShape *);
 using GaussianFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
                                   const SornVolume *, const SornVolume *, const SornSeShape *,
                                   const double *);
+using MorphFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                               const SornVolume *, const SornVolume *, int32_t, const SornStrel *);
 
 // A row kernel and a column kernel of doubles (or the box along an axis).
 struct SepFilter {
@@ -380,6 +382,14 @@ struct SepFilter {
 // the sigmas.
 struct Gaussian {
   Entry<GaussianFn> filter;
+  Keys types;
+  Entry<CopyMkbFn> border;
+};
+
+// Erosion, dilation and their chains by a mask of any shape (a rectangle
+// is the mask of all ones).
+struct Morphology {
+  Entry<MorphFn> morph;
   Keys types;
   Entry<CopyMkbFn> border;
 };
@@ -405,6 +415,7 @@ void bind(py::module_ &m, const char *name, const char *doc, const Convert &s);
 void bind(py::module_ &m, const char *name, const char *doc, const MulAcc &s);
 void bind(py::module_ &m, const char *name, const char *doc, const SepFilter &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Gaussian &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Morphology &s);
 
 // Every function of the table.
 void bind_families(py::module_ &m);
