@@ -120,9 +120,9 @@ def operand(rng, shape, t):
     infinite, NaN or zero."""
     if t == F32:
         v = random_image(rng, shape, t, -3e4, 3e4)
-        special = rng.integers(0, 16, size=shape) == 0
-        v[special] = rng.choice(np.array([np.nan, np.inf, -np.inf, 0.0, -0.0], F32),
-                                size=int(special.sum()))
+        odd = rng.integers(0, 16, size=shape) == 0
+        v[odd] = rng.choice(np.array([np.nan, np.inf, -np.inf, 0.0, -0.0], F32),
+                            size=int(odd.sum()))
         return v
     return random_image(rng, shape, t)
 
@@ -340,6 +340,16 @@ def test_the_default_destination_is_the_widest_image(rng):
     assert sorn.muladd(a, a.astype(np.float32), a).dtype == F32
     assert sorn.muladd(3, b, 2).dtype == S16
     assert sorn.muladd(a, b, b, out=np.empty((4, 5), np.int32)).dtype == S32
+
+
+def test_tiles_on_dask_give_the_whole_image(rng):
+    da = pytest.importorskip("dask.array")
+    import sorn.dask as sd
+    a, b = (random_image(rng, (30, 40, 3), np.int16, -99, 99) for _ in range(2))
+    c = random_image(rng, (30, 40, 3), np.uint8)
+    x, y, z = (da.from_array(v, chunks=(11, 13, 3)) for v in (a, b, c))
+    got = sd.elementwise(sorn.mulsub, x, y, z).compute(scheduler="synchronous")
+    np.testing.assert_array_equal(got, sorn.mulsub(a, b, c))
 
 
 # ---------------------------------------------------------------- refusals
