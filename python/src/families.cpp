@@ -40,7 +40,6 @@ constexpr uint32_t kMulPairs[] = {SORN_MULMM_PAIRS(SORN_PY_PAIR)};
 constexpr uint32_t kFilterTypes[] = {SORN_FILTER_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kConvertTypes[] = {SORN_VSCALE_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kMacTypes[] = {SORN_MLACC_TYPES(SORN_PY_TYPE)};
-constexpr uint32_t kMacQuads[] = {SORN_MLA_QUADS(SORN_PY_QUAD)};
 
 // The accuracy of exp (and of the sigmoid, which uses it) and of ln.
 constexpr FlagChoice kExpAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
@@ -207,7 +206,7 @@ result is clamped).)",
 
 Element-wise a + b * c in one pass.)" SORN_PY_MAC_DOC,
      MulAcc{SORN_PY_ENTRY(SornMulAdd), SORN_PY_ENTRY(SornMulAddC), SORN_PY_ENTRY(SornMulAddCC),
-            kMacTypes, kMacQuads}},
+            kMacTypes}},
     {"mulsub",
      R"(mulsub(a, b, c, *, scale=0, dtype=None, out=None)
 
@@ -215,7 +214,7 @@ Element-wise a - b * c in one pass. With a constant a (and an image times a
 constant) it is the library's reversed difference, which has no uint8
 destination: that raises SornNotSupportedError.)" SORN_PY_MAC_DOC,
      MulAcc{SORN_PY_ENTRY(SornMulSub), SORN_PY_ENTRY(SornMulSubC), SORN_PY_ENTRY(SornMulRSubCC),
-            kMacTypes, kMacQuads}},
+            kMacTypes}},
     {"mulrsub",
      R"(mulrsub(a, b, c, *, scale=0, dtype=None, out=None)
 
@@ -224,7 +223,7 @@ int16 and int32 the least value becomes the greatest). A uint8 destination
 raises SornNotSupportedError, except with a constant a, where the library
 subtracts the constant directly.)" SORN_PY_MAC_DOC,
      MulAcc{SORN_PY_ENTRY(SornMulRSub), SORN_PY_ENTRY(SornMulRSubC), SORN_PY_ENTRY(SornMulSubCC),
-            kMacTypes, kMacQuads}},
+            kMacTypes}},
     {"bitwise_and",
      R"(bitwise_and(a, b, *, dtype=None, out=None)
 

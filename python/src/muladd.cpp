@@ -66,18 +66,6 @@ py::object images(const MulAcc &s, const char *name, py::handle a, py::handle b,
   check_type(s, name, "c", C.type);
   const uint32_t dst = destination(dtype, out, wider(A.type, wider(B.type, C.type)), name);
   check_type(s, name, "the destination", dst);
-  // The library looks its kernels up with the wider factor first, a float
-  // before an integer.
-  uint32_t x = B.type, y = C.type;
-  if (SORN_ELEMSIZE(y) > SORN_ELEMSIZE(x) || (y == SORN_F32 && x != SORN_F32)) std::swap(x, y);
-  if (!holds(s.quads, key4(dst, A.type, x, y)) && SORN_ELEMSIZE(dst) == 4 && !out.is_none()) {
-    // Without a kernel a destination of four bytes may hold the product
-    // before a is added to it: an `a` that shares its memory is read from
-    // a copy, which that product cannot overwrite.
-    const py::module_ np = py::module_::import("numpy");
-    if (np.attr("shares_memory")(out, a).cast<bool>())
-      A = image_arg(np.attr("array")(a), name, "a");
-  }
   Output o = output_arg(out, dst, A, name);
   check_overlap(o, A, name, "a", true);
   check_overlap(o, B, name, "b", true);

@@ -340,13 +340,6 @@ using Mac3cc = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const Sorn
                               const double *, const double *, const SornVolume *,
                               const SornVolume *, int32_t, uint32_t);
 
-// Keys of the multiply-accumulate kernels: destination, a, b, c.
-constexpr uint32_t key4(uint32_t d, uint32_t a, uint32_t b, uint32_t c) {
-  return d << 12 | a << 8 | b << 4 | c;
-}
-#define SORN_PY_QUAD(d, a, b, c) \
-  ::sorn::python::key4(SORN_TYPECODE(d), SORN_TYPECODE(a), SORN_TYPECODE(b), SORN_TYPECODE(c)),
-
 // a joined to the product b * c: three images, or c one constant per
 // channel. With a a constant as well the call is the form of one image and
 // two constants, which computes image * c1 joined to c2: `constants` is the
@@ -357,8 +350,8 @@ struct MulAcc {
   Entry<Mac3> images;
   Entry<Mac3c> constant;
   Entry<Mac3cc> constants;
-  Keys types;  // of every operand and the destination
-  Keys quads;  // the three-image kernels, keyed as key4 (the rest go through tiles)
+  Keys types;  // of every operand and the destination; the library serves
+               // every combination, those without a kernel through tiles
 };
 
 /* ---------------- separable filters and morphology ---------------- */

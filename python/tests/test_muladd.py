@@ -320,16 +320,20 @@ def test_views_out_and_in_place(rng):
     np.testing.assert_array_equal(acc, want)
 
 
-@pytest.mark.parametrize("types", [(S32, S16, U8), (F32, S16, U8), (S32, U8, S16)])
-def test_in_place_accumulation_without_a_kernel(rng, types):
-    """Combinations whose product the library may form in the destination:
-    an `a` that is the destination keeps its values for the sum."""
-    ta, tb, tc = types
-    a = random_image(rng, (9, 11), ta, -100, 100)
-    b, c = random_image(rng, (9, 11), tb, 0, 20), random_image(rng, (9, 11), tc, 0, 20)
-    want = a.astype(np.float64) - b.astype(np.float64) * c
-    sorn.mulsub(a, b, c, out=a)
-    np.testing.assert_array_equal(a, want.astype(ta))
+@pytest.mark.parametrize("dtype", [S32, F32])
+@pytest.mark.parametrize("function", ["muladd", "mulsub"])
+def test_accumulating_in_place_with_every_pair_of_factors(rng, dtype, function):
+    """out is a itself, of a four-byte type, with factors of every pair of
+    types, those without a kernel of their own too: the sum sees a's
+    values, not a product formed in its place."""
+    sign = 1 if function == "muladd" else -1
+    for tb, tc in itertools.product(TYPES, repeat=2):
+        a, b, c = (rng.integers(lo, 100, size=(9, 11, 2)).astype(t)
+                   for lo, t in ((-100, dtype), (0, tb), (0, tc)))
+        want = a.astype(np.float64) + sign * b.astype(np.float64) * c
+        r = getattr(sorn, function)(a, b, c, out=a)
+        assert r is a
+        np.testing.assert_array_equal(a, want.astype(dtype), err_msg=f"{tb} {tc}")
 
 
 def test_the_default_destination_is_the_widest_image(rng):
