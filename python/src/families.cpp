@@ -557,9 +557,10 @@ The largest value of each pixel's window (a dilation by a rectangle).)" SORN_PY_
 Correlates the image with a column kernel (kernel_y, down the rows) and a row
 kernel (kernel_x, along the columns) of float coefficients: the output at
 column i is the sum over t of kernel_x[t] * img[i - anchor_column + t],
-without reversing the kernel. A kernel of None is the box along that axis
-(the mean, as box_filter takes it) of size=(rows, columns) cells (3 by
-default; size otherwise follows the kernels' lengths).
+without reversing the kernel. A kernel of None is the box along that axis,
+of size=(rows, columns) cells (3 by default; where a kernel is given its
+length is the size): the mean as box_filter takes it, the sum in float32
+times float32 1 / cells.
 
 Every pass converts its cells to double, multiplies them by their
 coefficients and adds the products in double, in tap order; the sum is
@@ -568,8 +569,8 @@ for int32 (a sum beyond its range gives -2147483648), narrowed for float32.
 A window of more rows and columns than one runs in two passes through an
 image of the element type (the rows first when the row kernel is longer
 than twice the column kernel, else the columns), so that integer images
-round twice. A window of one row has one pass, along the rows' columns: a
-kernel_y of one tap t scales kernel_x by t (and one column the other way
+round twice. A window of one row has one pass, along the row: a kernel_y of
+one tap t scales kernel_x by t (and a window of one column the other way
 round); a window of one cell is a copy.)" SORN_PY_WINDOW_MULTI_DOC,
      SepFilter{SORN_PY_ENTRY(SornSepFilter), kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
     {"gaussian_filter",
