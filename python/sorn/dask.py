@@ -20,13 +20,19 @@ Large images as dask arrays (two axes, or three with the channels last; the
 channel axis is never cut)
   histogram(x, bins=256, range=None)   counts per tile, added exactly
   sum(x), mean(x)                      per tile, added exactly
-  elementwise(func, *arrays, **kwargs) func (sorn.add, sorn.compare, ...)
-                                       tile by tile
+  elementwise(func, *arrays, **kwargs) func (sorn.add, sorn.compare,
+                                       sorn.muladd, ...) tile by tile
   neighbourhood(func, x, size=3, anchor=None, **kwargs)
       a window filter (sorn.box_filter, min_filter, max_filter) tile by
       tile, each tile read with the pixels around it that the window reaches
       (Dask's map_overlap); box_filter(x, ...), min_filter(x, ...) and
       max_filter(x, ...) are that for each filter
+  sep_filter(x, kernel_y, kernel_x, ...), gaussian_filter(x, size=5, ...)
+      the separable and Gaussian filters, tile by tile the same way
+  morphology(x, op, mask=None, ...)
+      sorn.morphology tile by tile; a chain (open, close, tophat,
+      blackhat) reads twice as far, as its second pass reads the first
+      pass's results around each pixel
 Each returns a dask array; .compute() runs it. The results are those of
 the operation on the whole image: counts are added as 64-bit integers, the
 integer sums of tiles are exact in double and are added as integers, and
@@ -39,8 +45,10 @@ the result is the same on any cluster and in any order of tiles, and may
 differ in the last bits from one call of sorn.sum on the whole image, whose
 additions run in another order. Likewise a float32 box filter keeps
 running sums along each row and down the image, which start again in each
-tile: its last bits may differ from the filter of the whole image, while
-integer box filters and the minimum and maximum filters are exact.
+tile: its last bits may differ from the filter of the whole image (so may
+those of a float32 separable filter with a box along an axis), while
+integer box filters, the minimum and maximum filters, the separable and
+Gaussian filters and morphology are exact.
 
 The library works on one record of at most 2 GiB per call: tiles are how
 larger images reach it.
@@ -64,7 +72,8 @@ import sorn
 from . import io as _io
 
 __all__ = ["map_images", "stable_regions", "picture_paths", "portable", "histogram", "sum",
-           "mean", "elementwise", "neighbourhood", "box_filter", "min_filter", "max_filter"]
+           "mean", "elementwise", "neighbourhood", "box_filter", "min_filter", "max_filter",
+           "sep_filter", "gaussian_filter", "morphology"]
 
 _builtin_sum = sum
 
@@ -235,7 +244,8 @@ def _tile_call(func, kwargs, *tiles):
 def elementwise(func, *arrays, **kwargs):
     """func(*tiles, **kwargs) over tiles at the same places of every array:
     for sorn's element-wise operations (add, subtract, multiply, divide,
-    compare, the bitwise operations, negative, exp, log, sigmoid, and
+    muladd, mulsub, mulrsub, compare, the bitwise operations, negative, exp,
+    log, sigmoid, and
     convert without range, scale or offset, whose maps measure the whole
     image), whose result at a pixel depends on that pixel alone. Constants
     pass as keywords or in a partial of func."""
@@ -266,22 +276,28 @@ def _tile_filter(func, kwargs, tile):
     return func(np.ascontiguousarray(tile), **kwargs)
 
 
+def _overlapped(func, x, reach, kwargs, function):
+    """func(tile, **kwargs) over the tiles of x, each widened by reach =
+    (rows, columns) pixels (as far as the image goes) and cut back
+    afterwards."""
+    x = _image_array(x, function)
+    func = portable(func)
+    depth = {0: reach[0], 1: reach[1]}
+    if x.ndim == 3:
+        depth[2] = 0
+    # No border from Dask: at the image's edges the filter makes its own.
+    return da.map_overlap(functools.partial(_tile_filter, func, kwargs), x, depth=depth,
+                          boundary="none", dtype=x.dtype, trim=True)
+
+
 def neighbourhood(func, x, size=3, anchor=None, **kwargs):
     """func(tile, size=size, anchor=anchor, **kwargs) over the tiles of x,
     each tile widened by the pixels the window reaches beyond it (as far as
     the image goes) and cut back afterwards: the result is the filter of the
     whole image. For sorn.box_filter, min_filter and max_filter, whose
     keywords (border=, value=) pass on."""
-    x = _image_array(x, "neighbourhood")
-    dy, dx = _window_reach(size, anchor, "neighbourhood")
-    func = portable(func)
-    kwargs = dict(kwargs, size=size, anchor=anchor)
-    depth = {0: dy, 1: dx}
-    if x.ndim == 3:
-        depth[2] = 0
-    # No border from Dask: at the image's edges the filter makes its own.
-    return da.map_overlap(functools.partial(_tile_filter, func, kwargs), x, depth=depth,
-                          boundary="none", dtype=x.dtype, trim=True)
+    reach = _window_reach(size, anchor, "neighbourhood")
+    return _overlapped(func, x, reach, dict(kwargs, size=size, anchor=anchor), "neighbourhood")
 
 
 def box_filter(x, size=3, **kwargs):
@@ -297,3 +313,37 @@ def min_filter(x, size=3, **kwargs):
 def max_filter(x, size=3, **kwargs):
     """sorn.max_filter of a dask array, tile by tile (see neighbourhood)."""
     return neighbourhood(sorn.max_filter, x, size, **kwargs)
+
+
+def sep_filter(x, kernel_y=None, kernel_x=None, *, size=None, anchor=None, **kwargs):
+    """sorn.sep_filter of a dask array, tile by tile: each tile reads the
+    pixels its window reaches, the window sized by the kernels (or by size
+    where a kernel is None, 3 by default)."""
+    rows, cols = (3, 3) if size is None else (size, size) if np.ndim(size) == 0 else size
+    rows = rows if kernel_y is None else len(kernel_y)
+    cols = cols if kernel_x is None else len(kernel_x)
+    reach = _window_reach((rows, cols), anchor, "sep_filter")
+    kwargs = dict(kwargs, kernel_y=kernel_y, kernel_x=kernel_x, size=size, anchor=anchor)
+    return _overlapped(sorn.sep_filter, x, reach, kwargs, "sep_filter")
+
+
+def gaussian_filter(x, size=5, **kwargs):
+    """sorn.gaussian_filter of a dask array, tile by tile (see
+    neighbourhood)."""
+    return neighbourhood(sorn.gaussian_filter, x, size, **kwargs)
+
+
+def morphology(x, op, mask=None, *, size=None, anchor=None, **kwargs):
+    """sorn.morphology of a dask array, tile by tile. Erosion and dilation
+    read as far as the element reaches; the chains twice as far, since
+    their second pass reads the first pass's results, which near a tile's
+    edge would be those of the tile alone."""
+    if mask is not None:
+        shape = np.shape(mask)
+    else:
+        shape = (3, 3) if size is None else (size, size) if np.ndim(size) == 0 else tuple(size)
+    dy, dx = _window_reach(shape, anchor, "morphology")
+    if op not in ("erode", "dilate"):
+        dy, dx = 2 * dy, 2 * dx
+    kwargs = dict(kwargs, op=op, mask=mask, size=size, anchor=anchor)
+    return _overlapped(sorn.morphology, x, (dy, dx), kwargs, "morphology")

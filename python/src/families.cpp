@@ -39,6 +39,7 @@ constexpr uint32_t kFillTypes[] = {SORN_FILL_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kMulPairs[] = {SORN_MULMM_PAIRS(SORN_PY_PAIR)};
 constexpr uint32_t kFilterTypes[] = {SORN_FILTER_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kConvertTypes[] = {SORN_VSCALE_TYPES(SORN_PY_TYPE)};
+constexpr uint32_t kMacTypes[] = {SORN_MLACC_TYPES(SORN_PY_TYPE)};
 
 // The accuracy of exp (and of the sigmoid, which uses it) and of ln.
 constexpr FlagChoice kExpAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
@@ -60,9 +61,41 @@ constexpr FlagChoice kLnAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
   "of one pixel gives a copy. Images of 3 or 4 channels raise\n"                    \
   "SornNotSupportedError for now."
 
-using Shape =
-    std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill, MatMul,
-                 ComponentTree, StableRegions, Threshold, Otsu, Border, Filter, Resize, Convert>;
+// What the multiply-accumulate docstrings share.
+#define SORN_PY_MAC_DOC                                                            \
+  "\n\n"                                                                           \
+  "a, b and c are images of one shape (uint8, int16, int32 or float32, each its\n" \
+  "own), or constants: c (or b) a number or one per channel, and with c a\n"       \
+  "constant a may be one too. The result has the type of the widest image\n"       \
+  "(dtype= or out= choose another of the four); out may be a source itself.\n"     \
+  "\n"                                                                             \
+  "Integer operands join in 32 bits (64 where int32 takes part) and the result\n"  \
+  "saturates once, at the end: scale 0 clamps it to the destination's range, a\n"  \
+  "positive scale shifts it left and clamps, a negative one multiplies it by\n"    \
+  "the float32 2**scale and rounds to nearest, ties to even. With a float32\n"     \
+  "operand and none of int32 the product and the sum are float32 steps; with\n"    \
+  "int32 beside float32 they are doubles, the product of two int32 factors\n"      \
+  "formed in 64 bits. An integer destination then takes the rounded value (to\n"   \
+  "nearest, ties to even; what leaves the int32 range counts as its least\n"       \
+  "value), clamped; float32 destinations take it narrowed. scale does not act\n"   \
+  "where a float32 takes part. A constant is held in the narrowest type of its\n"  \
+  "values (uint8, int16, int32, or float32 for fractions: 0.1 is the float32\n"    \
+  "0.1). Types without a kernel of their own go through tiles of a wider type,\n"  \
+  "saturating at the last step."
+
+// What the window filters of every channel share.
+#define SORN_PY_WINDOW_MULTI_DOC                                                   \
+  "\n\n"                                                                           \
+  "Images of uint8, int16, int32 or float32 with 1 to 4 channels, each channel\n"  \
+  "filtered as an image of its own (a 4-D stack plane by plane). The window's\n"   \
+  "pixel anchor=(row, column) lies on the output pixel (by default the centre,\n"  \
+  "size // 2); beyond the image's edges the window reads the border kind given,\n" \
+  "as for box_filter: 'reflect101' (the default), 'reflect', 'replicate',\n"       \
+  "'wrap', or 'const' with value (a number, or one per channel)."
+
+using Shape = std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill,
+                           MatMul, ComponentTree, StableRegions, Threshold, Otsu, Border, Filter,
+                           Resize, Convert, MulAcc, SepFilter, Gaussian, Morphology>;
 
 struct Family {
   const char *name;
@@ -168,6 +201,29 @@ result is clamped).)",
                  kDivcPairs,
                  kDivcPairs,
                  kConstChannels}},
+    {"muladd",
+     R"(muladd(a, b, c, *, scale=0, dtype=None, out=None)
+
+Element-wise a + b * c in one pass.)" SORN_PY_MAC_DOC,
+     MulAcc{SORN_PY_ENTRY(SornMulAdd), SORN_PY_ENTRY(SornMulAddC), SORN_PY_ENTRY(SornMulAddCC),
+            kMacTypes}},
+    {"mulsub",
+     R"(mulsub(a, b, c, *, scale=0, dtype=None, out=None)
+
+Element-wise a - b * c in one pass. With a constant a (and an image times a
+constant) it is the library's reversed difference, which has no uint8
+destination: that raises SornNotSupportedError.)" SORN_PY_MAC_DOC,
+     MulAcc{SORN_PY_ENTRY(SornMulSub), SORN_PY_ENTRY(SornMulSubC), SORN_PY_ENTRY(SornMulRSubCC),
+            kMacTypes}},
+    {"mulrsub",
+     R"(mulrsub(a, b, c, *, scale=0, dtype=None, out=None)
+
+Element-wise b * c - a: the difference a - b * c negated (saturating: in
+int16 and int32 the least value becomes the greatest). A uint8 destination
+raises SornNotSupportedError, except with a constant a, where the library
+subtracts the constant directly.)" SORN_PY_MAC_DOC,
+     MulAcc{SORN_PY_ENTRY(SornMulRSub), SORN_PY_ENTRY(SornMulRSubC), SORN_PY_ENTRY(SornMulSubCC),
+            kMacTypes}},
     {"bitwise_and",
      R"(bitwise_and(a, b, *, dtype=None, out=None)
 
@@ -495,6 +551,60 @@ The smallest value of each pixel's window (an erosion by a rectangle).)" SORN_PY
 
 The largest value of each pixel's window (a dilation by a rectangle).)" SORN_PY_WINDOW_DOC,
      Filter{SORN_PY_ENTRY(SornFilter), SORN_FILTER_MAX, kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
+    {"sep_filter",
+     R"(sep_filter(img, kernel_y=None, kernel_x=None, *, size=None, anchor=None, border='reflect101', value=0, out=None)
+
+Correlates the image with a column kernel (kernel_y, down the rows) and a row
+kernel (kernel_x, along the columns) of float coefficients: the output at
+column i is the sum over t of kernel_x[t] * img[i - anchor_column + t],
+without reversing the kernel. A kernel of None is the box along that axis,
+of size=(rows, columns) cells (3 by default; where a kernel is given its
+length is the size): the mean as box_filter takes it, the sum in float32
+times float32 1 / cells.
+
+Every pass converts its cells to double, multiplies them by their
+coefficients and adds the products in double, in tap order; the sum is
+rounded to nearest (ties to even) and clamped for uint8 and int16, rounded
+for int32 (a sum beyond its range gives -2147483648), narrowed for float32.
+A window of more rows and columns than one runs in two passes through an
+image of the element type (the rows first when the row kernel is longer
+than twice the column kernel, else the columns), so that integer images
+round twice. A window of one row has one pass, along the row: a kernel_y of
+one tap t scales kernel_x by t (and a window of one column the other way
+round); a window of one cell is a copy.)" SORN_PY_WINDOW_MULTI_DOC,
+     SepFilter{SORN_PY_ENTRY(SornSepFilter), kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
+    {"gaussian_filter",
+     R"(gaussian_filter(img, size=5, *, sigma=None, anchor=None, border='reflect101', value=0, out=None)
+
+The separable filter (see sep_filter) by the Gaussian kernels the library
+makes for a window of size=(rows, columns): tap t of an axis of n cells is
+exp(-d * d / (2 * sigma * sigma)) with d = anchor - t, each divided by the
+taps' sum (added in tap order, in double). The bell is centred on the
+anchor, so an anchor off the centre gives a one-sided kernel.
+
+sigma: by default ((n - 1) * 0.5 - 1) * 0.3 + 0.8 for an axis of n cells
+(0.8 for 3, 1.1 for 5); one number for both axes, or (rows, columns) where
+0 stands for a value not given and takes its neighbour's: (0, 2.0) is
+(2.0, 2.0). A window of one cell is a copy.)" SORN_PY_WINDOW_MULTI_DOC,
+     Gaussian{SORN_PY_ENTRY(SornGaussianFilter), kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
+    {"morphology",
+     R"(morphology(img, op, mask=None, *, size=None, anchor=None, border='reflect101', value=0, out=None)
+
+Morphology by a flat structuring element: op 'erode' (the smallest value
+under the element), 'dilate' (the largest), 'open' (erosion, then dilation
+of its result), 'close' (dilation, then erosion), 'tophat' (img less its
+opening) or 'blackhat' (the closing less img), the differences saturating in
+the integer types. The element is mask, a 2-D array of uint8 or bool whose
+non-zero cells count, not reflected, or without one the rectangle of
+size=(rows, columns) (3 by 3 by default), which the library runs at a cost
+independent of its size. A mask with no cell set gives the type's least
+value for dilation and its greatest for erosion (the greatest finite
+float32, not infinity). A mask of one cell gives a copy, whatever op.
+
+The second pass of a chain sees the first pass's results within the image
+only: beyond its edges it reads values that do not count (a border reaches
+the first pass alone).)" SORN_PY_WINDOW_MULTI_DOC,
+     Morphology{SORN_PY_ENTRY(SornMorphop), kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
     {"resize",
      R"(resize(img, shape=None, *, out=None)
 

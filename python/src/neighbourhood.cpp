@@ -1,10 +1,12 @@
 // Operations that read around a pixel or move pixels: frames around an
-// image (border kinds), the box, minimum and maximum filters, and resizing.
+// image (border kinds), the box, minimum and maximum filters, separable and
+// Gaussian filters, morphology, and resizing.
 // Their results depend on where each pixel lies, so every operand is read in
 // its own orientation (walk with order_free false).
 #include <cstring>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "env.h"
 #include "operand.h"
@@ -174,6 +176,310 @@ py::object filter(const Filter &s, const char *name, py::handle img, py::handle 
   return finish(o);
 }
 
+/* ---------------- separable filters and morphology ---------------- */
+
+// A window of h rows and w columns whose cell (ay, ax) lies on the output
+// pixel.
+struct Window {
+  int64_t h, w, ay, ax;
+};
+
+Window window_of(py::handle anchor, int64_t h, int64_t w, const char *name) {
+  if (h > 4096 || w > 4096)
+    throw py::value_error(std::string(name) + ": the window must be at most 4096 rows and columns");
+  Window win{h, w, h / 2, w / 2};
+  if (!anchor.is_none()) std::tie(win.ay, win.ax) = extent_pair(anchor, name, "anchor", 0);
+  if (win.ay >= h || win.ax >= w)
+    throw py::value_error(std::string(name) + ": anchor must lie in the window (0 <= row < " +
+                          std::to_string(h) + ", 0 <= column < " + std::to_string(w) + ")");
+  return win;
+}
+
+void check_filter_type(Keys types, const char *name, const Image &I) {
+  if (!holds(types, I.type))
+    throw py::type_error(std::string(name) + ": no kernel for " + type_name(I.type) +
+                         "; it takes " + list_types(types));
+}
+
+// An image of several channels, channel by channel: the library's kernels
+// of three and four channels walk neighbouring elements of a row, not the
+// same channel of neighbouring pixels, so each channel is filtered as an
+// image of one. fn(channel, its output, its index) for each, into out or a
+// fresh array.
+template <class Fn>
+py::object per_channel(py::handle img, const Image &I, py::handle out, const char *name, Fn &&fn) {
+  py::object result;
+  if (out.is_none()) {
+    result = py::module_::import("numpy").attr("empty")(I.array.attr("shape"), dtype_of(I.type));
+  } else {
+    if (!py::isinstance<py::array>(out))
+      throw py::type_error(std::string(name) + ": out must be a numpy array");
+    result = py::reinterpret_borrow<py::object>(out);
+    if (!result.attr("shape").equal(I.array.attr("shape")))
+      throw py::value_error(std::string(name) + ": out has the shape " +
+                            py::str(result.attr("shape")).cast<std::string>() + ", the result " +
+                            py::str(I.array.attr("shape")).cast<std::string>());
+  }
+  const py::object whole = py::reinterpret_borrow<py::object>(img);
+  for (int64_t c = 0; c < I.channels(); ++c) {
+    const py::tuple at = py::make_tuple(py::ellipsis(), py::slice(c, c + 1, 1));
+    fn(whole[at], result[at], c);
+  }
+  return result;
+}
+
+// A copy of the image into out (or a fresh array): the filter of a window
+// of one cell.
+py::object copied(const Entry<CopyMkbFn> &border, const char *name, Image &I, py::handle out) {
+  const double none[4] = {0, 0, 0, 0};
+  Output o = framed(Border{border}, name, I, out, SORN_BORDER_REFLECT101, frame(0, 0, 0, 0, none));
+  return finish(o);
+}
+
+// One call of a window filter per plane of a one-channel image:
+// call(dst record, src record). Beyond the edges the window reads the
+// reflected image, which the library makes itself; another border kind is
+// made first, as a frame around a copy that the filter reads as real
+// pixels.
+template <class Call>
+py::object windowed(const Entry<CopyMkbFn> &border, const char *name, Image &I, py::handle out,
+                    const Window &win, int32_t bk, const double *fill, const char *fname,
+                    Call &&call) {
+  Output frame_copy;
+  const bool frame_first = bk != SORN_BORDER_REFLECT101;
+  if (frame_first) {
+    const SornBrShape b = frame(win.ay, win.ax, win.h - 1 - win.ay, win.w - 1 - win.ax, fill);
+    frame_copy = framed(Border{border}, name, I, py::none(), bk, b);
+  }
+  Output o = placed_output(out, I, I, name);
+  SornStatus st = SORN_OK;
+  {
+    // Plane by plane: a four-dimensional call of the Gaussian takes the
+    // stack's planes for a third axis of its window.
+    py::gil_scoped_release nogil;
+    for (int64_t p = 0; p < I.planes() && st >= 0; ++p) {
+      const SornArray rd = record(plane(o.image, p));
+      SornArray rs;
+      if (frame_first) {
+        rs = record(plane(frame_copy.image, p));
+        rs.dims[1] = (int32_t)I.rows();
+        rs.dims[2] = (int32_t)I.cols();
+        rs.offset = (int64_t)win.ay * rs.strides[1] + (int64_t)win.ax * rs.strides[2];
+      } else {
+        rs = record(plane(I, p));
+      }
+      st = call(rd, rs);
+    }
+  }
+  check(st, fname);
+  return finish(o);
+}
+
+// A kernel argument: None, or a 1-D sequence of numbers, as doubles.
+bool kernel_arg(py::handle k, const char *name, const char *what, std::vector<double> &taps) {
+  if (k.is_none()) return false;
+  const py::module_ np = py::module_::import("numpy");
+  py::array a;
+  try {
+    a = np.attr("asarray")(k, np.attr("float64"));
+  } catch (py::error_already_set &) {
+    throw py::type_error(std::string(name) + ": " + what +
+                         " must be None or a sequence of numbers");
+  }
+  if (a.ndim() != 1 || a.shape(0) < 1)
+    throw py::value_error(std::string(name) + ": " + what +
+                          " must be None or one row of one or more numbers");
+  const py::array_t<double> d = np.attr("ascontiguousarray")(a);
+  taps.assign(d.data(), d.data() + d.size());
+  return true;
+}
+
+py::object sep_filter(const SepFilter &s, const char *name, py::handle img, py::handle ky,
+                      py::handle kx, py::handle size, py::handle anchor, py::handle kind,
+                      py::handle value, py::handle out) {
+  Image I = image_arg(img, name, "img", Axes{2, 4});
+  check_filter_type(s.types, name, I);
+  std::vector<double> ys, xs;
+  const bool yk = kernel_arg(ky, name, "kernel_y", ys), xk = kernel_arg(kx, name, "kernel_x", xs);
+  int64_t sh = 3, sw = 3;
+  if (!size.is_none()) std::tie(sh, sw) = extent_pair(size, name, "size", 1);
+  if (!size.is_none() && ((yk && sh != (int64_t)ys.size()) || (xk && sw != (int64_t)xs.size())))
+    throw py::value_error(std::string(name) +
+                          ": size must agree with the kernels' lengths (it sizes the boxes)");
+  const Window win =
+      window_of(anchor, yk ? (int64_t)ys.size() : sh, xk ? (int64_t)xs.size() : sw, name);
+  const int32_t bk = border_kind_of(kind, name);
+  double fill[4] = {0, 0, 0, 0};
+  channel_constants(value, I.channels(), fill, name, "value");
+  if (I.channels() > 1)
+    return per_channel(img, I, out, name, [&](py::handle ci, py::handle co, int64_t c) {
+      sep_filter(s, name, ci, ky, kx, size, anchor, kind, py::float_(fill[c]), co);
+    });
+
+  // A window of one row (or column) has one pass, along its columns (or
+  // rows): the library passes over the kernel of the other axis, so its one
+  // tap scales the kernel of the pass. Beside a box it can only be 1.
+  auto fold = [&](bool one_k, std::vector<double> &one, bool other_k, std::vector<double> &other,
+                  const char *what) {
+    const double t = one_k ? one[0] : 1.0;
+    if (t == 1.0) return;
+    if (!other_k)
+      throw py::value_error(std::string(name) + ": a " + what +
+                            " of one tap beside a box must be [1.0]");
+    for (double &v : other) v *= t;
+    one[0] = 1.0;
+  };
+  if (win.h == 1 && win.w == 1) {
+    if ((yk && ys[0] != 1.0) || (xk && xs[0] != 1.0))
+      throw py::value_error(std::string(name) +
+                            ": a window of one cell is a copy; its kernels must be [1.0] or None");
+    return copied(s.border, name, I, out);
+  }
+  if (win.h == 1) fold(yk, ys, xk, xs, "kernel_y");
+  if (win.w == 1) fold(xk, xs, yk, ys, "kernel_x");
+
+  SornSepShape sep;
+  std::memset(&sep, 0, sizeof sep);
+  sep.size[0] = 1;
+  sep.size[1] = (int32_t)win.h;
+  sep.size[2] = (int32_t)win.w;
+  sep.anchor[1] = (int32_t)win.ay;
+  sep.anchor[2] = (int32_t)win.ax;
+  sep.kernels[0] = yk ? ys.data() : nullptr;
+  sep.kernels[1] = xk ? xs.data() : nullptr;
+  return windowed(s.border, name, I, out, win, bk, fill, s.filter.name,
+                  [&](const SornArray &rd, const SornArray &rs) {
+                    return s.filter.fn(thread_env(), 0, &rd, &rs, nullptr, nullptr, &sep);
+                  });
+}
+
+py::object gaussian_filter(const Gaussian &s, const char *name, py::handle img, py::handle size,
+                           py::handle sigma, py::handle anchor, py::handle kind, py::handle value,
+                           py::handle out) {
+  Image I = image_arg(img, name, "img", Axes{2, 4});
+  check_filter_type(s.types, name, I);
+  const auto [h, w] = extent_pair(size, name, "size", 1);
+  const Window win = window_of(anchor, h, w, name);
+  double sigmas[2] = {0, 0};
+  if (!sigma.is_none()) {
+    const std::string what = std::string(name) + ": sigma is a number or (rows, columns)";
+    try {
+      if (py::isinstance<py::sequence>(sigma) && !py::isinstance<py::str>(sigma)) {
+        const py::sequence seq = py::reinterpret_borrow<py::sequence>(sigma);
+        if (seq.size() != 2) throw py::value_error(what);
+        sigmas[0] = seq[0].cast<double>();
+        sigmas[1] = seq[1].cast<double>();
+      } else {
+        sigmas[0] = sigmas[1] = sigma.cast<double>();
+      }
+    } catch (const py::cast_error &) {
+      throw py::type_error(what);
+    }
+  }
+  const int32_t bk = border_kind_of(kind, name);
+  double fill[4] = {0, 0, 0, 0};
+  channel_constants(value, I.channels(), fill, name, "value");
+  if (I.channels() > 1)
+    return per_channel(img, I, out, name, [&](py::handle ci, py::handle co, int64_t c) {
+      gaussian_filter(s, name, ci, size, sigma, anchor, kind, py::float_(fill[c]), co);
+    });
+  // The library reads a window of one cell as its default 5 by 5; the
+  // Gaussian of one cell is the pixel itself.
+  if (h == 1 && w == 1) return copied(s.border, name, I, out);
+
+  SornSeShape se;
+  std::memset(&se, 0, sizeof se);
+  se.size[0] = 1;
+  se.size[1] = (int32_t)h;
+  se.size[2] = (int32_t)w;
+  se.anchor[1] = (int32_t)win.ay;
+  se.anchor[2] = (int32_t)win.ax;
+  const double *given = sigma.is_none() ? nullptr : sigmas;
+  return windowed(s.border, name, I, out, win, bk, fill, s.filter.name,
+                  [&](const SornArray &rd, const SornArray &rs) {
+                    return s.filter.fn(thread_env(), 0, &rd, &rs, nullptr, nullptr, &se, given);
+                  });
+}
+
+struct MorphName {
+  const char *name;
+  int32_t kind;
+};
+constexpr MorphName kMorphs[] = {{"erode", SORN_MORPH_ERODE},   {"dilate", SORN_MORPH_DILATE},
+                                 {"open", SORN_MORPH_OPEN},     {"close", SORN_MORPH_CLOSE},
+                                 {"tophat", SORN_MORPH_TOPHAT}, {"blackhat", SORN_MORPH_BOTHAT}};
+
+int32_t morph_kind_of(py::handle op, const char *name) {
+  if (py::isinstance<py::str>(op)) {
+    const std::string k = op.cast<std::string>();
+    for (const MorphName &m : kMorphs)
+      if (k == m.name) return m.kind;
+  }
+  throw py::value_error(std::string(name) +
+                        ": op must be 'erode', 'dilate', 'open', 'close', 'tophat' or "
+                        "'blackhat', not " +
+                        py::str(py::repr(op)).cast<std::string>());
+}
+
+// The mask as the library reads it best: 255 where the given mask is not
+// zero, 0 elsewhere (its kernels test some pairs of cells together, which
+// only cells of 0 and 255 pass alike), rows of adjacent bytes.
+py::array mask_cells(py::handle mask, py::handle size, const char *name) {
+  const py::module_ np = py::module_::import("numpy");
+  if (mask.is_none()) {
+    int64_t h = 3, w = 3;
+    if (!size.is_none()) std::tie(h, w) = extent_pair(size, name, "size", 1);
+    if (h > 4096 || w > 4096)
+      throw py::value_error(std::string(name) + ": size must be at most 4096 rows and columns");
+    return np.attr("full")(py::make_tuple(h, w), 255, np.attr("uint8"));
+  }
+  if (!size.is_none()) throw py::type_error(std::string(name) + ": give mask or size, not both");
+  if (!py::isinstance<py::array>(mask))
+    throw py::type_error(std::string(name) + ": mask must be a numpy array of uint8 or bool");
+  const py::array m = py::reinterpret_borrow<py::array>(mask);
+  const std::string kind = py::str(m.dtype().attr("name")).cast<std::string>();
+  if (kind != "uint8" && kind != "bool")
+    throw py::type_error(std::string(name) + ": mask must be uint8 or bool, not " + kind);
+  if (m.ndim() != 2 || m.shape(0) < 1 || m.shape(1) < 1)
+    throw py::value_error(std::string(name) +
+                          ": mask must have two axes (rows, columns), each of one or more");
+  if (m.shape(0) > 4096 || m.shape(1) > 4096)
+    throw py::value_error(std::string(name) + ": mask must be at most 4096 rows and columns");
+  return np.attr("where")(np.attr("not_equal")(m, 0), np.attr("uint8")(255), np.attr("uint8")(0));
+}
+
+py::object morphology(const Morphology &s, const char *name, py::handle img, py::handle op,
+                      py::handle mask, py::handle size, py::handle anchor, py::handle kind,
+                      py::handle value, py::handle out) {
+  Image I = image_arg(img, name, "img", Axes{2, 4});
+  check_filter_type(s.types, name, I);
+  const int32_t mk = morph_kind_of(op, name);
+  const py::array cells = mask_cells(mask, size, name);
+  const Window win = window_of(anchor, cells.shape(0), cells.shape(1), name);
+  const int32_t bk = border_kind_of(kind, name);
+  double fill[4] = {0, 0, 0, 0};
+  channel_constants(value, I.channels(), fill, name, "value");
+  if (I.channels() > 1)
+    return per_channel(img, I, out, name, [&](py::handle ci, py::handle co, int64_t c) {
+      morphology(s, name, ci, op, cells, py::none(), anchor, kind, py::float_(fill[c]), co);
+    });
+  // The library copies for a mask of one cell, whatever the operation.
+  if (win.h == 1 && win.w == 1) return copied(s.border, name, I, out);
+
+  Image M = image_arg(cells, name, "mask");
+  Image *masks[] = {&M};
+  walk(masks, nullptr, false);
+  SornStrel strel;
+  std::memset(&strel, 0, sizeof strel);
+  strel.anchor[1] = (int32_t)win.ay;
+  strel.anchor[2] = (int32_t)win.ax;
+  strel.mask = record(M);
+  return windowed(s.border, name, I, out, win, bk, fill, s.morph.name,
+                  [&](const SornArray &rd, const SornArray &rs) {
+                    return s.morph.fn(thread_env(), 0, &rd, &rs, nullptr, nullptr, mk, &strel);
+                  });
+}
+
 /* ---------------- resizing ---------------- */
 
 py::object resize(const Resize &s, const char *name, py::handle img, py::handle shape,
@@ -291,6 +597,42 @@ void bind(py::module_ &m, const char *name, const char *doc, const Filter &s) {
                 py::object value,
                 py::object out) { return filter(s, name, img, size, anchor, border, value, out); },
       doc, py::arg("img"), py::arg("size") = 3, py::kw_only(), py::arg("anchor") = py::none(),
+      py::arg("border") = "reflect101", py::arg("value") = 0, py::arg("out") = py::none());
+}
+
+void bind(py::module_ &m, const char *name, const char *doc, const SepFilter &s) {
+  m.def(
+      name,
+      [s, name](py::object img, py::object ky, py::object kx, py::object size, py::object anchor,
+                py::object border, py::object value, py::object out) {
+        return sep_filter(s, name, img, ky, kx, size, anchor, border, value, out);
+      },
+      doc, py::arg("img"), py::arg("kernel_y") = py::none(), py::arg("kernel_x") = py::none(),
+      py::kw_only(), py::arg("size") = py::none(), py::arg("anchor") = py::none(),
+      py::arg("border") = "reflect101", py::arg("value") = 0, py::arg("out") = py::none());
+}
+
+void bind(py::module_ &m, const char *name, const char *doc, const Gaussian &s) {
+  m.def(
+      name,
+      [s, name](py::object img, py::object size, py::object sigma, py::object anchor,
+                py::object border, py::object value, py::object out) {
+        return gaussian_filter(s, name, img, size, sigma, anchor, border, value, out);
+      },
+      doc, py::arg("img"), py::arg("size") = 5, py::kw_only(), py::arg("sigma") = py::none(),
+      py::arg("anchor") = py::none(), py::arg("border") = "reflect101", py::arg("value") = 0,
+      py::arg("out") = py::none());
+}
+
+void bind(py::module_ &m, const char *name, const char *doc, const Morphology &s) {
+  m.def(
+      name,
+      [s, name](py::object img, py::object op, py::object mask, py::object size, py::object anchor,
+                py::object border, py::object value, py::object out) {
+        return morphology(s, name, img, op, mask, size, anchor, border, value, out);
+      },
+      doc, py::arg("img"), py::arg("op"), py::arg("mask") = py::none(), py::kw_only(),
+      py::arg("size") = py::none(), py::arg("anchor") = py::none(),
       py::arg("border") = "reflect101", py::arg("value") = 0, py::arg("out") = py::none());
 }
 

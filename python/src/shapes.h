@@ -327,6 +327,66 @@ struct Convert {
   Keys types;
 };
 
+/* ---------------- multiply-accumulate ---------------- */
+
+using Mac3 = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                            const SornArray *, const SornArray *, const SornVolume *,
+                            const SornVolume *, const SornVolume *, const SornVolume *, int32_t,
+                            uint32_t);
+using Mac3c = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                             const SornArray *, const double *, const SornVolume *,
+                             const SornVolume *, const SornVolume *, int32_t, uint32_t);
+using Mac3cc = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                              const double *, const double *, const SornVolume *,
+                              const SornVolume *, int32_t, uint32_t);
+
+// a joined to the product b * c: three images, or c one constant per
+// channel. With a a constant as well the call is the form of one image and
+// two constants, which computes image * c1 joined to c2: `constants` is the
+// entry whose result is then a joined to b * c (the library's difference of
+// that form subtracts the constant, so the difference a - b * c goes to its
+// reversed entry and the other way round).
+struct MulAcc {
+  Entry<Mac3> images;
+  Entry<Mac3c> constant;
+  Entry<Mac3cc> constants;
+  Keys types;  // of every operand and the destination; the library serves
+               // every combination, those without a kernel through tiles
+};
+
+/* ---------------- separable filters and morphology ---------------- */
+
+using SepFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                             const SornVolume *, const SornVolume *, const SornSepShape *);
+using GaussianFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                  const SornVolume *, const SornVolume *, const SornSeShape *,
+                                  const double *);
+using MorphFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                               const SornVolume *, const SornVolume *, int32_t, const SornStrel *);
+
+// A row kernel and a column kernel of doubles (or the box along an axis).
+struct SepFilter {
+  Entry<SepFn> filter;
+  Keys types;
+  Entry<CopyMkbFn> border;
+};
+
+// The separable filter whose kernels the library makes from the window and
+// the sigmas.
+struct Gaussian {
+  Entry<GaussianFn> filter;
+  Keys types;
+  Entry<CopyMkbFn> border;
+};
+
+// Erosion, dilation and their chains by a mask of any shape (a rectangle
+// is the mask of all ones).
+struct Morphology {
+  Entry<MorphFn> morph;
+  Keys types;
+  Entry<CopyMkbFn> border;
+};
+
 /* ---------------- binders ---------------- */
 
 void bind(py::module_ &m, const char *name, const char *doc, const Elementwise &s);
@@ -345,6 +405,10 @@ void bind(py::module_ &m, const char *name, const char *doc, const Border &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Filter &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Resize &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Convert &s);
+void bind(py::module_ &m, const char *name, const char *doc, const MulAcc &s);
+void bind(py::module_ &m, const char *name, const char *doc, const SepFilter &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Gaussian &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Morphology &s);
 
 // Every function of the table.
 void bind_families(py::module_ &m);

@@ -32,6 +32,10 @@ def work(img, other):
         sorn.otsu_threshold(grey),
         sorn.border(img, 3, border="reflect"),
         sorn.resize(img, (50, 333)),
+        sorn.muladd(img, other, 3),
+        sorn.gaussian_filter(img, (5, 3), sigma=1.2),
+        sorn.sep_filter(grey, [0.25, 0.5, 0.25], [1, -1], border="replicate"),
+        sorn.morphology(img, "open", grey[:3, :4] > 128),
     )
 
 
