@@ -434,27 +434,22 @@ SornStatus constant_way(uint32_t tag, Quad p, SornXE *xe, SornFlags flags, int32
 
 }  // namespace
 
-SornStatus _T_sorna__mlaC_convert_src1(uint32_t T, uint32_t tag, SornXE *xe, SornFlags flags,
-                                       int32_t n, const int32_t *dims, uint32_t dsttype, void *dst,
-                                       const int32_t *dststrides, uint32_t atype, const void *a,
-                                       const int32_t *astrides, uint32_t btype, const void *b,
-                                       const int32_t *bstrides, const double *cvec, int32_t sf,
-                                       uint32_t extra) {
-  const Quad p{dsttype, T, btype, constant_type(flags, cvec, n, dims, btype)};
-  return constant_way(tag, p, xe, flags, n, dims, dsttype, dst, dststrides, atype, a, astrides,
-                      btype, b, bstrides, cvec, sf, extra);
-}
-
-SornStatus _T_sorna__mlaC_convert_dst(uint32_t T, uint32_t tag, SornXE *xe, SornFlags flags,
-                                      int32_t n, const int32_t *dims, uint32_t dsttype, void *dst,
-                                      const int32_t *dststrides, uint32_t atype, const void *a,
-                                      const int32_t *astrides, uint32_t btype, const void *b,
-                                      const int32_t *bstrides, const double *cvec, int32_t sf,
-                                      uint32_t extra) {
-  const Quad p{T, atype, btype, constant_type(flags, cvec, n, dims, btype)};
-  return constant_way(tag, p, xe, flags, n, dims, dsttype, dst, dststrides, atype, a, astrides,
-                      btype, b, bstrides, cvec, sf, extra);
-}
+// The ways that take one operand through a tile of T: a converted to T
+// before the kernel (src1), or the result formed in T and converted into
+// the destination (dst).
+#define SORN_MLAC_CONVERT_WAY(side, dtype, atype_)                                                \
+  SornStatus _T_sorna__mlaC_convert_##side(                                                       \
+      uint32_t T, uint32_t tag, SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,      \
+      uint32_t dsttype, void *dst, const int32_t *dststrides, uint32_t atype, const void *a,      \
+      const int32_t *astrides, uint32_t btype, const void *b, const int32_t *bstrides,            \
+      const double *cvec, int32_t sf, uint32_t extra) {                                           \
+    const Quad p{dtype, atype_, btype, constant_type(flags, cvec, n, dims, btype)};               \
+    return constant_way(tag, p, xe, flags, n, dims, dsttype, dst, dststrides, atype, a, astrides, \
+                        btype, b, bstrides, cvec, sf, extra);                                     \
+  }
+SORN_MLAC_CONVERT_WAY(src1, dsttype, T)
+SORN_MLAC_CONVERT_WAY(dst, T, atype)
+#undef SORN_MLAC_CONVERT_WAY
 
 SornStatus _T_sorna__mlaC_call_xmulCaddq(uint32_t T, uint32_t tag, SornXE *xe, SornFlags flags,
                                          int32_t n, const int32_t *dims, uint32_t dsttype,

@@ -47,56 +47,37 @@ SornFilterKernel sorna__maxfiltfun_imp(uint32_t chword, SornElemType type, SornS
 
 /* ---------------- layer 3 ---------------- */
 
-SornStatus sorna__filter_box(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
-                             uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
-                             const int32_t *srcStrides, const SornSeShape *se) {
-  return sorn::filter::table_route(&sorna__boxfiltfun_imp, xe, flags, pack, sizes, type, dst,
-                                   dstStrides, src, srcStrides, se);
-}
-
-SornStatus sorna__filter_min(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
-                             uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
-                             const int32_t *srcStrides, const SornSeShape *se) {
-  return sorn::filter::table_route(&sorna__minfiltfun_imp, xe, flags, pack, sizes, type, dst,
-                                   dstStrides, src, srcStrides, se);
-}
-
-SornStatus sorna__filter_max(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
-                             uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
-                             const int32_t *srcStrides, const SornSeShape *se) {
-  return sorn::filter::table_route(&sorna__maxfiltfun_imp, xe, flags, pack, sizes, type, dst,
-                                   dstStrides, src, srcStrides, se);
-}
+// The box, minimum and maximum routes: each through its table.
+#define SORN_FILTER_ROUTE(kind)                                                                 \
+  SornStatus sorna__filter_##kind(SornXE *xe, SornFlags flags, SornDimPack pack,                \
+                                  const int32_t *sizes, uint32_t type, void *dst,               \
+                                  const int32_t *dstStrides, const void *src,                   \
+                                  const int32_t *srcStrides, const SornSeShape *se) {           \
+    return sorn::filter::table_route(&sorna__##kind##filtfun_imp, xe, flags, pack, sizes, type, \
+                                     dst, dstStrides, src, srcStrides, se);                     \
+  }
+SORN_FILTER_ROUTE(box)
+SORN_FILTER_ROUTE(min)
+SORN_FILTER_ROUTE(max)
+#undef SORN_FILTER_ROUTE
 
 // By kind, read as one byte. The median has a name and no routine: it is
 // refused as not implemented rather than run.
 SornStatus sorna__filter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
                          uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
                          const int32_t *srcStrides, int32_t kind, const SornSeShape *se) {
-  switch (kind & 255) {
-    case SORN_FILTER_NONE:
-      return sorna__copy(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides);
-    case SORN_FILTER_MIN:
-      return sorna__filter_min(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, se);
-    case SORN_FILTER_MAX:
-      return sorna__filter_max(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, se);
-    case SORN_FILTER_BOX:
-      return sorna__filter_box(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, se);
-    case SORN_FILTER_CLOSE:
-      return sorna__filter_close(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides,
-                                 se);
-    case SORN_FILTER_OPEN:
-      return sorna__filter_open(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, se);
-    case SORN_FILTER_BOTHAT:
-      return sorna__filter_bothat(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides,
-                                  se);
-    case SORN_FILTER_TOPHAT:
-      return sorna__filter_tophat(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides,
-                                  se);
-    case SORN_FILTER_MEDIAN:
-    case SORN_FILTER_GRADIENT: return SORN_ENOTIMP;
-    default: return SORN_EINVAL;
-  }
+  static constexpr sorn::filter::KindRoute<SornSeShape> kRoutes[] = {
+      {SORN_FILTER_MIN, &sorna__filter_min},
+      {SORN_FILTER_MAX, &sorna__filter_max},
+      {SORN_FILTER_BOX, &sorna__filter_box},
+      {SORN_FILTER_CLOSE, &sorna__filter_close},
+      {SORN_FILTER_OPEN, &sorna__filter_open},
+      {SORN_FILTER_BOTHAT, &sorna__filter_bothat},
+      {SORN_FILTER_TOPHAT, &sorna__filter_tophat},
+      {SORN_FILTER_MEDIAN, nullptr},
+      {SORN_FILTER_GRADIENT, nullptr}};
+  return sorn::filter::route_kind(kRoutes, kind & 255, xe, flags, pack, sizes, type, dst,
+                                  dstStrides, src, srcStrides, se);
 }
 
 SornStatus sorna__efilter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
@@ -112,52 +93,7 @@ SornStatus sorna__efilter(SornXE *xe, SornFlags flags, SornDimPack pack, const i
 
 /* ---------------- layer 2 ---------------- */
 
-SornStatus sorna_filter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
-                        uint32_t type, void *dst, const int32_t *dstOrigin,
-                        const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
-                        const int32_t *srcStrides, int32_t kind, const SornSeShape *se) {
-  return sorna__filter(xe, flags, pack, sizes, type,
-                       sorn::at_origin(dst, pack, dstOrigin, dstStrides), dstStrides,
-                       sorn::at_origin(src, pack, srcOrigin, srcStrides), srcStrides, kind, se);
-}
-
-// The sites settle here: a missing or empty site is the region itself, a
-// missing or empty parent site is the site (so that no margin exists at
-// all), and both move into the coordinates of the region's first pixel.
-SornStatus sorna_efilter(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
-                         uint32_t type, void *dst, const int32_t *dstOrigin,
-                         const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
-                         const int32_t *srcStrides, int32_t kind, const SornSeShape *se,
-                         const SornBorderSpec *border, const SornSites *sites) {
-  const bool site_empty = sites == nullptr || sorn_volume__empty(3, sites->site.size);
-  const bool par_empty = sites == nullptr || sorn_volume__empty(3, sites->parsite.size);
-  SornSites local;
-  if (site_empty) {
-    __sorn_dims__$v$L(local.site.origin, pack, srcOrigin);
-    __sorn_Nvolume__$v$L(local.site.size, pack, sizes);
-  } else {
-    local.site = sites->site;
-  }
-  local.parsite = par_empty ? local.site : sites->parsite;
-  if (srcOrigin != nullptr) {
-    int32_t o[4];
-    __sorn_dims__$v$L(o, pack, srcOrigin);
-    sorn_vec__sub_$I(4, local.site.origin, o);
-    sorn_vec__sub_$I(4, local.parsite.origin, o);
-  }
-  return sorna__efilter(
-      xe, flags, pack, sizes, type, sorn::at_origin(dst, pack, dstOrigin, dstStrides), dstStrides,
-      sorn::at_origin(src, pack, srcOrigin, srcStrides), srcStrides, kind, se, border, &local);
-}
-
-SornStatus SornTGAfilter(SornXE *xe, SornFlags flags, void *args, SornDimPack pack, int32_t *sizes,
-                         uint32_t dstType, void *dst, int32_t *dstOrigin, int32_t *dstStrides,
-                         uint32_t srcType, void *src, int32_t *srcOrigin, int32_t *srcStrides) {
-  if (dstType != srcType) return SORN_EINVAL;
-  const SornFilterArgs *a = static_cast<const SornFilterArgs *>(args);
-  return sorna_efilter(xe, flags, pack, sizes, dstType, dst, dstOrigin, dstStrides, src, srcOrigin,
-                       srcStrides, (int32_t)a->kind, a->se, a->border, a->sites);
-}
+SORN_FILTER_LAYER2(filter, SornSeShape, )
 
 /* ---------------- entry ---------------- */
 

@@ -110,11 +110,29 @@ auto pass_of(Routine routine, SornXE *xe, SornDimPack pack, const int32_t *sizes
   };
 }
 
-// dst = src - dst after an opening into dst, or dst - src after a closing.
-SornStatus hat(SornStatus opened, bool top, SornXE *xe, SornFlags flags, SornDimPack pack,
+// An opening (erosion, then dilation of its result) or a closing (the
+// other way) through the erosion and dilation routines of one window form.
+template <class Routine, class Window>
+SornStatus open_or_close(bool close, Routine erode, Routine dilate, SornXE *xe, SornFlags flags,
+                         SornDimPack pack, const int32_t *sizes, uint32_t type, void *dst,
+                         const int32_t *dstStrides, const void *src, const int32_t *srcStrides,
+                         const SornSeShape *se, const Window *w) {
+  const auto e = pass_of(erode, xe, pack, sizes, type, w);
+  const auto d = pass_of(dilate, xe, pack, sizes, type, w);
+  if (close)
+    return chain(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, se, true, d, e);
+  return chain(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, se, false, e, d);
+}
+
+// dst = src - dst after an opening into dst, or dst - src after a closing:
+// the chain runs into dst first.
+template <class Chain, class Window>
+SornStatus hat(Chain chain, bool top, SornXE *xe, SornFlags flags, SornDimPack pack,
                const int32_t *sizes, uint32_t type, void *dst, const int32_t *dstStrides,
-               const void *src, const int32_t *srcStrides) {
-  if (opened != SORN_OK || (flags & SORN_F_PROBE)) return opened;
+               const void *src, const int32_t *srcStrides, const Window *w) {
+  const SornStatus chained =
+      chain(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, w);
+  if (chained != SORN_OK || (flags & SORN_F_PROBE)) return chained;
   if (top)
     return sorna__subq(xe, flags, pack, sizes, type, dst, dstStrides, type, src, srcStrides, type,
                        dst, dstStrides, 0, 0);
@@ -138,24 +156,25 @@ SornFilterKernel sorna__erodefun_imp(uint32_t chword, SornElemType type, SornSta
    const int32_t *dstStrides, const void *src, const int32_t *srcStrides, const SornSeShape *se)
 
 SornStatus sorna__filter_open SORN_FILTER_CHAIN_ARGS {
-  return chain(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, se, false,
-               pass_of(&sorna__filter_min, xe, pack, sizes, type, se),
-               pass_of(&sorna__filter_max, xe, pack, sizes, type, se));
+  return open_or_close(false, &sorna__filter_min, &sorna__filter_max, xe, flags, pack, sizes, type,
+                       dst, dstStrides, src, srcStrides, se, se);
 }
 SornStatus sorna__filter_close SORN_FILTER_CHAIN_ARGS {
-  return chain(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, se, true,
-               pass_of(&sorna__filter_max, xe, pack, sizes, type, se),
-               pass_of(&sorna__filter_min, xe, pack, sizes, type, se));
+  return open_or_close(true, &sorna__filter_min, &sorna__filter_max, xe, flags, pack, sizes, type,
+                       dst, dstStrides, src, srcStrides, se, se);
 }
-SornStatus sorna__filter_tophat SORN_FILTER_CHAIN_ARGS {
-  return hat(sorna__filter_open(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, se),
-             true, xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides);
-}
-SornStatus sorna__filter_bothat SORN_FILTER_CHAIN_ARGS {
-  return hat(
-      sorna__filter_close(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, se),
-      false, xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides);
-}
+// The hats of a window form: top-hat after its opening, bottom-hat after
+// its closing.
+#define SORN_HATS(fam, ARGS, w)                                                                  \
+  SornStatus sorna__##fam##_tophat ARGS {                                                        \
+    return hat(&sorna__##fam##_open, true, xe, flags, pack, sizes, type, dst, dstStrides, src,   \
+               srcStrides, w);                                                                   \
+  }                                                                                              \
+  SornStatus sorna__##fam##_bothat ARGS {                                                        \
+    return hat(&sorna__##fam##_close, false, xe, flags, pack, sizes, type, dst, dstStrides, src, \
+               srcStrides, w);                                                                   \
+  }
+SORN_HATS(filter, SORN_FILTER_CHAIN_ARGS, se)
 #undef SORN_FILTER_CHAIN_ARGS
 
 /* ---------------- with a mask ---------------- */
@@ -173,32 +192,19 @@ SornStatus sorna__morphop_erode SORN_MORPHOP_ARGS {
                                    dstStrides, src, srcStrides, window_of(strel));
 }
 // A mask of all 255 is the rectangle's chain.
-SornStatus sorna__morphop_open SORN_MORPHOP_ARGS {
-  if (sorn::filter::flat_mask(strel))
-    return sorna__filter_open(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides,
-                              window_of(strel));
-  return chain(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, window_of(strel),
-               false, pass_of(&sorna__morphop_erode, xe, pack, sizes, type, strel),
-               pass_of(&sorna__morphop_dilate, xe, pack, sizes, type, strel));
-}
-SornStatus sorna__morphop_close SORN_MORPHOP_ARGS {
-  if (sorn::filter::flat_mask(strel))
-    return sorna__filter_close(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides,
-                               window_of(strel));
-  return chain(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, window_of(strel),
-               true, pass_of(&sorna__morphop_dilate, xe, pack, sizes, type, strel),
-               pass_of(&sorna__morphop_erode, xe, pack, sizes, type, strel));
-}
-SornStatus sorna__morphop_tophat SORN_MORPHOP_ARGS {
-  return hat(
-      sorna__morphop_open(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, strel),
-      true, xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides);
-}
-SornStatus sorna__morphop_bothat SORN_MORPHOP_ARGS {
-  return hat(
-      sorna__morphop_close(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, strel),
-      false, xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides);
-}
+#define SORN_MASKED_CHAIN(name, close)                                                            \
+  SornStatus sorna__morphop_##name SORN_MORPHOP_ARGS {                                            \
+    if (sorn::filter::flat_mask(strel))                                                           \
+      return sorna__filter_##name(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, \
+                                  window_of(strel));                                              \
+    return open_or_close(close, &sorna__morphop_erode, &sorna__morphop_dilate, xe, flags, pack,   \
+                         sizes, type, dst, dstStrides, src, srcStrides, window_of(strel), strel); \
+  }
+SORN_MASKED_CHAIN(open, false)
+SORN_MASKED_CHAIN(close, true)
+#undef SORN_MASKED_CHAIN
+SORN_HATS(morphop, SORN_MORPHOP_ARGS, strel)
+#undef SORN_HATS
 #undef SORN_MORPHOP_ARGS
 
 /* ---------------- layer 3 ---------------- */
@@ -207,23 +213,16 @@ SornStatus sorna__morphop_bothat SORN_MORPHOP_ARGS {
 SornStatus sorna__morphop(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
                           uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
                           const int32_t *srcStrides, int32_t kind, const SornStrel *strel) {
-  auto go = [&](SornStatus (*routine)(SornXE *, SornFlags, SornDimPack, const int32_t *, uint32_t,
-                                      void *, const int32_t *, const void *, const int32_t *,
-                                      const SornStrel *)) {
-    return routine(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, strel);
-  };
-  switch (kind & 15) {
-    case SORN_MORPH_NONE:
-      return sorna__copy(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides);
-    case SORN_MORPH_ERODE: return go(&sorna__morphop_erode);
-    case SORN_MORPH_DILATE: return go(&sorna__morphop_dilate);
-    case SORN_MORPH_CLOSE: return go(&sorna__morphop_close);
-    case SORN_MORPH_OPEN: return go(&sorna__morphop_open);
-    case SORN_MORPH_BOTHAT: return go(&sorna__morphop_bothat);
-    case SORN_MORPH_TOPHAT: return go(&sorna__morphop_tophat);
-    case SORN_MORPH_GRADIENT: return SORN_ENOTIMP;
-    default: return SORN_EINVAL;
-  }
+  static constexpr sorn::filter::KindRoute<SornStrel> kRoutes[] = {
+      {SORN_MORPH_ERODE, &sorna__morphop_erode},
+      {SORN_MORPH_DILATE, &sorna__morphop_dilate},
+      {SORN_MORPH_CLOSE, &sorna__morphop_close},
+      {SORN_MORPH_OPEN, &sorna__morphop_open},
+      {SORN_MORPH_BOTHAT, &sorna__morphop_bothat},
+      {SORN_MORPH_TOPHAT, &sorna__morphop_tophat},
+      {SORN_MORPH_GRADIENT, nullptr}};
+  return sorn::filter::route_kind(kRoutes, kind & 15, xe, flags, pack, sizes, type, dst, dstStrides,
+                                  src, srcStrides, strel);
 }
 
 // The edge decision of the filters, with the mask's box as the window; the
@@ -242,35 +241,7 @@ SornStatus sorna__emorphop(SornXE *xe, SornFlags flags, SornDimPack pack, const 
 
 /* ---------------- layer 2 ---------------- */
 
-SornStatus sorna_morphop(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
-                         uint32_t type, void *dst, const int32_t *dstOrigin,
-                         const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
-                         const int32_t *srcStrides, int32_t kind, const SornStrel *strel) {
-  return sorna__morphop(xe, flags, pack, sizes, type,
-                        sorn::at_origin(dst, pack, dstOrigin, dstStrides), dstStrides,
-                        sorn::at_origin(src, pack, srcOrigin, srcStrides), srcStrides, kind, strel);
-}
-
-SornStatus sorna_emorphop(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
-                          uint32_t type, void *dst, const int32_t *dstOrigin,
-                          const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
-                          const int32_t *srcStrides, int32_t kind, const SornStrel *strel,
-                          const SornBorderSpec *border, const SornSites *sites) {
-  const SornSites at = sorn::sites_at_region(pack, sizes, srcOrigin, sites);
-  return sorna__emorphop(
-      xe, flags, pack, sizes, type, sorn::at_origin(dst, pack, dstOrigin, dstStrides), dstStrides,
-      sorn::at_origin(src, pack, srcOrigin, srcStrides), srcStrides, kind, strel, border, &at);
-}
-
-SornStatus SornTGAmorphop(SornXE *xe, SornFlags flags, void *args, SornDimPack pack, int32_t *sizes,
-                          uint32_t dstType, void *dst, int32_t *dstOrigin, int32_t *dstStrides,
-                          uint32_t srcType, void *src, int32_t *srcOrigin, int32_t *srcStrides) {
-  if (dstType != srcType) return SORN_EINVAL;
-  const SornFilterArgs *a = static_cast<const SornFilterArgs *>(args);
-  return sorna_emorphop(xe, flags, pack, sizes, dstType, dst, dstOrigin, dstStrides, src, srcOrigin,
-                        srcStrides, (int32_t)a->kind, sorn::filter::strel_of(a->se), a->border,
-                        a->sites);
-}
+SORN_FILTER_LAYER2(morphop, SornStrel, sorn::filter::strel_of)
 
 /* ---------------- entry ---------------- */
 

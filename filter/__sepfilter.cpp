@@ -207,23 +207,25 @@ template <int K> struct Down {
   }
 };
 
+// The pass of a kernel's taps: unrolled for 3 and 5, any count otherwise.
+template <template <int> class Pass, class T, int C>
+SornStatus by_taps(int32_t taps, SornXE *xe, SornFlags flags, const Plane &p, char *d,
+                   const char *s, const SornSepShape *sep) {
+  switch (taps) {
+    case 3: return Pass<3>::template run<T, C>(xe, flags, p, d, s, sep);
+    case 5: return Pass<5>::template run<T, C>(xe, flags, p, d, s, sep);
+    default: return Pass<0>::template run<T, C>(xe, flags, p, d, s, sep);
+  }
+}
 template <class T, int C>
 SornStatus across(SornXE *xe, SornFlags flags, const Plane &p, char *d, const char *s,
                   const SornSepShape *sep) {
-  switch (sep->size[2]) {
-    case 3: return Across<3>::run<T, C>(xe, flags, p, d, s, sep);
-    case 5: return Across<5>::run<T, C>(xe, flags, p, d, s, sep);
-    default: return Across<0>::run<T, C>(xe, flags, p, d, s, sep);
-  }
+  return by_taps<Across, T, C>(sep->size[2], xe, flags, p, d, s, sep);
 }
 template <class T, int C>
 SornStatus down(SornXE *xe, SornFlags flags, const Plane &p, char *d, const char *s,
                 const SornSepShape *sep) {
-  switch (sep->size[1]) {
-    case 3: return Down<3>::run<T, C>(xe, flags, p, d, s, sep);
-    case 5: return Down<5>::run<T, C>(xe, flags, p, d, s, sep);
-    default: return Down<0>::run<T, C>(xe, flags, p, d, s, sep);
-  }
+  return by_taps<Down, T, C>(sep->size[1], xe, flags, p, d, s, sep);
 }
 
 // Two passes through a block of the element type with the widened

@@ -140,6 +140,30 @@ inline SornStatus table_route(SornFilterKernel (*table)(uint32_t, SornElemType, 
   return k(xe, flags, in.n, in.dims, dst, in.strides, src, sin.strides, se);
 }
 
+// One kind of a family's layer 3 and its routine, taking the family's
+// window; a kind with a name and no routine (null) is not implemented.
+template <class Window> struct KindRoute {
+  int32_t kind;
+  SornStatus (*routine)(SornXE *, SornFlags, SornDimPack, const int32_t *, uint32_t, void *,
+                        const int32_t *, const void *, const int32_t *, const Window *);
+};
+
+// Layer 3 by kind: kind 0 is a copy, a kind of the table its routine, any
+// other invalid.
+template <class Window, size_t N>
+SornStatus route_kind(const KindRoute<Window> (&routes)[N], int32_t kind, SornXE *xe,
+                      SornFlags flags, SornDimPack pack, const int32_t *sizes, uint32_t type,
+                      void *dst, const int32_t *dstStrides, const void *src,
+                      const int32_t *srcStrides, const Window *w) {
+  if (kind == 0) return sorna__copy(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides);
+  for (const KindRoute<Window> &r : routes)
+    if (r.kind == kind)
+      return r.routine == nullptr
+                 ? SORN_ENOTIMP
+                 : r.routine(xe, flags, pack, sizes, type, dst, dstStrides, src, srcStrides, w);
+  return SORN_EINVAL;
+}
+
 // The way down of a filter entry once its checks have passed and the
 // regions are agreed (rd of dst, rs of src): at rank 4 plane by plane, a
 // source of one plane serving every plane of dst's region (which the
@@ -216,3 +240,41 @@ SornStatus filter_entry(SornXE *xe, SornFlags flags, const SornArray *dst, const
 }
 
 }  // namespace sorn::filter
+
+// Layer 2 of a family taking a kind and a window of type Window (the
+// filter's SornSeShape, morphology's SornStrel), and its slice form: the
+// origins go into the bases, and the sites settle in the edge-handling
+// form: a missing or empty site is the region itself, a missing or empty
+// parent site is the site (so that no margin exists at all), and both move
+// into the coordinates of the region's first pixel. The slice form reads a
+// SornFilterArgs, whose window `window_from` turns into the family's.
+#define SORN_FILTER_LAYER2(fam, Window, window_from)                                             \
+  SornStatus sorna_##fam(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,    \
+                         uint32_t type, void *dst, const int32_t *dstOrigin,                     \
+                         const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,   \
+                         const int32_t *srcStrides, int32_t kind, const Window *w) {             \
+    return sorna__##fam(xe, flags, pack, sizes, type,                                            \
+                        sorn::at_origin(dst, pack, dstOrigin, dstStrides), dstStrides,           \
+                        sorn::at_origin(src, pack, srcOrigin, srcStrides), srcStrides, kind, w); \
+  }                                                                                              \
+  SornStatus sorna_e##fam(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,   \
+                          uint32_t type, void *dst, const int32_t *dstOrigin,                    \
+                          const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,  \
+                          const int32_t *srcStrides, int32_t kind, const Window *w,              \
+                          const SornBorderSpec *border, const SornSites *sites) {                \
+    const SornSites at = sorn::sites_at_region(pack, sizes, srcOrigin, sites);                   \
+    return sorna__e##fam(xe, flags, pack, sizes, type,                                           \
+                         sorn::at_origin(dst, pack, dstOrigin, dstStrides), dstStrides,          \
+                         sorn::at_origin(src, pack, srcOrigin, srcStrides), srcStrides, kind, w, \
+                         border, &at);                                                           \
+  }                                                                                              \
+  SornStatus SornTGA##fam(SornXE *xe, SornFlags flags, void *args, SornDimPack pack,             \
+                          int32_t *sizes, uint32_t dstType, void *dst, int32_t *dstOrigin,       \
+                          int32_t *dstStrides, uint32_t srcType, void *src, int32_t *srcOrigin,  \
+                          int32_t *srcStrides) {                                                 \
+    if (dstType != srcType) return SORN_EINVAL;                                                  \
+    const SornFilterArgs *a = static_cast<const SornFilterArgs *>(args);                         \
+    return sorna_e##fam(xe, flags, pack, sizes, dstType, dst, dstOrigin, dstStrides, src,        \
+                        srcOrigin, srcStrides, (int32_t)a->kind, window_from(a->se), a->border,  \
+                        a->sites);                                                               \
+  }
