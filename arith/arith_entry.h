@@ -47,6 +47,13 @@ SornStatus check_operands(const SornArray *dst, const SornArray *const (&srcs)[N
     }
   }
   if (sorn::no_channels(box[0])) return SORN_ENOSPC;
+  // The kernels walk a row as its pixels' elements side by side (the
+  // channels folded into the row, the tiles converted a row at a time), and
+  // the constant forms pair their constants with the channels: whole
+  // pixels, from the pixel's start also where the region's channels begin
+  // inside it, as every element-wise family takes them.
+  sorn::whole_pixels(&box[0], dst);
+  for (int i = 0; i < N - 1; ++i) sorn::whole_pixels(&box[i + 1], srcs[i]);
   out->ops[0] = sorn::Operand(dst, box[0]);
   for (int i = 0; i < N - 1; ++i) out->ops[i + 1] = sorn::Operand(srcs[i], box[i + 1]);
   if (out->ops[0].rank == 4) return SORN_ENOTSUP;

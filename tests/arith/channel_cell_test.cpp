@@ -64,4 +64,41 @@ TEST(ArithChannelCell, FirstSourceChannelOriginIsNotUsed) {
   SornXEfini(&xe);
 }
 
+TEST(ArithChannelCell, ARegionWhoseChannelsBeginInsideThePixelTakesWholePixels) {
+  // Channel 2 of three: the operation runs on whole pixels from the pixel's
+  // start, by its own kernel and through the tiles of a wider source alike,
+  // and nothing outside the region's pixels changes, row padding included.
+  for (uint32_t bt : {(uint32_t)SORN_U8, (uint32_t)SORN_F32}) {
+    Image d(4, 6, 3, SORN_U8, 5, 0x11), a(4, 6, 3, SORN_U8, 3), b(4, 6, 3, bt, 7);
+    for (int32_t y = 0; y < 4; ++y)
+      for (int32_t x = 0; x < 6; ++x)
+        for (int32_t c = 0; c < 3; ++c) {
+          a.set(y, x, c, 100 + 10 * y + x + c);
+          b.set(y, x, c, 3 * x + c);
+        }
+    SornArray rd = d.record(), ra = a.record(), rb = b.record();
+    SornVolume roi = sorn_test::make_roi(1, 2, 2, 40, 3);
+    roi.origin[3] = 2;
+    const auto before = d.bytes_copy();
+    SornXE xe = env();
+    ASSERT_EQ(SornSub(&xe, 0, &rd, &ra, &rb, &roi, nullptr, nullptr, 0, 0), SORN_OK) << bt;
+    for (int32_t y = 0; y < 4; ++y)
+      for (int32_t x = 0; x < 6; ++x)
+        for (int32_t c = 0; c < 3; ++c) {
+          const bool in = y >= 1 && y < 3 && x >= 2;
+          // The sources start at their own first pixel.
+          const double want = in ? a.get(y - 1, x - 2, c) - b.get(y - 1, x - 2, c) : 0x11;
+          EXPECT_EQ(d.get(y, x, c), want) << bt << " at " << y << "," << x << "," << c;
+        }
+    const auto after = d.bytes_copy();
+    for (int32_t y = 0; y < 4; ++y)
+      for (int32_t k = 18; k < d.rowstride(); ++k) {
+        const size_t i = (size_t)y * d.rowstride() + k;
+        EXPECT_EQ(after[i], before[i]) << bt << " padding of row " << y;
+      }
+    EXPECT_TRUE(d.guards_intact());
+    SornXEfini(&xe);
+  }
+}
+
 }  // namespace
