@@ -474,7 +474,7 @@ invert_mask) are left out. seed: the (row, column) the flooding starts at.)",
      ComponentTree{SORN_PY_ENTRY(SornWatershed), SORN_PY_ENTRY(SornWatershedEx),
                    SORN_F_WTS_INVMASK}},
     {"mser",
-     R"(mser(img, *, delta=10, min_area=0.0001, max_area=0.75, max_variation=0.33, min_diversity=0.2, mode='both', mask=None, invert_mask=False, plain=False, connectivity=4, shift=0)
+     R"(mser(img, *, delta=10, min_area=0.0001, max_area=0.75, max_variation=0.33, min_diversity=0.2, mode='both', mask=None, invert_mask=False, plain=False, connectivity=4, shift=0, measures=False)
 
 Maximally stable extremal regions of a one-channel uint8 image. Returns
 sorn.Regions: per region whether it is dark (a set below its level) or
@@ -489,7 +489,14 @@ mode: 'dark', 'bright' or 'both'.
 The default flooding is the library's fast one: 4 neighbours, and column 0 of
 the image takes part in no region (shift= quantises levels by dropping low
 bits). plain=True runs the plain flooding instead, with connectivity 4 or 8
-and every column.)",
+and every column.
+
+measures=True measures every region over its pixels as the library measures
+regions, into the result's measures (a sorn.RegionMeasures; None without):
+centroid, central second moments, the sums of the moment feature, bounding
+box, the ellipse of the moments, the least-area bounding rectangle, the
+convex hull, and the areas of hull, rectangle and ellipse. result.measures[i]
+gives region i's as a named tuple.)",
      StableRegions{SORN_PY_ENTRY(SornGenerateFMSERs), SORN_PY_ENTRY(SornGenerateFMSERsEx),
                    SORN_PY_ENTRY(SornGenerateMSERs), SORN_PY_ENTRY(SornGenerateMSERsEx),
                    SORN_F_WTS_INVMASK}},

@@ -1,7 +1,9 @@
 """Plane geometry on point arrays (convex hull, signed area, least-area
-bounding rectangle) against plain references written here."""
+bounding rectangle) against plain references written here, and the measures
+of stable regions against numpy's own over each region's pixels."""
 
 import math
+import pickle
 
 import numpy as np
 import pytest
@@ -295,3 +297,114 @@ def test_views_lists_and_foreign_byte_order_are_read_as_they_are(rng):
     assert np.array_equal(sorn.convex_hull(swapped), sorn.convex_hull(p))
     with pytest.raises(ValueError, match="no points"):
         sorn.min_area_quad(np.zeros((0, 2), np.float32))
+
+
+# ---------------- measures of stable regions ----------------
+
+
+def shapes_image():
+    """A dark filled ellipse and a bright filled rectangle on grey."""
+    img = np.full((90, 120), 128, np.uint8)
+    r, c = np.mgrid[:90, :120]
+    img[((r - 40) / 14.0) ** 2 + ((c - 45) / 25.0) ** 2 <= 1] = 20
+    img[55:80, 75:110] = 235
+    return img
+
+
+def region_numpy_measures(p):
+    p = p.astype(np.float64)
+    m = p.mean(axis=0)
+    d = p - m
+    return m, np.array([np.mean(d[:, 0] ** 2), np.mean(d[:, 0] * d[:, 1]), np.mean(d[:, 1] ** 2)])
+
+
+@pytest.mark.parametrize("plain", [False, True])
+def test_region_measures_are_those_of_the_pixels(plain):
+    img = shapes_image()
+    regions = sorn.mser(img, measures=True, plain=plain)
+    m = regions.measures
+    assert isinstance(m, sorn.RegionMeasures) and len(m) == len(regions) > 0
+    assert sorn.mser(img, plain=plain).measures is None
+    assert sorn.mser(img, plain=plain) == regions  # the same regions either way
+    for i, p in enumerate(regions):
+        centroid, moments = region_numpy_measures(p)
+        np.testing.assert_allclose(m.centroid[i], centroid, rtol=1e-12)
+        np.testing.assert_allclose(m.moments[i], moments, rtol=1e-9, atol=1e-9)
+        q = p.astype(np.int64)
+        sums = [q[:, 0].sum(), q[:, 1].sum(), (q[:, 0] ** 2).sum(), (q[:, 0] * q[:, 1]).sum(),
+                (q[:, 1] ** 2).sum()]
+        assert m.sums[i].tolist() == [float(s) for s in sums]
+        lo, hi = p.min(axis=0), p.max(axis=0)
+        assert m.box[i].tolist() == [lo[0], lo[1], hi[0] - lo[0], hi[1] - lo[1]]
+        # the hull is the region's, and its area the shoelace one
+        assert sorted(as_tuples(m.hull(i))) == sorted(monotone_chain(as_tuples(p)))
+        assert np.array_equal(m.hull(i), sorn.convex_hull(p))
+        assert m.hull_area[i] == abs(shoelace(monotone_chain(as_tuples(p))))
+        # the rectangle holds the pixels, with the least area
+        assert inside_quad(m.quad[i], p, 1e-6)
+        assert np.array_equal(m.quad[i], sorn.min_area_quad(p))
+        assert m.quad_area[i] == pytest.approx(least_area_rectangle(p), rel=1e-9)
+        assert m.quad_area[i] >= m.hull_area[i] - 1e-9
+        # the ellipse: centre at the centroid, semi-axes twice the roots of
+        # the eigenvalues of the central moments, smaller first
+        ev = np.linalg.eigvalsh([[moments[0], moments[1]], [moments[1], moments[2]]])
+        e = m[i].ellipse
+        assert (e.row, e.column) == pytest.approx(tuple(centroid), rel=1e-9)
+        assert (e.a, e.b) == pytest.approx(tuple(2 * np.sqrt(ev)), rel=1e-9)
+        assert m.ellipse_area[i] == pytest.approx(math.pi * e.a * e.b, rel=1e-12)
+
+
+def test_the_shapes_are_measured_as_drawn():
+    img = shapes_image()
+    regions = sorn.mser(img, measures=True, plain=True)
+    m = regions.measures
+    sizes = regions.size.tolist()
+    ell_pixels = int(np.count_nonzero(img == 20))
+    i = sizes.index(ell_pixels)
+    assert regions.dark[i]
+    e = m[i].ellipse
+    # a filled ellipse gives its own semi-axes back, b along the columns
+    assert (e.row, e.column) == pytest.approx((40.0, 45.0), abs=1e-9)
+    assert e.a == pytest.approx(14.0, rel=0.03) and e.b == pytest.approx(25.0, rel=0.03)
+    assert math.sin(e.rotation) == pytest.approx(0.0, abs=1e-9)
+    assert m.ellipse_area[i] == pytest.approx(ell_pixels, rel=0.02)
+    j = sizes.index(25 * 35)
+    assert not regions.dark[j]
+    assert m.box[j].tolist() == [55, 75, 24, 34]
+    assert m.hull_area[j] == 24 * 34 and m.quad_area[j] == pytest.approx(24 * 34, rel=1e-12)
+    assert sorted(as_tuples(m.hull(j))) == [(55, 75), (55, 109), (79, 75), (79, 109)]
+
+
+def test_measures_travel_with_the_regions():
+    regions = sorn.mser(shapes_image(), measures=True)
+    back = pickle.loads(pickle.dumps(regions))
+    assert back == regions
+    for k in vars(regions.measures):
+        assert np.array_equal(getattr(back.measures, k), getattr(regions.measures, k))
+    r = regions.measures[-1]
+    assert isinstance(r, sorn.RegionMeasure) and isinstance(r.ellipse, sorn.Ellipse)
+    assert len(list(regions.measures)) == len(regions)
+    with pytest.raises(IndexError):
+        regions.measures[len(regions)]
+
+
+def test_no_regions_no_measures():
+    m = sorn.mser(np.full((20, 20), 7, np.uint8), measures=True).measures
+    assert len(m) == 0 and m.quad.shape == (0, 4, 2) and m.ellipse.shape == (0, 5)
+    assert m.hull_points.shape == (0, 2) and m.hull_offsets.tolist() == [0]
+
+
+@pytest.mark.parametrize("plain", [False, True])
+def test_regions_wider_than_the_integer_calipers_are_measured_in_doubles(plain):
+    img = np.full((40, 1300), 200, np.uint8)
+    r, c = np.mgrid[:40, :1300]
+    img[np.abs((r - 20) - (c - 650) * 0.01) <= 6] = 30  # a long, slightly slanted bar
+    regions = sorn.mser(img, measures=True, plain=plain, mode="dark", max_area=0.9)
+    m = regions.measures
+    wide = [i for i in range(len(regions)) if m.box[i, 3] >= 1024]
+    assert wide
+    for i in wide:
+        p = regions[i]
+        assert inside_quad(m.quad[i], p, 1e-6)
+        assert m.quad_area[i] == pytest.approx(least_area_rectangle(p), rel=1e-9)
+        assert np.allclose(m.quad[i], sorn.min_area_quad(p.astype(np.float64)))
