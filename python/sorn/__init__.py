@@ -21,6 +21,6 @@ large image, on a dask.distributed cluster.
 # a family added to the table is here without a line of its own.
 from ._sorn import *  # noqa: F401,F403
 from ._sorn import _copies_made, _live_environments, _raise_status  # noqa: F401
-from ._regions import ComponentTree, Regions  # noqa: F401
+from ._regions import ComponentTree, Ellipse, RegionMeasure, RegionMeasures, Regions  # noqa: F401
 
 __version__ = "1.0.0"

@@ -93,9 +93,10 @@ constexpr FlagChoice kLnAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
   "as for box_filter: 'reflect101' (the default), 'reflect', 'replicate',\n"       \
   "'wrap', or 'const' with value (a number, or one per channel)."
 
-using Shape = std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill,
-                           MatMul, ComponentTree, StableRegions, Threshold, Otsu, Border, Filter,
-                           Resize, Convert, MulAcc, SepFilter, Gaussian, Morphology>;
+using Shape =
+    std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill, MatMul,
+                 ComponentTree, StableRegions, Threshold, Otsu, Border, Filter, Resize, Convert,
+                 MulAcc, SepFilter, Gaussian, Morphology, ConvexHull, PolygonArea, MinAreaQuad>;
 
 struct Family {
   const char *name;
@@ -473,7 +474,7 @@ invert_mask) are left out. seed: the (row, column) the flooding starts at.)",
      ComponentTree{SORN_PY_ENTRY(SornWatershed), SORN_PY_ENTRY(SornWatershedEx),
                    SORN_F_WTS_INVMASK}},
     {"mser",
-     R"(mser(img, *, delta=10, min_area=0.0001, max_area=0.75, max_variation=0.33, min_diversity=0.2, mode='both', mask=None, invert_mask=False, plain=False, connectivity=4, shift=0)
+     R"(mser(img, *, delta=10, min_area=0.0001, max_area=0.75, max_variation=0.33, min_diversity=0.2, mode='both', mask=None, invert_mask=False, plain=False, connectivity=4, shift=0, measures=False)
 
 Maximally stable extremal regions of a one-channel uint8 image. Returns
 sorn.Regions: per region whether it is dark (a set below its level) or
@@ -488,7 +489,14 @@ mode: 'dark', 'bright' or 'both'.
 The default flooding is the library's fast one: 4 neighbours, and column 0 of
 the image takes part in no region (shift= quantises levels by dropping low
 bits). plain=True runs the plain flooding instead, with connectivity 4 or 8
-and every column.)",
+and every column.
+
+measures=True measures every region over its pixels as the library measures
+regions, into the result's measures (a sorn.RegionMeasures; None without):
+centroid, central second moments, the sums of the moment feature, bounding
+box, the ellipse of the moments, the least-area bounding rectangle, the
+convex hull, and the areas of hull, rectangle and ellipse. result.measures[i]
+gives region i's as a named tuple.)",
      StableRegions{SORN_PY_ENTRY(SornGenerateFMSERs), SORN_PY_ENTRY(SornGenerateFMSERsEx),
                    SORN_PY_ENTRY(SornGenerateMSERs), SORN_PY_ENTRY(SornGenerateMSERsEx),
                    SORN_F_WTS_INVMASK}},
@@ -642,6 +650,57 @@ its width fits, and clipped otherwise. A negative scale gives a falling map
 into float32; between integer types the library's fixed-point maps only
 rise, and a falling one gives offset everywhere.)",
      Convert{SORN_PY_ENTRY(SornConvert), SORN_PY_ENTRY(SornVConvert), kConvertTypes}},
+    {"convex_hull",
+     R"(convex_hull(points)
+
+The convex hull of points, an (N, 2) array, as an (H, 2) array of its
+vertices in the points' dtype. The dtype picks the arithmetic: int32 is
+exact (coordinates strictly between -2**30 and 2**30), float32 and float64
+take three points as on one line when their cross product is within 2**-23.
+Other dtypes raise TypeError; coordinates that are not finite, ValueError.
+
+The vertices start at the lowest point (smallest first coordinate, then
+smallest second) and follow the others by the angle atan2(dx, dy) around it,
+turning from the second coordinate toward the first, so that polygon_area
+of a hull is not negative. Points on an edge of the hull are left out. Fewer than four points come back as they
+are, and points that all lie on one line come back all, sorted along it.)",
+     ConvexHull{{SORN_PY_ENTRY(sorn_2d_ptv_convexhull), SORN_PY_ENTRY(sorn_f2d_ptv_convexhull),
+                 SORN_PY_ENTRY(sorn_r2d_ptv_convexhull)}}},
+    {"polygon_area",
+     R"(polygon_area(points)
+
+The signed area of points, an (N, 2) array read as a closed ring (the last
+point joins the first): half the sum of cur[0] * prev[1] - prev[0] * cur[1]
+over its edges, the negative of the usual shoelace sum. A ring that turns
+from the first coordinate toward the second (counter-clockwise with the
+first coordinate as x and the second as y) has a negative area; abs() gives
+the plain area of a simple ring. Fewer than two points give 0.0. int32
+points are summed exactly in 64-bit integers (coordinates strictly
+between -2**30 and 2**30), float32 and float64 points in doubles.)",
+     PolygonArea{{SORN_PY_ENTRY(sorn_2d_ptv___sarea), SORN_PY_ENTRY(sorn_f2d_ptv___sarea),
+                  SORN_PY_ENTRY(sorn_r2d_ptv___sarea)}}},
+    {"min_area_quad",
+     R"(min_area_quad(points)
+
+The bounding rectangle of least area of points, an (N, 2) array, by
+rotating calipers over their convex hull: a (4, 2) array of its corners in
+order around it, float32 for float32 points and float64 for int32 and
+float64 points. Its width runs from corner 0 to corner 1 and its height
+from corner 0 to corner 3. One side lies along an edge of the hull.
+
+One or two points give their axis-aligned bounding box as a quadrilateral,
+corners (x0, y0), (x0, y1), (x1, y1), (x1, y0) with x the first coordinate.
+Three or more points on one line give a quadrilateral of zero area along
+it; three or more points that are all one give corners that are not numbers
+(the calipers find no edge to lie along). No points raise ValueError.
+
+int32 points go through the library's integer calipers, whose areas are
+exact 64-bit products while the points span less than 1024 in each
+coordinate and lie strictly between -2**24 and 2**24; larger int32 lists
+raise ValueError (pass them as float64). float32 and float64 points take
+edges within 2**-23 of parallel or perpendicular as such.)",
+     MinAreaQuad{{SORN_PY_ENTRY(sorn_2d_ptv_minbquad_$r), SORN_PY_ENTRY(sorn_f2d_ptv_minbquad),
+                  SORN_PY_ENTRY(sorn_r2d_ptv_minbquad)}}},
 };
 
 }  // namespace

@@ -156,7 +156,102 @@ struct RegionArrays {
   std::vector<uint8_t> dark;
   std::vector<int32_t> level, size, offsets{0};
   std::vector<int32_t> points;
+  // The plain flooding's moment feature, gathered over each picked region:
+  // its five sums, when the measures were asked for.
+  std::vector<double> feature_sums;
 };
+
+// The measures of every region, taken over its pixels as the library
+// measures fetched regions, plus the convex hull and its area.
+struct MeasureArrays {
+  std::vector<double> sums, centroid, moments, quad, ellipse, hull_area, quad_area, ellipse_area;
+  std::vector<int32_t> box, hull_offsets{0}, hull;
+};
+
+struct VecBlock {
+  SornVec v{0, 0, nullptr};
+  ~VecBlock() { _KuMfree(v.items); }
+};
+
+// Copies the records of one measure out; false when the vector could not
+// grow to one record per region.
+template <class Rec, class T>
+bool take(std::vector<T> &out, SornVec *(*measure)(SornVec *, const SornVec *),
+          const SornVec &regs) {
+  static_assert(sizeof(Rec) % sizeof(T) == 0);
+  VecBlock b;
+  measure(&b.v, &regs);
+  if (b.v.count != regs.count) return false;
+  const T *first = static_cast<const T *>(b.v.items);
+  out.assign(first, first + regs.count * (sizeof(Rec) / sizeof(T)));
+  return true;
+}
+
+// Runs without the GIL; false when memory ran out.
+bool measure(const RegionArrays &r, MeasureArrays &m) {
+  const size_t n = r.level.size();
+  std::vector<SornFwtsrPixReg> recs(n);
+  const Sorn2dPt *pts = reinterpret_cast<const Sorn2dPt *>(r.points.data());
+  for (size_t i = 0; i < n; ++i) {
+    const uint32_t count = (uint32_t)(r.offsets[i + 1] - r.offsets[i]);
+    recs[i] = SornFwtsrPixReg{const_cast<Sorn2dPt *>(pts + r.offsets[i]),
+                              r.level[i],
+                              count,
+                              count,
+                              0,
+                              nullptr,
+                              nullptr,
+                              nullptr};
+  }
+  const SornVec regs{n, n, recs.data()};
+  std::vector<double> mf;
+  if (!take<SornWTSMF>(mf, sorn_fwtsr_mf_$2d, regs) ||
+      !take<SornR2dPt>(m.centroid, sorn_fwtsr_m1_$2d, regs) ||
+      !take<SornMoment2>(m.moments, sorn_fwtsr_m2c_$2d, regs) ||
+      !take<Sorn2dRect>(m.box, sorn_fwtsr_brect_$2d, regs) ||
+      !take<SornR2dQuad>(m.quad, sorn_fwtsr_minbquad_$r2d, regs) ||
+      !take<SornR2dEll>(m.ellipse, sorn_fwtsr_ellipse_$r2d, regs))
+    return false;
+  // The integer calipers' 64-bit products hold while a region spans less
+  // than 1024 pixels each way; a larger one is measured in doubles.
+  std::vector<SornR2dPt> wide;
+  for (size_t i = 0; i < n; ++i) {
+    const int32_t *b = &m.box[4 * i];
+    if (recs[i].size < 3 ||
+        (b[2] < 1024 && b[3] < 1024 && b[0] + b[2] < (1 << 24) && b[1] + b[3] < (1 << 24)))
+      continue;
+    wide.resize(recs[i].size);
+    for (size_t k = 0; k < wide.size(); ++k)
+      wide[k] = SornR2dPt{(double)recs[i].pixels[k].x, (double)recs[i].pixels[k].y};
+    if (!sorn_r2d_ptv_minbquad(reinterpret_cast<SornR2dQuad *>(&m.quad[8 * i]), wide.data(),
+                               (int32_t)wide.size()))
+      return false;
+  }
+  // The moment record is the count (with a word of padding) then five sums.
+  // Regions of the plain flooding carry their sums in their moment feature
+  // and give those instead.
+  if (!r.feature_sums.empty())
+    m.sums = r.feature_sums;
+  else
+    for (size_t i = 0; i < n; ++i)
+      m.sums.insert(m.sums.end(), mf.data() + 6 * i + 1, mf.data() + 6 * i + 6);
+  const auto *quads = reinterpret_cast<const SornR2dQuad *>(m.quad.data());
+  const auto *ells = reinterpret_cast<const SornR2dEll *>(m.ellipse.data());
+  std::vector<Sorn2dPt> hull;
+  for (size_t i = 0; i < n; ++i) {
+    hull.resize(recs[i].size);
+    const int32_t h = sorn_2d_ptv_convexhull(hull.data(), recs[i].pixels, (int32_t)recs[i].size);
+    for (int32_t k = 0; k < h; ++k) {
+      m.hull.push_back(hull[(size_t)k].x);
+      m.hull.push_back(hull[(size_t)k].y);
+    }
+    m.hull_offsets.push_back((int32_t)(m.hull.size() / 2));
+    m.hull_area.push_back(sorn_2d_poly_area(hull.data(), h));
+    m.quad_area.push_back(sorn_r2d_quad_area(&quads[i]));
+    m.ellipse_area.push_back(sorn_r2d_ell_area(&ells[i]));
+  }
+  return true;
+}
 
 void add_points(RegionArrays &out, const int32_t *pairs, uint64_t n) {
   out.points.insert(out.points.end(), pairs, pairs + 2 * n);
@@ -175,7 +270,7 @@ struct PlainFilter {
 py::object mser(const StableRegions &s, const char *name, py::handle img, int64_t delta,
                 double min_area, double max_area, double max_variation, double min_diversity,
                 const std::string &mode, py::handle mask, bool invert_mask, bool plain,
-                int connectivity, int shift) {
+                int connectivity, int shift, bool measures) {
   Image I = grey_image(img, name);
   std::optional<Image> M = optional_mask(mask, name, I);
   const int32_t modeword = mode == "dark"     ? SORN_MSER_DARK
@@ -208,6 +303,8 @@ py::object mser(const StableRegions &s, const char *name, py::handle img, int64_
   const int32_t rows = (int32_t)I.rows(), cols = (int32_t)I.cols();
 
   RegionArrays out;
+  MeasureArrays ms;
+  bool measured = true;
   SornStatus st;
   const char *fn;
   {
@@ -238,9 +335,12 @@ py::object mser(const StableRegions &s, const char *name, py::handle img, int64_
     } else {
       fn = M ? s.plain_masked.name : s.plain.name;
       PlainFilter pf;
-      SornWTSFeatureDs pixels;
-      SornWTSPFinitFeatureDs(&pixels, nullptr);
-      __sorn_mserfilt__$ex(&pf.f, &pixels, 1, (int32_t)delta, modeword, 0,
+      // The points of each region, and with measures its moment sums too.
+      SornWTSFeatureDs features[2];
+      const SornWTSFeatureDs &pixels = features[0], &moments = features[1];
+      SornWTSPFinitFeatureDs(&features[0], nullptr);
+      SornWTSMFinitFeatureDs(&features[1], nullptr);
+      __sorn_mserfilt__$ex(&pf.f, features, measures ? 2 : 1, (int32_t)delta, modeword, 0,
                            connectivity == 8 ? 1 : 0, 0, nullptr, min_area, max_area, max_variation,
                            min_diversity);
       st = M ? s.plain_masked.fn(thread_env(), flags, &r, &*rm, nullptr, nullptr, &pf.f)
@@ -257,17 +357,40 @@ py::object mser(const StableRegions &s, const char *name, py::handle img, int64_
           out.level.push_back((int32_t)reg->pivotval);
           out.size.push_back((int32_t)reg->size);
           add_points(out, v->points, v->count);
+          if (measures) {
+            const SornWTSMF *mf = reinterpret_cast<const SornWTSMF *>(
+                reinterpret_cast<const char *>(reg) + moments.offset);
+            out.feature_sums.insert(out.feature_sums.end(),
+                                    {mf->sr, mf->sc, mf->srr, mf->src, mf->scc});
+          }
         }
       }
     }
+    if (st >= 0 && measures) measured = measure(out, ms);
   }
   check(st, fn);
+  if (!measured) raise_status(SORN_ENOMEM, "sorn_fwtsr_mf_$2d");
   py::array_t<bool> dark(std::vector<py::ssize_t>{(py::ssize_t)out.dark.size()});
   for (size_t i = 0; i < out.dark.size(); ++i) dark.mutable_data()[i] = out.dark[i] != 0;
+  py::object m = py::none();
+  if (measures) {
+    const py::ssize_t n = (py::ssize_t)out.level.size();
+    m = python_class("RegionMeasures")(
+        py::arg("sums") = to_array(ms.sums, 5), py::arg("centroid") = to_array(ms.centroid, 2),
+        py::arg("moments") = to_array(ms.moments, 3), py::arg("box") = to_array(ms.box, 4),
+        py::arg("ellipse") = to_array(ms.ellipse, 5),
+        py::arg("quad") = to_array(ms.quad, 8).attr("reshape")(n, 4, 2),
+        py::arg("hull_offsets") = to_array(ms.hull_offsets),
+        py::arg("hull_points") = to_array(ms.hull, 2),
+        py::arg("hull_area") = to_array(ms.hull_area),
+        py::arg("quad_area") = to_array(ms.quad_area),
+        py::arg("ellipse_area") = to_array(ms.ellipse_area));
+  }
   return python_class("Regions")(
       py::arg("dark") = dark, py::arg("level") = to_array(out.level),
       py::arg("size") = to_array(out.size), py::arg("offsets") = to_array(out.offsets),
-      py::arg("points") = to_array(out.points, 2), py::arg("shape") = py::make_tuple(rows, cols));
+      py::arg("points") = to_array(out.points, 2), py::arg("shape") = py::make_tuple(rows, cols),
+      py::arg("measures") = m);
 }
 
 }  // namespace
@@ -289,14 +412,16 @@ void bind(py::module_ &m, const char *name, const char *doc, const StableRegions
       name,
       [s, name](py::object img, int64_t delta, double min_area, double max_area,
                 double max_variation, double min_diversity, const std::string &mode,
-                py::object mask, bool invert_mask, bool plain, int connectivity, int shift) {
+                py::object mask, bool invert_mask, bool plain, int connectivity, int shift,
+                bool measures) {
         return mser(s, name, img, delta, min_area, max_area, max_variation, min_diversity, mode,
-                    mask, invert_mask, plain, connectivity, shift);
+                    mask, invert_mask, plain, connectivity, shift, measures);
       },
       doc, py::arg("img"), py::kw_only(), py::arg("delta") = 10, py::arg("min_area") = 0.0001,
       py::arg("max_area") = 0.75, py::arg("max_variation") = 0.33, py::arg("min_diversity") = 0.2,
       py::arg("mode") = "both", py::arg("mask") = py::none(), py::arg("invert_mask") = false,
-      py::arg("plain") = false, py::arg("connectivity") = 4, py::arg("shift") = 0);
+      py::arg("plain") = false, py::arg("connectivity") = 4, py::arg("shift") = 0,
+      py::arg("measures") = false);
 }
 
 }  // namespace sorn::python

@@ -387,6 +387,41 @@ struct Morphology {
   Entry<CopyMkbFn> border;
 };
 
+/* ---------------- plane geometry ---------------- */
+
+// A function over a list of points in its three coordinate families: int32
+// points (the integer family), float32 and float64. The binder picks the
+// form by the dtype of the points it is given.
+template <class I, class F, class R> struct PointForms {
+  Entry<I> i;
+  Entry<F> f;
+  Entry<R> r;
+};
+
+// The convex hull, written to a block of n points; answers the hull's count.
+struct ConvexHull {
+  PointForms<int32_t (*)(Sorn2dPt *, const Sorn2dPt *, int32_t),
+             int32_t (*)(SornF2dPt *, const SornF2dPt *, int32_t),
+             int32_t (*)(SornR2dPt *, const SornR2dPt *, int32_t)>
+      forms;
+};
+
+// A number from the list read as a closed ring.
+struct PolygonArea {
+  PointForms<double (*)(const Sorn2dPt *, int32_t), double (*)(const SornF2dPt *, int32_t),
+             double (*)(const SornR2dPt *, int32_t)>
+      forms;
+};
+
+// The bounding quadrilateral of least area; null when the hull's block could
+// not be had. Integer points give the f64 quadrilateral.
+struct MinAreaQuad {
+  PointForms<SornR2dQuad *(*)(SornR2dQuad *, const Sorn2dPt *, int32_t),
+             SornF2dQuad *(*)(SornF2dQuad *, const SornF2dPt *, int32_t),
+             SornR2dQuad *(*)(SornR2dQuad *, const SornR2dPt *, int32_t)>
+      forms;
+};
+
 /* ---------------- binders ---------------- */
 
 void bind(py::module_ &m, const char *name, const char *doc, const Elementwise &s);
@@ -409,6 +444,9 @@ void bind(py::module_ &m, const char *name, const char *doc, const MulAcc &s);
 void bind(py::module_ &m, const char *name, const char *doc, const SepFilter &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Gaussian &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Morphology &s);
+void bind(py::module_ &m, const char *name, const char *doc, const ConvexHull &s);
+void bind(py::module_ &m, const char *name, const char *doc, const PolygonArea &s);
+void bind(py::module_ &m, const char *name, const char *doc, const MinAreaQuad &s);
 
 // Every function of the table.
 void bind_families(py::module_ &m);
