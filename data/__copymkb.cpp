@@ -204,32 +204,31 @@ bool frame_of(SornFlags flags, SornDimPack pack, const int32_t *dims, uint8_t *d
 void copy_data(SornFlags flags, const Frame &f) {
   const size_t w = (size_t)f.cols * (size_t)f.ps;
   if (f.coincide) return;
-  if (flags & SORN_F_BORDER_ONLY) {
-    // The rows above and below the region, then the columns beside it.
-    auto rows = [&](int32_t r0, int32_t r1) {
-      for (int32_t r = r0; r < r1; ++r)
-        std::memcpy(f.d + (ptrdiff_t)r * f.drs, f.s + (ptrdiff_t)r * f.srs, w);
-    };
-    rows(0, f.rtop);
-    rows(f.rtop + f.rrows, f.rows);
-    const size_t lb = (size_t)f.rleft * (size_t)f.ps;
-    const ptrdiff_t ro = (ptrdiff_t)(f.rleft + f.rcols) * f.ps;
-    const size_t rb = w - (size_t)ro;
-    for (int32_t r = f.rtop; r < f.rtop + f.rrows; ++r) {
-      std::memcpy(f.d + (ptrdiff_t)r * f.drs, f.s + (ptrdiff_t)r * f.srs, lb);
-      std::memcpy(f.d + (ptrdiff_t)r * f.drs + ro, f.s + (ptrdiff_t)r * f.srs + ro, rb);
-    }
+  const bool border_only = (flags & SORN_F_BORDER_ONLY) != 0;
+  if (!f.moved && !border_only) {
+    C_sorn_bcopy2d(f.d, f.s, (int32_t)f.drs, (int32_t)f.srs, f.rows, w);
     return;
   }
-  if (f.moved) {
-    const bool down = f.d > f.s;
-    for (int32_t k = 0; k < f.rows; ++k) {
-      const int32_t r = down ? f.rows - 1 - k : k;
-      std::memmove(f.d + (ptrdiff_t)r * f.drs, f.s + (ptrdiff_t)r * f.srs, w);
+  // Row by row, last row first when the destination lies after the source.
+  // A border-only copy takes, in the region's rows, only the pixels beside
+  // the region.
+  const bool down = f.moved && f.d > f.s;
+  const size_t lb = (size_t)f.rleft * (size_t)f.ps;
+  const ptrdiff_t ro = (ptrdiff_t)(f.rleft + f.rcols) * f.ps;
+  for (int32_t k = 0; k < f.rows; ++k) {
+    const int32_t r = down ? f.rows - 1 - k : k;
+    uint8_t *d = f.d + (ptrdiff_t)r * f.drs;
+    const uint8_t *src = f.s + (ptrdiff_t)r * f.srs;
+    if (border_only && r >= f.rtop && r < f.rtop + f.rrows) {
+      // The piece further along first when moving forward, so that neither
+      // piece is written over before it is read.
+      if (down) std::memmove(d + ro, src + ro, w - (size_t)ro);
+      std::memmove(d, src, lb);
+      if (!down) std::memmove(d + ro, src + ro, w - (size_t)ro);
+    } else {
+      std::memmove(d, src, w);
     }
-    return;
   }
-  C_sorn_bcopy2d(f.d, f.s, (int32_t)f.drs, (int32_t)f.srs, f.rows, w);
 }
 
 // Side margins of every row, then the rows above and below, for one kind

@@ -449,6 +449,29 @@ TEST(CopyMkb, InPlaceWithoutASiteMovesTheRegionByTheBorder) {
   }
 }
 
+TEST(CopyMkb, BorderOnlyInPlaceMovesThePixelsAroundTheRegionAsACopyWould) {
+  // A border-only copy that moves its rows over themselves reads each row
+  // before it is written, the pieces beside the region included: the same
+  // as the copy out of place from an untouched copy of the image.
+  for (int32_t kind : {SORN_BORDER_CONST, SORN_BORDER_REFLECT101, SORN_BORDER_WRAP}) {
+    for (const SornBrShape &b : {border(2, 3, 1, 2), border(0, 1, 0, 0), border(1, 0, 0, 0)}) {
+      Image im(9, 9, 2, SORN_U8), ref(9, 9, 2, SORN_U8), copy(9, 9, 2, SORN_U8);
+      for (int32_t y = 0; y < 9; ++y)
+        for (int32_t x = 0; x < 9; ++x)
+          for (int32_t c = 0; c < 2; ++c)
+            im.at<uint8_t>(y, x, c) = ref.at<uint8_t>(y, x, c) = copy.at<uint8_t>(y, x, c) =
+                (uint8_t)(20 * y + 2 * x + c);
+      const SornVolume region = make_roi(3, 3, 4, 1, 2);
+      const SornFlags flags = SORN_F_BORDER_ONLY;
+      SornArray a = im.record(), r = ref.record(), cs = copy.record();
+      ASSERT_EQ(SORN_OK, SornCopyMkb(nullptr, flags, &a, nullptr, nullptr, &region, kind, &b));
+      ASSERT_EQ(SORN_OK, SornCopyMkb(nullptr, flags, &r, &cs, &region, &region, kind, &b));
+      EXPECT_EQ(ref.bytes_copy(), im.bytes_copy()) << kind << " " << b.lo[1] << "," << b.lo[2];
+      EXPECT_TRUE(im.guards_intact());
+    }
+  }
+}
+
 TEST(CopyMkb, InPlaceAtTheBordersCornerLeavesTheRegionWhereItIs) {
   Image im(8, 8, 1, SORN_F32);
   for (int32_t y = 0; y < 8; ++y)
