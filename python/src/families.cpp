@@ -58,8 +58,8 @@ constexpr FlagChoice kLnAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
   "mirrored about its edge pixels (border='reflect101', numpy's pad mode\n"         \
   "'reflect'), or the border kind given: 'reflect' (about the edge, numpy's\n"      \
   "'symmetric'), 'replicate' ('edge'), 'wrap', or 'const' with value. A window\n"   \
-  "of one pixel gives a copy. Images of 3 or 4 channels raise\n"                    \
-  "SornNotSupportedError for now."
+  "of one pixel gives a copy. Images of several channels are filtered one\n"        \
+  "channel at a time."
 
 // What the multiply-accumulate docstrings share.
 #define SORN_PY_MAC_DOC                                                            \

@@ -117,65 +117,6 @@ std::string list_types(Keys keys) {
   return s;
 }
 
-py::object filter(const Filter &s, const char *name, py::handle img, py::handle size,
-                  py::handle anchor, py::handle kind, py::handle value, py::handle out) {
-  Image I = image_arg(img, name, "img", Axes{2, 4});
-  if (!holds(s.types, I.type))
-    throw py::type_error(std::string(name) + ": no kernel for " + type_name(I.type) +
-                         "; it takes " + list_types(s.types));
-  if (I.channels() == 2)
-    throw py::value_error(std::string(name) +
-                          ": takes images of 1 channel (3 and 4 are "
-                          "not supported yet), not 2");
-  const auto [h, w] = extent_pair(size, name, "size", 1);
-  if (h > 4096 || w > 4096)
-    throw py::value_error(std::string(name) + ": size must be at most 4096 rows and columns");
-  int64_t ay = h / 2, ax = w / 2;
-  if (!anchor.is_none()) std::tie(ay, ax) = extent_pair(anchor, name, "anchor", 0);
-  if (ay >= h || ax >= w)
-    throw py::value_error(std::string(name) + ": anchor must lie in the window (0 <= row < " +
-                          std::to_string(h) + ", 0 <= column < " + std::to_string(w) + ")");
-  const int32_t bk = border_kind_of(kind, name);
-  double fill[4] = {0, 0, 0, 0};
-  channel_constants(value, I.channels(), fill, name, "value");
-
-  SornSeShape se;
-  std::memset(&se, 0, sizeof se);
-  se.size[0] = 1;
-  se.size[1] = (int32_t)h;
-  se.size[2] = (int32_t)w;
-  se.anchor[1] = (int32_t)ay;
-  se.anchor[2] = (int32_t)ax;
-  // The library reads a window of one pixel as its default 5 by 5; the
-  // filter of one pixel is the pixel itself, a copy.
-  const int32_t fkind = h == 1 && w == 1 ? SORN_FILTER_NONE : s.kind;
-
-  // Beyond the edges the window reads the reflected image, which the filter
-  // makes itself; another border is made first, as a frame around a copy
-  // that the filter reads as real pixels.
-  Output frame_copy;
-  SornArray rs{};
-  const bool frame_first = bk != SORN_BORDER_REFLECT101 && fkind != SORN_FILTER_NONE;
-  if (frame_first) {
-    const SornBrShape b = frame(ay, ax, h - 1 - ay, w - 1 - ax, fill);
-    frame_copy = framed(Border{s.border}, name, I, py::none(), bk, b);
-    rs = record(frame_copy.image);
-    rs.dims[1] = (int32_t)I.rows();
-    rs.dims[2] = (int32_t)I.cols();
-    rs.offset = (int64_t)ay * rs.strides[1] + (int64_t)ax * rs.strides[2];
-  }
-  Output o = placed_output(out, I, I, name);
-  if (!frame_first) rs = record(I);
-  const SornArray rd = record(o.image);
-  SornStatus st;
-  {
-    py::gil_scoped_release nogil;
-    st = s.filter.fn(thread_env(), 0, &rd, &rs, nullptr, nullptr, fkind, &se);
-  }
-  check(st, s.filter.name);
-  return finish(o);
-}
-
 /* ---------------- separable filters and morphology ---------------- */
 
 // A window of h rows and w columns whose cell (ay, ax) lies on the output
@@ -233,6 +174,65 @@ py::object per_channel(py::handle img, const Image &I, py::handle out, const cha
 py::object copied(const Entry<CopyMkbFn> &border, const char *name, Image &I, py::handle out) {
   const double none[4] = {0, 0, 0, 0};
   Output o = framed(Border{border}, name, I, out, SORN_BORDER_REFLECT101, frame(0, 0, 0, 0, none));
+  return finish(o);
+}
+
+py::object filter(const Filter &s, const char *name, py::handle img, py::handle size,
+                  py::handle anchor, py::handle kind, py::handle value, py::handle out) {
+  Image I = image_arg(img, name, "img", Axes{2, 4});
+  if (!holds(s.types, I.type))
+    throw py::type_error(std::string(name) + ": no kernel for " + type_name(I.type) +
+                         "; it takes " + list_types(s.types));
+  const auto [h, w] = extent_pair(size, name, "size", 1);
+  if (h > 4096 || w > 4096)
+    throw py::value_error(std::string(name) + ": size must be at most 4096 rows and columns");
+  int64_t ay = h / 2, ax = w / 2;
+  if (!anchor.is_none()) std::tie(ay, ax) = extent_pair(anchor, name, "anchor", 0);
+  if (ay >= h || ax >= w)
+    throw py::value_error(std::string(name) + ": anchor must lie in the window (0 <= row < " +
+                          std::to_string(h) + ", 0 <= column < " + std::to_string(w) + ")");
+  const int32_t bk = border_kind_of(kind, name);
+  double fill[4] = {0, 0, 0, 0};
+  channel_constants(value, I.channels(), fill, name, "value");
+  if (I.channels() > 1)
+    return per_channel(img, I, out, name, [&](py::handle ci, py::handle co, int64_t c) {
+      filter(s, name, ci, size, anchor, kind, py::float_(fill[c]), co);
+    });
+
+  SornSeShape se;
+  std::memset(&se, 0, sizeof se);
+  se.size[0] = 1;
+  se.size[1] = (int32_t)h;
+  se.size[2] = (int32_t)w;
+  se.anchor[1] = (int32_t)ay;
+  se.anchor[2] = (int32_t)ax;
+  // The library reads a window of one pixel as its default 5 by 5; the
+  // filter of one pixel is the pixel itself, a copy.
+  const int32_t fkind = h == 1 && w == 1 ? SORN_FILTER_NONE : s.kind;
+
+  // Beyond the edges the window reads the reflected image, which the filter
+  // makes itself; another border is made first, as a frame around a copy
+  // that the filter reads as real pixels.
+  Output frame_copy;
+  SornArray rs{};
+  const bool frame_first = bk != SORN_BORDER_REFLECT101 && fkind != SORN_FILTER_NONE;
+  if (frame_first) {
+    const SornBrShape b = frame(ay, ax, h - 1 - ay, w - 1 - ax, fill);
+    frame_copy = framed(Border{s.border}, name, I, py::none(), bk, b);
+    rs = record(frame_copy.image);
+    rs.dims[1] = (int32_t)I.rows();
+    rs.dims[2] = (int32_t)I.cols();
+    rs.offset = (int64_t)ay * rs.strides[1] + (int64_t)ax * rs.strides[2];
+  }
+  Output o = placed_output(out, I, I, name);
+  if (!frame_first) rs = record(I);
+  const SornArray rd = record(o.image);
+  SornStatus st;
+  {
+    py::gil_scoped_release nogil;
+    st = s.filter.fn(thread_env(), 0, &rd, &rs, nullptr, nullptr, fkind, &se);
+  }
+  check(st, s.filter.name);
   return finish(o);
 }
 

@@ -148,14 +148,29 @@ def test_filters_of_views_stacks_and_into_out(rng):
     np.testing.assert_array_equal(sorn.box_filter(view, 1), view)
 
 
+@pytest.mark.parametrize("channels", [2, 3, 4])
+def test_filters_of_several_channels_filter_each_channel(rng, channels):
+    img = random_image(rng, (13, 17, channels), np.uint8)
+    value = list(range(10, 10 + channels))
+    got = sorn.box_filter(img, (3, 5), border="const", value=value)
+    lo = sorn.min_filter(img, (4, 2), anchor=(1, 0))
+    hi = sorn.max_filter(img[:, ::-1], 3)
+    for c in range(channels):
+        np.testing.assert_array_equal(
+            got[..., c], box_reference(img[..., c], (3, 5), None, "const", value[c]))
+        np.testing.assert_array_equal(
+            lo[..., c], extreme_reference(img[..., c], (4, 2), (1, 0), "reflect101", "min"))
+        np.testing.assert_array_equal(
+            hi[..., c], extreme_reference(img[:, ::-1, c], (3, 3), None, "reflect101", "max"))
+    out = np.zeros_like(img)
+    assert sorn.box_filter(img, 3, out=out) is out
+    np.testing.assert_array_equal(out, sorn.box_filter(img, 3))
+
+
 def test_filters_refuse_what_they_cannot_take(rng):
     img = random_image(rng, (8, 8), np.uint8)
     with pytest.raises(TypeError, match="no kernel"):
         sorn.box_filter(img.astype(np.uint16))
-    with pytest.raises(ValueError, match="channel"):
-        sorn.box_filter(np.zeros((8, 8, 2), np.uint8))
-    with pytest.raises(sorn.SornNotSupportedError):
-        sorn.box_filter(np.zeros((8, 8, 3), np.uint8))
     with pytest.raises(ValueError, match="anchor"):
         sorn.min_filter(img, 3, anchor=(3, 0))
     with pytest.raises(ValueError, match="size"):
