@@ -69,7 +69,7 @@ TEST(ArithChannelCell, ARegionWhoseChannelsBeginInsideThePixelTakesWholePixels) 
   // start, by its own kernel and through the tiles of a wider source alike,
   // and nothing outside the region's pixels changes, row padding included.
   for (uint32_t bt : {(uint32_t)SORN_U8, (uint32_t)SORN_F32}) {
-    Image d(4, 6, 3, SORN_U8, 5, 0x11), a(4, 6, 3, SORN_U8, 3), b(4, 6, 3, bt, 7);
+    Image d(4, 6, 3, SORN_U8, 5, 0x11), a(4, 6, 3, SORN_U8, 3), b(4, 6, 3, bt, 8);
     for (int32_t y = 0; y < 4; ++y)
       for (int32_t x = 0; x < 6; ++x)
         for (int32_t c = 0; c < 3; ++c) {
