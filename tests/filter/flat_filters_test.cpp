@@ -23,26 +23,8 @@ using sorn_test::make_roi;
 
 namespace {
 
-class Env {
- public:
-  Env() {
-    std::memset(&xe_, 0, sizeof xe_);
-    SornXEinit(&xe_, nullptr);
-    mark_ = probe();
-  }
-  ~Env() { SornXEfini(&xe_); }
-  SornXE *xe() { return &xe_; }
-  bool at_mark() { return probe() == mark_; }
-
- private:
-  void *probe() {
-    void *p = SornXEalloca(&xe_, 16, 0);
-    SornXEfreea(&xe_, p);
-    return p;
-  }
-  SornXE xe_;
-  void *mark_;
-};
+// The scratch stack of every call, checked to be back at its mark.
+using Env = sorn_test::ScratchEnv;
 
 SornSeShape window(int32_t w, int32_t h, int32_t ax, int32_t ay) {
   SornSeShape se;
