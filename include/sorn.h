@@ -3313,6 +3313,164 @@ SORN_FILTER_TYPES(SORN_SEP_DECL)
 #undef SORN_SEP_DECL1
 #undef SORN_SEP_KERNEL_DECL1
 
+/* ---------------- Relative box count ----------------
+ * For each pixel of a u8 image, how many pixels of the box around it (the
+ * pixel itself included) stand in the relation op to it: op is a SornCmpOp
+ * whose low four bits are 3 (equal), 4 (less), 5 (less or equal), 6
+ * (greater) or 7 (greater or equal), a neighbour p against the centre x.
+ * The count is scaled by a power of two (shift below 0 rounds and shifts
+ * right by -shift, above 0 shifts left) and saturated into a u8 or s16
+ * destination. A sliding histogram per column keeps the cost per pixel
+ * independent of the box's height. The relation and the reserved word
+ * take the types of the comparison's operator and the matrix product's
+ * reserved word; reserved is handed down and read by no kernel. */
+/* Speed flags: values are binned (v >> q) to narrow the histograms. FAST
+ * drops one bit of a range above 79 levels; FAST2 two bits of a range above
+ * 79 levels and one of a range of 40 to 79. */
+#define SORN_F_RANK_FAST  0x200000ull
+#define SORN_F_RANK_FAST2 0x400000ull
+
+/* dst = the count of src's box pixels in relation op to each pixel, on the
+ * region dst and src agree on (dstRoi rules its size, srcSite offers a
+ * start); a null src counts dst in place. box is normalised against that
+ * region (null: 5 by 5, anchor 2, 2); vrange (or null) bounds src's values
+ * for the one channel. Pixels outside the source are reflect101. */
+SornStatus SornCountRelBox(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                           const SornVolume *dstRoi, const SornVolume *srcSite, SornCmpOp op,
+                           const SornSeShape *box, const SornVrng *vrange, int32_t shift,
+                           uint32_t reserved);
+/* The slice form: args is the call's block of arguments. */
+SornStatus SornTGAcountrelbox(SornXE *xe, SornFlags flags, void *args, SornDimPack pack,
+                              int32_t *sizes, uint32_t dstType, void *dst, int32_t *dstOrigin,
+                              int32_t *dstStrides, uint32_t srcType, void *src,
+                              int32_t *srcOrigin, int32_t *srcStrides);
+/* Layer 2: without and with the edge decision (border request and sites as
+ * sorna_efilter takes them). */
+SornStatus sorna_countrelbox(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                             uint32_t dstType, void *dst, const int32_t *dstOrigin,
+                             const int32_t *dstStrides, uint32_t srcType, const void *src,
+                             const int32_t *srcOrigin, const int32_t *srcStrides, SornCmpOp op,
+                             const SornSeShape *box, const SornVrng *vrange, int32_t shift,
+                             uint32_t reserved);
+SornStatus sorna_ecountrelbox(SornXE *xe, SornFlags flags, SornDimPack pack,
+                              const int32_t *sizes, uint32_t dstType, void *dst,
+                              const int32_t *dstOrigin, const int32_t *dstStrides,
+                              uint32_t srcType, const void *src, const int32_t *srcOrigin,
+                              const int32_t *srcStrides, SornCmpOp op, const SornSeShape *box,
+                              const SornVrng *vrange, int32_t shift, uint32_t reserved,
+                              const SornBorderSpec *border, const SornSites *sites);
+/* Layer 3. The plain form settles the value range (vrange, one record per
+ * channel, or measured) and runs the kernel; the source must have the
+ * box's margin readable around it. The edge-handling form makes that
+ * margin in scratch when it is not real (sites relative to the region's
+ * first pixel). */
+SornStatus sorna__countrelbox(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                              uint32_t dstType, void *dst, const int32_t *dstStrides,
+                              uint32_t srcType, const void *src, const int32_t *srcStrides,
+                              SornCmpOp op, const SornSeShape *box, const SornVrng *vrange,
+                              int32_t shift, uint32_t reserved);
+SornStatus sorna__ecountrelbox(SornXE *xe, SornFlags flags, SornDimPack pack,
+                               const int32_t *sizes, uint32_t dstType, void *dst,
+                               const int32_t *dstStrides, uint32_t srcType, const void *src,
+                               const int32_t *srcStrides, SornCmpOp op, const SornSeShape *box,
+                               const SornVrng *vrange, int32_t shift, uint32_t reserved,
+                               const SornBorderSpec *border, const SornSites *sites);
+
+/* ---------------- Firefly filter ----------------
+ * Three views of an image mixed with integer weights. Kind 5 mixes three
+ * Gaussian blurs; kinds 3 and 4 put a global gain image and a local rank
+ * image (a sliding-window equalisation, by relative box count) beside the
+ * original, kind 3 linearly, kind 4 as differences of logarithms; kind 0
+ * is a copy. Firefly has no kernels of its own: it is a script over the
+ * Gaussian filter, histogram, relative box count, multiplication,
+ * multiply-accumulate, conversion, logarithm and subtraction. */
+#define SORN_FIREFLY_COPY  0
+#define SORN_FIREFLY_CRB   3 /* linear: source, gain image, local rank */
+#define SORN_FIREFLY_CRBLN 4 /* log ratios of the same three */
+#define SORN_FIREFLY_GAUSS 5 /* three Gaussian blurs */
+#define SORN_TAG_FRFL SORN_FOURCC('f', 'r', 'f', 'l')
+#define SORN_TAG_FFLX SORN_FOURCC('f', 'f', 'l', 'x')
+
+/* The block that travels with a slice of an explicit firefly call. */
+typedef struct SornFireflyArgs {
+  uint32_t kind;
+  const int32_t *weights;
+  uint32_t count;
+  const SornSeShape *shapes;
+  const SornBorderSpec *border;
+  const SornSites *sites;
+} SornFireflyArgs;
+
+/* dst = the firefly of kind over src, framed as SornFilter frames a filter.
+ * The one window se (null: 5 by 5) is expanded into three: se itself, 5
+ * times and 15 times its extent, weighted 1, 6 and 9. */
+SornStatus SornFirefly(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                       const SornVolume *dstRoi, const SornVolume *srcSite, int32_t kind,
+                       const SornSeShape *se);
+/* The explicit form: count windows in ascending order of size (the frame
+ * widens the region by the last) and one weight per window. Kinds 3 and 4
+ * read the quantile of the gain from the depth cells of shapes[1] (anchor
+ * over size) and take shapes[2] as the rank window, square with a side a
+ * power of two. */
+SornStatus SornFireflyEx(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
+                         const SornVolume *dstRoi, const SornVolume *srcSite, int32_t kind,
+                         const SornSeShape *shapes, const int32_t *weights, int32_t count);
+/* The slice forms: args is a SornFilterArgs and a SornFireflyArgs. */
+SornStatus SornTGAfirefly(SornXE *xe, SornFlags flags, void *args, SornDimPack pack,
+                          int32_t *sizes, uint32_t dstType, void *dst, int32_t *dstOrigin,
+                          int32_t *dstStrides, uint32_t srcType, void *src, int32_t *srcOrigin,
+                          int32_t *srcStrides);
+SornStatus SornTGAfireflyex(SornXE *xe, SornFlags flags, void *args, SornDimPack pack,
+                            int32_t *sizes, uint32_t dstType, void *dst, int32_t *dstOrigin,
+                            int32_t *dstStrides, uint32_t srcType, void *src,
+                            int32_t *srcOrigin, int32_t *srcStrides);
+/* Layer 2, as sorna_filter and sorna_efilter. */
+SornStatus sorna_firefly(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                         uint32_t type, void *dst, const int32_t *dstOrigin,
+                         const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                         const int32_t *srcStrides, int32_t kind, const SornSeShape *se);
+SornStatus sorna_efirefly(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                          uint32_t type, void *dst, const int32_t *dstOrigin,
+                          const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                          const int32_t *srcStrides, int32_t kind, const SornSeShape *se,
+                          const SornBorderSpec *border, const SornSites *sites);
+SornStatus sorna_fireflyex(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                           uint32_t type, void *dst, const int32_t *dstOrigin,
+                           const int32_t *dstStrides, const void *src, const int32_t *srcOrigin,
+                           const int32_t *srcStrides, int32_t kind, const SornSeShape *shapes,
+                           const int32_t *weights, int32_t count);
+SornStatus sorna_efireflyex(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                            uint32_t type, void *dst, const int32_t *dstOrigin,
+                            const int32_t *dstStrides, const void *src,
+                            const int32_t *srcOrigin, const int32_t *srcStrides, int32_t kind,
+                            const SornSeShape *shapes, const int32_t *weights, int32_t count,
+                            const SornBorderSpec *border, const SornSites *sites);
+/* Layer 3: by kind, without and with the edge decision (the window being
+ * shapes[count - 1]), and the three scripts. */
+SornStatus sorna__fireflyex(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                            uint32_t type, void *dst, const int32_t *dstStrides, const void *src,
+                            const int32_t *srcStrides, int32_t kind, const SornSeShape *shapes,
+                            const int32_t *weights, int32_t count);
+SornStatus sorna__efireflyex(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                             uint32_t type, void *dst, const int32_t *dstStrides,
+                             const void *src, const int32_t *srcStrides, int32_t kind,
+                             const SornSeShape *shapes, const int32_t *weights, int32_t count,
+                             const SornBorderSpec *border, const SornSites *sites);
+SornStatus sorna__firefly_crb(SornXE *xe, SornFlags flags, SornDimPack pack, const int32_t *sizes,
+                              uint32_t type, void *dst, const int32_t *dstStrides,
+                              const void *src, const int32_t *srcStrides,
+                              const SornSeShape *shapes, const int32_t *weights);
+SornStatus sorna__firefly_crbln(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                const int32_t *sizes, uint32_t type, void *dst,
+                                const int32_t *dstStrides, const void *src,
+                                const int32_t *srcStrides, const SornSeShape *shapes,
+                                const int32_t *weights);
+SornStatus sorna__firefly_gauss(SornXE *xe, SornFlags flags, SornDimPack pack,
+                                const int32_t *sizes, uint32_t type, void *dst,
+                                const int32_t *dstStrides, const void *src,
+                                const int32_t *srcStrides, const SornSeShape *shapes,
+                                const int32_t *weights, int32_t count);
+
 /* ======================================================================
  * Matrix products
  * ====================================================================== */
