@@ -1,21 +1,21 @@
-// Relative box count kernels. One pattern for all four: the destination
-// type and the width of the histogram counters are its parameters.
+// Relative box count kernels: two patterns, each for both destinations.
 //
-// Every column of a strip keeps a histogram of the bins of its pixels in
-// the box's rows; the box's histogram is the sum of box-width of them, and
-// it slides along the row by taking one column's histogram away and adding
-// the next. Going down a row touches two pixels per column (the one that
-// leaves at the top, the one that enters at the bottom), so the work per
-// pixel does not depend on the box's height. Only the bins that the row in
-// hand can ask for are kept in the box's histogram: those between the
-// row's own lowest and highest bins, widened to the lowest (or highest) bin
-// of the box's rows for the operators that sum below (or above) the
+// The general kernels slide histograms. Every column of a strip keeps a histogram of the bins of
+// its pixels in the box's rows; the box's histogram is the sum of box-width of them, and it slides
+// along the row by taking one column's histogram away and adding the next. Going down a row touches
+// two pixels per column (the one that leaves at the top, the one that enters at the bottom), so the
+// work per pixel does not depend on the box's height. Only the bins that the row in hand can ask
+// for are kept in the box's histogram: those between the row's own lowest and highest bins, widened
+// to the lowest (or highest) bin of the box's rows for the operators that sum below (or above) the
 // centre.
 //
+// The 256 kernels serve boxes of at most 256 pixels and hold each
+// neighbour against the centre directly, a row at a time.
+//
 // Counts live in 16-bit counters, 8-bit ones in the 256 kernels: a count
-// is the true count modulo 65536, or 256. The 256 kernels serve boxes of at
-// most 256 pixels, where the only count that does not fit is 256 itself
-// (a flat box), which reads 0: that is kept, not mended.
+// is the true count modulo 65536, or 256. In a box of at most 256 pixels
+// the only count that does not fit is 256 itself (a flat box), which reads
+// 0: that is kept, not mended.
 #include <sorn.h>
 
 #include <algorithm>
@@ -68,47 +68,23 @@ Bins bins_of(SornFlags flags, const SornVrng &range) {
   return b;
 }
 
-/* ---------------- counters ---------------- */
-
-// The two counter widths and the bulk primitives that work rows of them.
-template <class C> struct Counters;
-template <> struct Counters<uint16_t> {
-  static constexpr uint32_t mask = 0xffffu;
-  static void add(uint16_t *d, const uint16_t *a, int32_t n) {
-    C_sorn_addLE256_16(d, nullptr, a, n);
-  }
-  static void slide(uint16_t *d, const uint16_t *in, const uint16_t *out, int32_t n) {
-    C_sorn_subaLE256_16(d, nullptr, in, out, n);
-  }
-  static uint32_t sum(const uint16_t *a, int32_t n) { return C_sorn_sumi16_n(a, n) & mask; }
-};
-template <> struct Counters<uint8_t> {
-  static constexpr uint32_t mask = 0xffu;
-  static void add(uint8_t *d, const uint8_t *a, int32_t n) { C_sorn_addLE256_8(d, nullptr, a, n); }
-  static void slide(uint8_t *d, const uint8_t *in, const uint8_t *out, int32_t n) {
-    C_sorn_subaLE256_8(d, nullptr, in, out, n);
-  }
-  static uint32_t sum(const uint8_t *a, int32_t n) { return (uint32_t)C_sorn_sumu8_n(a, n) & mask; }
-};
-
 /* ---------------- scaling ---------------- */
 
 // A count scaled by 2^shift (rounded when shifting right) and saturated to
-// the destination; counts are never negative.
-template <class D>
-void scale_row(D *__restrict out, const uint32_t *__restrict counts, int32_t n, int32_t shift) {
-  constexpr int64_t top = sorn::int_range<D>::hi;
+// the destination. Counts are below 65536 and never negative, so 32 bits
+// hold every step: a shift left of 16 or more saturates any count but 0,
+// and one right of more than 17 leaves 0.
+template <class D, class N>
+void scale_row(D *__restrict out, const N *__restrict counts, int32_t n, int32_t shift) {
+  constexpr uint32_t top = (uint32_t)sorn::int_range<D>::hi;
   if (shift < 0) {
-    const int32_t s = -shift;
-    if (s > 40) {
-      for (int32_t x = 0; x < n; ++x) out[x] = 0;
-      return;
-    }
-    const int64_t half = (int64_t)1 << (s - 1);
-    for (int32_t x = 0; x < n; ++x) out[x] = (D)std::min<int64_t>((counts[x] + half) >> s, top);
+    const int32_t s = std::min(-shift, 18);
+    const uint32_t half = 1u << (s - 1);
+    for (int32_t x = 0; x < n; ++x)
+      out[x] = (D)std::min<uint32_t>(((uint32_t)counts[x] + half) >> s, top);
   } else {
-    const int32_t s = std::min(shift, 40);
-    for (int32_t x = 0; x < n; ++x) out[x] = (D)std::min<int64_t>((int64_t)counts[x] << s, top);
+    const int32_t s = std::min(shift, 16);
+    for (int32_t x = 0; x < n; ++x) out[x] = (D)std::min<uint32_t>((uint32_t)counts[x] << s, top);
   }
 }
 
@@ -122,6 +98,22 @@ struct Plane {
   ptrdiff_t drs, dcs;  // destination row and pixel steps
 };
 
+// Counts n pixels of row y from column x0 on, scaled and saturated into
+// the destination.
+template <class D, class N>
+void store_row(const Plane &pl, int32_t y, int32_t x0, const N *counts, int32_t n, int32_t shift) {
+  uint8_t *out = pl.dst + (ptrdiff_t)y * pl.drs + (ptrdiff_t)x0 * pl.dcs;
+  if (pl.dcs == (ptrdiff_t)sizeof(D))
+    return scale_row(reinterpret_cast<D *>(out), counts, n, shift);
+  for (int32_t x = 0; x < n; x += kStrip) {
+    D tmp[kStrip];
+    const int32_t k = std::min(kStrip, n - x);
+    scale_row(tmp, counts + x, k, shift);
+    for (int32_t i = 0; i < k; ++i)
+      std::memcpy(out + (ptrdiff_t)(x + i) * pl.dcs, &tmp[i], sizeof(D));
+  }
+}
+
 // The lowest (low) or highest bin of n pixels a step apart.
 uint8_t row_extreme(const uint8_t *p, ptrdiff_t step, int32_t n, bool low) {
   if (step == 1) return low ? C_sorn_minu8_n(p, n) : C_sorn_maxu8_n(p, n);
@@ -130,36 +122,36 @@ uint8_t row_extreme(const uint8_t *p, ptrdiff_t step, int32_t n, bool low) {
   return e;
 }
 
-// Scratch for counters C of r bins over an image w columns wide with a box
-// of bw by bh: histogram rows of (r * sizeof(C) + 63) & ~63 bytes, box
+// Scratch for 16-bit counters of r bins over an image w columns wide with
+// a box of bw by bh: histogram rows of (r * 2 + 63) & ~63 bytes, box
 // width + min(width, 384) + 1 of them (every column of a strip, the box's
 // own, and a spare), 64 bytes beyond, and for the operators that sum to
 // one side a ring of one byte per box row.
-template <class C> size_t row_bytes(int32_t r) {
-  return ((size_t)r * sizeof(C) + 63u) & ~(size_t)63u;
-}
-template <class C> size_t scratch_bytes(int32_t r, int32_t width, int64_t bw, int64_t bh, bool eq) {
+size_t row_bytes(int32_t r) { return ((size_t)r * 2u + 63u) & ~(size_t)63u; }
+size_t scratch_bytes(int32_t r, int32_t width, int64_t bw, int64_t bh, bool eq) {
   const size_t rows = (size_t)bw + (size_t)std::min(width, kWholeBelow) + 1u;
-  return rows * row_bytes<C>(r) + 64u + (eq ? 0u : (size_t)bh);
+  return rows * row_bytes(r) + 64u + (eq ? 0u : (size_t)bh);
 }
 
-template <class D, class C>
+// A count of the 16-bit counters: their sum modulo 65536.
+uint32_t sum16(const uint16_t *a, int32_t n) { return C_sorn_sumi16_n(a, n) & 0xffffu; }
+
+template <class D>
 SornStatus count_rel_box(SornXE *xe, SornFlags flags, const Plane &pl, uint32_t op,
                          const SornSeShape *box, const SornVrng &range, int32_t shift) {
-  using K = Counters<C>;
   const int32_t bw = box->size[2], bh = box->size[1];
   const int32_t ax = box->anchor[2], ay = box->anchor[1];
   const bool eq = op == SORN_CMP_EQ;
   const bool below = op == SORN_CMP_LT || op == SORN_CMP_LE;
   const Bins bins = bins_of(flags, range);
   const int32_t r = bins.r;
-  const size_t rb = row_bytes<C>(r);
-  const size_t bytes = scratch_bytes<C>(r, pl.cols, bw, bh, eq);
+  const size_t rb = row_bytes(r);
+  const size_t bytes = scratch_bytes(r, pl.cols, bw, bh, eq);
   uint8_t *block = static_cast<uint8_t *>(SornXEalloca(xe, bytes, 64));
   if (block == nullptr) return SORN_ENOMEM;
   const size_t hist_rows = (size_t)bw + (size_t)std::min(pl.cols, kWholeBelow) + 1u;
   uint8_t *ring = block + hist_rows * rb + 64u;  // one extreme bin per box row
-  auto hist = [&](int64_t c) { return reinterpret_cast<C *>(block + (size_t)c * rb); };
+  auto hist = [&](int64_t c) { return reinterpret_cast<uint16_t *>(block + (size_t)c * rb); };
   const uint8_t *of = bins.of;
 
   uint32_t counts[kWholeBelow];
@@ -167,14 +159,14 @@ SornStatus count_rel_box(SornXE *xe, SornFlags flags, const Plane &pl, uint32_t 
   for (int32_t x0 = 0; x0 < pl.cols; x0 += strip) {
     const int32_t sw = std::min(strip, pl.cols - x0);
     const int64_t ncols = (int64_t)sw + bw - 1;
-    C *const boxh = hist(ncols);
+    uint16_t *const boxh = hist(ncols);
     std::memset(block, 0, (size_t)(ncols + 1) * rb);
     // The strip's first column of the box, and the source row of box row k
     // for output row y at y - ay + k.
     const uint8_t *const s0 = pl.src + (ptrdiff_t)(x0 - ax) * pl.scs - (ptrdiff_t)ay * pl.srs;
     auto count_column_pixel = [&](int64_t c, const uint8_t *row, int delta) {
-      C *h = hist(c);
-      h[of[row[c * pl.scs]]] = (C)(h[of[row[c * pl.scs]]] + delta);
+      uint16_t *h = hist(c);
+      h[of[row[c * pl.scs]]] = (uint16_t)(h[of[row[c * pl.scs]]] + delta);
     };
     for (int32_t k = 0; k < bh; ++k) {
       const uint8_t *row = s0 + (ptrdiff_t)k * pl.srs;
@@ -196,8 +188,8 @@ SornStatus count_rel_box(SornXE *xe, SornFlags flags, const Plane &pl, uint32_t 
           b = e;
       }
       const int32_t span = b - a + 1;
-      std::memcpy(boxh + a, hist(0) + a, (size_t)span * sizeof(C));
-      for (int32_t c = 1; c < bw; ++c) K::add(boxh + a, hist(c) + a, span);
+      std::memcpy(boxh + a, hist(0) + a, (size_t)span * sizeof(uint16_t));
+      for (int32_t c = 1; c < bw; ++c) C_sorn_addLE256_16(boxh + a, nullptr, hist(c) + a, span);
 
       const bool more = y + 1 < pl.rows;
       const uint8_t *top = s0 + (ptrdiff_t)y * pl.srs;       // leaves after this row
@@ -207,13 +199,13 @@ SornStatus count_rel_box(SornXE *xe, SornFlags flags, const Plane &pl, uint32_t 
         uint32_t n;
         switch (op) {
           case SORN_CMP_EQ: n = boxh[v]; break;
-          case SORN_CMP_LT: n = K::sum(boxh + a, v - a); break;
-          case SORN_CMP_LE: n = K::sum(boxh + a, v - a + 1); break;
-          case SORN_CMP_GT: n = K::sum(boxh + v + 1, b - v); break;
-          default: n = K::sum(boxh + v, b - v + 1); break;
+          case SORN_CMP_LT: n = sum16(boxh + a, v - a); break;
+          case SORN_CMP_LE: n = sum16(boxh + a, v - a + 1); break;
+          case SORN_CMP_GT: n = sum16(boxh + v + 1, b - v); break;
+          default: n = sum16(boxh + v, b - v + 1); break;
         }
-        counts[x] = n & K::mask;
-        if (x + 1 < sw) K::slide(boxh + a, hist(x + bw) + a, hist(x) + a, span);
+        counts[x] = n;
+        if (x + 1 < sw) C_sorn_subaLE256_16(boxh + a, nullptr, hist(x + bw) + a, hist(x) + a, span);
         if (more) {
           count_column_pixel(x, top, -1);
           count_column_pixel(x, bottom, 1);
@@ -228,19 +220,81 @@ SornStatus count_rel_box(SornXE *xe, SornFlags flags, const Plane &pl, uint32_t 
         // row's place.
         if (!eq) ring[y % bh] = of[row_extreme(bottom, pl.scs, (int32_t)ncols, below)];
       }
-      D *out = reinterpret_cast<D *>(pl.dst + (ptrdiff_t)y * pl.drs + (ptrdiff_t)x0 * pl.dcs);
-      if (pl.dcs == (ptrdiff_t)sizeof(D)) {
-        scale_row(out, counts, sw, shift);
-      } else {
-        D tmp[kWholeBelow];
-        scale_row(tmp, counts, sw, shift);
-        for (int32_t x = 0; x < sw; ++x)
-          *reinterpret_cast<D *>(reinterpret_cast<uint8_t *>(out) + x * pl.dcs) = tmp[x];
-      }
+      store_row<D>(pl, y, x0, counts, sw, shift);
     }
   }
   SornXEfreea(xe, block);
   return SORN_OK;
+}
+
+/* ---------------- small boxes ---------------- */
+
+// The relation of a neighbour's bin p to the centre's c, as 0 or 1.
+template <uint32_t Op> inline uint8_t rel(uint8_t p, uint8_t c) {
+  if constexpr (Op == SORN_CMP_EQ) return p == c;
+  if constexpr (Op == SORN_CMP_LT) return p < c;
+  if constexpr (Op == SORN_CMP_LE) return p <= c;
+  if constexpr (Op == SORN_CMP_GT) return p > c;
+  return p >= c;
+}
+
+template <uint32_t Op>
+void count_row(uint8_t *__restrict counts, const uint8_t *__restrict row,
+               const uint8_t *__restrict centre, int32_t n) {
+  for (int32_t x = 0; x < n; ++x) counts[x] = (uint8_t)(counts[x] + rel<Op>(row[x], centre[x]));
+}
+
+// A box of at most 256 pixels holds every neighbour against the centre, a
+// row of 8-bit counters at a time (which wrap at 256 as narrow histograms
+// would): for a few dozen pixels that is less work than sliding histograms
+// over the range, and it vectorises along the row. Source rows are binned
+// once, as they enter a ring of the box's rows; the centre's bins are those
+// of the ring's row at the anchor. Scratch: the ring, box height rows of
+// width + box width - 1 bins, and a row of counters.
+template <class D, uint32_t Op>
+SornStatus count_small_box(SornXE *xe, SornFlags flags, const Plane &pl, const SornSeShape *box,
+                           const SornVrng &range, int32_t shift) {
+  const int32_t bw = box->size[2], bh = box->size[1];
+  const int32_t ax = box->anchor[2], ay = box->anchor[1];
+  const Bins bins = bins_of(flags, range);
+  const size_t span = (size_t)pl.cols + (size_t)bw - 1u;
+  uint8_t *block =
+      static_cast<uint8_t *>(SornXEalloca(xe, (size_t)bh * span + (size_t)pl.cols, 64));
+  if (block == nullptr) return SORN_ENOMEM;
+  uint8_t *const counts = block + (size_t)bh * span;
+  auto slot = [&](int64_t k) { return block + (size_t)(k % bh) * span; };
+  // Row k of the box for output row 0, from its column -ax on.
+  const uint8_t *const s0 = pl.src - (ptrdiff_t)ax * pl.scs - (ptrdiff_t)ay * pl.srs;
+  auto bin_row = [&](uint8_t *__restrict out, const uint8_t *row) {
+    for (size_t i = 0; i < span; ++i) out[i] = bins.of[row[(ptrdiff_t)i * pl.scs]];
+  };
+  for (int32_t k = 0; k < bh; ++k) bin_row(slot(k), s0 + (ptrdiff_t)k * pl.srs);
+  // Box row k of output row y is in slot y + k: the row that enters for the
+  // next output row takes the slot of the one that leaves.
+  for (int32_t y = 0; y < pl.rows; ++y) {
+    const uint8_t *centre = slot((int64_t)y + ay) + ax;
+    std::memset(counts, 0, (size_t)pl.cols);
+    for (int32_t k = 0; k < bh; ++k) {
+      const uint8_t *row = slot((int64_t)y + k);
+      for (int32_t dx = 0; dx < bw; ++dx) count_row<Op>(counts, row + dx, centre, pl.cols);
+    }
+    store_row<D>(pl, y, 0, counts, pl.cols, shift);
+    if (y + 1 < pl.rows) bin_row(slot(y), s0 + (ptrdiff_t)(y + bh) * pl.srs);
+  }
+  SornXEfreea(xe, block);
+  return SORN_OK;
+}
+
+template <class D>
+SornStatus count_small_box(SornXE *xe, SornFlags flags, const Plane &pl, uint32_t op,
+                           const SornSeShape *box, const SornVrng &range, int32_t shift) {
+  switch (op) {
+    case SORN_CMP_EQ: return count_small_box<D, SORN_CMP_EQ>(xe, flags, pl, box, range, shift);
+    case SORN_CMP_LT: return count_small_box<D, SORN_CMP_LT>(xe, flags, pl, box, range, shift);
+    case SORN_CMP_LE: return count_small_box<D, SORN_CMP_LE>(xe, flags, pl, box, range, shift);
+    case SORN_CMP_GT: return count_small_box<D, SORN_CMP_GT>(xe, flags, pl, box, range, shift);
+    default: return count_small_box<D, SORN_CMP_GE>(xe, flags, pl, box, range, shift);
+  }
 }
 
 // What both kernels check before any work.
@@ -275,7 +329,7 @@ SornStatus kernel256(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims
   if (vrange == nullptr) return SORN_EINVAL;
   const Plane pl = plane_of(n, dims, dst, dstStrides, src, srcStrides);
   if (pl.rows < 1 || pl.cols < 1) return SORN_OK;
-  return count_rel_box<D, uint8_t>(xe, flags, pl, op & 15u, box, *vrange, shift);
+  return count_small_box<D>(xe, flags, pl, op & 15u, box, *vrange, shift);
 }
 
 template <class D>
@@ -293,7 +347,7 @@ SornStatus kernel(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims, v
     return SORN_OK;
   const Plane pl = plane_of(n, dims, dst, dstStrides, src, srcStrides);
   if (pl.rows < 1 || pl.cols < 1) return SORN_OK;
-  return count_rel_box<D, uint16_t>(xe, flags, pl, op & 15u, box, *vrange, shift);
+  return count_rel_box<D>(xe, flags, pl, op & 15u, box, *vrange, shift);
 }
 
 }  // namespace
