@@ -3339,7 +3339,21 @@ SornStatus SornCountRelBox(SornXE *xe, SornFlags flags, const SornArray *dst, co
                            const SornVolume *dstRoi, const SornVolume *srcSite, SornCmpOp op,
                            const SornSeShape *box, const SornVrng *vrange, int32_t shift,
                            uint32_t reserved);
-/* The slice form: args is the call's block of arguments. */
+/* The block that travels with a slice of a relative box count: the
+ * arguments after the regions, and the border request and sites of the
+ * edge decision. */
+typedef struct SornCountRelBoxArgs {
+  SornCmpOp op;
+  const SornSeShape *box;
+  const SornVrng *vrange;
+  int32_t shift;
+  uint32_t reserved;
+  const SornBorderSpec *border;
+  const SornSites *sites;
+} SornCountRelBoxArgs;
+
+/* The slice form: args is the call's block of arguments (a
+ * SornCountRelBoxArgs). */
 SornStatus SornTGAcountrelbox(SornXE *xe, SornFlags flags, void *args, SornDimPack pack,
                               int32_t *sizes, uint32_t dstType, void *dst, int32_t *dstOrigin,
                               int32_t *dstStrides, uint32_t srcType, void *src,
@@ -3375,6 +3389,43 @@ SornStatus sorna__ecountrelbox(SornXE *xe, SornFlags flags, SornDimPack pack,
                                const int32_t *srcStrides, SornCmpOp op, const SornSeShape *box,
                                const SornVrng *vrange, int32_t shift, uint32_t reserved,
                                const SornBorderSpec *border, const SornSites *sites);
+
+/* Kernels, by destination and source type: the count of every pixel of the
+ * region, the source having the box's margin readable around it. vrange is
+ * the settled range of the one channel (floor of lo and ceiling of hi,
+ * clipped to 0..255, bound the histograms; a value outside counts as the
+ * nearer end). Flag SORN_F_NOMARGIN asks whether the kernel can do without
+ * the margin: it cannot, SORN_EAGAIN. The 256 kernels serve boxes of at
+ * most 256 pixels with 8-bit counters, so that a count of 256 reads 0; they
+ * answer SORN_ENOTSUP for a larger box, and the general kernels try them
+ * first. An operator other than 3 to 7, or a box not normalised (a size
+ * below 1, an anchor outside it), is SORN_EINVAL. */
+typedef SornStatus (*SornCountRelBoxKernel)(SornXE *xe, SornFlags flags, int32_t n,
+                                            const int32_t *dims, void *dst,
+                                            const int32_t *dstStrides, const void *src,
+                                            const int32_t *srcStrides, SornCmpOp op,
+                                            const SornSeShape *box, const SornVrng *vrange,
+                                            int32_t shift, uint32_t reserved);
+/* The kernel of a channel word and a type pair (u8 from u8, s16 from u8):
+ * other known pairs and two to four channels are SORN_ENOTSUP, an unknown
+ * type or a word of no channel count SORN_EINVAL. flags choose nothing. */
+SornCountRelBoxKernel sorna__countrelboxfun_imp(SornFlags flags, uint32_t chword,
+                                                uint32_t dstType, uint32_t srcType,
+                                                SornStatus *status);
+
+#define SORN_COUNTRELBOX_PAIRS(X) X(u8, u8) X(s16, u8)
+#define SORN_COUNTRELBOX_KERNEL_DECL1(name, d, s)                                            \
+  SornStatus name##_c1_##d##s(SornXE *xe, SornFlags flags, int32_t n, const int32_t *dims,  \
+                              void *dst, const int32_t *dstStrides, const void *src,        \
+                              const int32_t *srcStrides, SornCmpOp op,                      \
+                              const SornSeShape *box, const SornVrng *vrange, int32_t shift, \
+                              uint32_t reserved);
+#define SORN_COUNTRELBOX_KERNEL_DECL(d, s)                   \
+  SORN_COUNTRELBOX_KERNEL_DECL1(sorna__countrelbox, d, s)    \
+  SORN_COUNTRELBOX_KERNEL_DECL1(sorna__countrelbox256, d, s)
+SORN_COUNTRELBOX_PAIRS(SORN_COUNTRELBOX_KERNEL_DECL)
+#undef SORN_COUNTRELBOX_KERNEL_DECL
+#undef SORN_COUNTRELBOX_KERNEL_DECL1
 
 /* ---------------- Firefly filter ----------------
  * Three views of an image mixed with integer weights. Kind 5 mixes three

@@ -98,9 +98,10 @@ SornVolume make_roi(int32_t oy, int32_t ox, int32_t rows, int32_t cols, int32_t 
   return v;
 }
 
-ScratchEnv::ScratchEnv() {
+ScratchEnv::ScratchEnv(size_t warm) {
   std::memset(&xe_, 0, sizeof xe_);
   SornXEinit(&xe_, nullptr);
+  if (warm > 0) SornXEfreea(&xe_, SornXEalloca(&xe_, warm, 0));
   mark_ = probe();
 }
 

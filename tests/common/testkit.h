@@ -90,9 +90,14 @@ SornVolume make_roi(int32_t oy, int32_t ox, int32_t rows, int32_t cols, int32_t 
 // after every call: at_mark() is true when the stack is back at the level
 // it had when the environment was made (a small block taken now lands
 // where it landed then).
+//
+// A call whose scratch outgrows the stack's first chunk leaves the larger
+// chunk as the stack's spare, where the next block lands: such a test asks
+// for `warm` bytes to be taken and given back before the mark is set, so
+// that its calls stay inside the chunk the mark lies in.
 class ScratchEnv {
  public:
-  ScratchEnv();
+  explicit ScratchEnv(size_t warm = 0);
   ~ScratchEnv();
   ScratchEnv(const ScratchEnv &) = delete;
   ScratchEnv &operator=(const ScratchEnv &) = delete;
