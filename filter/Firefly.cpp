@@ -22,9 +22,6 @@
 #include "core/entry.h"
 #include "filter/filter_frame.h"
 
-// TEMPORARY until the relative box count is merged: bind weakly.
-#pragma weak sorna__countrelbox
-
 namespace {
 
 // The scripts of kinds 3, 4 and 5 read three windows and three weights.
@@ -186,7 +183,6 @@ SornStatus rank_script(SornXE *xe, SornFlags flags, SornDimPack pack, const int3
   for (int32_t c = 0; c < channels; ++c) gain_and_range(hists[c], target, &gain.c[c], &ranges[c]);
   sorn_hist_fini_$n$xe(chword, hists, xe);
 
-  if (&sorna__countrelbox == nullptr) return SORN_ENOTSUP;  // TEMPORARY
   st = sorna__countrelbox(xe, flags, pack, sizes, type, dst, dstStrides, type, src, srcStrides,
                           SORN_CMP_LE, &shapes[2], ranges, element_bits(type) - 2 * k, 0);
   if (st != SORN_OK) return st;
