@@ -154,6 +154,11 @@ class Args {
   std::vector<std::string> positionals_;
 };
 
+// Whole numbers separated by `sep`, each lo to hi; a bad list is a usage
+// error naming the option.
+std::vector<int64_t> whole_numbers(const std::string &option, const std::string &text, char sep,
+                                   int64_t lo, int64_t hi);
+
 struct Command {
   const char *name;
   const char *summary;  // one line for 'sorn --help'
@@ -186,6 +191,7 @@ int run_resize(const std::vector<std::string> &argv);
 int run_filter(const std::vector<std::string> &argv);
 int run_border(const std::vector<std::string> &argv);
 int run_morph(const std::vector<std::string> &argv);
+int run_firefly(const std::vector<std::string> &argv);
 
 extern const char *const kMserHelp;
 extern const char *const kHistHelp;
@@ -205,5 +211,6 @@ extern const char *const kResizeHelp;
 extern const char *const kFilterHelp;
 extern const char *const kBorderHelp;
 extern const char *const kMorphHelp;
+extern const char *const kFireflyHelp;
 
 }  // namespace sorn::tool

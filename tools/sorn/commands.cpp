@@ -30,6 +30,8 @@ const std::vector<Command> &commands() {
       {"border", "the picture with a border of a given kind around it", kBorderHelp, run_border},
       {"morph", "erosion, dilation, opening, closing and the hats by a rectangle or a disc",
        kMorphHelp, run_morph},
+      {"firefly", "three views mixed by weight: blurs at three scales, or gain and local rank",
+       kFireflyHelp, run_firefly},
   };
   return table;
 }
