@@ -33,6 +33,10 @@ channel axis is never cut)
       sorn.morphology tile by tile; a chain (open, close, tophat,
       blackhat) reads twice as far, as its second pass reads the first
       pass's results around each pixel
+  firefly(x, kind='gauss', window=5, ...)
+      sorn.firefly's blurs (and its copy) tile by tile, each tile read
+      with the pixels its largest window (15 times window) reaches; the
+      rank kinds depend on the whole image and are refused
 Each returns a dask array; .compute() runs it. The results are those of
 the operation on the whole image: counts are added as 64-bit integers, the
 integer sums of tiles are exact in double and are added as integers, and
@@ -73,7 +77,7 @@ from . import io as _io
 
 __all__ = ["map_images", "stable_regions", "picture_paths", "portable", "histogram", "sum",
            "mean", "elementwise", "neighbourhood", "box_filter", "min_filter", "max_filter",
-           "sep_filter", "gaussian_filter", "morphology"]
+           "sep_filter", "gaussian_filter", "morphology", "firefly"]
 
 _builtin_sum = sum
 
@@ -347,3 +351,22 @@ def morphology(x, op, mask=None, *, size=None, anchor=None, **kwargs):
         dy, dx = 2 * dy, 2 * dx
     kwargs = dict(kwargs, op=op, mask=mask, size=size, anchor=anchor)
     return _overlapped(sorn.morphology, x, (dy, dx), kwargs, "morphology")
+
+
+def firefly(x, kind="gauss", *, window=5, **kwargs):
+    """sorn.firefly of a dask array, tile by tile, for the kinds whose
+    pixels depend on their neighbourhood alone: the blurs ('gauss', 5), each
+    tile widened by the reach of the largest of the three windows (15 times
+    window), and the copy ('copy', 0). The rank kinds ('crb', 3, 'crbln', 4)
+    take their gain from the whole image's histogram, and 'crbln' stretches
+    by the whole mix's extremes: a tile alone would give other values, so
+    they raise ValueError."""
+    if isinstance(kind, str) and kind in ("crb", "crbln") or kind in (3, 4):
+        raise ValueError("firefly: the rank kinds depend on the whole image (its histogram and "
+                         "extremes); call sorn.firefly on the computed image")
+    rows, cols = (window, window) if np.ndim(window) == 0 else tuple(window)
+    if rows == 1 and cols == 1:
+        rows = cols = 5
+    reach = _window_reach((15 * rows, 15 * cols), None, "firefly")
+    kwargs = dict(kwargs, kind=kind, window=window)
+    return _overlapped(sorn.firefly, x, reach, kwargs, "firefly")

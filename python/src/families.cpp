@@ -93,10 +93,10 @@ constexpr FlagChoice kLnAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
   "as for box_filter: 'reflect101' (the default), 'reflect', 'replicate',\n"       \
   "'wrap', or 'const' with value (a number, or one per channel)."
 
-using Shape =
-    std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill, MatMul,
-                 ComponentTree, StableRegions, Threshold, Otsu, Border, Filter, Resize, Convert,
-                 MulAcc, SepFilter, Gaussian, Morphology, ConvexHull, PolygonArea, MinAreaQuad>;
+using Shape = std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill,
+                           MatMul, ComponentTree, StableRegions, Threshold, Otsu, Border, Filter,
+                           Resize, Convert, MulAcc, SepFilter, Gaussian, Morphology, Firefly,
+                           ConvexHull, PolygonArea, MinAreaQuad>;
 
 struct Family {
   const char *name;
@@ -613,6 +613,38 @@ The second pass of a chain sees the first pass's results within the image
 only: beyond its edges it reads values that do not count (a border reaches
 the first pass alone).)" SORN_PY_WINDOW_MULTI_DOC,
      Morphology{SORN_PY_ENTRY(SornMorphop), kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
+    {"firefly",
+     R"(firefly(img, kind='gauss', *, window=5, weights=None, rank_window=16, quantile=0.99, out=None)
+
+Three views of the image mixed by the integer weights (w0, w1, w2). kind:
+  'gauss' (5)  three Gaussian blurs (sigma from each window's size, as
+               gaussian_filter): of window=(rows, columns), which must be
+               square, and of 5 and 15 times its extent (window 5: 5, 25
+               and 75); dst = blur0 * w0/sum + blur1 * w1/sum + blur2 * w2/sum
+               with sum = w0 + w1 + w2. Weights (1, 6, 9) by default.
+  'crb' (3)    dst = (w0 * img + w1 * gain * img + w2 * rank) / sum in 16
+               bits, gain = 255 / q with q the value where the count of
+               pixels from the least value first exceeds the quantile of
+               the pixels (0 counting as 1), rank each pixel's count of
+               pixels at most its value in the rank_window by rank_window
+               window (a power of two, 2 to 256) around it, scaled so that
+               a full window reaches 255. Weights (1, 1, -1) by default.
+  'crbln' (4)  w2 * (ln(1 + img) - ln(1 + rank)) + w1 * (ln(1 + img) -
+               ln(1 + gain * img)) in float32, its extremes stretched onto
+               0..255; w0 plays no part. Weights (1, 6, 9) by default.
+  'copy' (0)   a copy.
+quantile is a fraction from 0 to below 1 (in ten-thousandths) or
+(numerator, denominator).
+
+Every product rounds and saturates in the image's type by the rules of the
+constant arithmetic: on an integer image a fractional constant becomes a
+whole one, so 1/16 multiplies by 0 (the blurs keep about 15/16 of a flat
+image's value in uint8), a gain of 1.3 by 1, and 'crb' gives 0 for weights
+that add up to more than 2. 'gauss' takes uint8, int16, int32 and float32,
+'crb' and 'crbln' uint8 alone; 1 to 4 channels, each channel on its own (a
+4-D stack plane by plane). Beyond the edges every window reads the image
+reflected about its edge pixel.)",
+     Firefly{SORN_PY_ENTRY(SornFireflyEx), kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
     {"resize",
      R"(resize(img, shape=None, *, out=None)
 

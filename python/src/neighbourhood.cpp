@@ -1,8 +1,10 @@
 // Operations that read around a pixel or move pixels: frames around an
 // image (border kinds), the box, minimum and maximum filters, separable and
-// Gaussian filters, morphology, and resizing.
+// Gaussian filters, morphology, the firefly filter, and resizing.
 // Their results depend on where each pixel lies, so every operand is read in
 // its own orientation (walk with order_free false).
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -401,6 +403,139 @@ py::object gaussian_filter(const Gaussian &s, const char *name, py::handle img, 
                   });
 }
 
+/* ---------------- the firefly filter ---------------- */
+
+struct FireflyKind {
+  const char *name;
+  int32_t kind;
+};
+constexpr FireflyKind kFireflyKinds[] = {{"gauss", SORN_FIREFLY_GAUSS},
+                                         {"crb", SORN_FIREFLY_CRB},
+                                         {"crbln", SORN_FIREFLY_CRBLN},
+                                         {"copy", SORN_FIREFLY_COPY}};
+
+int32_t firefly_kind_of(py::handle kind, const char *name) {
+  if (py::isinstance<py::str>(kind)) {
+    const std::string k = kind.cast<std::string>();
+    for (const FireflyKind &f : kFireflyKinds)
+      if (k == f.name) return f.kind;
+  } else if (py::isinstance<py::int_>(kind)) {
+    const int64_t k = kind.cast<int64_t>();
+    for (const FireflyKind &f : kFireflyKinds)
+      if (k == f.kind) return f.kind;
+  }
+  throw py::value_error(std::string(name) +
+                        ": kind must be 'gauss', 'crb', 'crbln' or 'copy' (5, 3, 4, 0), not " +
+                        py::str(py::repr(kind)).cast<std::string>());
+}
+
+SornSeShape centred(int64_t h, int64_t w) {
+  SornSeShape se;
+  std::memset(&se, 0, sizeof se);
+  se.size[0] = 1;
+  se.size[1] = (int32_t)h;
+  se.size[2] = (int32_t)w;
+  se.anchor[1] = (int32_t)(h / 2);
+  se.anchor[2] = (int32_t)(w / 2);
+  return se;
+}
+
+// The quantile as the ratio the library reads from a window's depth cells.
+std::pair<int32_t, int32_t> quantile_of(py::handle q, const char *name) {
+  const std::string what = std::string(name) +
+                           ": quantile is a fraction from 0 to below 1, or (numerator, "
+                           "denominator) with 0 <= numerator < denominator";
+  try {
+    if (py::isinstance<py::sequence>(q) && !py::isinstance<py::str>(q)) {
+      const py::sequence s = py::reinterpret_borrow<py::sequence>(q);
+      if (s.size() != 2) throw py::value_error(what);
+      const int64_t n = s[0].cast<int64_t>(), d = s[1].cast<int64_t>();
+      if (n < 0 || d < 1 || n >= d || d > INT32_MAX) throw py::value_error(what);
+      return {(int32_t)n, (int32_t)d};
+    }
+    const double v = q.cast<double>();
+    if (!(v >= 0.0 && v < 1.0)) throw py::value_error(what);
+    return {(int32_t)std::min(std::lround(v * 10000.0), 9999L), 10000};
+  } catch (const py::cast_error &) {
+    throw py::type_error(what);
+  }
+}
+
+py::object firefly(const Firefly &s, const char *name, py::handle img, py::handle kind,
+                   py::handle window, py::handle weights, py::handle rank_window,
+                   py::handle quantile, py::handle out) {
+  Image I = image_arg(img, name, "img", Axes{2, 4});
+  const int32_t k = firefly_kind_of(kind, name);
+  const bool rank = k == SORN_FIREFLY_CRB || k == SORN_FIREFLY_CRBLN;
+  check_filter_type(s.types, name, I);
+  if (rank && I.type != SORN_U8)
+    throw py::type_error(std::string(name) + ": the rank kinds take uint8 alone, not " +
+                         type_name(I.type));
+  // The weights by default: 1, 6, 9, and for the linear rank mix, whose
+  // division is by a whole number, 1, 1, -1.
+  int32_t w[3] = {1, 6, 9};
+  if (k == SORN_FIREFLY_CRB) {
+    w[1] = 1;
+    w[2] = -1;
+  }
+  if (!weights.is_none()) {
+    const std::string what = std::string(name) + ": weights are three integers (w0, w1, w2)";
+    if (!py::isinstance<py::sequence>(weights) || py::isinstance<py::str>(weights))
+      throw py::type_error(what);
+    try {
+      const py::sequence seq = py::reinterpret_borrow<py::sequence>(weights);
+      if (seq.size() != 3) throw py::value_error(what);
+      for (int i = 0; i < 3; ++i) {
+        const int64_t v = seq[i].cast<int64_t>();
+        if (v < INT32_MIN || v > INT32_MAX) throw py::value_error(what);
+        w[i] = (int32_t)v;
+      }
+    } catch (const py::cast_error &) {
+      throw py::type_error(what);
+    }
+  }
+  const auto [h, wd] = extent_pair(window, name, "window", 1);
+  if (h > 255 || wd > 255)
+    throw py::value_error(std::string(name) + ": window must be at most 255 rows and columns");
+  if (k == SORN_FIREFLY_GAUSS && h != wd)
+    throw py::value_error(std::string(name) + ": the first blur's window must be square");
+  int64_t side = 0;
+  try {
+    side = rank_window.cast<int64_t>();
+  } catch (const py::cast_error &) {
+    throw py::type_error(std::string(name) + ": rank_window must be an integer");
+  }
+  if (side < 2 || side > 256 || (side & (side - 1)) != 0)
+    throw py::value_error(std::string(name) + ": rank_window must be a power of two, 2 to 256");
+  const auto [num, den] = quantile_of(quantile, name);
+  if (I.channels() > 1)
+    return per_channel(img, I, out, name, [&](py::handle ci, py::handle co, int64_t) {
+      firefly(s, name, ci, kind, window, weights, rank_window, quantile, co);
+    });
+
+  SornSeShape shapes[3];
+  if (rank) {
+    shapes[0] = centred(3, 3);
+    shapes[1] = centred(3, 3);
+    shapes[1].anchor[0] = num;
+    shapes[1].size[0] = den;
+    shapes[2] = centred(side, side);
+  } else {
+    // A window of one cell is the library's 5 by 5 default.
+    const int64_t fh = h == 1 && wd == 1 ? 5 : h, fw = h == 1 && wd == 1 ? 5 : wd;
+    for (int i = 0; i < 3; ++i) {
+      const int64_t t = i == 0 ? 1 : i == 1 ? 5 : 15;
+      shapes[i] = centred(t * fh, t * fw);
+    }
+  }
+  const double none[4] = {0, 0, 0, 0};
+  return windowed(s.border, name, I, out, Window{1, 1, 0, 0}, SORN_BORDER_REFLECT101, none,
+                  s.filter.name, [&](const SornArray &rd, const SornArray &rs) {
+                    return s.filter.fn(thread_env(), 0, &rd, &rs, nullptr, nullptr, k, shapes, w,
+                                       3);
+                  });
+}
+
 struct MorphName {
   const char *name;
   int32_t kind;
@@ -634,6 +769,18 @@ void bind(py::module_ &m, const char *name, const char *doc, const Morphology &s
       doc, py::arg("img"), py::arg("op"), py::arg("mask") = py::none(), py::kw_only(),
       py::arg("size") = py::none(), py::arg("anchor") = py::none(),
       py::arg("border") = "reflect101", py::arg("value") = 0, py::arg("out") = py::none());
+}
+
+void bind(py::module_ &m, const char *name, const char *doc, const Firefly &s) {
+  m.def(
+      name,
+      [s, name](py::object img, py::object kind, py::object window, py::object weights,
+                py::object rank_window, py::object quantile, py::object out) {
+        return firefly(s, name, img, kind, window, weights, rank_window, quantile, out);
+      },
+      doc, py::arg("img"), py::arg("kind") = "gauss", py::kw_only(), py::arg("window") = 5,
+      py::arg("weights") = py::none(), py::arg("rank_window") = 16, py::arg("quantile") = 0.99,
+      py::arg("out") = py::none());
 }
 
 void bind(py::module_ &m, const char *name, const char *doc, const Resize &s) {

@@ -387,6 +387,18 @@ struct Morphology {
   Entry<CopyMkbFn> border;
 };
 
+using FireflyFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                 const SornVolume *, const SornVolume *, int32_t,
+                                 const SornSeShape *, const int32_t *, int32_t);
+
+// Three views mixed by weights: the blurs of three windows, or a gain and a
+// local rank beside the image; the rank kinds take one-channel bytes alone.
+struct Firefly {
+  Entry<FireflyFn> filter;
+  Keys types;
+  Entry<CopyMkbFn> border;
+};
+
 /* ---------------- plane geometry ---------------- */
 
 // A function over a list of points in its three coordinate families: int32
@@ -444,6 +456,7 @@ void bind(py::module_ &m, const char *name, const char *doc, const MulAcc &s);
 void bind(py::module_ &m, const char *name, const char *doc, const SepFilter &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Gaussian &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Morphology &s);
+void bind(py::module_ &m, const char *name, const char *doc, const Firefly &s);
 void bind(py::module_ &m, const char *name, const char *doc, const ConvexHull &s);
 void bind(py::module_ &m, const char *name, const char *doc, const PolygonArea &s);
 void bind(py::module_ &m, const char *name, const char *doc, const MinAreaQuad &s);

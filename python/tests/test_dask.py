@@ -118,6 +118,18 @@ def test_window_filters_of_tiles_are_those_of_the_whole_image(client):
     np.testing.assert_allclose(sd.box_filter(z, 5).compute(), sorn.box_filter(f32, 5), atol=1e-6)
 
 
+def test_firefly_blurs_of_tiles_are_those_of_the_whole_image(client):
+    rng = np.random.default_rng(6)
+    u8 = rng.integers(0, 256, size=(260, 300), dtype=np.uint8)
+    x = da.from_array(u8, chunks=(100, 110))
+    np.testing.assert_array_equal(sd.firefly(x, window=3).compute(), sorn.firefly(u8, window=3))
+    np.testing.assert_array_equal(sd.firefly(x, "copy").compute(), u8)
+    with pytest.raises(ValueError):
+        sd.firefly(x, "crb")
+    with pytest.raises(ValueError):
+        sd.firefly(x, 4)
+
+
 # ---------------------------------------------------------------- pictures
 
 def png_with_filters(img):
