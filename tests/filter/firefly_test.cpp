@@ -134,6 +134,40 @@ void per_channel(double *c, double v) {
   for (int k = 0; k < 16; ++k) c[k] = v;
 }
 
+// One explicit firefly of the region (oy, ox, rows, cols) of `big`, in place
+// or into a padded destination at another origin, against `script(src,
+// site, start)`, the script of the public entries from the destination's
+// first content `start`; nothing outside the region may change.
+template <class Script>
+void expect_script(Env &env, Image &big, int32_t oy, int32_t ox, int32_t rows, int32_t cols,
+                   bool in_place, int32_t dy, int32_t dx, int32_t pad, int32_t kind,
+                   const Views &v, Script script) {
+  const int32_t ch = big.channels();
+  const SornVolume site = make_roi(oy, ox, rows, cols, ch);
+  SornArray s = big.record();
+  if (in_place) {
+    const Image start = region_of(big, oy, ox, rows, cols);
+    const Image ref = script(s, &site, &start);
+    const std::vector<uint8_t> before = big.bytes_copy();
+    ASSERT_EQ(SORN_OK, SornFireflyEx(env.xe(), 0, &s, nullptr, &site, nullptr, kind, v.shapes,
+                                     v.weights, v.count));
+    expect_region(ref, big, oy, ox);
+    expect_untouched_outside(before, big, oy, ox, rows, cols);
+  } else {
+    Image dst(rows + dy + 2, cols + dx + 3, ch, big.type(), pad, 0xC3);
+    const Image start = region_of(dst, dy, dx, rows, cols);
+    const Image ref = script(s, &site, &start);
+    const std::vector<uint8_t> before = dst.bytes_copy();
+    SornArray d = dst.record();
+    const SornVolume droi = make_roi(dy, dx, rows, cols, ch);
+    ASSERT_EQ(SORN_OK, SornFireflyEx(env.xe(), 0, &d, &s, &droi, &site, kind, v.shapes,
+                                     v.weights, v.count));
+    expect_region(ref, dst, dy, dx);
+    expect_untouched_outside(before, dst, dy, dx, rows, cols);
+  }
+  EXPECT_TRUE(env.at_mark());
+}
+
 // ---------------------------------------------------------------- the scripts, from public entries
 
 // Kind 5: three Gaussians of the source (each window's own sigma) into
@@ -409,34 +443,15 @@ TEST(FireflyEx, KindFiveMatchesItsScriptOverTypesChannelsRegionsAndPlaces) {
         v.count = 3 + (int32_t)(rng() % 2);
         if (v.weights[0] + v.weights[1] + v.weights[2] + (v.count > 3 ? v.weights[3] : 0) == 0)
           v.weights[0] += 2;
-        const bool in_place = rep == 3;
         // The source: a region at (oy, ox) inside a larger padded array.
         const int32_t oy = (int32_t)(rng() % 6), ox = (int32_t)(rng() % 6);
+        const int32_t dy = (int32_t)(rng() % 4), dx = (int32_t)(rng() % 4);
         Image big = random_image(rows + oy + 4, cols + ox + 5, ch, type, rng(), pad);
-        const SornVolume site = make_roi(oy, ox, rows, cols, ch);
-        SornArray s = big.record();
-        const Image start_in_place = region_of(big, oy, ox, rows, cols);
-        if (in_place) {
-          const Image ref = gauss_script(env, s, &site, rows, cols, v, &start_in_place);
-          const std::vector<uint8_t> before = big.bytes_copy();
-          ASSERT_EQ(SORN_OK, SornFireflyEx(env.xe(), 0, &s, nullptr, &site, nullptr,
-                                           SORN_FIREFLY_GAUSS, v.shapes, v.weights, v.count));
-          expect_region(ref, big, oy, ox);
-          expect_untouched_outside(before, big, oy, ox, rows, cols);
-        } else {
-          const int32_t dy = (int32_t)(rng() % 4), dx = (int32_t)(rng() % 4);
-          Image dst(rows + dy + 2, cols + dx + 3, ch, type, pad, 0xC3);
-          const Image start = region_of(dst, dy, dx, rows, cols);
-          const Image ref = gauss_script(env, s, &site, rows, cols, v, &start);
-          const std::vector<uint8_t> before = dst.bytes_copy();
-          SornArray d = dst.record();
-          const SornVolume droi = make_roi(dy, dx, rows, cols, ch);
-          ASSERT_EQ(SORN_OK, SornFireflyEx(env.xe(), 0, &d, &s, &droi, &site, SORN_FIREFLY_GAUSS,
-                                           v.shapes, v.weights, v.count));
-          expect_region(ref, dst, dy, dx);
-          expect_untouched_outside(before, dst, dy, dx, rows, cols);
-        }
-        ASSERT_TRUE(env.at_mark());
+        expect_script(env, big, oy, ox, rows, cols, rep == 3, dy, dx, pad, SORN_FIREFLY_GAUSS, v,
+                      [&](const SornArray &src, const SornVolume *site, const Image *start) {
+                        return gauss_script(env, src, site, rows, cols, v, start);
+                      });
+        if (HasFatalFailure()) return;
         ++cases;
       }
   EXPECT_EQ(48, cases);
@@ -609,30 +624,15 @@ TEST(FireflyEx, KindsThreeAndFourMatchTheirScripts) {
       }
       const int32_t pad = (int32_t)(rng() % 5);
       const int32_t oy = (int32_t)(rng() % 5), ox = (int32_t)(rng() % 5);
+      const int32_t dy = (int32_t)(rng() % 3), dx = (int32_t)(rng() % 3);
       Image big = rep % 2 ? random_image(rows + oy + 3, cols + ox + 2, 1, SORN_U8, rng(), pad)
                           : smooth_u8(rows + oy + 3, cols + ox + 2, rng());
-      const SornVolume site = make_roi(oy, ox, rows, cols, 1);
-      SornArray s = big.record();
-      const Image ref = kind == SORN_FIREFLY_CRB ? crb_script(env, s, &site, rows, cols, v)
-                                                 : crbln_script(env, s, &site, rows, cols, v);
-      if (rep % 4 == 3) {
-        const std::vector<uint8_t> before = big.bytes_copy();
-        ASSERT_EQ(SORN_OK, SornFireflyEx(env.xe(), 0, &s, nullptr, &site, nullptr, kind, v.shapes,
-                                         v.weights, v.count));
-        expect_region(ref, big, oy, ox);
-        expect_untouched_outside(before, big, oy, ox, rows, cols);
-      } else {
-        const int32_t dy = (int32_t)(rng() % 3), dx = (int32_t)(rng() % 3);
-        Image dst(rows + dy + 1, cols + dx + 2, 1, SORN_U8, pad, 0x5D);
-        const std::vector<uint8_t> before = dst.bytes_copy();
-        SornArray d = dst.record();
-        const SornVolume droi = make_roi(dy, dx, rows, cols, 1);
-        ASSERT_EQ(SORN_OK, SornFireflyEx(env.xe(), 0, &d, &s, &droi, &site, kind, v.shapes,
-                                         v.weights, v.count));
-        expect_region(ref, dst, dy, dx);
-        expect_untouched_outside(before, dst, dy, dx, rows, cols);
-      }
-      ASSERT_TRUE(env.at_mark());
+      expect_script(env, big, oy, ox, rows, cols, rep % 4 == 3, dy, dx, pad, kind, v,
+                    [&](const SornArray &src, const SornVolume *site, const Image *) {
+                      return kind == SORN_FIREFLY_CRB ? crb_script(env, src, site, rows, cols, v)
+                                                      : crbln_script(env, src, site, rows, cols, v);
+                    });
+      if (HasFatalFailure()) return;
     }
 }
 
