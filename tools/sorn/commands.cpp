@@ -30,6 +30,8 @@ const std::vector<Command> &commands() {
       {"border", "the picture with a border of a given kind around it", kBorderHelp, run_border},
       {"morph", "erosion, dilation, opening, closing and the hats by a rectangle or a disc",
        kMorphHelp, run_morph},
+      {"rank", "how many pixels of the box around each stand in a relation to it", kRankHelp,
+       run_rank},
   };
   return table;
 }
