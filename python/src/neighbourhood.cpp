@@ -137,6 +137,18 @@ Window window_of(py::handle anchor, int64_t h, int64_t w, const char *name) {
   return win;
 }
 
+// The library's record of a window: rows and columns, no planes.
+SornSeShape shape_of(const Window &win) {
+  SornSeShape se;
+  std::memset(&se, 0, sizeof se);
+  se.size[0] = 1;
+  se.size[1] = (int32_t)win.h;
+  se.size[2] = (int32_t)win.w;
+  se.anchor[1] = (int32_t)win.ay;
+  se.anchor[2] = (int32_t)win.ax;
+  return se;
+}
+
 void check_filter_type(Keys types, const char *name, const Image &I) {
   if (!holds(types, I.type))
     throw py::type_error(std::string(name) + ": no kernel for " + type_name(I.type) +
@@ -358,13 +370,7 @@ py::object count_rel_box(const RelBox &s, const char *name, py::handle img, py::
     r.attr("fill")(scaled_count(self ? 1 : 0, sh, dst == SORN_U8 ? 255 : 32767));
     return r;
   }
-  SornSeShape se;
-  std::memset(&se, 0, sizeof se);
-  se.size[0] = 1;
-  se.size[1] = (int32_t)h;
-  se.size[2] = (int32_t)w;
-  se.anchor[1] = (int32_t)win.ay;
-  se.anchor[2] = (int32_t)win.ax;
+  const SornSeShape se = shape_of(win);
   const SornArray rd = record(o.image), rs = record(I);
   SornStatus st;
   {
@@ -488,13 +494,7 @@ py::object gaussian_filter(const Gaussian &s, const char *name, py::handle img, 
   // Gaussian of one cell is the pixel itself.
   if (h == 1 && w == 1) return copied(s.border, name, I, out);
 
-  SornSeShape se;
-  std::memset(&se, 0, sizeof se);
-  se.size[0] = 1;
-  se.size[1] = (int32_t)h;
-  se.size[2] = (int32_t)w;
-  se.anchor[1] = (int32_t)win.ay;
-  se.anchor[2] = (int32_t)win.ax;
+  const SornSeShape se = shape_of(win);
   const double *given = sigma.is_none() ? nullptr : sigmas;
   return windowed(s.border, name, I, out, win, bk, fill, s.filter.name,
                   [&](const SornArray &rd, const SornArray &rs) {

@@ -94,7 +94,7 @@ TEST(ToolRank, UsageErrorsNameTheOption) {
   expect_failure(run_tool({"rank", "-o", out, "--op", "ne"}), 2,
                  "sorn rank: invalid value 'ne' for --op: expected eq|lt|le|gt|ge (try 'sorn rank --help')");
   expect_failure(run_tool({"rank", "-o", out, "--box", "0x3"}), 2,
-                 "sorn rank: --box: '0x3' is not N or WxH with each from 1 to 1023 (try 'sorn rank --help')");
+                 "sorn rank: --box: '0x3' is not a list of whole numbers from 1 to 1023 (try 'sorn rank --help')");
   expect_failure(run_tool({"rank", "-o", out, "--box", "3", "--anchor", "3,0"}), 2,
                  "sorn rank: --anchor: '3,0' is not X,Y inside the box (try 'sorn rank --help')");
   expect_failure(run_tool({"rank", "-o", out, "--range", "9,3"}), 2,

@@ -154,6 +154,11 @@ class Args {
   std::vector<std::string> positionals_;
 };
 
+// Whole numbers separated by `sep`, each lo to hi; a bad list is a usage
+// error naming the option.
+std::vector<int64_t> whole_numbers(const std::string &option, const std::string &text, char sep,
+                                   int64_t lo, int64_t hi);
+
 struct Command {
   const char *name;
   const char *summary;  // one line for 'sorn --help'

@@ -69,28 +69,6 @@ int32_t kind_of(const std::string &name) {
   return SORN_BORDER_REFLECT101;
 }
 
-// Whole numbers separated by `sep`, each lo to hi; a bad list is a usage
-// error naming the option.
-std::vector<int64_t> numbers(const std::string &option, const std::string &text, char sep,
-                             int64_t lo, int64_t hi) {
-  std::vector<int64_t> out;
-  size_t at = 0;
-  while (true) {
-    const size_t end = text.find(sep, at);
-    const std::string part =
-        text.substr(at, end == std::string::npos ? std::string::npos : end - at);
-    char *stop = nullptr;
-    const long long v = std::strtoll(part.c_str(), &stop, 10);
-    if (part.empty() || *stop != '\0' || v < lo || v > hi)
-      usage_error(option + ": '" + text + "' is not a list of whole numbers from " +
-                  std::to_string(lo) + " to " + std::to_string(hi));
-    out.push_back(v);
-    if (end == std::string::npos) break;
-    at = end + 1;
-  }
-  return out;
-}
-
 SornBrShape border_of(int32_t top, int32_t left, int32_t bottom, int32_t right, double value) {
   SornBrShape b;
   std::memset(&b, 0, sizeof b);
@@ -152,13 +130,13 @@ int run_filter(const std::vector<std::string> &argv) {
   format_for_output(outname);
   const std::string size = args.text("--size", "3");
   std::vector<int64_t> wh =
-      numbers("--size", size, size.find('x') != std::string::npos ? 'x' : ',', 1, 255);
+      whole_numbers("--size", size, size.find('x') != std::string::npos ? 'x' : ',', 1, 255);
   if (wh.size() == 1) wh.push_back(wh[0]);
   if (wh.size() != 2) usage_error("--size: '" + size + "' is not N or WxH");
   const int32_t w = int32_t(wh[0]), h = int32_t(wh[1]);
   std::vector<int64_t> anchor = {w / 2, h / 2};
   if (args.has("--anchor")) {
-    anchor = numbers("--anchor", args.text("--anchor", ""), ',', 0, 254);
+    anchor = whole_numbers("--anchor", args.text("--anchor", ""), ',', 0, 254);
     if (anchor.size() != 2 || anchor[0] >= w || anchor[1] >= h)
       usage_error("--anchor: '" + args.text("--anchor", "") + "' is not X,Y inside the window");
   }
@@ -231,7 +209,7 @@ int run_border(const std::vector<std::string> &argv) {
   const std::string outname = args.text("-o", "");
   format_for_output(outname);
   const std::string kname = args.choice("--kind", "reflect101", kKindNames);
-  std::vector<int64_t> wd = numbers("--widths", args.text("--widths", "2"), ',', 0, 4096);
+  std::vector<int64_t> wd = whole_numbers("--widths", args.text("--widths", "2"), ',', 0, 4096);
   if (wd.size() == 1) wd.assign(4, wd[0]);
   if (wd.size() != 4)
     usage_error("--widths: '" + args.text("--widths", "") + "' is not N or T,L,B,R");

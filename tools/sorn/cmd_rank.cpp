@@ -51,29 +51,13 @@ uint32_t op_of(const std::string &name) {
   return SORN_CMP_LE;
 }
 
-// Whole numbers of `text` separated by `sep`, each lo to hi, exactly `n`
-// of them (or one, repeated, when one_for_all); a bad list is a usage
-// error naming the option and `form`.
-std::vector<int32_t> list(const std::string &option, const std::string &text, char sep, size_t n,
-                          bool one_for_all, int32_t lo, int32_t hi, const std::string &form) {
-  std::vector<int32_t> out;
-  size_t at = 0;
-  while (true) {
-    const size_t end = text.find(sep, at);
-    const std::string part =
-        text.substr(at, end == std::string::npos ? std::string::npos : end - at);
-    char *stop = nullptr;
-    const long long v = std::strtoll(part.c_str(), &stop, 10);
-    if (part.empty() || *stop != '\0' || v < lo || v > hi)
-      usage_error(option + ": '" + text + "' is not " + form + " with each from " +
-                  std::to_string(lo) + " to " + std::to_string(hi));
-    out.push_back(int32_t(v));
-    if (end == std::string::npos) break;
-    at = end + 1;
-  }
-  if (out.size() == 1 && one_for_all) out.assign(n, out[0]);
-  if (out.size() != n) usage_error(option + ": '" + text + "' is not " + form);
-  return out;
+// N, or two numbers split by `sep`, each lo to hi.
+std::vector<int64_t> pair_of(const std::string &option, const std::string &text, char sep,
+                             bool one_for_both, int64_t lo, int64_t hi, const std::string &form) {
+  std::vector<int64_t> v = whole_numbers(option, text, sep, lo, hi);
+  if (v.size() == 1 && one_for_both) v.push_back(v[0]);
+  if (v.size() != 2) usage_error(option + ": '" + text + "' is not " + form);
+  return v;
 }
 
 // The largest shift at which the count of a full box, area pixels, still
@@ -98,16 +82,16 @@ int run_rank(const std::vector<std::string> &argv) {
   format_for_output(outname);
   const std::string opname = args.choice("--op", "le", kOps);
   const std::string boxtext = args.text("--box", "15");
-  const std::vector<int32_t> wh =
-      list("--box", boxtext, boxtext.find('x') != std::string::npos ? 'x' : ',', 2, true, 1, 1023,
-           "N or WxH");
+  const std::vector<int64_t> wh =
+      pair_of("--box", boxtext, boxtext.find('x') != std::string::npos ? 'x' : ',', true, 1, 1023,
+              "N or WxH");
   // A 1x1 box is the library's 5x5 default, centred.
   const bool one = wh[0] == 1 && wh[1] == 1;
-  const int32_t w = one ? 5 : wh[0], h = one ? 5 : wh[1];
-  std::vector<int32_t> anchor = {w / 2, h / 2};
+  const int32_t w = one ? 5 : int32_t(wh[0]), h = one ? 5 : int32_t(wh[1]);
+  std::vector<int64_t> anchor = {w / 2, h / 2};
   if (args.has("--anchor")) {
     if (one) usage_error("--anchor: a 1x1 box is the 5x5 default, centred");
-    anchor = list("--anchor", args.text("--anchor", ""), ',', 2, false, 0, 1022, "X,Y");
+    anchor = pair_of("--anchor", args.text("--anchor", ""), ',', false, 0, 1022, "X,Y");
     if (anchor[0] >= w || anchor[1] >= h)
       usage_error("--anchor: '" + args.text("--anchor", "") + "' is not X,Y inside the box");
   }
@@ -116,8 +100,8 @@ int run_rank(const std::vector<std::string> &argv) {
   SornVrng range = {0.0, 255.0};
   const bool ranged = args.has("--range");
   if (ranged) {
-    const std::vector<int32_t> r =
-        list("--range", args.text("--range", ""), ',', 2, false, 0, 255, "LO,HI");
+    const std::vector<int64_t> r =
+        pair_of("--range", args.text("--range", ""), ',', false, 0, 255, "LO,HI");
     if (r[0] > r[1]) usage_error("--range: '" + args.text("--range", "") + "' has LO above HI");
     range = {double(r[0]), double(r[1])};
   }
@@ -134,8 +118,8 @@ int run_rank(const std::vector<std::string> &argv) {
   box.size[0] = 1;
   box.size[1] = h;
   box.size[2] = w;
-  box.anchor[1] = anchor[1];
-  box.anchor[2] = anchor[0];
+  box.anchor[1] = int32_t(anchor[1]);
+  box.anchor[2] = int32_t(anchor[0]);
   Env env;
   Image out(src.width, src.height, src.channels);
   for (int32_t c = 0; c < src.channels; ++c) {
@@ -153,7 +137,7 @@ int run_rank(const std::vector<std::string> &argv) {
   write_image(outname, out);
   std::printf("wrote %s: %dx%d %s, %s over %dx%d anchor %d,%d, shift %d%s\n", outname.c_str(),
               out.width, out.height, channel_layout_name(out.channels), opname.c_str(), w, h,
-              anchor[0], anchor[1], shift,
+              int(anchor[0]), int(anchor[1]), shift,
               flags == SORN_F_RANK_FAST2  ? ", fast2"
               : flags == SORN_F_RANK_FAST ? ", fast"
                                           : "");
