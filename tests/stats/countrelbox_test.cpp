@@ -824,16 +824,17 @@ TEST(CountRelBox, TheInnerLayersCountARegionWhoseMarginIsThere) {
   const int32_t rows = 30 - 15, cols = 40 - 15;
   for (uint32_t dtype : {SORN_U8, SORN_S16}) {
     Image out(rows, cols, 1, dtype, 2), again(rows, cols, 1, dtype, 2);
-    int32_t sizes[3] = {rows, cols, 1};
+    // Four cells each, given from cell 1 on, as the packing word says.
+    int32_t sizes[4] = {1, rows, cols, 1};
     const int32_t es = SORN_ELEMSIZE(dtype);
-    int32_t ds[3] = {out.rowstride(), es, es}, ss[3] = {src.rowstride(), 1, 1};
-    ASSERT_EQ(SORN_OK, sorna__countrelbox(env.xe(), 0, SORN_DIMPACK(3), sizes, dtype, out.base(),
-                                          ds, SORN_U8, &src.at<uint8_t>(8, 8), ss, SORN_CMP_LE,
-                                          &b, ranges, 0, 0));
-    int32_t dorigin[3] = {0, 0, 0}, sorigin[3] = {8, 8, 0};
-    ASSERT_EQ(SORN_OK, sorna_countrelbox(env.xe(), 0, SORN_DIMPACK(3), sizes, dtype, again.base(),
-                                         dorigin, ds, SORN_U8, src.base(), sorigin, ss,
-                                         SORN_CMP_LE, &b, ranges, 0, 0));
+    int32_t ds[4] = {0, out.rowstride(), es, es}, ss[4] = {0, src.rowstride(), 1, 1};
+    ASSERT_EQ(SORN_OK, sorna__countrelbox(env.xe(), 0, SORN_DIMPACK(3), sizes + 1, dtype,
+                                          out.base(), ds + 1, SORN_U8, &src.at<uint8_t>(8, 8),
+                                          ss + 1, SORN_CMP_LE, &b, ranges, 0, 0));
+    int32_t dorigin[4] = {0, 0, 0, 0}, sorigin[4] = {0, 8, 8, 0};
+    ASSERT_EQ(SORN_OK, sorna_countrelbox(env.xe(), 0, SORN_DIMPACK(3), sizes + 1, dtype,
+                                         again.base(), dorigin + 1, ds + 1, SORN_U8, src.base(),
+                                         sorigin + 1, ss + 1, SORN_CMP_LE, &b, ranges, 0, 0));
     Case c;
     c.op = SORN_CMP_LE;
     c.box = b;
