@@ -6,8 +6,8 @@
 #include <sorn.h>
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
-#include <limits>
 
 #include "core/entry.h"
 #include "filter/filter_frame.h"
@@ -29,21 +29,6 @@ SornStatus kernel_for(SornFlags flags, uint32_t chword, uint32_t dstType, uint32
   if (st != SORN_OK) return st;
   if (sorn::stats::rel_box_refused(op, box)) return SORN_EINVAL;
   return SORN_OK;
-}
-
-// The lowest and highest value of a source type.
-SornVrng type_limits(uint32_t type) {
-  switch (type) {
-    case SORN_U8: return {0.0, 255.0};
-    case SORN_S8: return {-128.0, 127.0};
-    case SORN_U16: return {0.0, 65535.0};
-    case SORN_S16: return {-32768.0, 32767.0};
-    case SORN_U32: return {0.0, 4294967295.0};
-    case SORN_S32: return {-2147483648.0, 2147483647.0};
-    default:
-      return {-(double)std::numeric_limits<float>::max(),
-              (double)std::numeric_limits<float>::max()};
-  }
 }
 
 uint32_t channel_word(SornDimPack pack, const int32_t *sizes) {
@@ -92,8 +77,9 @@ SornStatus sorna__countrelbox(SornXE *xe, SornFlags flags, SornDimPack pack, con
     SornVrng &r = ranges[c];
     r = large ? SornVrng{HUGE_VAL, 0.0} : SornVrng{std::nan(""), 0.0};
     if (vrange != nullptr) r = vrange[c];
+    // The lookup admits bytes only: their limits are 0 and 255.
     if (std::isnan(r.lo))
-      r = type_limits(srcType);
+      r = {(double)sorn::int_range<uint8_t>::lo, (double)sorn::int_range<uint8_t>::hi};
     else if (std::isinf(r.lo) || r.lo > r.hi)
       measure = true;
   }

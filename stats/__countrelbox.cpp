@@ -238,10 +238,26 @@ template <uint32_t Op> inline uint8_t rel(uint8_t p, uint8_t c) {
   return p >= c;
 }
 
-template <uint32_t Op>
-void count_row(uint8_t *__restrict counts, const uint8_t *__restrict row,
-               const uint8_t *__restrict centre, int32_t n) {
-  for (int32_t x = 0; x < n; ++x) counts[x] = (uint8_t)(counts[x] + rel<Op>(row[x], centre[x]));
+// The counts of n pixels (n at most kBlock) from the box rows `rows`, each
+// read from the pixel's box column 0 on: the counters of a block stay in
+// registers while every cell of the box passes.
+constexpr int32_t kBlock = 64;
+template <uint32_t Op, int32_t N>
+void count_block(uint8_t *__restrict counts, const uint8_t *const *rows, int32_t bh, int32_t bw,
+                 const uint8_t *__restrict centre, int32_t n) {
+  uint8_t acc[N] = {};
+  uint8_t c[N];
+  std::memcpy(c, centre, (size_t)(N < n ? N : n));
+  for (int32_t k = 0; k < bh; ++k)
+    for (int32_t dx = 0; dx < bw; ++dx) {
+      const uint8_t *__restrict r = rows[k] + dx;
+      if (N == n) {
+        for (int32_t i = 0; i < N; ++i) acc[i] = (uint8_t)(acc[i] + rel<Op>(r[i], c[i]));
+      } else {
+        for (int32_t i = 0; i < n; ++i) acc[i] = (uint8_t)(acc[i] + rel<Op>(r[i], c[i]));
+      }
+    }
+  std::memcpy(counts, acc, (size_t)n);
 }
 
 // A box of at most 256 pixels holds every neighbour against the centre, a
@@ -273,11 +289,14 @@ SornStatus count_small_box(SornXE *xe, SornFlags flags, const Plane &pl, const S
   // next output row takes the slot of the one that leaves.
   for (int32_t y = 0; y < pl.rows; ++y) {
     const uint8_t *centre = slot((int64_t)y + ay) + ax;
-    std::memset(counts, 0, (size_t)pl.cols);
-    for (int32_t k = 0; k < bh; ++k) {
-      const uint8_t *row = slot((int64_t)y + k);
-      for (int32_t dx = 0; dx < bw; ++dx) count_row<Op>(counts, row + dx, centre, pl.cols);
+    const uint8_t *rows[256];
+    for (int32_t k = 0; k < bh; ++k) rows[k] = slot((int64_t)y + k);
+    int32_t x = 0;
+    for (; x + kBlock <= pl.cols; x += kBlock) {
+      count_block<Op, kBlock>(counts + x, rows, bh, bw, centre + x, kBlock);
+      for (int32_t k = 0; k < bh; ++k) rows[k] += kBlock;
     }
+    if (x < pl.cols) count_block<Op, kBlock>(counts + x, rows, bh, bw, centre + x, pl.cols - x);
     store_row<D>(pl, y, 0, counts, pl.cols, shift);
     if (y + 1 < pl.rows) bin_row(slot(y), s0 + (ptrdiff_t)(y + bh) * pl.srs);
   }

@@ -37,6 +37,10 @@ channel axis is never cut)
       sorn.firefly's blurs (and its copy) tile by tile, each tile read
       with the pixels its largest window (15 times window) reaches; the
       rank kinds depend on the whole image and are refused
+  count_rel_box(x, op='<=', box=5, ...)
+      sorn.count_rel_box tile by tile, each tile read with the pixels its
+      boxes reach; the range of values is settled for the whole image first
+      where the count would take it from each tile
 Each returns a dask array; .compute() runs it. The results are those of
 the operation on the whole image: counts are added as 64-bit integers, the
 integer sums of tiles are exact in double and are added as integers, and
@@ -77,7 +81,7 @@ from . import io as _io
 
 __all__ = ["map_images", "stable_regions", "picture_paths", "portable", "histogram", "sum",
            "mean", "elementwise", "neighbourhood", "box_filter", "min_filter", "max_filter",
-           "sep_filter", "gaussian_filter", "morphology", "firefly"]
+           "sep_filter", "gaussian_filter", "morphology", "firefly", "count_rel_box"]
 
 _builtin_sum = sum
 
@@ -280,10 +284,10 @@ def _tile_filter(func, kwargs, tile):
     return func(np.ascontiguousarray(tile), **kwargs)
 
 
-def _overlapped(func, x, reach, kwargs, function):
+def _overlapped(func, x, reach, kwargs, function, dtype=None):
     """func(tile, **kwargs) over the tiles of x, each widened by reach =
     (rows, columns) pixels (as far as the image goes) and cut back
-    afterwards."""
+    afterwards; the result is of x's type, or of dtype."""
     x = _image_array(x, function)
     func = portable(func)
     depth = {0: reach[0], 1: reach[1]}
@@ -291,7 +295,8 @@ def _overlapped(func, x, reach, kwargs, function):
         depth[2] = 0
     # No border from Dask: at the image's edges the filter makes its own.
     return da.map_overlap(functools.partial(_tile_filter, func, kwargs), x, depth=depth,
-                          boundary="none", dtype=x.dtype, trim=True)
+                          boundary="none", dtype=x.dtype if dtype is None else np.dtype(dtype),
+                          trim=True)
 
 
 def neighbourhood(func, x, size=3, anchor=None, **kwargs):
@@ -370,3 +375,20 @@ def firefly(x, kind="gauss", *, window=5, **kwargs):
     reach = _window_reach((15 * rows, 15 * cols), None, "firefly")
     kwargs = dict(kwargs, kind=kind, window=window)
     return _overlapped(sorn.firefly, x, reach, kwargs, "firefly")
+
+
+def count_rel_box(x, op="<=", box=5, *, anchor=None, range=None, speed=None, dtype="uint8",
+                  **kwargs):
+    """sorn.count_rel_box of a dask array, tile by tile: each tile reads the
+    pixels its boxes reach. A large box takes its range of values from the
+    image, and the speed bins follow the range: with speed given, that
+    range is taken from the whole image here and given to every tile, so
+    that the result is the count of the whole image."""
+    rows, cols = (box, box) if np.ndim(box) == 0 else tuple(box)
+    reach = _window_reach((rows, cols), anchor, "count_rel_box")
+    if range is None and speed is not None and (cols >= 64 or rows >= 32) and rows * cols > 256:
+        lo, hi = dask.compute(_image_array(x, "count_rel_box").min(),
+                              _image_array(x, "count_rel_box").max())
+        range = (float(lo), float(hi))
+    kwargs = dict(kwargs, op=op, box=box, anchor=anchor, range=range, speed=speed, dtype=dtype)
+    return _overlapped(sorn.count_rel_box, x, reach, kwargs, "count_rel_box", dtype)

@@ -40,6 +40,7 @@ constexpr uint32_t kMulPairs[] = {SORN_MULMM_PAIRS(SORN_PY_PAIR)};
 constexpr uint32_t kFilterTypes[] = {SORN_FILTER_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kConvertTypes[] = {SORN_VSCALE_TYPES(SORN_PY_TYPE)};
 constexpr uint32_t kMacTypes[] = {SORN_MLACC_TYPES(SORN_PY_TYPE)};
+constexpr uint32_t kRelBoxPairs[] = {SORN_COUNTRELBOX_PAIRS(SORN_PY_PAIR)};
 
 // The accuracy of exp (and of the sigmoid, which uses it) and of ln.
 constexpr FlagChoice kExpAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
@@ -96,7 +97,7 @@ constexpr FlagChoice kLnAccuracy[] = {{"accurate", SORN_F_EXP_ACCURATE},
 using Shape = std::variant<Elementwise, Unary, Compare, Reduction, Extremes, Histogram, Fill,
                            MatMul, ComponentTree, StableRegions, Threshold, Otsu, Border, Filter,
                            Resize, Convert, MulAcc, SepFilter, Gaussian, Morphology, Firefly,
-                           ConvexHull, PolygonArea, MinAreaQuad>;
+                           RelBox, ConvexHull, PolygonArea, MinAreaQuad>;
 
 struct Family {
   const char *name;
@@ -595,6 +596,32 @@ sigma: by default ((n - 1) * 0.5 - 1) * 0.3 + 0.8 for an axis of n cells
 0 stands for a value not given and takes its neighbour's: (0, 2.0) is
 (2.0, 2.0). A window of one cell is a copy.)" SORN_PY_WINDOW_MULTI_DOC,
      Gaussian{SORN_PY_ENTRY(SornGaussianFilter), kFilterTypes, SORN_PY_ENTRY(SornCopyMkb)}},
+    {"count_rel_box",
+     R"(count_rel_box(img, op='<=', box=5, *, anchor=None, shift=0, range=None, speed=None, dtype='uint8', out=None)
+
+For every pixel x, how many pixels p of the box of box=(rows, columns)
+around it (x itself included) stand in the relation op to it: op is '==',
+'<', '<=', '>' or '>=' (or 'eq', 'lt', 'le', 'gt', 'ge'), read as "p op x".
+With '<=' that is the pixel's rank in its neighbourhood, a local
+equalisation. The box's pixel anchor=(row, column) lies on x (by default
+the centre, box // 2); beyond the image's edges the box reads the image
+mirrored about the edge pixel (numpy's pad mode 'reflect').
+
+The count is scaled by 2**shift: below 0 it is divided with rounding,
+(count + 2**(-shift - 1)) >> -shift, and saturated into dtype, uint8
+(0..255) or int16 (to 32767). Counts live in 16-bit counters, 8-bit ones
+for boxes of at most 256 pixels: a count is taken modulo 65536, or 256 (a
+flat 16 by 16 box counts 0).
+
+range=(low, high) gives the values the image holds (low's floor and high's
+ceiling, within 0..255); by default it is 0..255 for boxes of at most 256
+pixels, or under 64 columns and 32 rows, and else the image's own least
+and greatest value. A value outside the range counts as the nearer end.
+speed='fast' counts values in bins of 2 over a range of more than 79
+levels, speed='fast2' in bins of 4 over more than 79 levels and of 2 over
+40 to 79: values of one bin count as equal. uint8 images; several channels
+are counted one at a time, a 4-D stack plane by plane.)",
+     RelBox{SORN_PY_ENTRY(SornCountRelBox), kRelBoxPairs}},
     {"morphology",
      R"(morphology(img, op, mask=None, *, size=None, anchor=None, border='reflect101', value=0, out=None)
 

@@ -138,6 +138,18 @@ Window window_of(py::handle anchor, int64_t h, int64_t w, const char *name) {
   return win;
 }
 
+// The library's record of a window: rows and columns, no planes.
+SornSeShape shape_of(const Window &win) {
+  SornSeShape se;
+  std::memset(&se, 0, sizeof se);
+  se.size[0] = 1;
+  se.size[1] = (int32_t)win.h;
+  se.size[2] = (int32_t)win.w;
+  se.anchor[1] = (int32_t)win.ay;
+  se.anchor[2] = (int32_t)win.ax;
+  return se;
+}
+
 void check_filter_type(Keys types, const char *name, const Image &I) {
   if (!holds(types, I.type))
     throw py::type_error(std::string(name) + ": no kernel for " + type_name(I.type) +
@@ -149,11 +161,14 @@ void check_filter_type(Keys types, const char *name, const Image &I) {
 // same channel of neighbouring pixels, so each channel is filtered as an
 // image of one. fn(channel, its output, its index) for each, into out or a
 // fresh array.
+// The fresh array is of the image's type, or of `code` when that is given.
 template <class Fn>
-py::object per_channel(py::handle img, const Image &I, py::handle out, const char *name, Fn &&fn) {
+py::object per_channel(py::handle img, const Image &I, py::handle out, const char *name, Fn &&fn,
+                       uint32_t code = 0) {
   py::object result;
   if (out.is_none()) {
-    result = py::module_::import("numpy").attr("empty")(I.array.attr("shape"), dtype_of(I.type));
+    result = py::module_::import("numpy").attr("empty")(I.array.attr("shape"),
+                                                        dtype_of(code ? code : I.type));
   } else {
     if (!py::isinstance<py::array>(out))
       throw py::type_error(std::string(name) + ": out must be a numpy array");
@@ -277,6 +292,97 @@ py::object windowed(const Entry<CopyMkbFn> &border, const char *name, Image &I, 
   return finish(o);
 }
 
+/* ---------------- relative box count ---------------- */
+
+// A count scaled by 2**shift, rounded when shifted down, and saturated at
+// `top`.
+int64_t scaled_count(int64_t n, int64_t shift, int64_t top) {
+  if (shift < 0)
+    return -shift > 40 ? 0 : std::min((n + ((int64_t)1 << (-shift - 1))) >> -shift, top);
+  return n == 0 ? 0 : shift > 40 ? top : std::min(n << shift, top);
+}
+
+py::object count_rel_box(const RelBox &s, const char *name, py::handle img, py::handle op,
+                         py::handle box, py::handle anchor, py::handle shift, py::handle range,
+                         py::handle speed, py::handle dtype, py::handle out) {
+  Image I = image_arg(img, name, "img", Axes{2, 4});
+  const SornCmpOp cmp = cmp_op_of(op, name);
+  if (cmp < SORN_CMP_EQ || cmp > SORN_CMP_GE)
+    throw py::value_error(std::string(name) +
+                          ": op must be one of '==', '<', '<=', '>', '>=' (or 'eq', 'lt', 'le', "
+                          "'gt', 'ge')");
+  const uint32_t dst = dtype.is_none() ? SORN_U8 : code_of_dtype_arg(dtype, name);
+  if (!holds(s.pairs, key3(dst, I.type, I.type))) {
+    std::string pairs;
+    for (uint32_t k : s.pairs)
+      pairs += (pairs.empty() ? "" : ", ") + type_name(k >> 4 & 15) + " into " + type_name(k >> 8);
+    throw py::type_error(std::string(name) + ": no count of " + type_name(I.type) + " into " +
+                         type_name(dst) + "; it takes " + pairs);
+  }
+  const auto [h, w] = extent_pair(box, name, "box", 1);
+  const Window win = window_of(anchor, h, w, name);
+  int64_t sh;
+  try {
+    sh = shift.cast<int64_t>();
+  } catch (const py::cast_error &) {
+    throw py::type_error(std::string(name) + ": shift must be an integer");
+  }
+  if (sh < -64 || sh > 64) throw py::value_error(std::string(name) + ": shift must be -64 to 64");
+  SornVrng vr{0, 0};
+  if (!range.is_none()) {
+    const std::string what = std::string(name) + ": range is (low, high), two numbers";
+    if (!py::isinstance<py::sequence>(range) || py::isinstance<py::str>(range))
+      throw py::type_error(what);
+    const py::sequence seq = py::reinterpret_borrow<py::sequence>(range);
+    if (seq.size() != 2) throw py::value_error(what);
+    try {
+      vr = {seq[0].cast<double>(), seq[1].cast<double>()};
+    } catch (const py::cast_error &) {
+      throw py::type_error(what);
+    }
+  }
+  SornFlags flags = 0;
+  if (!speed.is_none()) {
+    const std::string v = py::isinstance<py::str>(speed) ? speed.cast<std::string>() : "";
+    if (v == "fast")
+      flags = SORN_F_RANK_FAST;
+    else if (v == "fast2")
+      flags = SORN_F_RANK_FAST2;
+    else
+      throw py::value_error(std::string(name) + ": speed must be None, 'fast' or 'fast2'");
+  }
+  if (I.channels() > 1)
+    return per_channel(
+        img, I, out, name,
+        [&](py::handle ci, py::handle co, int64_t) {
+          count_rel_box(s, name, ci, op, box, anchor, shift, range, speed, dtype_of(dst), co);
+        },
+        dst);
+
+  Output o = output_arg(out, dst, I, name);
+  check_overlap(o, I, name, "img", true);
+  Image *inputs[] = {&I};
+  walk(inputs, &o, false);
+  // The library reads a box of one pixel as its default 5 by 5; the count
+  // of one pixel is whether it stands in the relation to itself.
+  if (h == 1 && w == 1) {
+    py::array r = finish(o);
+    const bool self = cmp == SORN_CMP_EQ || cmp == SORN_CMP_LE || cmp == SORN_CMP_GE;
+    r.attr("fill")(scaled_count(self ? 1 : 0, sh, dst == SORN_U8 ? 255 : 32767));
+    return r;
+  }
+  const SornSeShape se = shape_of(win);
+  const SornArray rd = record(o.image), rs = record(I);
+  SornStatus st;
+  {
+    py::gil_scoped_release nogil;
+    st = s.count.fn(thread_env(), flags, &rd, &rs, nullptr, nullptr, cmp, &se,
+                    range.is_none() ? nullptr : &vr, (int32_t)sh, 0);
+  }
+  check(st, s.count.name);
+  return finish(o);
+}
+
 // A kernel argument: None, or a 1-D sequence of numbers, as doubles.
 bool kernel_arg(py::handle k, const char *name, const char *what, std::vector<double> &taps) {
   if (k.is_none()) return false;
@@ -389,13 +495,7 @@ py::object gaussian_filter(const Gaussian &s, const char *name, py::handle img, 
   // Gaussian of one cell is the pixel itself.
   if (h == 1 && w == 1) return copied(s.border, name, I, out);
 
-  SornSeShape se;
-  std::memset(&se, 0, sizeof se);
-  se.size[0] = 1;
-  se.size[1] = (int32_t)h;
-  se.size[2] = (int32_t)w;
-  se.anchor[1] = (int32_t)win.ay;
-  se.anchor[2] = (int32_t)win.ax;
+  const SornSeShape se = shape_of(win);
   const double *given = sigma.is_none() ? nullptr : sigmas;
   return windowed(s.border, name, I, out, win, bk, fill, s.filter.name,
                   [&](const SornArray &rd, const SornArray &rs) {
@@ -429,16 +529,7 @@ int32_t firefly_kind_of(py::handle kind, const char *name) {
                         py::str(py::repr(kind)).cast<std::string>());
 }
 
-SornSeShape centred(int64_t h, int64_t w) {
-  SornSeShape se;
-  std::memset(&se, 0, sizeof se);
-  se.size[0] = 1;
-  se.size[1] = (int32_t)h;
-  se.size[2] = (int32_t)w;
-  se.anchor[1] = (int32_t)(h / 2);
-  se.anchor[2] = (int32_t)(w / 2);
-  return se;
-}
+SornSeShape centred(int64_t h, int64_t w) { return shape_of(Window{h, w, h / 2, w / 2}); }
 
 // The quantile as the ratio the library reads from a window's depth cells.
 std::pair<int32_t, int32_t> quantile_of(py::handle q, const char *name) {
@@ -791,6 +882,18 @@ void bind(py::module_ &m, const char *name, const char *doc, const Resize &s) {
       },
       doc, py::arg("img"), py::arg("shape") = py::none(), py::kw_only(),
       py::arg("out") = py::none());
+}
+
+void bind(py::module_ &m, const char *name, const char *doc, const RelBox &s) {
+  m.def(
+      name,
+      [s, name](py::object img, py::object op, py::object box, py::object anchor, py::object shift,
+                py::object range, py::object speed, py::object dtype, py::object out) {
+        return count_rel_box(s, name, img, op, box, anchor, shift, range, speed, dtype, out);
+      },
+      doc, py::arg("img"), py::arg("op") = "<=", py::arg("box") = 5, py::kw_only(),
+      py::arg("anchor") = py::none(), py::arg("shift") = 0, py::arg("range") = py::none(),
+      py::arg("speed") = py::none(), py::arg("dtype") = "uint8", py::arg("out") = py::none());
 }
 
 }  // namespace sorn::python

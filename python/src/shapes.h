@@ -399,6 +399,19 @@ struct Firefly {
   Entry<CopyMkbFn> border;
 };
 
+/* ---------------- relative box count ---------------- */
+
+using CountRelBoxFn = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                                     const SornVolume *, const SornVolume *, SornCmpOp,
+                                     const SornSeShape *, const SornVrng *, int32_t, uint32_t);
+
+// For every pixel, how many pixels of the box around it stand in a
+// relation to it, scaled by a power of two.
+struct RelBox {
+  Entry<CountRelBoxFn> count;
+  Keys pairs;  // destination << 8 | source << 4 | source
+};
+
 /* ---------------- plane geometry ---------------- */
 
 // A function over a list of points in its three coordinate families: int32
@@ -457,6 +470,7 @@ void bind(py::module_ &m, const char *name, const char *doc, const SepFilter &s)
 void bind(py::module_ &m, const char *name, const char *doc, const Gaussian &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Morphology &s);
 void bind(py::module_ &m, const char *name, const char *doc, const Firefly &s);
+void bind(py::module_ &m, const char *name, const char *doc, const RelBox &s);
 void bind(py::module_ &m, const char *name, const char *doc, const ConvexHull &s);
 void bind(py::module_ &m, const char *name, const char *doc, const PolygonArea &s);
 void bind(py::module_ &m, const char *name, const char *doc, const MinAreaQuad &s);

@@ -130,6 +130,18 @@ def test_firefly_blurs_of_tiles_are_those_of_the_whole_image(client):
         sd.firefly(x, 4)
 
 
+def test_relative_box_counts_of_tiles_are_those_of_the_whole_image(client):
+    rng = np.random.default_rng(6)
+    u8 = rng.integers(40, 200, size=(300, 410), dtype=np.uint8)
+    x = da.from_array(u8, chunks=(110, 130))
+    np.testing.assert_array_equal(sd.count_rel_box(x, "<=", (7, 9), anchor=(6, 1)).compute(),
+                                  sorn.count_rel_box(u8, "<=", (7, 9), anchor=(6, 1)))
+    # A large box binned by the image's own range, which no tile has alone.
+    np.testing.assert_array_equal(
+        sd.count_rel_box(x, "<", (40, 70), speed="fast2", dtype=np.int16).compute(),
+        sorn.count_rel_box(u8, "<", (40, 70), speed="fast2", dtype=np.int16))
+
+
 # ---------------------------------------------------------------- pictures
 
 def png_with_filters(img):

@@ -808,4 +808,68 @@ TEST(CountRelBox, OutOfMemoryAtEveryRequest) {
   }
 }
 
+// The inner layers as another family calls them: the plain layer 3 on a
+// region whose margin the caller has made, and layer 2 with origins, give
+// what the entry gives on the whole image inside the margin.
+TEST(CountRelBox, TheInnerLayersCountARegionWhoseMarginIsThere) {
+  const uint64_t seed = 31337;
+  std::printf("seed %llu\n", (unsigned long long)seed);
+  std::mt19937_64 rng = sorn_test::seeded_rng(seed);
+  Env env(kWarm);
+  Image src(30, 40, 1, SORN_U8, 4);
+  fill_random(src, rng, 0, 255);
+  const SornSeShape b = box_of(16, 16, 8, 8);
+  const SornVrng ranges[1] = {{0.0, 255.0}};
+  // The region 8 rows and columns in from every edge: its box stays inside.
+  const int32_t rows = 30 - 15, cols = 40 - 15;
+  for (uint32_t dtype : {SORN_U8, SORN_S16}) {
+    Image out(rows, cols, 1, dtype, 2), again(rows, cols, 1, dtype, 2);
+    // Four cells each, given from cell 1 on, as the packing word says.
+    int32_t sizes[4] = {1, rows, cols, 1};
+    const int32_t es = SORN_ELEMSIZE(dtype);
+    int32_t ds[4] = {0, out.rowstride(), es, es}, ss[4] = {0, src.rowstride(), 1, 1};
+    ASSERT_EQ(SORN_OK, sorna__countrelbox(env.xe(), 0, SORN_DIMPACK(3), sizes + 1, dtype,
+                                          out.base(), ds + 1, SORN_U8, &src.at<uint8_t>(8, 8),
+                                          ss + 1, SORN_CMP_LE, &b, ranges, 0, 0));
+    int32_t dorigin[4] = {0, 0, 0, 0}, sorigin[4] = {0, 8, 8, 0};
+    ASSERT_EQ(SORN_OK, sorna_countrelbox(env.xe(), 0, SORN_DIMPACK(3), sizes + 1, dtype,
+                                         again.base(), dorigin + 1, ds + 1, SORN_U8, src.base(),
+                                         sorigin + 1, ss + 1, SORN_CMP_LE, &b, ranges, 0, 0));
+    Case c;
+    c.op = SORN_CMP_LE;
+    c.box = b;
+    c.dtype = dtype;
+    c.vrange = ranges;
+    expect_counts(c, src, 8, 8, rows, cols, {-8, -8, 30, 40}, out, 0, 0, "layer 3");
+    expect_counts(c, src, 8, 8, rows, cols, {-8, -8, 30, 40}, again, 0, 0, "layer 2");
+  }
+  EXPECT_TRUE(env.at_mark());
+}
+
+TEST(CountRelBox, TheInnerLayersRefuseABoxThatIsNotNormalised) {
+  Env env;
+  Image src(6, 6, 1, SORN_U8), out(4, 4, 1, SORN_U8, 0, 0x19);
+  const std::vector<uint8_t> before = out.bytes_copy();
+  int32_t sizes[3] = {4, 4, 1}, ds[3] = {out.rowstride(), 1, 1}, ss[3] = {src.rowstride(), 1, 1};
+  const SornVrng r{0.0, 255.0};
+  const void *at = &src.at<uint8_t>(1, 1);
+  const SornSeShape bad[] = {box_of(0, 3, 0, 1), box_of(3, 3, 3, 1), box_of(3, 3, 1, -1),
+                             box_of(3, -2, 1, 0)};
+  for (const SornSeShape &b : bad) {
+    EXPECT_EQ(SORN_EINVAL, sorna__countrelbox(env.xe(), 0, SORN_DIMPACK(3), sizes, SORN_U8,
+                                              out.base(), ds, SORN_U8, at, ss, SORN_CMP_EQ, &b, &r,
+                                              0, 0));
+    EXPECT_EQ(SORN_EINVAL, sorna__ecountrelbox(env.xe(), 0, SORN_DIMPACK(3), sizes, SORN_U8,
+                                               out.base(), ds, SORN_U8, at, ss, SORN_CMP_EQ, &b,
+                                               &r, 0, 0, nullptr, nullptr));
+    EXPECT_EQ(SORN_EINVAL, sorna__countrelbox_c1_u8u8(env.xe(), 0, 3, sizes, out.base(), ds, at,
+                                                      ss, SORN_CMP_EQ, &b, &r, 0, 0));
+  }
+  EXPECT_EQ(SORN_EINVAL, sorna__countrelbox(env.xe(), 0, SORN_DIMPACK(3), sizes, SORN_U8,
+                                            out.base(), ds, SORN_U8, at, ss, SORN_CMP_EQ, nullptr,
+                                            &r, 0, 0));
+  EXPECT_EQ(before, out.bytes_copy());
+  EXPECT_TRUE(env.at_mark());
+}
+
 }  // namespace

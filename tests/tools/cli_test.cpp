@@ -43,7 +43,7 @@ TEST(ToolHelp, ListsEveryCommand) {
   ToolRun r = run_tool({"--help"});
   EXPECT_EQ(r.code, 0);
   EXPECT_EQ(r.err, "");
-  for (const char *c : {"mser", "hist", "stats", "add", "sub", "mul", "div", "and", "or", "xor", "not", "convert", "threshold", "resize", "filter", "border"}) {
+  for (const char *c : {"mser", "hist", "stats", "add", "sub", "mul", "div", "and", "or", "xor", "not", "convert", "threshold", "resize", "filter", "border", "rank"}) {
     EXPECT_NE(r.out.find(std::string("  ") + c + " "), std::string::npos) << c;
   }
 }

@@ -78,26 +78,6 @@ const std::string *Args::value(const char *name) const {
   return nullptr;
 }
 
-std::vector<int64_t> whole_numbers(const std::string &option, const std::string &text, char sep,
-                                   int64_t lo, int64_t hi) {
-  std::vector<int64_t> out;
-  size_t at = 0;
-  while (true) {
-    const size_t end = text.find(sep, at);
-    const std::string part =
-        text.substr(at, end == std::string::npos ? std::string::npos : end - at);
-    char *stop = nullptr;
-    const long long v = std::strtoll(part.c_str(), &stop, 10);
-    if (part.empty() || *stop != '\0' || v < lo || v > hi)
-      usage_error(option + ": '" + text + "' is not a list of whole numbers from " +
-                  std::to_string(lo) + " to " + std::to_string(hi));
-    out.push_back(v);
-    if (end == std::string::npos) break;
-    at = end + 1;
-  }
-  return out;
-}
-
 int64_t Args::integer(const char *name, int64_t fallback, int64_t lo, int64_t hi) const {
   const std::string *v = value(name);
   if (!v) return fallback;
@@ -150,6 +130,28 @@ std::string Args::choice(const char *name, const std::string &fallback,
     list += list.empty() ? w : "|" + w;
   }
   usage_error("invalid value '" + *v + "' for " + name + ": expected " + list);
+}
+
+// Whole numbers separated by `sep`, each lo to hi; a bad list is a usage
+// error naming the option.
+std::vector<int64_t> whole_numbers(const std::string &option, const std::string &text, char sep,
+                                   int64_t lo, int64_t hi) {
+  std::vector<int64_t> out;
+  size_t at = 0;
+  while (true) {
+    const size_t end = text.find(sep, at);
+    const std::string part =
+        text.substr(at, end == std::string::npos ? std::string::npos : end - at);
+    char *stop = nullptr;
+    const long long v = std::strtoll(part.c_str(), &stop, 10);
+    if (part.empty() || *stop != '\0' || v < lo || v > hi)
+      usage_error(option + ": '" + text + "' is not a list of whole numbers from " +
+                  std::to_string(lo) + " to " + std::to_string(hi));
+    out.push_back(v);
+    if (end == std::string::npos) break;
+    at = end + 1;
+  }
+  return out;
 }
 
 }  // namespace sorn::tool

@@ -192,6 +192,7 @@ int run_filter(const std::vector<std::string> &argv);
 int run_border(const std::vector<std::string> &argv);
 int run_morph(const std::vector<std::string> &argv);
 int run_firefly(const std::vector<std::string> &argv);
+int run_rank(const std::vector<std::string> &argv);
 
 extern const char *const kMserHelp;
 extern const char *const kHistHelp;
@@ -212,5 +213,6 @@ extern const char *const kFilterHelp;
 extern const char *const kBorderHelp;
 extern const char *const kMorphHelp;
 extern const char *const kFireflyHelp;
+extern const char *const kRankHelp;
 
 }  // namespace sorn::tool

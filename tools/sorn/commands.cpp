@@ -32,6 +32,8 @@ const std::vector<Command> &commands() {
        kMorphHelp, run_morph},
       {"firefly", "three views mixed by weight: blurs at three scales, or gain and local rank",
        kFireflyHelp, run_firefly},
+      {"rank", "how many pixels of the box around each stand in a relation to it", kRankHelp,
+       run_rank},
   };
   return table;
 }
