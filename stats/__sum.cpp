@@ -70,15 +70,26 @@ template <class acc_t> inline acc_t u8_row_total(const uint8_t *__restrict p, in
 // multiple of 2^(lo - 150) below n * 2^(hi - 126), and a double holds it
 // exactly when n <= 2^(29 - (hi - lo)). An exact zero total is +0.0 in
 // either way, since every sum starts from +0.0.
-struct F32Lanes {
+//
+// The count of the values is known before the first of them is read, and
+// with it the widest spread allowed: a chunk that shows a wider one ends the
+// attempt there, so that a sum that cannot take the lanes pays little more
+// than the serial chain.
+class F32Lanes {
+ public:
   static constexpr int kLanes = 16;        // four chains of 32-byte vectors
   static constexpr int32_t kChunk = 1024;  // the values of a chunk are read twice, from L1
-  double lane[kLanes] = {};
-  uint32_t lo = 255, hi = 0;  // exponents; hi 255 marks a NaN or an infinity
-  int64_t count = 0;
 
-  void add(const float *__restrict p, int32_t n) {
-    uint32_t l = lo, h = hi;
+  explicit F32Lanes(int64_t count) {
+    int32_t bits = 0;  // ceil(log2(count))
+    while (bits < 62 && ((int64_t)1 << bits) < count) ++bits;
+    max_spread_ = 29 - bits;
+  }
+  bool possible() const { return max_spread_ >= 0; }
+
+  // False, with nothing added, when the values of p break the bound.
+  bool add(const float *__restrict p, int32_t n) {
+    uint32_t l = lo_, h = hi_;
     for (int32_t x = 0; x < n; ++x) {
       const uint32_t u = std::bit_cast<uint32_t>(p[x]) & 0x7fffffffu;
       const uint32_t e = u >> 23;
@@ -86,40 +97,44 @@ struct F32Lanes {
       l = grain < l ? grain : l;
       h = e > h ? e : h;
     }
-    lo = l;
-    hi = h;
+    lo_ = l;
+    hi_ = h;
+    if (!within()) return false;
     double s[kLanes];
-    for (int j = 0; j < kLanes; ++j) s[j] = lane[j];
+    for (int j = 0; j < kLanes; ++j) s[j] = lane_[j];
     int32_t x = 0;
     for (; x + kLanes <= n; x += kLanes)
       for (int j = 0; j < kLanes; ++j) s[j] += (double)p[x + j];
     for (int j = 0; x < n; ++x, ++j) s[j] += (double)p[x];
-    for (int j = 0; j < kLanes; ++j) lane[j] = s[j];
-    count += n;
-  }
-  bool exact() const {
-    if (hi == 255) return false;
-    if (hi < lo) return true;  // zeros only
-    const uint32_t spread = hi - lo;
-    return spread <= 29 && count <= ((int64_t)1 << (29 - spread));
+    for (int j = 0; j < kLanes; ++j) lane_[j] = s[j];
+    return true;
   }
   double total() const {
     double t = 0.0;
-    for (int j = 0; j < kLanes; ++j) t += lane[j];
+    for (int j = 0; j < kLanes; ++j) t += lane_[j];
     return t;
   }
+
+ private:
+  // hi 255 is a NaN or an infinity; hi below lo, zeros only.
+  bool within() const { return hi_ != 255 && (hi_ < lo_ || (int32_t)(hi_ - lo_) <= max_spread_); }
+
+  double lane_[kLanes] = {};
+  uint32_t lo_ = 255, hi_ = 0;
+  int32_t max_spread_;
 };
 
 // The f32 total of one channel in lanes, when it is exact (see F32Lanes).
 inline bool f32_total_in_lanes(const Rows &r, const void *src, double *total) {
-  F32Lanes lanes;
+  F32Lanes lanes((int64_t)r.rows * r.cols);
+  if (!lanes.possible()) return false;
   const uint8_t *row = (const uint8_t *)src;
   for (int32_t y = 0; y < r.rows; ++y, row += r.step) {
     const float *p = (const float *)row;
     for (int32_t x = 0; x < r.cols; x += F32Lanes::kChunk)
-      lanes.add(p + x, r.cols - x < F32Lanes::kChunk ? r.cols - x : F32Lanes::kChunk);
+      if (!lanes.add(p + x, r.cols - x < F32Lanes::kChunk ? r.cols - x : F32Lanes::kChunk))
+        return false;
   }
-  if (!lanes.exact()) return false;
   *total = lanes.total();
   return true;
 }
