@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,28 @@ struct Op {
   const char *peer;
   MakeContest make;
 };
+
+// Sorn's two-source operation against OpenCV's, on a, b into d (Sorn) and c.
+using SornTwo = SornStatus (*)(SornXE *, SornFlags, const SornArray *, const SornArray *,
+                               const SornArray *, const SornVolume *, const SornVolume *,
+                               const SornVolume *, int32_t, uint32_t);
+using PeerTwo = void (*)(const cv::Mat &, const cv::Mat &, cv::Mat &);
+void cv_add(const cv::Mat &a, const cv::Mat &b, cv::Mat &c) { cv::add(a, b, c); }
+void cv_subtract(const cv::Mat &a, const cv::Mat &b, cv::Mat &c) { cv::subtract(a, b, c); }
+
+MakeContest two_sources(SornTwo sorn, const char *what, PeerTwo peer) {
+  return [=](const cv::Mat &a, const cv::Mat &b, cv::Mat &d, cv::Mat &c) {
+    auto env = std::make_shared<Env>();
+    auto r = std::make_shared<std::vector<SornArray>>(
+        std::vector<SornArray>{rec_of(a), rec_of(b), rec_of(d)});
+    return Contest{
+        [=] {
+          check(sorn(&env->xe, 0, &(*r)[2], &(*r)[0], &(*r)[1], nullptr, nullptr, nullptr, 0, 0),
+                what);
+        },
+        [&a, &b, &c, peer] { peer(a, b, c); }};
+  };
+}
 
 std::string ns(double ms) { return std::to_string((long)(ms * 1e6 + 0.5)); }
 
@@ -70,30 +93,9 @@ void small_rows(const Scenes &scenes, const Op &op, int samples) {
 
 void small(const Scenes &scenes, const Options &opt) {
   const std::vector<Op> ops = {
-      {"add u8, saturating, small", "cv::add",
-       [](const cv::Mat &a, const cv::Mat &b, cv::Mat &d, cv::Mat &c) {
-         auto env = std::make_shared<Env>();
-         auto r = std::make_shared<std::vector<SornArray>>(
-             std::vector<SornArray>{rec_of(a), rec_of(b), rec_of(d)});
-         return Contest{[env, r] {
-                          check(SornAddq(&env->xe, 0, &(*r)[2], &(*r)[0], &(*r)[1], nullptr,
-                                         nullptr, nullptr, 0, 0),
-                                "SornAddq");
-                        },
-                        [&a, &b, &c] { cv::add(a, b, c); }};
-       }},
+      {"add u8, saturating, small", "cv::add", two_sources(&SornAddq, "SornAddq", &cv_add)},
       {"sub u8, saturating, small", "cv::subtract",
-       [](const cv::Mat &a, const cv::Mat &b, cv::Mat &d, cv::Mat &c) {
-         auto env = std::make_shared<Env>();
-         auto r = std::make_shared<std::vector<SornArray>>(
-             std::vector<SornArray>{rec_of(a), rec_of(b), rec_of(d)});
-         return Contest{[env, r] {
-                          check(SornSubq(&env->xe, 0, &(*r)[2], &(*r)[0], &(*r)[1], nullptr,
-                                         nullptr, nullptr, 0, 0),
-                                "SornSubq");
-                        },
-                        [&a, &b, &c] { cv::subtract(a, b, c); }};
-       }},
+       two_sources(&SornSubq, "SornSubq", &cv_subtract)},
       {"fill u8, small", "Mat::setTo",
        [](const cv::Mat &, const cv::Mat &, cv::Mat &d, cv::Mat &c) {
          auto env = std::make_shared<Env>();
