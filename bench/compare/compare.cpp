@@ -37,6 +37,7 @@ extern "C" {
 #include <functional>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "compare.h"
@@ -448,6 +449,14 @@ void write_markdown(const std::string &path, const Options &opt, const Scenes &s
   o << "- Date: " << now_utc() << "\n";
   o << "- CPU: " << read_first_line_with("/proc/cpuinfo", "model name") << ", "
     << "load average at the end of the run: " << load_average() << "\n";
+  {
+    const double load = std::atof(load_average().c_str());
+    const unsigned cores = std::thread::hardware_concurrency();
+    if (cores > 0 && load > 0.5 * cores)
+      o << "- **Taken on a busy machine**: a load average of " << fmt(load, 1) << " on " << cores
+        << " cores at the end of the run, other work sharing the processor: times are noisy, "
+           "ratios more so on the small rows\n";
+  }
   o << "- Vector units: " << vector_units() << "\n";
   o << "- Sorn built with: " << SORN_COMPARE_COMPILER << ", `" << SORN_COMPARE_FLAGS << "`; "
     << kernels_in_use() << "\n";
