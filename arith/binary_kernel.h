@@ -379,6 +379,7 @@ SornStatus binary_kernel(SornXE *xe, SornFlags flags, int32_t n, const int32_t *
   }
   KernelRows r;
   if (!kernel_rows(n, dims, dststrides, astrides, bstrides, 1, &r)) return SORN_OK;
+  merge_dense_rows(&r, sizeof(D), sizeof(A), sizeof(B));
   char *d = static_cast<char *>(dst);
   const char *a = static_cast<const char *>(pa);
   const char *b = static_cast<const char *>(pb);

@@ -28,4 +28,18 @@ inline bool kernel_rows(int32_t n, const int32_t *dims, const int32_t *ds, const
   return r->rows >= 1 && r->len >= 1;
 }
 
+// Rows that follow each other without a gap in every operand are one long
+// row: a small image (8 x 8 bytes, say) then runs through the wide loop once
+// instead of through the tail of it row by row. Elements meet the same
+// elements in the same order, so nothing else changes. Sizes are those of
+// the destination's and the sources' elements (0 for a source not there).
+inline void merge_dense_rows(KernelRows *r, ptrdiff_t dsize, ptrdiff_t asize, ptrdiff_t bsize) {
+  if (r->rows <= 1) return;
+  const ptrdiff_t len = r->len;
+  if (r->ds != len * dsize || r->as != len * asize || r->bs != len * bsize) return;
+  if ((int64_t)len * r->rows > INT32_MAX) return;
+  r->len = (int32_t)(len * r->rows);
+  r->rows = 1;
+}
+
 }  // namespace sorn::arith

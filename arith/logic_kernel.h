@@ -30,6 +30,7 @@ SornStatus logic_kernel(int32_t n, const int32_t *dims, void *dst, const int32_t
                         const int32_t *bstrides) {
   KernelRows r;
   if (!kernel_rows(n, dims, dststrides, astrides, bstrides, 1, &r)) return SORN_OK;
+  merge_dense_rows(&r, sizeof(T), sizeof(T), sizeof(T));
   char *d = static_cast<char *>(dst);
   const char *a = static_cast<const char *>(pa);
   const char *b = static_cast<const char *>(pb);
@@ -51,6 +52,7 @@ SornStatus not_kernel(int32_t n, const int32_t *dims, void *dst, const int32_t *
                       const void *pa, const int32_t *astrides) {
   KernelRows r;
   if (!kernel_rows(n, dims, dststrides, astrides, nullptr, 1, &r)) return SORN_OK;
+  merge_dense_rows(&r, sizeof(T), sizeof(T), 0);
   char *d = static_cast<char *>(dst);
   const char *a = static_cast<const char *>(pa);
   for (int32_t y = 0; y < r.rows; ++y) {

@@ -33,6 +33,7 @@ SornStatus unary_kernel(int32_t n, const int32_t *dims, void *dst, const int32_t
                         const void *pa, const int32_t *astrides, int32_t sf) {
   KernelRows r;
   if (!kernel_rows(n, dims, dststrides, astrides, nullptr, 1, &r)) return SORN_OK;
+  merge_dense_rows(&r, sizeof(D), sizeof(A), 0);
   const ScaleArgs k = scale_args<D>(sf);
   char *d = static_cast<char *>(dst);
   const char *a = static_cast<const char *>(pa);

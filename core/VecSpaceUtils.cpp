@@ -131,7 +131,9 @@ int32_t *sorn_vec_fromloff(int32_t n, int32_t *out, const int32_t *s, int32_t of
 }
 
 int32_t *sorn_vec_update_$loff(int32_t n, int32_t *c, const int32_t *s, int32_t off) {
-  for (int32_t i = 0; i < n; ++i) {
+  // Once nothing is left of the offset, no cell changes: the common offset
+  // of 0 costs no division at all.
+  for (int32_t i = 0; i < n && off != 0; ++i) {
     if (s[i] != 0) {
       c[i] = wadd(c[i], wdiv(off, s[i]));
       off = wrem(off, s[i]);

@@ -31,7 +31,12 @@ template <class T> T element_of(double v) {
 template <class T> void repeat(void *out, const T *pixel, int32_t nchan, size_t bytes) {
   const size_t n = bytes / sizeof(T);
   T tmp[16];
-  for (size_t i = 0; i < n; ++i) tmp[i] = pixel[i % (size_t)nchan];
+  // The channel index counted round, not taken as a remainder: every fill
+  // and every constant pays for this, on the smallest images too.
+  for (size_t i = 0, c = 0; i < n; ++i) {
+    tmp[i] = pixel[c];
+    if (++c == (size_t)nchan) c = 0;
+  }
   std::memcpy(out, tmp, n * sizeof(T));
 }
 

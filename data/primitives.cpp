@@ -34,9 +34,10 @@ struct FillBlock {
   static constexpr size_t kBytes = 96;
   unsigned char b[kBytes];
   FillBlock(const void *vector, int32_t nchan) {
+    // Whole periods, copied: a byte-by-byte remainder would cost a division
+    // per byte, more than a small fill itself.
     const size_t period = nchan == 3 ? 12 : 16;
-    const unsigned char *v = static_cast<const unsigned char *>(vector);
-    for (size_t i = 0; i < kBytes; ++i) b[i] = v[i % period];
+    for (size_t i = 0; i < kBytes; i += period) std::memcpy(b + i, vector, period);
   }
 };
 

@@ -2,6 +2,8 @@
 // accumulator width (sum or fastsum) and pixel mask are its parameters.
 #include <sorn.h>
 
+#include <bit>
+#include <cstdint>
 #include <type_traits>
 
 #include "stats/stat_layers.h"
@@ -60,6 +62,83 @@ template <class acc_t> inline acc_t u8_row_total(const uint8_t *__restrict p, in
   return t;
 }
 
+// The f32 sum adds in double, in address order. Where no partial sum can
+// round, every order gives that same total, and the additions may run in
+// lanes. A finite f32 of biased exponent e is a multiple of 2^(max(e,1) -
+// 150) below 2^(e - 126) in magnitude; so with lo the least max(e,1) of the
+// non-zero values and hi the greatest e, every partial sum of n values is a
+// multiple of 2^(lo - 150) below n * 2^(hi - 126), and a double holds it
+// exactly when n <= 2^(29 - (hi - lo)). An exact zero total is +0.0 in
+// either way, since every sum starts from +0.0.
+//
+// The count of the values is known before the first of them is read, and
+// with it the widest spread allowed: a chunk that shows a wider one ends the
+// attempt there, so that a sum that cannot take the lanes pays little more
+// than the serial chain.
+class F32Lanes {
+ public:
+  static constexpr int kLanes = 16;        // four chains of 32-byte vectors
+  static constexpr int32_t kChunk = 1024;  // the values of a chunk are read twice, from L1
+
+  explicit F32Lanes(int64_t count) {
+    int32_t bits = 0;  // ceil(log2(count))
+    while (bits < 62 && ((int64_t)1 << bits) < count) ++bits;
+    max_spread_ = 29 - bits;
+  }
+  bool possible() const { return max_spread_ >= 0; }
+
+  // False, with nothing added, when the values of p break the bound.
+  bool add(const float *__restrict p, int32_t n) {
+    uint32_t l = lo_, h = hi_;
+    for (int32_t x = 0; x < n; ++x) {
+      const uint32_t u = std::bit_cast<uint32_t>(p[x]) & 0x7fffffffu;
+      const uint32_t e = u >> 23;
+      const uint32_t grain = u == 0 ? 255u : (e | (uint32_t)(e == 0));
+      l = grain < l ? grain : l;
+      h = e > h ? e : h;
+    }
+    lo_ = l;
+    hi_ = h;
+    if (!within()) return false;
+    double s[kLanes];
+    for (int j = 0; j < kLanes; ++j) s[j] = lane_[j];
+    int32_t x = 0;
+    for (; x + kLanes <= n; x += kLanes)
+      for (int j = 0; j < kLanes; ++j) s[j] += (double)p[x + j];
+    for (int j = 0; x < n; ++x, ++j) s[j] += (double)p[x];
+    for (int j = 0; j < kLanes; ++j) lane_[j] = s[j];
+    return true;
+  }
+  double total() const {
+    double t = 0.0;
+    for (int j = 0; j < kLanes; ++j) t += lane_[j];
+    return t;
+  }
+
+ private:
+  // hi 255 is a NaN or an infinity; hi below lo, zeros only.
+  bool within() const { return hi_ != 255 && (hi_ < lo_ || (int32_t)(hi_ - lo_) <= max_spread_); }
+
+  double lane_[kLanes] = {};
+  uint32_t lo_ = 255, hi_ = 0;
+  int32_t max_spread_;
+};
+
+// The f32 total of one channel in lanes, when it is exact (see F32Lanes).
+inline bool f32_total_in_lanes(const Rows &r, const void *src, double *total) {
+  F32Lanes lanes((int64_t)r.rows * r.cols);
+  if (!lanes.possible()) return false;
+  const uint8_t *row = (const uint8_t *)src;
+  for (int32_t y = 0; y < r.rows; ++y, row += r.step) {
+    const float *p = (const float *)row;
+    for (int32_t x = 0; x < r.cols; x += F32Lanes::kChunk)
+      if (!lanes.add(p + x, r.cols - x < F32Lanes::kChunk ? r.cols - x : F32Lanes::kChunk))
+        return false;
+  }
+  *total = lanes.total();
+  return true;
+}
+
 template <class T, int C, bool Fast, bool Masked>
 SornStatus sum_kernel(SornFlags flags, int32_t n, const int32_t *dims, const void *src,
                       const int32_t *strides, const uint8_t *mask, const int32_t *mstrides,
@@ -68,6 +147,13 @@ SornStatus sum_kernel(SornFlags flags, int32_t n, const int32_t *dims, const voi
   using acc_t = typename A::type;
   Rows r = sorn::rows_of(n, dims, strides, Masked ? mstrides : nullptr);
   sorn::merge_dense(r, n, strides, Masked ? mstrides : nullptr);
+  if constexpr (std::is_same_v<T, float> && !Fast && C == 1 && !Masked) {
+    double total;
+    if (f32_total_in_lanes(r, src, &total)) {
+      sums[0] = total;
+      return SORN_OK;
+    }
+  }
   const uint8_t skip = skip_value(flags);
   const bool counting = Masked && (flags & SORN_F_SUM_COUNT);
   acc_t acc[C];

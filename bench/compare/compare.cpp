@@ -35,7 +35,9 @@ extern "C" {
 #include <ctime>
 #include <fstream>
 #include <functional>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "compare.h"
@@ -212,10 +214,14 @@ std::string fmt(double v, int prec) {
   return buf;
 }
 
+// A time in ms: three decimals, five for the calls on small images.
+std::string fmt_ms(double ms) { return fmt(ms, std::fabs(ms) < 0.01 ? 5 : 3); }
+
 
 struct Row {
   std::string op, size, peer;
   double sorn_ms = NAN, peer_ms = NAN, copy_ms = NAN;
+  double plain_ms = NAN;  // the same row with the library's plain kernels only
   std::string note;
   bool elementwise = false;  // goal: at most as slow as the peer
   double goal = NAN;         // the ratio Sorn/peer to stay at or below, at 1920x1080
@@ -301,6 +307,33 @@ void add_sized_row(const std::string &op, const std::string &size, const std::st
 
 void add_note(const std::string &paragraph) { g_notes.push_back(paragraph); }
 
+// Sorn's times by operation, size and peer, one row a line, tab-separated.
+void save_times(const std::string &path) {
+  std::ofstream o(path);
+  for (const auto &r : g_rows)
+    o << r.op << '\t' << r.size << '\t' << r.peer << '\t' << r.sorn_ms << '\n';
+}
+
+void read_plain_times(const std::string &path) {
+  std::ifstream in(path);
+  if (!in) {
+    std::fprintf(stderr, "cannot read %s\n", path.c_str());
+    g_failed = true;
+    return;
+  }
+  std::string line;
+  while (std::getline(in, line)) {
+    std::istringstream f(line);
+    std::string op, size, peer, ms;
+    if (!std::getline(f, op, '\t') || !std::getline(f, size, '\t') ||
+        !std::getline(f, peer, '\t') || !std::getline(f, ms))
+      continue;
+    for (auto &r : g_rows)
+      if (r.op == op && r.size == size && r.peer == peer) r.plain_ms = std::atof(ms.c_str());
+  }
+}
+
+
 // ---------------------------------------------------------------- report
 
 std::string read_first_line_with(const char *file, const char *key) {
@@ -380,6 +413,34 @@ void write_svg(const std::string &path) {
   o << "</svg>\n";
 }
 
+// Which copy of the kernels the library runs here.
+std::string kernels_in_use() {
+#if SORN_COMPARE_CLONES && (defined(__x86_64__) || defined(__i386__))
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("x86-64-v3")
+             ? "kernels for the baseline and for x86-64-v3, the x86-64-v3 copy (AVX2) running"
+             : "kernels for the baseline and for x86-64-v3, the baseline copy running";
+#else
+  return "kernels for the compiler's baseline only";
+#endif
+}
+
+// The processor's vector units, from /proc/cpuinfo.
+std::string vector_units() {
+  std::string flags = " ";
+  flags.append(read_first_line_with("/proc/cpuinfo", "flags")).append(" ");
+  std::string out;
+  for (const char *f : {"sse2", "ssse3", "sse4_1", "sse4_2", "avx", "avx2", "fma", "avx512f",
+                        "avx512bw", "avx512vl", "avx512_vnni", "avx512_bf16"}) {
+    std::string key = " ";
+    key.append(f).append(" ");
+    if (flags.find(key) == std::string::npos) continue;
+    if (!out.empty()) out.append(" ");
+    out.append(f);
+  }
+  return out;
+}
+
 void write_markdown(const std::string &path, const Options &opt, const Scenes &scenes) {
   std::ofstream o(path);
   o << "# Sorn beside OpenCV and VLFeat\n\n";
@@ -388,7 +449,17 @@ void write_markdown(const std::string &path, const Options &opt, const Scenes &s
   o << "- Date: " << now_utc() << "\n";
   o << "- CPU: " << read_first_line_with("/proc/cpuinfo", "model name") << ", "
     << "load average at the end of the run: " << load_average() << "\n";
-  o << "- Sorn built with: " << SORN_COMPARE_COMPILER << ", `" << SORN_COMPARE_FLAGS << "`\n";
+  {
+    const double load = std::atof(load_average().c_str());
+    const unsigned cores = std::thread::hardware_concurrency();
+    if (cores > 0 && load > 0.5 * cores)
+      o << "- **Taken on a busy machine**: a load average of " << fmt(load, 1) << " on " << cores
+        << " cores at the end of the run, other work sharing the processor: times are noisy, "
+           "ratios more so on the small rows\n";
+  }
+  o << "- Vector units: " << vector_units() << "\n";
+  o << "- Sorn built with: " << SORN_COMPARE_COMPILER << ", `" << SORN_COMPARE_FLAGS << "`; "
+    << kernels_in_use() << "\n";
   o << "- OpenCV " << CV_VERSION << " (Debian's build), " << cv::getNumThreads()
     << " thread; CPU features it dispatches to: `" << cv::getCPUFeaturesLine() << "`\n";
   o << "- VLFeat " << vl_get_version_string() << " (Debian's build)\n";
@@ -414,12 +485,21 @@ void write_markdown(const std::string &path, const Options &opt, const Scenes &s
   o << "Ratio is Sorn time over peer time: below 1.00 Sorn is faster. *memcpy* moves as many "
        "bytes (read plus written) as the operation does: the single-thread memory bandwidth "
        "limit; *Sorn/memcpy* near 1.00 means the operation runs at that limit.\n\n";
-  o << "| Operation | Size | Sorn ms | Peer | Peer ms | Ratio | memcpy ms | Sorn/memcpy | Goal "
-       "| Notes |\n";
-  o << "|---|---|--:|---|--:|--:|--:|--:|---|---|\n";
+  const bool plain = !opt.plain_times.empty();
+  if (plain)
+    o << "*Sorn plain ms* is the same row with the library built with the kernels for the "
+         "baseline only (preset release-plain), run just before; *plain ratio* is its ratio to "
+         "the peer.\n\n";
+  o << "| Operation | Size | Sorn ms | " << (plain ? "Sorn plain ms | Plain ratio | " : "")
+    << "Peer | Peer ms | Ratio | memcpy ms | Sorn/memcpy | Goal | Notes |\n";
+  o << "|---|---|--:|" << (plain ? "--:|--:|" : "") << "---|--:|--:|--:|--:|---|---|\n";
   for (const auto &r : g_rows) {
-    o << "| " << r.op << " | " << r.size << " | " << fmt(r.sorn_ms, 3) << " | " << r.peer << " | "
-      << fmt(r.peer_ms, 3) << " | "
+    o << "| " << r.op << " | " << r.size << " | " << fmt_ms(r.sorn_ms) << " | ";
+    if (plain)
+      o << (std::isnan(r.plain_ms) ? "" : fmt_ms(r.plain_ms)) << " | "
+        << (std::isnan(r.plain_ms) ? "" : fmt(r.plain_ms / r.peer_ms, 2)) << " | ";
+    o << r.peer << " | "
+      << fmt_ms(r.peer_ms) << " | "
       << (std::isnan(r.sorn_ms) ? "pending" : fmt(r.ratio(), 2)) << " | "
       << (std::isnan(r.copy_ms) ? "" : fmt(r.copy_ms, 3)) << " | "
       << (std::isnan(r.copy_ms) ? "" : fmt(r.sorn_ms / r.copy_ms, 2)) << " | "
@@ -468,8 +548,14 @@ int main(int argc, char **argv) {
       opt.out = argv[++i];
     } else if (a == "--only" && i + 1 < argc) {
       opt.only = argv[++i];
+    } else if (a == "--save-times" && i + 1 < argc) {
+      opt.save_times = argv[++i];
+    } else if (a == "--plain-times" && i + 1 < argc) {
+      opt.plain_times = argv[++i];
     } else {
-      std::fprintf(stderr, "usage: %s [--quick] [--samples N] [--photo FILE] [--out DIR] [--only FAMILY]\n",
+      std::fprintf(stderr,
+                   "usage: %s [--quick] [--samples N] [--photo FILE] [--out DIR] [--only FAMILY]"
+                   " [--save-times FILE] [--plain-times FILE]\n",
                    argv[0]);
       return 2;
     }
@@ -496,8 +582,11 @@ int main(int argc, char **argv) {
     std::fprintf(stderr, "no family of rows is named '%s'\n", opt.only.c_str());
     return 2;
   }
-  if (!opt.only.empty()) return g_failed ? 1 : 0;
+  // A run that saves its times is the plain half of a report: it writes nothing else.
+  if (!opt.save_times.empty()) save_times(opt.save_times);
+  if (!opt.only.empty() || !opt.save_times.empty()) return g_failed ? 1 : 0;
 
+  if (!opt.plain_times.empty()) read_plain_times(opt.plain_times);
   write_svg(opt.out + "/compare/ratios.svg");
   write_markdown(opt.out + "/RESULTS.md", opt, scenes);
   std::printf("wrote %s/RESULTS.md and %s/compare/ratios.svg\n", opt.out.c_str(), opt.out.c_str());

@@ -25,6 +25,10 @@ struct Options {
   std::string photo;
   std::string out;
   std::string only;  // one family's rows, printed and not written
+  // Sorn's times written to a file (and no report), and the times of a run
+  // of the library built with the plain kernels only, read from one, for a
+  // column of their own.
+  std::string save_times, plain_times;
 };
 
 // Times up to three contenders in interleaved batches; the median time of

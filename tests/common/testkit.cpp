@@ -3,12 +3,70 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <limits>
 
 namespace sorn_test {
 
+namespace {
+
+// The digest of the running test: FNV-1a over the length and the bytes of
+// each buffer, in the order the buffers go.
+struct Digest {
+  uint64_t hash = 14695981039346656037ull;
+  uint64_t buffers = 0;
+  void add(const uint8_t *p, size_t n) {
+    auto byte = [this](uint8_t b) { hash = (hash ^ b) * 1099511628211ull; };
+    for (size_t i = 0; i < sizeof n; ++i) byte((uint8_t)(n >> (8 * i)));
+    for (size_t i = 0; i < n; ++i) byte(p[i]);
+    ++buffers;
+  }
+};
+
+const char *digest_dir() {
+  static const char *dir = [] {
+    const char *d = std::getenv("SORN_TEST_DIGEST_DIR");
+    return d != nullptr && *d != 0 ? d : nullptr;
+  }();
+  return dir;
+}
+
+Digest &running_digest() {
+  static Digest d;
+  return d;
+}
+
+class DigestWriter : public ::testing::EmptyTestEventListener {
+  void OnTestStart(const ::testing::TestInfo &) override { running_digest() = Digest{}; }
+  void OnTestEnd(const ::testing::TestInfo &info) override {
+    std::string name = std::string(info.test_suite_name()) + "." + info.name();
+    for (char &c : name)
+      if (c == '/') c = '_';
+    const std::string path = std::string(digest_dir()) + "/" + name;
+    if (std::FILE *f = std::fopen(path.c_str(), "w")) {
+      std::fprintf(f, "%016llx %llu\n", (unsigned long long)running_digest().hash,
+                   (unsigned long long)running_digest().buffers);
+      std::fclose(f);
+    }
+  }
+};
+
+const bool digest_writer_added = [] {
+  if (digest_dir() != nullptr)
+    ::testing::UnitTest::GetInstance()->listeners().Append(new DigestWriter);
+  return true;
+}();
+
+}  // namespace
+
 Guarded::Guarded(size_t bytes, uint8_t fill) : bytes_(bytes), store_(bytes + 2 * kGuard, kPattern) {
   std::memset(store_.data() + kGuard, fill, bytes);
+}
+
+Guarded::~Guarded() {
+  if (digest_dir() != nullptr && ::testing::UnitTest::GetInstance()->current_test_info() != nullptr)
+    running_digest().add(store_.data(), store_.size());
 }
 
 bool Guarded::guards_intact() const {

@@ -16,12 +16,23 @@ namespace sorn_test {
 
 // A buffer with guard bytes on both sides. check() is true when no guard
 // byte changed.
+//
+// With SORN_TEST_DIGEST_DIR set, every buffer's last bytes go into a digest
+// of the test that ran, written to that folder as one file per test: two
+// builds of the library (with and without the kernels for the wider vector
+// units, say) must leave the very same files. tools/compare-digests.sh
+// compares two folders.
 class Guarded {
  public:
   static constexpr size_t kGuard = 64;
   static constexpr uint8_t kPattern = 0xA5;
 
   explicit Guarded(size_t bytes, uint8_t fill = 0);
+  ~Guarded();
+  Guarded(const Guarded &) = default;
+  Guarded(Guarded &&) = default;
+  Guarded &operator=(const Guarded &) = default;
+  Guarded &operator=(Guarded &&) = default;
   uint8_t *data() { return store_.data() + kGuard; }
   const uint8_t *data() const { return store_.data() + kGuard; }
   size_t size() const { return bytes_; }
