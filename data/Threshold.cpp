@@ -119,6 +119,12 @@ SornStatus adaptive_array(const SornThresholdCriterion &c, uint32_t type, const 
                           const void **base, const int32_t **strides) {
   const SornArray *a = condition_array(c);
   if (a == nullptr || a->elemtype != type) return SORN_EINVAL;
+  // The threshold array is read like an image beside the source: a record
+  // of no planes, or of fewer planes than the call walks (unless its one
+  // plane serves every plane, with a plane stride of 0), has nothing to
+  // read for them.
+  if (!sorn::good_image(a)) return SORN_EINVAL;
+  if (cells.skip > 0 && a->dims[0] < cells.dims[-1] && a->strides[0] != 0) return SORN_EINVAL;
   const int32_t inner = cells.n - cells.skip;
   const int32_t rows = inner >= 3 ? cells.dims[inner - 3] : 1, cols = cells.dims[inner - 2];
   if (sorn::channels_of(a->dims[3]) != cells.channels()) return SORN_EINVAL;

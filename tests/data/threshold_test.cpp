@@ -920,6 +920,12 @@ TEST(ThresholdFailures, RecordsRegionsTypesMethodsAndChannels) {
   EXPECT_EQ(SornThreshold(nullptr, 0, &o, &a, nullptr, nullptr, nullptr, &short_rows, 1), SORN_EINVAL);
   const SornThresholdCriterion none = adaptive(SORN_CMP_LT, nullptr, 0);
   EXPECT_EQ(SornThreshold(nullptr, 0, &o, &a, nullptr, nullptr, nullptr, &none, 1), SORN_EINVAL);
+  // A threshold array is checked as an image: one of no planes is refused
+  // before anything is read from it.
+  SornArray no_planes = a;
+  no_planes.dims[0] = -3;
+  const SornThresholdCriterion planeless = adaptive(SORN_CMP_LT, &no_planes, 0);
+  EXPECT_EQ(SornThreshold(nullptr, 0, &o, &a, nullptr, nullptr, nullptr, &planeless, 1), SORN_EINVAL);
   EXPECT_EQ(before, out.bytes_copy());
   // Otsu counts one channel; a type without a histogram kernel is not
   // supported either.
