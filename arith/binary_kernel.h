@@ -87,15 +87,23 @@ struct AddOp {
   static double f64(double a, double b) { return a + b; }
   // Saturating forms at sf 0 in the sources' own width, so that a row runs
   // in lanes of that width. A u8 sum wraps below its first operand exactly
-  // when it carries; an s16 sum overflows when its sign differs from both
-  // operands', towards the operands' sign.
+  // when it carries (a compare and a blend; the clamp min(a, ~b) + b would
+  // be one instruction fewer, but the AVX-512 copy computes ~b with an
+  // instruction that waits for the previous iteration's result). An s16 sum
+  // is clamped instead, with operations that never leave 16 bits: it stays
+  // in range when a lies between -32768 - b (for negative b) and 32767 - b
+  // (for positive b), and a clamped there gives the saturated sum.
   static uint8_t sat_u8(uint8_t a, uint8_t b) {
     const uint8_t s = (uint8_t)(a + b);
     return s < a ? (uint8_t)255 : s;
   }
   static int16_t sat_s16(int16_t a, int16_t b) {
-    const int16_t s = (int16_t)(uint16_t)((uint16_t)a + (uint16_t)b);
-    return ((a ^ s) & (b ^ s)) < 0 ? (int16_t)((a >> 15) ^ 0x7fff) : s;
+    const int16_t pos = b > 0 ? b : (int16_t)0, neg = b < 0 ? b : (int16_t)0;
+    const int16_t hi = (int16_t)(32767 - pos);
+    const int16_t lo = (int16_t)(uint16_t)(0x8000u - (uint16_t)neg);
+    const int16_t below = a < hi ? a : hi;
+    const int16_t c = below > lo ? below : lo;
+    return (int16_t)(c + b);
   }
 };
 struct SubOp {
@@ -106,12 +114,17 @@ struct SubOp {
   static int64_t i64(int64_t a, int64_t b) { return a - b; }
   static float f32(float a, float b) { return a - b; }
   static double f64(double a, double b) { return a - b; }
-  // a - b overflows only when the operands' signs differ and the result's
-  // sign is not a's; it saturates towards a's sign.
-  static uint8_t sat_u8(uint8_t a, uint8_t b) { return a > b ? (uint8_t)(a - b) : (uint8_t)0; }
+  // The same clamps as the sum's: a u8 difference is max(a, b) - b, which
+  // is 0 where b is the larger; an s16 one keeps a between -32768 + b (for
+  // positive b) and 32767 + b (for negative b).
+  static uint8_t sat_u8(uint8_t a, uint8_t b) { return (uint8_t)((a > b ? a : b) - b); }
   static int16_t sat_s16(int16_t a, int16_t b) {
-    const int16_t s = (int16_t)(uint16_t)((uint16_t)a - (uint16_t)b);
-    return ((a ^ b) & (a ^ s)) < 0 ? (int16_t)((a >> 15) ^ 0x7fff) : s;
+    const int16_t pos = b > 0 ? b : (int16_t)0, neg = b < 0 ? b : (int16_t)0;
+    const int16_t hi = (int16_t)(uint16_t)(32767u + (uint16_t)neg);
+    const int16_t lo = (int16_t)(uint16_t)(0x8000u + (uint16_t)pos);
+    const int16_t below = a < hi ? a : hi;
+    const int16_t c = below > lo ? below : lo;
+    return (int16_t)(uint16_t)((uint16_t)c - (uint16_t)b);
   }
 };
 // An operation with its operands exchanged: the reversed difference is the

@@ -1,23 +1,26 @@
-# Joins the two copies of the kernel units into one library (run with
-# cmake -P from the build, see SORN_KERNEL_CLONES in CMakeLists.txt).
+# Joins the copies of the kernel units into one library (run with cmake -P
+# from the build, see SORN_KERNEL_CLONES in CMakeLists.txt).
 #
-# Every kernel unit is compiled twice from the same source: once for the
-# baseline of x86-64, once for x86-64-v3 (AVX2), each copy with hidden
-# definitions. Here, every function a unit defines, S, becomes S.plain in
-# the first copy and S.v3 in the second, and kernel_ifuncs.c defines S as an
-# indirect function: the dynamic linker asks its resolver once, at load, and
-# every later call and every function pointer goes straight to the copy for
-# the machine. Nothing else of the library changes: the exported names are
-# those of a plain build, and their results are the same to the bit.
+# Every kernel unit is compiled once per level from the same source: for the
+# baseline of x86-64 (plain), for x86-64-v3 (AVX2) and for x86-64-v4
+# (AVX-512), each copy with hidden definitions. Here, every function a unit
+# defines, S, becomes S.plain, S.v3 and S.v4 in the copies, and
+# kernel_ifuncs.c defines S as an indirect function: the dynamic linker asks
+# its resolver once, at load, and every later call and every function
+# pointer goes straight to the copy for the machine (core/kernel_level.h).
+# Nothing else of the library changes: the exported names are those of a
+# plain build, and their results are the same to the bit.
 #
-# The second copy must share nothing with the first: its private C++ lives
-# in a namespace of its own (the compiler sees sorn as sorn_v3), its data
-# with C names are made local, and a function that the compiler emitted out of line
-# outside that namespace (an instance of a standard template, say) would be
-# merged with the plain one by the linker, so it stops the build.
+# A wider copy must share nothing with the others: its private C++ lives in
+# a namespace of its own (the compiler sees sorn as sorn_v3 or sorn_v4),
+# its data with C names are made local, and a function that the compiler
+# emitted out of line outside that namespace (an instance of a standard
+# template, say) would be merged with the plain one by the linker, so it
+# stops the build.
 #
-# Arguments: PLAIN and V3, the two lists of objects in the same order; UNITS,
-# the units' paths (for names); OUT, the folder of the results; NM, OBJCOPY.
+# Arguments: LEVELS, the copies with plain first and the widest last;
+# OBJECTS_<level>, each copy's objects in the same order; UNITS, the units'
+# paths (for names); OUT, the folder of the results; NM, OBJCOPY.
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -49,89 +52,103 @@ function(defined_globals obj out_funcs out_weak out_data)
   set(${out_data} "${data}" PARENT_SCOPE)
 endfunction()
 
-list(LENGTH PLAIN count)
-list(LENGTH V3 count_v3)
-if(NOT count EQUAL count_v3)
-  message(FATAL_ERROR "kernel clones: ${count} plain objects but ${count_v3} x86-64-v3 objects")
-endif()
+list(GET LEVELS 0 first)
+list(LENGTH OBJECTS_${first} count)
+foreach(level IN LISTS LEVELS)
+  list(LENGTH OBJECTS_${level} n)
+  if(NOT n EQUAL count)
+    message(FATAL_ERROR "kernel clones: ${count} ${first} objects but ${n} ${level} objects")
+  endif()
+endforeach()
 file(MAKE_DIRECTORY ${OUT})
+
+# The resolver of every function: the widest copy the processor runs.
+list(REVERSE LEVELS)
+set(choice "")
+foreach(level IN LISTS LEVELS)
+  if(level STREQUAL first)
+    string(APPEND choice "${level}_\${index}")
+  else()
+    string(REGEX REPLACE "^v" "" number "${level}")
+    string(APPEND choice "level >= ${number} ? ${level}_\${index} : ")
+  endif()
+endforeach()
+list(REVERSE LEVELS)
 
 set(ifuncs "")
 set(index 0)
 math(EXPR last "${count} - 1")
 foreach(i RANGE ${last})
-  list(GET PLAIN ${i} plain)
-  list(GET V3 ${i} v3)
   list(GET UNITS ${i} unit)
   string(REGEX REPLACE "[/.]" "_" stem "${unit}")
 
-  defined_globals(${plain} funcs weak data)
-  defined_globals(${v3} funcs_v3 weak_v3 data_v3)
-  # The C names are the kernels and the layers around them; C++ functions
-  # have names of their own in each copy, and each copy calls its own.
-  list(FILTER funcs EXCLUDE REGEX "^_Z")
-  list(FILTER funcs_v3 EXCLUDE REGEX "^_Z")
-  if(NOT funcs STREQUAL funcs_v3)
-    message(FATAL_ERROR "kernel clones: ${unit} defines other functions in its two copies")
-  endif()
-  foreach(name IN LISTS weak_v3)
-    # The personality routine's reference is the same data in both copies.
-    if(NOT name MATCHES "sorn_v3" AND NOT name MATCHES "^DW\\.ref\\.")
-      message(FATAL_ERROR
-        "kernel clones: the x86-64-v3 copy of ${unit} emits ${name} out of line, outside its own "
-        "namespace, so the linker would share it with the plain copy. Keep such helpers inline "
-        "or in the library's namespace.")
+  foreach(level IN LISTS LEVELS)
+    list(GET OBJECTS_${level} ${i} obj_${level})
+    defined_globals(${obj_${level}} funcs_${level} weak_${level} data_${level})
+    # The C names are the kernels and the layers around them; C++ functions
+    # have names of their own in each copy, and each copy calls its own.
+    list(FILTER funcs_${level} EXCLUDE REGEX "^_Z")
+    if(NOT funcs_${level} STREQUAL funcs_${first})
+      message(FATAL_ERROR "kernel clones: ${unit} defines other functions in its ${level} copy")
     endif()
+    if(NOT level STREQUAL first)
+      foreach(name IN LISTS weak_${level})
+        # The personality routine's reference is the same data in every copy.
+        if(NOT name MATCHES "sorn_${level}" AND NOT name MATCHES "^DW\\.ref\\.")
+          message(FATAL_ERROR
+            "kernel clones: the ${level} copy of ${unit} emits ${name} out of line, outside its "
+            "own namespace, so the linker would share it with the plain copy. Keep such helpers "
+            "inline or in the library's namespace.")
+        endif()
+      endforeach()
+    endif()
+    set(map_${level} "")
   endforeach()
 
-  set(plain_map "")
-  set(v3_map "")
-  foreach(name IN LISTS funcs)
-    string(APPEND plain_map "${name} ${name}.plain\n")
-    string(APPEND v3_map "${name} ${name}.v3\n")
+  foreach(name IN LISTS funcs_${first})
     math(EXPR index "${index} + 1")
+    foreach(level IN LISTS LEVELS)
+      string(APPEND map_${level} "${name} ${name}.${level}\n")
+      string(APPEND ifuncs "extern void ${level}_${index}(void) __asm__(\"${name}.${level}\");\n")
+    endforeach()
+    string(CONFIGURE "${choice}" pick)
     string(APPEND ifuncs
-      "extern void p${index}(void) __asm__(\"${name}.plain\");\n"
-      "extern void v${index}(void) __asm__(\"${name}.v3\");\n"
-      "static kernel_fn *r${index}(void) { return v3_usable() ? v${index} : p${index}; }\n"
+      "static kernel_fn *r${index}(void) { const int level = kernel_level(); return ${pick}; }\n"
       "void f${index}(void) __asm__(\"${name}\") __attribute__((ifunc(\"r${index}\")));\n")
   endforeach()
-  file(WRITE ${OUT}/${stem}.plain.map "${plain_map}")
-  file(WRITE ${OUT}/${stem}.v3.map "${v3_map}")
 
-  # Data with a C name would be defined twice: the second copy keeps its own.
-  set(localize)
-  foreach(name IN LISTS data_v3)
-    if(NOT name MATCHES "sorn_v3")
-      list(APPEND localize --localize-symbol=${name})
+  foreach(level IN LISTS LEVELS)
+    file(WRITE ${OUT}/${stem}.${level}.map "${map_${level}}")
+    # Data with a C name would be defined in every copy: the wider ones keep
+    # their own.
+    set(localize)
+    if(NOT level STREQUAL first)
+      foreach(name IN LISTS data_${level})
+        if(NOT name MATCHES "sorn_${level}")
+          list(APPEND localize --localize-symbol=${name})
+        endif()
+      endforeach()
+    endif()
+    execute_process(COMMAND ${OBJCOPY} --redefine-syms=${OUT}/${stem}.${level}.map ${localize}
+                            ${obj_${level}} ${OUT}/${stem}.${level}.o RESULT_VARIABLE rc)
+    if(NOT rc EQUAL 0)
+      message(FATAL_ERROR "${OBJCOPY} failed on ${obj_${level}}")
     endif()
   endforeach()
-  execute_process(COMMAND ${OBJCOPY} --redefine-syms=${OUT}/${stem}.plain.map ${plain}
-                          ${OUT}/${stem}.plain.o RESULT_VARIABLE rc)
-  if(NOT rc EQUAL 0)
-    message(FATAL_ERROR "${OBJCOPY} failed on ${plain}")
-  endif()
-  execute_process(COMMAND ${OBJCOPY} --redefine-syms=${OUT}/${stem}.v3.map ${localize} ${v3}
-                          ${OUT}/${stem}.v3.o RESULT_VARIABLE rc)
-  if(NOT rc EQUAL 0)
-    message(FATAL_ERROR "${OBJCOPY} failed on ${v3}")
-  endif()
 endforeach()
 
 file(WRITE ${OUT}/kernel_ifuncs.c.new
   "/* Made by cmake/kernel_clones.cmake: one indirect function per function of\n"
   "   the kernel units, resolved once at load to the copy for this machine. */\n"
+  "#include \"core/kernel_level.h\"\n"
+  "\n"
   "typedef void kernel_fn(void);\n"
   "\n"
-  "/* x86-64-v3: AVX2, FMA, BMI2 and the rest of that level, with the\n"
-  "   operating system saving the wide registers. */\n"
-  "static int v3_usable(void) {\n"
-  "  static int usable = -1;\n"
-  "  if (usable < 0) {\n"
-  "    __builtin_cpu_init();\n"
-  "    usable = __builtin_cpu_supports(\"x86-64-v3\") ? 1 : 0;\n"
-  "  }\n"
-  "  return usable;\n"
+  "/* Asked once: every resolver runs while the library is relocated. */\n"
+  "static int kernel_level(void) {\n"
+  "  static int level = -1;\n"
+  "  if (level < 0) level = sorn_kernel_level();\n"
+  "  return level;\n"
   "}\n"
   "\n"
   "${ifuncs}")

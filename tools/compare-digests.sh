@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Compares the test digests of two builds of the library (SORN_TEST_DIGEST_DIR,
 # see tests/common/testkit.h): every test that ran in both must have left
-# the very same bytes in its buffers. Used by CI on the build with the
-# kernels for x86-64-v3 and the build without them.
+# the very same bytes in its buffers. Used by CI on the runs of the wider
+# copies of the kernels (x86-64-v4, x86-64-v3) and the build without them.
 #   tools/compare-digests.sh <folder of one build> <folder of the other>
 set -euo pipefail
 a=$1

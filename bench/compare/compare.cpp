@@ -41,6 +41,9 @@ extern "C" {
 #include <vector>
 
 #include "compare.h"
+#if SORN_COMPARE_CLONES
+#include "core/kernel_level.h"
+#endif
 
 #ifndef SORN_COMPARE_BENCH_DIR
 #define SORN_COMPARE_BENCH_DIR "bench"
@@ -413,13 +416,18 @@ void write_svg(const std::string &path) {
   o << "</svg>\n";
 }
 
-// Which copy of the kernels the library runs here.
+// Which copy of the kernels the library runs here: the library asks the
+// same question when it loads.
 std::string kernels_in_use() {
-#if SORN_COMPARE_CLONES && (defined(__x86_64__) || defined(__i386__))
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("x86-64-v3")
-             ? "kernels for the baseline and for x86-64-v3, the x86-64-v3 copy (AVX2) running"
-             : "kernels for the baseline and for x86-64-v3, the baseline copy running";
+#if SORN_COMPARE_CLONES
+  switch (sorn_kernel_level()) {
+    case 4:
+      return "kernels for the baseline, x86-64-v3 and x86-64-v4, the x86-64-v4 copy (AVX-512) running";
+    case 3:
+      return "kernels for the baseline, x86-64-v3 and x86-64-v4, the x86-64-v3 copy (AVX2) running";
+    default:
+      return "kernels for the baseline, x86-64-v3 and x86-64-v4, the baseline copy running";
+  }
 #else
   return "kernels for the compiler's baseline only";
 #endif
