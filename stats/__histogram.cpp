@@ -106,17 +106,14 @@ void bank_row(const T *__restrict p, const uint8_t *__restrict m, int32_t cols, 
   for (; x < head; ++x)
     if (!Masked || m[x] != skip) ++banks[0][ix(p[x])];
   for (; x + 16 <= cols; x += 16) {
-    uint64_t w0, w1;
-    memcpy(&w0, p + x, 8);
-    memcpy(&w1, p + x + 8, 8);
     if (!Masked) {
-      for (int k = 0; k < 8; ++k) ++banks[k][ix((T)(uint8_t)(w0 >> (8 * k)))];
-      for (int k = 0; k < 8; ++k) ++banks[k][ix((T)(uint8_t)(w1 >> (8 * k)))];
+      for (int k = 0; k < 8; ++k) ++banks[k][ix(p[x + k])];
+      for (int k = 0; k < 8; ++k) ++banks[k][ix(p[x + 8 + k])];
     } else {
       for (int k = 0; k < 8; ++k)
-        if (m[x + k] != skip) ++banks[k][ix((T)(uint8_t)(w0 >> (8 * k)))];
+        if (m[x + k] != skip) ++banks[k][ix(p[x + k])];
       for (int k = 0; k < 8; ++k)
-        if (m[x + 8 + k] != skip) ++banks[k][ix((T)(uint8_t)(w1 >> (8 * k)))];
+        if (m[x + 8 + k] != skip) ++banks[k][ix(p[x + 8 + k])];
     }
   }
   if (x + 8 <= cols) {
