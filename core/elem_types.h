@@ -147,6 +147,20 @@ template <class D> inline D sat32(int32_t v) {
   return (D)(v < lo ? lo : v > hi ? hi : v);
 }
 
+// The same conversion of a float into u8 or u16, in a third of the
+// instructions. Rounding in any mode is monotonic and leaves integers as
+// they are, so saturating the rounded value is rounding the clamped one;
+// and a clamped value, between 0 and 65535, rounds in the current mode when
+// 2^23 is added (its units are then the last place), leaving the integer in
+// the low bits. What does not fit 32 bits (NaN included) saturates from
+// 0x80000000, to 0, as in the general rule.
+template <class D> inline D round_sat_unsigned(float x) {
+  constexpr float hi = (float)int_range<D>::hi;
+  const float top = pick_f32(x < 2147483648.0f, hi, 0.0f);
+  const float c = pick_f32(x >= 0.0f, pick_f32(x > hi, top, x), 0.0f);  // NaN fails both
+  return (D)(std::bit_cast<uint32_t>(c + 8388608.0f) - 0x4B000000u);
+}
+
 // The saturating conversion of one element between the types that have
 // kernels: integers saturate to a narrower integer and widen to a wider one,
 // floats round to nearest-even in 32 bits (what does not fit, NaN included,
@@ -155,6 +169,8 @@ template <class D> inline D sat32(int32_t v) {
 template <class D, class S> inline D sat_convert(S v) {
   if constexpr (std::is_floating_point_v<D>) {
     return (D)v;
+  } else if constexpr (std::is_same_v<S, float> && std::is_unsigned_v<D> && sizeof(D) <= 2) {
+    return round_sat_unsigned<D>(v);
   } else if constexpr (std::is_floating_point_v<S>) {
     const int32_t i = round_i32(v);
     if constexpr (std::is_same_v<D, int32_t>)

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cfenv>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -230,6 +231,37 @@ TEST(ConvertT, FloatsRoundToEvenAndWhatDoesNotFitIsTheLeastS32) {
   ASSERT_EQ(SornVConvert(env.xe(), 0, &r16, &r1, nullptr, nullptr, nullptr, nullptr), SORN_OK);
   EXPECT_EQ(d8.get(0, 0), 0);
   EXPECT_EQ(d16.get(0, 0), -32768);
+}
+
+// The conversion rounds as the processor does in its current rounding mode:
+// in each of the four, every float of a sweep, halves and values past the
+// ends included, lands where the mode rounds it and then saturates.
+TEST(ConvertT, FloatsRoundInTheCurrentRoundingMode) {
+  sorn_test::ScratchEnv env;
+  std::vector<double> v = {0.5,    -0.5,      0.49,     -0.49, 254.5,      255.5,       255.49,
+                           -0.999, 32766.5,   32767.5,  -32768.5, 65535.5, 1e10,     -1e10,
+                           NAN,    INFINITY,  -INFINITY, 2147483520.0, 2147483648.0, -2147483648.0};
+  for (double x = -300; x <= 300; x += 0.125) v.push_back(x);
+  Image s(1, (int32_t)v.size(), 1, SORN_F32);
+  for (size_t i = 0; i < v.size(); ++i) s.set(0, (int32_t)i, 0, v[i]);
+  const int modes[] = {FE_TONEAREST, FE_DOWNWARD, FE_UPWARD, FE_TOWARDZERO};
+  const char *names[] = {"to nearest", "downward", "upward", "toward zero"};
+  for (int m = 0; m < 4; ++m) {
+    for (uint32_t dt : {SORN_U8, SORN_S16, SORN_S32}) {
+      Image d(1, (int32_t)v.size(), 1, dt);
+      SornArray rd = d.record(), rs = s.record();
+      ASSERT_EQ(std::fesetround(modes[m]), 0);
+      const SornStatus st = SornVConvert(env.xe(), 0, &rd, &rs, nullptr, nullptr, nullptr, nullptr);
+      std::vector<double> want(v.size());
+      for (size_t i = 0; i < v.size(); ++i) want[i] = ref_t(dt, SORN_F32, (float)v[i]);
+      std::fesetround(FE_TONEAREST);
+      ASSERT_EQ(st, SORN_OK);
+      for (size_t i = 0; i < v.size(); ++i)
+        ASSERT_TRUE(same(dt, want[i], d.get(0, (int32_t)i)))
+            << names[m] << ", " << sorn_test::type_name(dt) << " from " << v[i] << " got "
+            << d.get(0, (int32_t)i) << ", want " << want[i];
+    }
+  }
 }
 
 // --- the range map -------------------------------------------------------------
