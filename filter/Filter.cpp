@@ -100,12 +100,6 @@ SORN_FILTER_LAYER2(filter, SornSeShape, )
 SornStatus SornFilter(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
                       const SornVolume *dstRoi, const SornVolume *srcSite, int32_t kind,
                       const SornSeShape *se) {
-  return sorn::filter::filter_entry(
-      xe, flags, dst, src, dstRoi, srcSite, se,
-      [&](SornDimPack, const SornSeShape *window, const SornBorderSpec *border,
-          const SornSites *sites, auto run, const int32_t *) {
-        SornFilterArgs args = {(uint32_t)kind, window, border, sites};
-        return run(SORN_TAG_FILT, &SornTGAfilter, &args);
-      },
-      (kind & 255) == SORN_FILTER_NONE);
+  return sorn::filter::kind_entry(xe, flags, dst, src, dstRoi, srcSite, kind, se, SORN_TAG_FILT,
+                                  &SornTGAfilter, SORN_FILTER_NONE);
 }

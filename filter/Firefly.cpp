@@ -521,14 +521,8 @@ SornStatus SornTGAfirefly(SornXE *xe, SornFlags flags, void *args, SornDimPack p
 SornStatus SornFirefly(SornXE *xe, SornFlags flags, const SornArray *dst, const SornArray *src,
                        const SornVolume *dstRoi, const SornVolume *srcSite, int32_t kind,
                        const SornSeShape *se) {
-  return sorn::filter::filter_entry(
-      xe, flags, dst, src, dstRoi, srcSite, se,
-      [&](SornDimPack, const SornSeShape *window, const SornBorderSpec *border,
-          const SornSites *sites, auto run, const int32_t *) {
-        SornFilterArgs args = {(uint32_t)kind, window, border, sites};
-        return run(SORN_TAG_FRFL, &SornTGAfirefly, &args);
-      },
-      (kind & 255) == SORN_FIREFLY_COPY);
+  return sorn::filter::kind_entry(xe, flags, dst, src, dstRoi, srcSite, kind, se, SORN_TAG_FRFL,
+                                  &SornTGAfirefly, SORN_FIREFLY_COPY);
 }
 
 // The windows are copied to scratch and each normalised against the

@@ -239,6 +239,23 @@ SornStatus filter_entry(SornXE *xe, SornFlags flags, const SornArray *dst, const
   return family(SORN_DIMPACK(dst->ndims), &window, &border, &sites, run, (const int32_t *)rs.size);
 }
 
+// The entry of a family whose kind and one window go down in a
+// SornFilterArgs (the filter, the firefly filter): the slice form `slice`
+// under `tag`, and `copy_kind` the kind that copies whole pixels.
+inline SornStatus kind_entry(SornXE *xe, SornFlags flags, const SornArray *dst,
+                             const SornArray *src, const SornVolume *dstRoi,
+                             const SornVolume *srcSite, int32_t kind, const SornSeShape *se,
+                             uint32_t tag, SliceProc<2> slice, int32_t copy_kind) {
+  return filter_entry(
+      xe, flags, dst, src, dstRoi, srcSite, se,
+      [&](SornDimPack, const SornSeShape *window, const SornBorderSpec *border,
+          const SornSites *sites, auto run, const int32_t *) {
+        SornFilterArgs args = {(uint32_t)kind, window, border, sites};
+        return run(tag, slice, &args);
+      },
+      (kind & 255) == copy_kind);
+}
+
 }  // namespace sorn::filter
 
 // Layer 2 of a family taking a kind and a window of type Window (the
