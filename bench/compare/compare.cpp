@@ -456,13 +456,16 @@ void write_markdown(const std::string &path, const Options &opt, const Scenes &s
        "[the chart](compare/ratios.svg).\n\n";
   o << "- Date: " << now_utc() << "\n";
   o << "- CPU: " << read_first_line_with("/proc/cpuinfo", "model name") << ", "
-    << "load average at the end of the run: " << load_average() << "\n";
+    << "load average when the run began: " << opt.load_at_start
+    << "; at its end (its own thread included): " << load_average() << "\n";
   {
-    const double load = std::atof(load_average().c_str());
+    // Judged on the load before the run: other work that shares the
+    // processor with the measurements.
+    const double load = std::atof(opt.load_at_start.c_str());
     const unsigned cores = std::thread::hardware_concurrency();
     if (cores > 0 && load > 0.5 * cores)
       o << "- **Taken on a busy machine**: a load average of " << fmt(load, 1) << " on " << cores
-        << " cores at the end of the run, other work sharing the processor: times are noisy, "
+        << " cores when the run began, other work sharing the processor: times are noisy, "
            "ratios more so on the small rows\n";
   }
   o << "- Vector units: " << vector_units() << "\n";
@@ -568,6 +571,7 @@ int main(int argc, char **argv) {
       return 2;
     }
   }
+  opt.load_at_start = load_average();
   cv::setNumThreads(1);
   Scenes scenes;
   scenes.photo = load_photo(opt.photo, scenes.source);

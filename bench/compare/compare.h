@@ -29,6 +29,9 @@ struct Options {
   // of the library built with the plain kernels only, read from one, for a
   // column of their own.
   std::string save_times, plain_times;
+  // The load average when the run began: the run's own thread raises the
+  // one at its end by up to 1.
+  std::string load_at_start;
 };
 
 // Times up to three contenders in interleaved batches; the median time of
