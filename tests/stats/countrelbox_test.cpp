@@ -13,6 +13,7 @@
 #include <string>
 #include <utility>
 
+#include "../filter/filter_reference.h"
 #include "alloc_failure.h"
 #include "stats_testutil.h"
 
@@ -41,12 +42,7 @@ SornSeShape box_of(int32_t w, int32_t h, int32_t ax, int32_t ay) {
 
 /* ---------------- the reference ---------------- */
 
-// Reflection about the edge pixel: ..2 1 | 0 1 2 .. n-1 | n-2 ..
-int32_t reflect101(int32_t i, int32_t n) {
-  if (n == 1) return 0;
-  const int32_t p = 2 * (n - 1), j = ((i % p) + p) % p;
-  return j < n ? j : p - j;
-}
+using filter_ref::reflect101;
 
 // A box in the coordinates of the region's first pixel.
 struct Box {

@@ -16,15 +16,11 @@ using tool_test::run_tool;
 using tool_test::Scratch;
 using tool_test::ToolRun;
 using tool_test::expect_failure;
+using tool_test::reflect101;
 
 namespace {
 
 int32_t wrap(int32_t i, int32_t n) { return ((i % n) + n) % n; }
-int32_t reflect101(int32_t i, int32_t n) {
-  if (n == 1) return 0;
-  const int32_t p = 2 * (n - 1), j = ((i % p) + p) % p;
-  return j < n ? j : p - j;
-}
 int32_t reflect(int32_t i, int32_t n) {
   const int32_t p = 2 * n, j = ((i % p) + p) % p;
   return j < n ? j : p - 1 - j;

@@ -11,17 +11,12 @@
 
 using sorn::tool::Image;
 using tool_test::expect_failure;
+using tool_test::reflect101;
 using tool_test::run_tool;
 using tool_test::Scratch;
 using tool_test::ToolRun;
 
 namespace {
-
-int32_t reflect101(int32_t i, int32_t n) {
-  if (n == 1) return 0;
-  const int32_t p = 2 * (n - 1), j = ((i % p) + p) % p;
-  return j < n ? j : p - j;
-}
 
 Image picture(int32_t w, int32_t h, int32_t c) {
   return tool_test::make_image(w, h, c, [](int y, int x, int k) { return (y * 29 + x * 13 + k * 71) % 251; });

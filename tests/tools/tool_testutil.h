@@ -46,6 +46,13 @@ void expect_failure(const ToolRun &r, int code, const std::string &line);
 std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &bytes);
 
+// Reflection about the edge pixel, the tool's border: ..2 1 | 0 1 2 .. n-1 | n-2 ..
+inline int32_t reflect101(int32_t i, int32_t n) {
+  if (n == 1) return 0;
+  const int32_t p = 2 * (n - 1), j = ((i % p) + p) % p;
+  return j < n ? j : p - j;
+}
+
 // An image whose pixel (y, x, c) is f(y, x, c).
 template <class F>
 sorn::tool::Image make_image(int32_t w, int32_t h, int32_t c, F f) {
