@@ -7,6 +7,7 @@
 
 #include <sorn.h>
 
+#include <algorithm>
 #include <bit>
 #include <cfloat>
 #include <cstdint>
@@ -88,7 +89,7 @@ inline double pick_f64(bool c, double a, double b) {
 // the value rounds it to an integer in the current mode; larger magnitudes
 // are integers already. Written with selects only and no library call, so
 // that rows vectorise; the conversion itself only ever sees values that fit.
-inline int32_t round_i32(float x) {
+inline int32_t round_i32_select(float x) {
   const float c = x < 0.0f ? -8388608.0f : 8388608.0f;
   const float near = (x + c) - c;
   const float r = pick_f32((x > -8388608.0f) & (x < 8388608.0f), near, x);
@@ -97,7 +98,7 @@ inline int32_t round_i32(float x) {
   return pick_i32(fits, v, INT32_MIN);
 }
 
-inline int32_t round_i32(double x) {
+inline int32_t round_i32_select(double x) {
   const double c = x < 0.0 ? -4503599627370496.0 : 4503599627370496.0;
   const double near = (x + c) - c;
   const double r = pick_f64((x > -4503599627370496.0) & (x < 4503599627370496.0), near, x);
@@ -106,6 +107,22 @@ inline int32_t round_i32(double x) {
   const int32_t v = (int32_t)pick_f64(fits, r, 0.0);
   return pick_i32(fits, v, INT32_MIN);
 }
+
+// x86-64's own conversion (cvtss2si, cvtps2dq and their double forms) is
+// that rule in one instruction: current mode, 0x80000000 for what does not
+// fit. GCC gives it for __builtin_irint when optimising without errno;
+// elsewhere (other compilers, -O0, other processors, whose conversions
+// saturate) the selects above stand in.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && defined(__OPTIMIZE__) && \
+    defined(__NO_MATH_ERRNO__)
+#define SORN_NATIVE_ROUND_I32 1
+inline int32_t round_i32(float x) { return __builtin_irintf(x); }
+inline int32_t round_i32(double x) { return __builtin_irint(x); }
+#else
+#define SORN_NATIVE_ROUND_I32 0
+inline int32_t round_i32(float x) { return round_i32_select(x); }
+inline int32_t round_i32(double x) { return round_i32_select(x); }
+#endif
 
 // Truncation toward zero, with the same answer for what does not fit.
 // Written with selects, like round_i32, so that rows vectorise.
@@ -141,24 +158,35 @@ template <class D> inline D sat(int64_t v) {
   return (D)(v < int_range<D>::lo ? int_range<D>::lo : v > int_range<D>::hi ? int_range<D>::hi : v);
 }
 // The same for a value known to be 32 bits wide, compared in 32 bits so
-// that rows stay in 32-bit lanes.
+// that rows stay in 32-bit lanes. Written as min and max, which become one
+// instruction each; the nested selects became compares into masks and
+// blends in the AVX-512 copy.
 template <class D> inline D sat32(int32_t v) {
   constexpr int32_t lo = (int32_t)int_range<D>::lo, hi = (int32_t)int_range<D>::hi;
-  return (D)(v < lo ? lo : v > hi ? hi : v);
+  return (D)std::min(std::max(v, lo), hi);
 }
 
 // The same conversion of a float into u8 or u16, in a third of the
-// instructions. Rounding in any mode is monotonic and leaves integers as
-// they are, so saturating the rounded value is rounding the clamped one;
-// and a clamped value, between 0 and 65535, rounds in the current mode when
-// 2^23 is added (its units are then the last place), leaving the integer in
-// the low bits. What does not fit 32 bits (NaN included) saturates from
-// 0x80000000, to 0, as in the general rule.
-template <class D> inline D round_sat_unsigned(float x) {
+// instructions where the processor's conversion is not at hand. Rounding in
+// any mode is monotonic and leaves integers as they are, so saturating the
+// rounded value is rounding the clamped one; and a clamped value, between 0
+// and 65535, rounds in the current mode when 2^23 is added (its units are
+// then the last place), leaving the integer in the low bits. What does not
+// fit 32 bits (NaN included) saturates from 0x80000000, to 0, as in the
+// general rule.
+template <class D> inline D round_sat_unsigned_select(float x) {
   constexpr float hi = (float)int_range<D>::hi;
   const float top = pick_f32(x < 2147483648.0f, hi, 0.0f);
   const float c = pick_f32(x >= 0.0f, pick_f32(x > hi, top, x), 0.0f);  // NaN fails both
   return (D)(std::bit_cast<uint32_t>(c + 8388608.0f) - 0x4B000000u);
+}
+// With the processor's conversion, rounding and then saturating is the
+// shorter way.
+template <class D> inline D round_sat_unsigned(float x) {
+  if constexpr (SORN_NATIVE_ROUND_I32)
+    return sat32<D>(round_i32(x));
+  else
+    return round_sat_unsigned_select<D>(x);
 }
 
 // The saturating conversion of one element between the types that have
