@@ -34,28 +34,30 @@ SornStatus check_operands(const SornArray *dst, const SornArray *const (&srcs)[N
   for (const SornArray *s : srcs)
     if (!sorn::fits_image(s, dst, sorn::Channels::Same)) return SORN_EINVAL;
 
-  SornVolume box[N];
-  if (!sorn::negotiate(dst, srcs[N - 2], dstroi, rois[N - 2], &box[0], &box[N - 1]))
+  // Each box is agreed where its operand keeps it: copied out of a local
+  // just written by the negotiation, the boxes stalled the call's way down.
+  auto box = [out](int i) -> SornVolume & { return out->ops[i].roi; };
+  if (!sorn::negotiate(dst, srcs[N - 2], dstroi, rois[N - 2], &box(0), &box(N - 1)))
     return SORN_ENOSPC;
   for (int i = N - 3; i >= 0; --i) {
     // Each fitted box passes its cut rows and columns on to the boxes
     // agreed before it.
-    if (!sorn::fit_operand(srcs[i], rois[i], &box[i + 1], &box[i + 2], &box[0])) return SORN_ENOSPC;
+    if (!sorn::fit_operand(srcs[i], rois[i], &box(i + 1), &box(i + 2), &box(0))) return SORN_ENOSPC;
     for (int j = i + 3; j < N; ++j) {
-      box[j].size[1] = box[i + 1].size[1];
-      box[j].size[2] = box[i + 1].size[2];
+      box(j).size[1] = box(i + 1).size[1];
+      box(j).size[2] = box(i + 1).size[2];
     }
   }
-  if (sorn::no_channels(box[0])) return SORN_ENOSPC;
+  if (sorn::no_channels(box(0))) return SORN_ENOSPC;
   // The kernels walk a row as its pixels' elements side by side (the
   // channels folded into the row, the tiles converted a row at a time), and
   // the constant forms pair their constants with the channels: whole
   // pixels, from the pixel's start also where the region's channels begin
   // inside it, as every element-wise family takes them.
-  sorn::whole_pixels(&box[0], dst);
-  for (int i = 0; i < N - 1; ++i) sorn::whole_pixels(&box[i + 1], srcs[i]);
-  out->ops[0] = sorn::Operand(dst, box[0]);
-  for (int i = 0; i < N - 1; ++i) out->ops[i + 1] = sorn::Operand(srcs[i], box[i + 1]);
+  sorn::whole_pixels(&box(0), dst);
+  for (int i = 0; i < N - 1; ++i) sorn::whole_pixels(&box(i + 1), srcs[i]);
+  out->ops[0].take(dst);
+  for (int i = 0; i < N - 1; ++i) out->ops[i + 1].take(srcs[i]);
   if (out->ops[0].rank == 4) return SORN_ENOTSUP;
   return SORN_OK;
 }

@@ -135,8 +135,15 @@ struct Operand {
   void *base;
 
   Operand() = default;
-  Operand(const SornArray *a, const SornVolume &region)
-      : roi(region), type(a->elemtype), rank(a->ndims), base(a->data) {
+  Operand(const SornArray *a, const SornVolume &region) : roi(region) { take(a); }
+
+  // Filled in place: `roi` first, with the region in the record's
+  // coordinates (where the entry's checks find it), then the rest from the
+  // record.
+  void take(const SornArray *a) {
+    type = a->elemtype;
+    rank = a->ndims;
+    base = a->data;
     std::memcpy(strides, a->strides, sizeof strides);
     count_from_data(&roi, a);
   }
@@ -153,9 +160,10 @@ struct Operand {
 // record, SORN_ENOSPC for an empty region.
 inline SornStatus prepare_image(const SornArray *a, const SornVolume *roi, Operand *op) {
   if (!good_image(a)) return SORN_EINVAL;
-  SornVolume r;
-  if (!region_of(a, roi, &r)) return SORN_ENOSPC;
-  *op = Operand(a, r);
+  // The region is found where the operand keeps it: a copy of what the
+  // callee has just stored, read back at once, stalls the call's way down.
+  if (!region_of(a, roi, &op->roi)) return SORN_ENOSPC;
+  op->take(a);
   return SORN_OK;
 }
 
@@ -169,14 +177,15 @@ inline SornStatus prepare_pair(const SornArray *image, const SornArray *other, C
                                const SornVolume *roi, const SornVolume *site, Operand *op,
                                Operand *otherop, bool whole = false) {
   if (!good_image(image) || !fits_image(other, image, rule)) return SORN_EINVAL;
-  SornVolume r, ro;
+  // Negotiated in place, as for one image.
+  SornVolume &r = op->roi, &ro = otherop->roi;
   if (!negotiate(image, other, roi, site, &r, &ro) || no_channels(r)) return SORN_ENOSPC;
   if (whole) {
     whole_pixels(&r, image);
     whole_pixels(&ro, other);
   }
-  *op = Operand(image, r);
-  *otherop = Operand(other, ro);
+  op->take(image);
+  otherop->take(other);
   return SORN_OK;
 }
 
