@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <limits>
 #include <random>
+#include <type_traits>
 #include <vector>
 
 #include "core/elem_types.h"
@@ -70,11 +71,12 @@ template <class F> void in_every_mode(F check) {
   }
 }
 
-TEST(Rounding, FloatsToS32InBothFormsFollowTheRule) {
-  const std::vector<double> v = sweep(true);
+// Both forms of T into s32, over the sweep of T's values in every mode.
+template <class T> void both_forms_to_s32() {
+  const std::vector<double> v = sweep(std::is_same_v<T, float>);
   in_every_mode([&](const char *mode) {
     for (double d : v) {
-      const float x = (float)d;
+      const T x = (T)d;  // floats from the sweep rounded in this mode
       const int32_t want = rule_i32(x);
       ASSERT_EQ(sorn::round_i32_select(x), want) << mode << ", " << x;
       ASSERT_EQ(sorn::round_i32(x), want) << mode << ", " << x;
@@ -82,16 +84,8 @@ TEST(Rounding, FloatsToS32InBothFormsFollowTheRule) {
   });
 }
 
-TEST(Rounding, DoublesToS32InBothFormsFollowTheRule) {
-  const std::vector<double> v = sweep(false);
-  in_every_mode([&](const char *mode) {
-    for (double x : v) {
-      const int32_t want = rule_i32(x);
-      ASSERT_EQ(sorn::round_i32_select(x), want) << mode << ", " << x;
-      ASSERT_EQ(sorn::round_i32(x), want) << mode << ", " << x;
-    }
-  });
-}
+TEST(Rounding, FloatsToS32InBothFormsFollowTheRule) { both_forms_to_s32<float>(); }
+TEST(Rounding, DoublesToS32InBothFormsFollowTheRule) { both_forms_to_s32<double>(); }
 
 TEST(Rounding, FloatsToU8AndU16InBothFormsSaturateTheRoundedValue) {
   const std::vector<double> v = sweep(true);
